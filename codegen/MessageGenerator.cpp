@@ -1,0 +1,503 @@
+#include "MessageGenerator.h"
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/io/printer.h>
+#include <google/protobuf/io/zero_copy_stream.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace qor::kevra::codegen {
+namespace {
+
+using google::protobuf::Descriptor;
+using google::protobuf::EnumDescriptor;
+using google::protobuf::EnumValueDescriptor;
+using google::protobuf::FieldDescriptor;
+using google::protobuf::FileDescriptor;
+using google::protobuf::FileOptions;
+using google::protobuf::io::Printer;
+
+using Variables = std::map<std::string, std::string>;
+
+constexpr char kWire[] = "::qor::kevra::wire::";
+
+std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
+    for (std::size_t at = text.find(from); at != std::string::npos;
+         at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+std::string upperCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+// "debug_level" -> "DebugLevel"
+std::string camelCase(const std::string& name) {
+    std::string result;
+    bool wordStarts = true;
+    for (const char c : name) {
+        if (c == '_') {
+            wordStarts = true;
+            continue;
+        }
+        result.push_back(wordStarts ? static_cast<char>(std::toupper(static_cast<unsigned char>(c)))
+                                    : c);
+        wordStarts = false;
+    }
+    return result;
+}
+
+// "qor.kevra" -> "qor::kevra"
+std::string cppScope(const std::string& dotted) {
+    return replaceAll(dotted, ".", "::");
+}
+
+std::string baseName(const FileDescriptor& file) {
+    const std::string& name = file.name();
+    return name.substr(0, name.rfind(".proto"));
+}
+
+std::string codecOf(const FieldDescriptor& field) {
+    switch (field.type()) {
+        case FieldDescriptor::TYPE_INT32:
+            return "Int32";
+        case FieldDescriptor::TYPE_INT64:
+            return "Int64";
+        case FieldDescriptor::TYPE_UINT32:
+            return "UInt32";
+        case FieldDescriptor::TYPE_UINT64:
+            return "UInt64";
+        case FieldDescriptor::TYPE_SINT32:
+            return "SInt32";
+        case FieldDescriptor::TYPE_SINT64:
+            return "SInt64";
+        case FieldDescriptor::TYPE_FIXED32:
+            return "Fixed32";
+        case FieldDescriptor::TYPE_FIXED64:
+            return "Fixed64";
+        case FieldDescriptor::TYPE_SFIXED32:
+            return "SFixed32";
+        case FieldDescriptor::TYPE_SFIXED64:
+            return "SFixed64";
+        case FieldDescriptor::TYPE_FLOAT:
+            return "Float";
+        case FieldDescriptor::TYPE_DOUBLE:
+            return "Double";
+        case FieldDescriptor::TYPE_BOOL:
+            return "Bool";
+        case FieldDescriptor::TYPE_ENUM:
+            return "Enum<" + field.enum_type()->name() + ">";
+        case FieldDescriptor::TYPE_STRING:
+        case FieldDescriptor::TYPE_BYTES:
+        case FieldDescriptor::TYPE_MESSAGE:
+        case FieldDescriptor::TYPE_GROUP:
+            break;
+    }
+    return {};
+}
+
+// The type of the field's value, or of an element.
+std::string valueTypeOf(const FieldDescriptor& field) {
+    switch (field.cpp_type()) {
+        case FieldDescriptor::CPPTYPE_INT32:
+            return "std::int32_t";
+        case FieldDescriptor::CPPTYPE_INT64:
+            return "std::int64_t";
+        case FieldDescriptor::CPPTYPE_UINT32:
+            return "std::uint32_t";
+        case FieldDescriptor::CPPTYPE_UINT64:
+            return "std::uint64_t";
+        case FieldDescriptor::CPPTYPE_FLOAT:
+            return "float";
+        case FieldDescriptor::CPPTYPE_DOUBLE:
+            return "double";
+        case FieldDescriptor::CPPTYPE_BOOL:
+            return "bool";
+        case FieldDescriptor::CPPTYPE_ENUM:
+            return field.enum_type()->name();
+        case FieldDescriptor::CPPTYPE_STRING:
+            return "std::string";
+        case FieldDescriptor::CPPTYPE_MESSAGE:
+            return field.message_type()->name();
+    }
+    return {};
+}
+
+bool isText(const FieldDescriptor& field) {
+    return field.cpp_type() == FieldDescriptor::CPPTYPE_STRING;
+}
+
+bool isMessage(const FieldDescriptor& field) {
+    return field.cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE;
+}
+
+// The field as its definition file declares it, without its default.
+std::string declarationOf(const FieldDescriptor& field) {
+    const std::string text = field.DebugString();
+    return text.substr(0, text.find(" [")) + ";";
+}
+
+std::string defaultOf(const FieldDescriptor& field) {
+    switch (field.cpp_type()) {
+        case FieldDescriptor::CPPTYPE_INT32:
+            return std::to_string(field.default_value_int32());
+        case FieldDescriptor::CPPTYPE_INT64:
+            return std::to_string(field.default_value_int64());
+        case FieldDescriptor::CPPTYPE_UINT32:
+            return std::to_string(field.default_value_uint32()) + "U";
+        case FieldDescriptor::CPPTYPE_UINT64:
+            return std::to_string(field.default_value_uint64()) + "U";
+        case FieldDescriptor::CPPTYPE_BOOL:
+            return field.default_value_bool() ? "true" : "false";
+        case FieldDescriptor::CPPTYPE_ENUM:
+            return field.default_value_enum()->name();
+        default:
+            return "0";
+    }
+}
+
+// The type of the whole list of a repeated field. An enum's list keeps plain numbers.
+std::string listTypeOf(const FieldDescriptor& field) {
+    const std::string list =
+        isText(field) || isMessage(field) ? "RepeatedPtrField" : "RepeatedField";
+    const bool isEnum = field.type() == FieldDescriptor::TYPE_ENUM;
+    return kWire + list + "<" + (isEnum ? "int" : valueTypeOf(field)) + ">";
+}
+
+// The field's kind, as runtime/Fields.h names it.
+std::string kindOf(const FieldDescriptor& field) {
+    const std::string number = std::to_string(field.number());
+    const std::string label =
+        std::string(kWire) + (field.is_required() ? "Label::kRequired" : "Label::kOptional");
+    if (isMessage(field)) {
+        const std::string type = field.message_type()->name();
+        return field.is_repeated()
+                   ? kWire + ("RepeatedMessageField<" + number + ", " + type + ">")
+                   : kWire + ("MessageField<" + number + ", " + type + ", " + label + ">");
+    }
+    if (isText(field)) {
+        return field.is_repeated() ? kWire + ("RepeatedStringField<" + number + ">")
+                                   : kWire + ("StringField<" + number + ", " + label + ">");
+    }
+    const std::string codec = kWire + codecOf(field);
+    return field.is_repeated() ? kWire + ("RepeatedScalarField<" + number + ", " + codec + ", " +
+                                          (field.is_packed() ? "true" : "false") + ">")
+                               : kWire + ("ScalarField<" + number + ", " + codec + ", " + label +
+                                          ", " + defaultOf(field) + ">");
+}
+
+// What this generator does not know; empty when it knows all of the file.
+std::string unsupported(const FileDescriptor& file) {
+    if (file.syntax() != FileDescriptor::SYNTAX_PROTO2) {
+        return "only proto2 is supported";
+    }
+    if (file.options().optimize_for() != FileOptions::LITE_RUNTIME) {
+        return "option optimize_for = LITE_RUNTIME is missing";
+    }
+    if (file.dependency_count() != 0) {
+        return "imports are not supported";
+    }
+    if (file.extension_count() != 0 || file.service_count() != 0) {
+        return "extensions and services are not supported";
+    }
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        const Descriptor& message = *file.message_type(m);
+        if (message.nested_type_count() != 0 || message.enum_type_count() != 0) {
+            return message.full_name() + ": types within a message are not supported";
+        }
+        if (message.extension_count() != 0 || message.extension_range_count() != 0 ||
+            message.oneof_decl_count() != 0) {
+            return message.full_name() + ": extensions and oneofs are not supported";
+        }
+        for (int f = 0; f < message.field_count(); ++f) {
+            const FieldDescriptor& field = *message.field(f);
+            const bool real = field.type() == FieldDescriptor::TYPE_FLOAT ||
+                              field.type() == FieldDescriptor::TYPE_DOUBLE;
+            if ((isText(field) || real) && field.has_default_value()) {
+                return field.full_name() + ": a default is not supported for this type";
+            }
+        }
+    }
+    return {};
+}
+
+void printEnum(Printer* out, const EnumDescriptor& type) {
+    std::vector<int> numbers;
+    out->Print("enum $name$ : int {\n", "name", type.name());
+    for (int v = 0; v < type.value_count(); ++v) {
+        const EnumValueDescriptor& value = *type.value(v);
+        numbers.push_back(value.number());
+        out->Print("    $name$ = $number$,\n", "name", value.name(), "number",
+                   std::to_string(value.number()));
+    }
+    std::sort(numbers.begin(), numbers.end());
+    numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+    out->Print(
+        "};\n"
+        "constexpr $name$ $name$_MIN = static_cast<$name$>($min$);\n"
+        "constexpr $name$ $name$_MAX = static_cast<$name$>($max$);\n"
+        "constexpr int $name$_ARRAYSIZE = $max$ + 1;\n"
+        "// Whether the enum names this number.\n"
+        "constexpr bool $name$_IsValid(int value) {\n"
+        "    switch (value) {\n",
+        "name", type.name(), "min", std::to_string(numbers.front()), "max",
+        std::to_string(numbers.back()));
+    for (const int number : numbers) {
+        out->Print("        case $number$:\n", "number", std::to_string(number));
+    }
+    out->Print(
+        "            return true;\n"
+        "        default:\n"
+        "            return false;\n"
+        "    }\n"
+        "}\n\n");
+}
+
+void printEnumTraits(Printer* out, const EnumDescriptor& type) {
+    const std::string scope = cppScope(type.file()->package());
+    out->Print(
+        "template <>\n"
+        "struct qor::kevra::wire::EnumTraits<$scope$::$name$> {\n"
+        "    static constexpr bool isValid(int value) { return $scope$::$name$_IsValid(value); }\n"
+        "    static constexpr char kCheck[] = \"$scope$::$name$_IsValid(value)\";\n"
+        "};\n\n",
+        "scope", scope, "name", type.name());
+}
+
+// Text is given as a string, as a NUL-terminated array, or as an array with its size. `$set$` names
+// the setter, with an index where it takes one, and `$target$` the string that is assigned to.
+void printTextSetters(Printer* out, const std::string& set, const std::string& target) {
+    out->Print(
+        "    void $set$const std::string& value) { $target$->assign(value); }\n"
+        "    void $set$std::string&& value) { $target$->assign(std::move(value)); }\n"
+        "    void $set$const char* value) { $target$->assign(value); }\n"
+        "    void $set$const void* value, std::size_t size) {\n"
+        "        $target$->assign(static_cast<const char*>(value), size);\n"
+        "    }\n",
+        "set", set, "target", target);
+}
+
+void printSingularAccessors(Printer* out, const FieldDescriptor& field,
+                            const Variables& variables) {
+    out->Print(variables,
+               "    bool has_$name$() const { return $name$_.has(); }\n"
+               "    void clear_$name$() { $name$_.clear(); }\n");
+    if (!isText(field) && !isMessage(field)) {
+        out->Print(variables,
+                   "    $type$ $name$() const { return $name$_.get(); }\n"
+                   "    void set_$name$($type$ value) { $name$_.set(value); }\n");
+        return;
+    }
+    out->Print(variables,
+               "    const $type$& $name$() const { return $name$_.get(); }\n"
+               "    $type$* mutable_$name$() { return $name$_.mutableValue(); }\n");
+    if (isText(field)) {
+        const std::string& name = variables.at("name");
+        printTextSetters(out, "set_" + name + "(", name + "_.mutableValue()");
+    }
+}
+
+void printRepeatedAccessors(Printer* out, const FieldDescriptor& field,
+                            const Variables& variables) {
+    out->Print(variables,
+               "    int $name$_size() const { return $name$_.size(); }\n"
+               "    void clear_$name$() { $name$_.clear(); }\n"
+               "    const $list$& $name$() const { return $name$_.list(); }\n"
+               "    $list$* mutable_$name$() { return $name$_.mutableList(); }\n");
+    if (!isText(field) && !isMessage(field)) {
+        out->Print(variables,
+                   "    $type$ $name$(int index) const { return $name$_.get(index); }\n"
+                   "    void set_$name$(int index, $type$ value) { $name$_.set(index, value); }\n"
+                   "    void add_$name$($type$ value) { $name$_.add(value); }\n");
+        return;
+    }
+    out->Print(variables,
+               "    const $type$& $name$(int index) const { return $name$_.get(index); }\n"
+               "    $type$* mutable_$name$(int index) { return $name$_.mutableElement(index); }\n"
+               "    $type$* add_$name$() { return $name$_.add(); }\n");
+    if (isText(field)) {
+        const std::string& name = variables.at("name");
+        printTextSetters(out, "add_" + name + "(", name + "_.add()");
+        printTextSetters(out, "set_" + name + "(int index, ", name + "_.mutableElement(index)");
+    }
+}
+
+void printAccessors(Printer* out, const FieldDescriptor& field) {
+    const Variables variables{{"name", field.lowercase_name()},
+                              {"Name", camelCase(field.name())},
+                              {"number", std::to_string(field.number())},
+                              {"type", valueTypeOf(field)},
+                              {"list", field.is_repeated() ? listTypeOf(field) : ""},
+                              {"declaration", declarationOf(field)}};
+    out->Print(variables,
+               "\n"
+               "    // $declaration$\n"
+               "    static constexpr int k$Name$FieldNumber = $number$;\n");
+    if (!field.is_repeated()) {
+        printSingularAccessors(out, field, variables);
+    } else {
+        printRepeatedAccessors(out, field, variables);
+    }
+}
+
+void printMessage(Printer* out, const Descriptor& message) {
+    std::vector<const FieldDescriptor*> fields;
+    fields.reserve(static_cast<std::size_t>(message.field_count()));
+    for (int f = 0; f < message.field_count(); ++f) {
+        fields.push_back(message.field(f));
+    }
+
+    std::string constructed;
+    for (const FieldDescriptor* field : fields) {
+        constructed += ", " + field->lowercase_name() + "_(arena)";
+    }
+    // Declared in the definition's order, written in ascending order of the numbers.
+    std::vector<const FieldDescriptor*> ascending = fields;
+    std::sort(ascending.begin(), ascending.end(),
+              [](const auto* a, const auto* b) { return a->number() < b->number(); });
+    std::string tied;
+    for (const FieldDescriptor* field : ascending) {
+        tied += (tied.empty() ? "" : ", ") + field->lowercase_name() + "_";
+    }
+
+    const Variables variables{{"name", message.name()},
+                              {"full_name", message.full_name()},
+                              {"wire", kWire},
+                              {"constructed", constructed},
+                              {"fields", tied}};
+    out->Print(variables,
+               "class $name$ final : public $wire$Message<$name$> {\n"
+               "  public:\n"
+               "    static constexpr char kTypeName[] = \"$full_name$\";\n"
+               "\n"
+               "    $name$() : $name$(nullptr) {}\n"
+               "    explicit $name$($wire$Arena* arena) : Message(arena)$constructed$ {}\n"
+               "    $name$(const $name$& from) : $name$() { MergeFrom(from); }\n"
+               "    $name$($name$&& from) noexcept : $name$() { Swap(&from); }\n"
+               "    $name$& operator=(const $name$& from) {\n"
+               "        CopyFrom(from);\n"
+               "        return *this;\n"
+               "    }\n"
+               "    $name$& operator=($name$&& from) noexcept {\n"
+               "        Swap(&from);\n"
+               "        return *this;\n"
+               "    }\n"
+               "    ~$name$() final = default;\n"
+               "\n"
+               "    $name$* New() const { return New(nullptr); }\n"
+               "    $name$* New($wire$Arena* arena) const final;\n");
+    for (const FieldDescriptor* field : fields) {
+        printAccessors(out, *field);
+    }
+    out->Print(variables,
+               "\n"
+               "  private:\n"
+               "    friend class $wire$Message<$name$>;\n"
+               "\n"
+               "    // In ascending number order, in which they are written.\n"
+               "    auto fields() { return std::tie($fields$); }\n"
+               "    auto fields() const { return std::tie($fields$); }\n"
+               "\n");
+    for (const FieldDescriptor* field : fields) {
+        out->Print("    $kind$ $name$_;\n", "kind", kindOf(*field), "name",
+                   field->lowercase_name());
+    }
+    out->Print("};\n\n");
+}
+
+void printHeader(Printer* out, const FileDescriptor& file) {
+    const Variables variables{
+        {"file", file.name()},
+        {"guard", "QV_GENERATED_" + upperCase(replaceAll(baseName(file), "/", "_")) + "_PB_H"},
+        {"scope", cppScope(file.package())}};
+    out->Print(variables,
+               "// Made by protoc-gen-kevra from $file$. Not to be edited.\n"
+               "#ifndef $guard$\n"
+               "#define $guard$\n"
+               "\n"
+               "#include <cstdint>\n"
+               "#include <string>\n"
+               "#include <tuple>\n"
+               "#include <utility>\n"
+               "\n"
+               "#include \"runtime/Message.h\"\n"
+               "\n"
+               "namespace $scope$ {\n"
+               "\n");
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        out->Print("class $name$;\n", "name", file.message_type(m)->name());
+    }
+    out->Print("\n");
+    for (int e = 0; e < file.enum_type_count(); ++e) {
+        printEnum(out, *file.enum_type(e));
+    }
+    out->Print(variables, "}  // namespace $scope$\n\n");
+    for (int e = 0; e < file.enum_type_count(); ++e) {
+        printEnumTraits(out, *file.enum_type(e));
+    }
+    out->Print(variables, "namespace $scope$ {\n\n");
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        printMessage(out, *file.message_type(m));
+    }
+    out->Print(variables, "}  // namespace $scope$\n\n");
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        out->Print("extern template class qor::kevra::wire::Message<$name$>;\n", "name",
+                   cppScope(file.message_type(m)->full_name()));
+    }
+    out->Print(variables,
+               "\n"
+               "#endif  // $guard$\n");
+}
+
+void printSource(Printer* out, const FileDescriptor& file) {
+    out->Print(
+        "// Made by protoc-gen-kevra from $file$. Not to be edited.\n"
+        "#include \"$base$.pb.h\"\n"
+        "\n"
+        "// The whole of every class, whether or not anything calls it.\n",
+        "file", file.name(), "base", baseName(file));
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        out->Print("template class qor::kevra::wire::Message<$name$>;\n", "name",
+                   cppScope(file.message_type(m)->full_name()));
+    }
+    out->Print("\nnamespace $scope$ {\n\n", "scope", cppScope(file.package()));
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        out->Print(
+            "$name$* $name$::New($wire$Arena* arena) const {\n"
+            "    return $wire$Arena::CreateMessage<$name$>(arena);\n"
+            "}\n",
+            "name", file.message_type(m)->name(), "wire", kWire);
+    }
+    out->Print("\n}  // namespace $scope$\n", "scope", cppScope(file.package()));
+}
+
+}  // namespace
+
+bool MessageGenerator::Generate(const FileDescriptor* file, const std::string& /*parameter*/,
+                                google::protobuf::compiler::GeneratorContext* context,
+                                std::string* error) const {
+    *error = unsupported(*file);
+    if (!error->empty()) {
+        return false;
+    }
+    const auto write = [&](const std::string& suffix, auto print) {
+        const std::unique_ptr<google::protobuf::io::ZeroCopyOutputStream> stream(
+            context->Open(baseName(*file) + suffix));
+        Printer out(stream.get(), '$');
+        print(&out, *file);
+    };
+    write(".pb.h", printHeader);
+    write(".pb.cc", printSource);
+    return true;
+}
+
+}  // namespace qor::kevra::codegen

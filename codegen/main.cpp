@@ -1,0 +1,12 @@
+// protoc-gen-kevra: protoc runs it with a definition file and writes what it answers.
+//
+//     protoc --plugin=protoc-gen-kevra=<this program> --kevra_out=<folder> namingService.proto
+
+#include <google/protobuf/compiler/plugin.h>
+
+#include "MessageGenerator.h"
+
+int main(int argc, char* argv[]) {
+    const qor::kevra::codegen::MessageGenerator generator;
+    return google::protobuf::compiler::PluginMain(argc, argv, &generator);
+}

@@ -1,0 +1,135 @@
+// How the value of each field type travels on the wire.
+//
+// A codec is a stateless class with
+//   Value        the type that accessors take and give
+//   Stored       the type a list keeps (an enum's list keeps plain numbers)
+//   kWireType    varint, fixed or length-delimited
+//   read         reads one value; false when the input is malformed or cut, and then the value is
+//                untouched
+//   isKnown      whether a value read may be kept; a number that an enum does not name is dropped
+//   check        stops the process when a setter is given a value that the type does not have
+//   size, write  the encoded value, without its tag
+#ifndef QV_GEN_LITE_RUNTIME_CODECS_H
+#define QV_GEN_LITE_RUNTIME_CODECS_H
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/wire_format_lite.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "runtime/Checks.h"
+
+namespace qor::kevra::wire {
+
+using WireFormat = google::protobuf::internal::WireFormatLite;
+using google::protobuf::io::CodedInputStream;
+
+template <class V, WireFormat::FieldType type, std::size_t (*sizeOf)(V),
+          std::uint8_t* (*writeTo)(V, std::uint8_t*)>
+struct VarintCodec {
+    using Value = V;
+    using Stored = V;
+    static constexpr auto kWireType = WireFormat::WIRETYPE_VARINT;
+
+    static bool read(CodedInputStream* input, V* value) {
+        return WireFormat::ReadPrimitive<V, type>(input, value);
+    }
+    static bool isKnown(V) { return true; }
+    static void check(V) {}
+    static std::size_t size(V value) { return sizeOf(value); }
+    static std::uint8_t* write(V value, std::uint8_t* target) { return writeTo(value, target); }
+};
+
+template <class V, WireFormat::FieldType type, WireFormat::WireType wireType,
+          std::uint8_t* (*writeTo)(V, std::uint8_t*)>
+struct FixedCodec {
+    using Value = V;
+    using Stored = V;
+    static constexpr auto kWireType = wireType;
+
+    static bool read(CodedInputStream* input, V* value) {
+        return WireFormat::ReadPrimitive<V, type>(input, value);
+    }
+    static bool isKnown(V) { return true; }
+    static void check(V) {}
+    static std::size_t size(V) { return sizeof(V); }
+    static std::uint8_t* write(V value, std::uint8_t* target) { return writeTo(value, target); }
+};
+
+using Int32 = VarintCodec<std::int32_t, WireFormat::TYPE_INT32, WireFormat::Int32Size,
+                          WireFormat::WriteInt32NoTagToArray>;
+using Int64 = VarintCodec<std::int64_t, WireFormat::TYPE_INT64, WireFormat::Int64Size,
+                          WireFormat::WriteInt64NoTagToArray>;
+using UInt32 = VarintCodec<std::uint32_t, WireFormat::TYPE_UINT32, WireFormat::UInt32Size,
+                           WireFormat::WriteUInt32NoTagToArray>;
+using UInt64 = VarintCodec<std::uint64_t, WireFormat::TYPE_UINT64, WireFormat::UInt64Size,
+                           WireFormat::WriteUInt64NoTagToArray>;
+using SInt32 = VarintCodec<std::int32_t, WireFormat::TYPE_SINT32, WireFormat::SInt32Size,
+                           WireFormat::WriteSInt32NoTagToArray>;
+using SInt64 = VarintCodec<std::int64_t, WireFormat::TYPE_SINT64, WireFormat::SInt64Size,
+                           WireFormat::WriteSInt64NoTagToArray>;
+
+using Fixed32 = FixedCodec<std::uint32_t, WireFormat::TYPE_FIXED32, WireFormat::WIRETYPE_FIXED32,
+                           WireFormat::WriteFixed32NoTagToArray>;
+using Fixed64 = FixedCodec<std::uint64_t, WireFormat::TYPE_FIXED64, WireFormat::WIRETYPE_FIXED64,
+                           WireFormat::WriteFixed64NoTagToArray>;
+using SFixed32 = FixedCodec<std::int32_t, WireFormat::TYPE_SFIXED32, WireFormat::WIRETYPE_FIXED32,
+                            WireFormat::WriteSFixed32NoTagToArray>;
+using SFixed64 = FixedCodec<std::int64_t, WireFormat::TYPE_SFIXED64, WireFormat::WIRETYPE_FIXED64,
+                            WireFormat::WriteSFixed64NoTagToArray>;
+using Float = FixedCodec<float, WireFormat::TYPE_FLOAT, WireFormat::WIRETYPE_FIXED32,
+                         WireFormat::WriteFloatNoTagToArray>;
+using Double = FixedCodec<double, WireFormat::TYPE_DOUBLE, WireFormat::WIRETYPE_FIXED64,
+                          WireFormat::WriteDoubleNoTagToArray>;
+
+inline std::size_t boolSize(bool) {
+    return WireFormat::kBoolSize;
+}
+
+// True when any of the low 32 bits is set; the wire may carry more.
+struct Bool
+    : VarintCodec<bool, WireFormat::TYPE_BOOL, boolSize, WireFormat::WriteBoolNoTagToArray> {
+    static bool read(CodedInputStream* input, bool* value) {
+        std::uint32_t number = 0;
+        if (!input->ReadVarint32(&number)) {
+            return false;
+        }
+        *value = number != 0;
+        return true;
+    }
+};
+
+// What the generated code says of each enum: isValid(int), and the text of its fatal check.
+template <class E>
+struct EnumTraits;
+
+template <class E>
+struct Enum {
+    using Value = E;
+    using Stored = int;
+    static constexpr auto kWireType = WireFormat::WIRETYPE_VARINT;
+
+    static bool read(CodedInputStream* input, E* value) {
+        int number = 0;
+        if (!WireFormat::ReadPrimitive<int, WireFormat::TYPE_ENUM>(input, &number)) {
+            return false;
+        }
+        *value = static_cast<E>(number);
+        return true;
+    }
+    static bool isKnown(E value) { return EnumTraits<E>::isValid(value); }
+    static void check(E value) {
+        if (!isKnown(value)) {
+            failCheck(EnumTraits<E>::kCheck);
+        }
+    }
+    static std::size_t size(E value) { return WireFormat::EnumSize(value); }
+    static std::uint8_t* write(E value, std::uint8_t* target) {
+        return WireFormat::WriteEnumNoTagToArray(value, target);
+    }
+};
+
+}  // namespace qor::kevra::wire
+
+#endif  // QV_GEN_LITE_RUNTIME_CODECS_H

@@ -1,0 +1,468 @@
+// The kinds of fields that a message is made of.
+//
+// A field holds its value, knows whether it is present, and does everything that a message does,
+// for itself; Message.h makes the message of its fields. Every kind has
+//   clear, swap, mergeFrom       as the message's operations of these names
+//   isInitialized                false for a required field that is not present
+//   byteSize, write              the encoding with its tags; nothing when absent
+//   accepts, read                whether an input tag is this field's, and the value that follows
+//   it
+// and the accessors that the generated class hands through. A field made with an arena keeps its
+// elements there; it must be swapped only with a field of the same arena.
+//
+// Reading keeps what was really there. A number becomes present once the whole of it was read; a
+// string is present from its tag on and holds the bytes that came before the input was cut; a list
+// keeps the elements before the cut.
+#ifndef QV_GEN_LITE_RUNTIME_FIELDS_H
+#define QV_GEN_LITE_RUNTIME_FIELDS_H
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/repeated_field.h>
+#include <google/protobuf/repeated_ptr_field.h>
+
+#include <string>
+#include <utility>
+
+#include "runtime/Codecs.h"
+
+namespace qor::kevra::wire {
+
+using google::protobuf::Arena;
+using google::protobuf::RepeatedField;
+using google::protobuf::RepeatedPtrField;
+using google::protobuf::io::CodedOutputStream;
+using google::protobuf::io::EpsCopyOutputStream;
+
+enum class Label { kOptional, kRequired };
+
+constexpr std::uint32_t tagOf(int number, WireFormat::WireType wireType) {
+    return (static_cast<std::uint32_t>(number) << 3) | static_cast<std::uint32_t>(wireType);
+}
+
+constexpr std::size_t tagSizeOf(int number) {
+    std::size_t size = 1;
+    for (std::uint32_t rest = tagOf(number, WireFormat::WIRETYPE_VARINT) >> 7; rest != 0;
+         rest >>= 7) {
+        ++size;
+    }
+    return size;
+}
+
+inline std::size_t lengthDelimitedSize(std::size_t size) {
+    return CodedOutputStream::VarintSize32(static_cast<std::uint32_t>(size)) + size;
+}
+
+// Reads a length prefix, and with `readContents` what it encloses. A length that overruns the input
+// does not stop the reading: it goes on to where the input is cut, keeps that much, and then fails.
+template <class ReadContents>
+bool readDelimited(CodedInputStream* input, ReadContents readContents) {
+    std::uint32_t length = 0;
+    if (!input->ReadVarint32(&length)) {
+        return false;
+    }
+    const std::int64_t end = std::int64_t{input->CurrentPosition()} + length;
+    const auto enclosing = input->PushLimit(static_cast<int>(length));
+    if (!readContents() || input->CurrentPosition() != end) {
+        return false;
+    }
+    input->PopLimit(enclosing);
+    return true;
+}
+
+template <class T>
+bool readMessage(CodedInputStream* input, T* message) {
+    return readDelimited(input, [&] {
+        if (!input->IncrementRecursionDepth() || !message->MergePartialFromCodedStream(input) ||
+            !input->ConsumedEntireMessage()) {
+            return false;
+        }
+        input->DecrementRecursionDepth();
+        return true;
+    });
+}
+
+// Writes a message with the size that its last ByteSizeLong() cached.
+template <class T>
+std::uint8_t* writeMessage(int number, const T& message, std::uint8_t* target,
+                           EpsCopyOutputStream* stream) {
+    target = stream->EnsureSpace(target);
+    target = WireFormat::WriteTagToArray(number, WireFormat::WIRETYPE_LENGTH_DELIMITED, target);
+    target = CodedOutputStream::WriteVarint32ToArray(
+        static_cast<std::uint32_t>(message.GetCachedSize()), target);
+    return message._InternalSerialize(target, stream);
+}
+
+// One number, bool or enum.
+template <int number, class Codec, Label label, auto defaultValue>
+class ScalarField {
+  public:
+    using Value = typename Codec::Value;
+
+    explicit ScalarField(Arena* /*arena*/) {}
+
+    bool has() const { return present_; }
+    Value get() const { return value_; }
+    void set(Value value) {
+        Codec::check(value);
+        value_ = value;
+        present_ = true;
+    }
+
+    void clear() {
+        value_ = kDefault;
+        present_ = false;
+    }
+    void swap(ScalarField* other) {
+        std::swap(value_, other->value_);
+        std::swap(present_, other->present_);
+    }
+    void mergeFrom(const ScalarField& from) {
+        if (from.present_) {
+            set(from.value_);
+        }
+    }
+
+    bool isInitialized() const { return label == Label::kOptional || present_; }
+    std::size_t byteSize() const { return present_ ? tagSizeOf(number) + Codec::size(value_) : 0; }
+    std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
+        if (!present_) {
+            return target;
+        }
+        target = WireFormat::WriteTagToArray(number, Codec::kWireType, stream->EnsureSpace(target));
+        return Codec::write(value_, target);
+    }
+
+    static bool accepts(std::uint32_t tag) { return tag == tagOf(number, Codec::kWireType); }
+    bool read(std::uint32_t /*tag*/, CodedInputStream* input) {
+        Value value{};
+        if (!Codec::read(input, &value)) {
+            return false;
+        }
+        if (Codec::isKnown(value)) {
+            value_ = value;
+            present_ = true;
+        }
+        return true;
+    }
+
+  private:
+    static constexpr Value kDefault = static_cast<Value>(defaultValue);
+
+    Value value_ = kDefault;
+    bool present_ = false;
+};
+
+// One string of arbitrary bytes; absent it reads as the empty string.
+template <int number, Label label>
+class StringField {
+  public:
+    explicit StringField(Arena* /*arena*/) {}
+
+    bool has() const { return present_; }
+    const std::string& get() const { return value_; }
+    std::string* mutableValue() {
+        present_ = true;
+        return &value_;
+    }
+
+    // Keeps a small buffer for reuse. A large one is let go: a message that is used over and over
+    // must not come to hold the largest text that each of its strings ever had.
+    void clear() {
+        if (value_.capacity() > kKeptCapacity) {
+            std::string().swap(value_);
+        }
+        value_.clear();
+        present_ = false;
+    }
+    void swap(StringField* other) {
+        value_.swap(other->value_);
+        std::swap(present_, other->present_);
+    }
+    void mergeFrom(const StringField& from) {
+        if (from.present_) {
+            *mutableValue() = from.value_;
+        }
+    }
+
+    bool isInitialized() const { return label == Label::kOptional || present_; }
+    std::size_t byteSize() const {
+        return present_ ? tagSizeOf(number) + lengthDelimitedSize(value_.size()) : 0;
+    }
+    std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
+        return present_ ? stream->WriteString(number, value_, target) : target;
+    }
+
+    static bool accepts(std::uint32_t tag) {
+        return tag == tagOf(number, WireFormat::WIRETYPE_LENGTH_DELIMITED);
+    }
+    bool read(std::uint32_t /*tag*/, CodedInputStream* input) {
+        return WireFormat::ReadString(input, mutableValue());
+    }
+
+  private:
+    static constexpr std::size_t kKeptCapacity = 1024;
+
+    std::string value_;
+    bool present_ = false;
+};
+
+// One embedded message, made on first mutable access; absent it reads as the default instance.
+template <int number, class T, Label label>
+class MessageField {
+  public:
+    explicit MessageField(Arena* arena) : arena_(arena) {}
+    ~MessageField() {
+        if (arena_ == nullptr) {
+            delete value_;
+        }
+    }
+    MessageField(const MessageField&) = delete;
+    MessageField& operator=(const MessageField&) = delete;
+
+    bool has() const { return present_; }
+    const T& get() const { return value_ != nullptr ? *value_ : T::default_instance(); }
+    T* mutableValue() {
+        if (value_ == nullptr) {
+            value_ = Arena::CreateMessage<T>(arena_);
+        }
+        present_ = true;
+        return value_;
+    }
+
+    // Keeps the message for reuse.
+    void clear() {
+        if (value_ != nullptr) {
+            value_->Clear();
+        }
+        present_ = false;
+    }
+    void swap(MessageField* other) {
+        std::swap(value_, other->value_);
+        std::swap(present_, other->present_);
+    }
+    void mergeFrom(const MessageField& from) {
+        if (from.present_) {
+            mutableValue()->MergeFrom(from.get());
+        }
+    }
+
+    bool isInitialized() const {
+        return present_ ? value_->IsInitialized() : label == Label::kOptional;
+    }
+    std::size_t byteSize() const {
+        return present_ ? tagSizeOf(number) + lengthDelimitedSize(value_->ByteSizeLong()) : 0;
+    }
+    std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
+        return present_ ? writeMessage(number, *value_, target, stream) : target;
+    }
+
+    static bool accepts(std::uint32_t tag) {
+        return tag == tagOf(number, WireFormat::WIRETYPE_LENGTH_DELIMITED);
+    }
+    bool read(std::uint32_t /*tag*/, CodedInputStream* input) {
+        return readMessage(input, mutableValue());
+    }
+
+  private:
+    Arena* arena_;
+    T* value_ = nullptr;
+    bool present_ = false;
+};
+
+// A list of numbers, bools or enums. Reading takes the packed and the unpacked form, mixed as they
+// come, whichever of them the field writes.
+template <int number, class Codec, bool packed>
+class RepeatedScalarField {
+  public:
+    using Value = typename Codec::Value;
+    using List = RepeatedField<typename Codec::Stored>;
+
+    explicit RepeatedScalarField(Arena* arena) : list_(arena) {}
+
+    int size() const { return list_.size(); }
+    Value get(int index) const {
+        checkIndex(index, size());
+        return static_cast<Value>(list_.Get(index));
+    }
+    void set(int index, Value value) {
+        checkIndex(index, size());
+        Codec::check(value);
+        list_.Set(index, value);
+    }
+    void add(Value value) {
+        Codec::check(value);
+        list_.Add(value);
+    }
+    const List& list() const { return list_; }
+    List* mutableList() { return &list_; }
+
+    void clear() { list_.Clear(); }
+    void swap(RepeatedScalarField* other) { list_.Swap(&other->list_); }
+    void mergeFrom(const RepeatedScalarField& from) { list_.MergeFrom(from.list_); }
+
+    static bool isInitialized() { return true; }
+    std::size_t byteSize() const {
+        const std::size_t values = valuesSize();
+        if constexpr (packed) {
+            return list_.empty() ? 0 : tagSizeOf(number) + lengthDelimitedSize(values);
+        }
+        return tagSizeOf(number) * static_cast<std::size_t>(size()) + values;
+    }
+    std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
+        if constexpr (packed) {
+            if (!list_.empty()) {
+                target = stream->EnsureSpace(target);
+                target = WireFormat::WriteTagToArray(number, WireFormat::WIRETYPE_LENGTH_DELIMITED,
+                                                     target);
+                target = CodedOutputStream::WriteVarint32ToArray(
+                    static_cast<std::uint32_t>(valuesSize()), target);
+            }
+        }
+        for (const auto stored : list_) {
+            target = stream->EnsureSpace(target);
+            if constexpr (!packed) {
+                target = WireFormat::WriteTagToArray(number, Codec::kWireType, target);
+            }
+            target = Codec::write(static_cast<Value>(stored), target);
+        }
+        return target;
+    }
+
+    static bool accepts(std::uint32_t tag) { return tag == kTag || tag == kPackedTag; }
+    bool read(std::uint32_t tag, CodedInputStream* input) {
+        if (tag == kTag) {
+            return readOne(input);
+        }
+        return readDelimited(input, [&] {
+            while (input->BytesUntilLimit() > 0) {
+                if (!readOne(input)) {
+                    return false;
+                }
+            }
+            return true;
+        });
+    }
+
+  private:
+    static constexpr std::uint32_t kTag = tagOf(number, Codec::kWireType);
+    static constexpr std::uint32_t kPackedTag =
+        tagOf(number, WireFormat::WIRETYPE_LENGTH_DELIMITED);
+
+    std::size_t valuesSize() const {
+        std::size_t size = 0;
+        for (const auto stored : list_) {
+            size += Codec::size(static_cast<Value>(stored));
+        }
+        return size;
+    }
+    bool readOne(CodedInputStream* input) {
+        Value value{};
+        if (!Codec::read(input, &value)) {
+            return false;
+        }
+        if (Codec::isKnown(value)) {
+            list_.Add(value);
+        }
+        return true;
+    }
+
+    List list_;
+};
+
+// A list of strings or of messages: elements with an identity, kept by pointer.
+template <class T>
+class RepeatedElements {
+  public:
+    using List = RepeatedPtrField<T>;
+
+    explicit RepeatedElements(Arena* arena) : list_(arena) {}
+
+    int size() const { return list_.size(); }
+    const T& get(int index) const {
+        checkIndex(index, size());
+        return list_.Get(index);
+    }
+    T* mutableElement(int index) {
+        checkIndex(index, size());
+        return list_.Mutable(index);
+    }
+    T* add() { return list_.Add(); }
+    const List& list() const { return list_; }
+    List* mutableList() { return &list_; }
+
+    // Keeps the elements for reuse.
+    void clear() { list_.Clear(); }
+    void swap(RepeatedElements* other) { list_.Swap(&other->list_); }
+    void mergeFrom(const RepeatedElements& from) { list_.MergeFrom(from.list_); }
+
+  protected:
+    List list_;
+};
+
+template <int number>
+class RepeatedStringField : public RepeatedElements<std::string> {
+  public:
+    using RepeatedElements::RepeatedElements;
+
+    static bool isInitialized() { return true; }
+    std::size_t byteSize() const {
+        std::size_t size = tagSizeOf(number) * static_cast<std::size_t>(list_.size());
+        for (const std::string& element : list_) {
+            size += lengthDelimitedSize(element.size());
+        }
+        return size;
+    }
+    std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
+        for (const std::string& element : list_) {
+            target = stream->WriteString(number, element, target);
+        }
+        return target;
+    }
+
+    static bool accepts(std::uint32_t tag) {
+        return tag == tagOf(number, WireFormat::WIRETYPE_LENGTH_DELIMITED);
+    }
+    bool read(std::uint32_t /*tag*/, CodedInputStream* input) {
+        return WireFormat::ReadString(input, add());
+    }
+};
+
+template <int number, class T>
+class RepeatedMessageField : public RepeatedElements<T> {
+  public:
+    using RepeatedElements<T>::RepeatedElements;
+
+    bool isInitialized() const {
+        for (const T& element : this->list_) {
+            if (!element.IsInitialized()) {
+                return false;
+            }
+        }
+        return true;
+    }
+    std::size_t byteSize() const {
+        std::size_t size = tagSizeOf(number) * static_cast<std::size_t>(this->list_.size());
+        for (const T& element : this->list_) {
+            size += lengthDelimitedSize(element.ByteSizeLong());
+        }
+        return size;
+    }
+    std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
+        for (const T& element : this->list_) {
+            target = writeMessage(number, element, target, stream);
+        }
+        return target;
+    }
+
+    static bool accepts(std::uint32_t tag) {
+        return tag == tagOf(number, WireFormat::WIRETYPE_LENGTH_DELIMITED);
+    }
+    bool read(std::uint32_t /*tag*/, CodedInputStream* input) {
+        return readMessage(input, this->add());
+    }
+};
+
+}  // namespace qor::kevra::wire
+
+#endif  // QV_GEN_LITE_RUNTIME_FIELDS_H

@@ -1,0 +1,33 @@
+// Every message type of the definition files.
+#ifndef QV_TESTS_ALL_MESSAGES_H
+#define QV_TESTS_ALL_MESSAGES_H
+
+#include <gtest/gtest.h>
+
+#include "KevraCommonMsg.pb.h"
+#include "namingService.pb.h"
+
+namespace qv::tests {
+
+using AllMessages =
+    testing::Types<qor::kevra::ServiceInfo, qor::kevra::ServiceInfoArray, qor::kevra::BoolType,
+                   qor::kevra::UIntType, qor::kevra::IntType, qor::kevra::IntArray,
+                   qor::kevra::UIntArray, qor::kevra::StringType, qor::kevra::UIntPair,
+                   qor::kevra::UIntPairArray, qor::kevra::NullObject, qor::kevra::ProxyData,
+                   qor::kevra::EventData, qor::kevra::TaskScheduleData, qor::kevra::DebugOption,
+                   qor::kevra::FileEvent, qor::kevra::FileEventArray, qor::kevra::FileEventResult,
+                   qor::kevra::sperateConfig, qor::kevra::RegFileEvent, qor::kevra::URLEvent,
+                   qor::kevra::RegNetworkEvent, qor::kevra::NetworkEvent, qor::kevra::URLEventArray,
+                   qor::kevra::NetworkEventArray>;
+
+// "ServiceInfo" for qor::kevra::ServiceInfo; names the tests of each type.
+struct MessageName {
+    template <class T>
+    static std::string GetName(int /*index*/) {
+        return std::string(T::kTypeName).substr(std::string("qor.kevra.").size());
+    }
+};
+
+}  // namespace qv::tests
+
+#endif  // QV_TESTS_ALL_MESSAGES_H

@@ -1,0 +1,555 @@
+// The messages' behaviour, type by type: encodings, presence, defaults, merging.
+
+#include <gmock/gmock.h>
+#include <google/protobuf/arena.h>
+#include <google/protobuf/stubs/logging.h>
+#include <gtest/gtest.h>
+
+#include "gen_lite/AllMessages.h"
+#include "gen_lite/Hex.h"
+
+namespace qv::tests {
+namespace {
+
+using namespace qor::kevra;
+
+// Silences the runtime's report of missing required fields.
+class Quiet {
+  public:
+    Quiet() : handler_(google::protobuf::SetLogHandler(nullptr)) {}
+    ~Quiet() { google::protobuf::SetLogHandler(handler_); }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+  private:
+    google::protobuf::LogHandler* handler_;
+};
+
+template <class T>
+T parsed(const std::string& hex) {
+    T message;
+    EXPECT_TRUE(message.ParseFromString(fromHex(hex))) << hex;
+    return message;
+}
+
+template <class T>
+T leftByFailedParse(const std::string& hex) {
+    const Quiet quiet;
+    T message;
+    EXPECT_FALSE(message.ParseFromString(fromHex(hex))) << hex;
+    return message;
+}
+
+std::string encodedHex(const google::protobuf::MessageLite& message) {
+    return toHex(message.SerializePartialAsString());
+}
+
+TEST(ServiceInfo, EncodesItsFields) {
+    ServiceInfo service;
+    service.set_id(7);
+    service.set_address("svc-7");
+    EXPECT_EQ(encodedHex(service), "080712057376632d37");
+    EXPECT_EQ(service.ByteSize(), 9);
+}
+
+TEST(ServiceInfo, WithoutFieldsIsEmpty) {
+    const ServiceInfo service;
+    EXPECT_EQ(service.ByteSize(), 0);
+    EXPECT_EQ(service.id(), 0);
+    EXPECT_EQ(service.address(), "");
+    EXPECT_FALSE(service.has_id());
+    EXPECT_FALSE(service.has_address());
+    EXPECT_TRUE(service.IsInitialized());
+}
+
+TEST(ServiceInfo, IdentifierIsAPlainVarint) {
+    ServiceInfo service;
+    service.set_id(300);
+    EXPECT_EQ(encodedHex(service), "08ac02");
+    service.set_id(-1);
+    EXPECT_EQ(encodedHex(service), "08ffffffffffffffffff01");
+    EXPECT_EQ(service.ByteSize(), 11);
+}
+
+TEST(ServiceInfo, ZeroThatWasSetIsWritten) {
+    ServiceInfo service;
+    service.set_id(0);
+    EXPECT_EQ(encodedHex(service), "0800");
+    EXPECT_TRUE(parsed<ServiceInfo>("0800").has_id());
+}
+
+TEST(ServiceInfo, LaterValueIsKept) {
+    EXPECT_EQ(parsed<ServiceInfo>("120161 120162").address(), "b");
+    EXPECT_EQ(parsed<ServiceInfo>("0801 0802").id(), 2);
+}
+
+TEST(ServiceInfo, OtherWireTypeIsSkipped) {
+    const auto service = parsed<ServiceInfo>("0a0161 10 05 120162");
+    EXPECT_FALSE(service.has_id());
+    EXPECT_EQ(service.address(), "b");
+}
+
+TEST(ServiceInfo, UnknownFieldsOfEveryWireTypeAreDropped) {
+    // Varint, 64 bits, text, a group with a field in it, 32 bits.
+    const auto service =
+        parsed<ServiceInfo>("18ff01 19 0102030405060708 1a03616263 1b2001 1c 1d01020304 0805");
+    EXPECT_EQ(encodedHex(service), "0805");
+}
+
+TEST(ServiceInfo, UnknownGroupsMayNestSixtyFourDeep) {
+    const auto nested = [](int depth) {
+        std::string hex;
+        for (int level = 0; level < depth; ++level) {
+            hex += "1b";
+        }
+        for (int level = 0; level < depth; ++level) {
+            hex += "1c";
+        }
+        return hex + "0805";
+    };
+    EXPECT_EQ(parsed<ServiceInfo>(nested(64)).id(), 5);
+    EXPECT_FALSE(leftByFailedParse<ServiceInfo>(nested(65)).has_id());
+    EXPECT_FALSE(leftByFailedParse<ServiceInfo>(nested(1'000'000)).has_id());
+}
+
+TEST(ServiceInfo, FieldNumberZeroIsReadPastAndCountsAsMalformed) {
+    EXPECT_EQ(encodedHex(leftByFailedParse<ServiceInfo>("0801 05 01020304 120161")), "0801120161");
+}
+
+TEST(ServiceInfo, EndGroupStopsTheParse) {
+    const auto service = leftByFailedParse<ServiceInfo>("0801 1c 120161");
+    EXPECT_EQ(service.id(), 1);
+    EXPECT_FALSE(service.has_address());
+}
+
+TEST(ServiceInfo, TagZeroStopsTheParse) {
+    EXPECT_EQ(leftByFailedParse<ServiceInfo>("0801 00 120161").id(), 1);
+}
+
+TEST(ServiceInfo, NegativeSizeDecodesNothingAndReadsNothing) {
+    ServiceInfo service;
+    service.set_id(1);
+    EXPECT_FALSE(service.ParseFromArray(reinterpret_cast<void*>(1), -1));
+    EXPECT_FALSE(service.has_id());
+    EXPECT_FALSE(service.ParsePartialFromArray(reinterpret_cast<void*>(1), INT32_MIN));
+}
+
+TEST(ServiceInfo, NullIsAnEmptyInput) {
+    ServiceInfo service;
+    EXPECT_TRUE(service.ParseFromArray(nullptr, 0));
+}
+
+TEST(ServiceInfo, BufferThatIsTooSmallIsRefused) {
+    ServiceInfo service;
+    service.set_id(300);
+    char buffer[3];
+    EXPECT_FALSE(service.SerializeToArray(buffer, 2));
+    EXPECT_TRUE(service.SerializeToArray(buffer, 3));
+}
+
+TEST(ServiceInfo, TextIsSetFromStringsAndArrays) {
+    ServiceInfo service;
+    service.set_address("literal");
+    EXPECT_EQ(service.address(), "literal");
+    service.set_address(std::string("string"));
+    EXPECT_EQ(service.address(), "string");
+    const std::string constant("constant");
+    service.set_address(constant);
+    EXPECT_EQ(service.address(), "constant");
+    service.set_address("a\0b", 3);
+    EXPECT_EQ(service.address(), std::string("a\0b", 3));
+    service.mutable_address()->append("c");
+    EXPECT_EQ(service.address(), std::string("a\0bc", 4));
+    service.clear_address();
+    EXPECT_FALSE(service.has_address());
+    EXPECT_EQ(service.address(), "");
+}
+
+TEST(ServiceInfo, ClearKeepsASmallBufferAndLetsGoOfALargeOne) {
+    ServiceInfo service;
+    service.set_address(std::string(500, 'x'));
+    service.Clear();
+    EXPECT_GE(service.mutable_address()->capacity(), 500U);
+    service.set_address(std::string(1'000'000, 'x'));
+    service.Clear();
+    EXPECT_LT(service.mutable_address()->capacity(), 1000U);
+}
+
+TEST(ServiceInfoArray, EncodesItsElementsInOrder) {
+    ServiceInfoArray array;
+    array.add_services()->ParseFromString(fromHex("080712057376632d37"));
+    EXPECT_EQ(encodedHex(array), "0a09080712057376632d37");
+    array.add_services();
+    EXPECT_EQ(encodedHex(array), "0a09080712057376632d370a00");
+}
+
+TEST(ServiceInfoArray, WithoutElementsIsEmptyBothWays) {
+    EXPECT_EQ(ServiceInfoArray().ByteSize(), 0);
+    EXPECT_EQ(parsed<ServiceInfoArray>("").services_size(), 0);
+}
+
+TEST(ServiceInfoArray, ElementsWithOneIdentifierAllSurviveInOrder) {
+    const auto array = parsed<ServiceInfoArray>("0a050807120161 0a050807120162");
+    ASSERT_EQ(array.services_size(), 2);
+    EXPECT_EQ(array.services(0).address(), "a");
+    EXPECT_EQ(array.services(1).address(), "b");
+}
+
+TEST(ServiceInfoArray, CutInTheSecondElementKeepsWhatWasThere) {
+    const auto array = leftByFailedParse<ServiceInfoArray>("0a050807120161 0a09080812057376");
+    ASSERT_EQ(array.services_size(), 2);
+    EXPECT_EQ(array.services(0).address(), "a");
+    EXPECT_EQ(array.services(1).id(), 8);
+    EXPECT_EQ(array.services(1).address(), "sv");
+}
+
+TEST(ServiceInfoArray, CutVarintLeavesItsFieldUnset) {
+    const auto array = leftByFailedParse<ServiceInfoArray>("0a0508ffff");
+    ASSERT_EQ(array.services_size(), 1);
+    EXPECT_FALSE(array.services(0).has_id());
+}
+
+TEST(ServiceInfoArray, LengthThatOverrunsTheInputKeepsTheElementAndFails) {
+    EXPECT_EQ(encodedHex(leftByFailedParse<ServiceInfoArray>("0a7f0805")), "0a020805");
+    EXPECT_EQ(encodedHex(leftByFailedParse<ServiceInfoArray>("0affffffff0f0805")), "0a020805");
+}
+
+TEST(ServiceInfoArray, ListAsAWholeIsAtHand) {
+    ServiceInfoArray array;
+    array.mutable_services()->Add()->set_id(4);
+    EXPECT_EQ(array.services().Get(0).id(), 4);
+    array.mutable_services(0)->set_id(5);
+    EXPECT_EQ(array.services(0).id(), 5);
+    array.clear_services();
+    EXPECT_EQ(array.services_size(), 0);
+}
+
+TEST(ServiceInfoArray, ClearedElementsAreReused) {
+    ServiceInfoArray array;
+    const ServiceInfo* const element = array.add_services();
+    array.mutable_services(0)->set_id(5);
+    array.Clear();
+    EXPECT_EQ(array.add_services(), element);
+    EXPECT_FALSE(element->has_id());
+}
+
+TEST(ServiceInfoArray, MergeAppendsCopies) {
+    auto array = parsed<ServiceInfoArray>("0a020801");
+    auto other = parsed<ServiceInfoArray>("0a020802 0a020803");
+    array.MergeFrom(other);
+    other.mutable_services(0)->set_id(9);
+    EXPECT_EQ(encodedHex(array), "0a0208010a0208020a020803");
+}
+
+TEST(DebugOption, NeedsItsPlugins) {
+    const auto option = leftByFailedParse<DebugOption>("1005");
+    EXPECT_FALSE(option.IsInitialized());
+    EXPECT_EQ(option.debug_level(), 5);
+    EXPECT_TRUE(parsed<DebugOption>("08011005").IsInitialized());
+}
+
+TEST(DebugOption, EncodesItsFields) {
+    DebugOption option;
+    option.set_plugins(1);
+    option.set_debug_level(5);
+    EXPECT_EQ(encodedHex(option), "08011005");
+}
+
+TEST(BoolType, AnyNumberThatIsNotZeroIsTrueAndWrittenAsOne) {
+    const auto message = parsed<BoolType>("0802");
+    EXPECT_TRUE(message.value());
+    EXPECT_EQ(encodedHex(message), "0801");
+}
+
+TEST(StringType, EncodesItsBytes) {
+    StringType message;
+    message.set_value("ok");
+    EXPECT_EQ(encodedHex(message), "0a026f6b");
+}
+
+TEST(IntegerTypes, NegativeTakesTenBytesAndUnsignedFive) {
+    IntType number;
+    number.set_value(-1);
+    EXPECT_EQ(encodedHex(number), "08ffffffffffffffffff01");
+    UIntType unsignedNumber;
+    unsignedNumber.set_value(4294967295U);
+    EXPECT_EQ(encodedHex(unsignedNumber), "08ffffffff0f");
+}
+
+TEST(UIntPairArray, EncodesItsPairs) {
+    UIntPairArray array;
+    UIntPair* const pair = array.add_values();
+    pair->set_first(3);
+    pair->set_second(4);
+    EXPECT_EQ(encodedHex(*pair), "08031004");
+    EXPECT_EQ(encodedHex(array), "0a0408031004");
+}
+
+TEST(IntArray, IsWrittenUnpackedAndReadInBothForms) {
+    IntArray array;
+    array.add_values(1);
+    array.add_values(-2);
+    EXPECT_EQ(encodedHex(array), "080108feffffffffffffffff01");
+    EXPECT_EQ(encodedHex(parsed<IntArray>("0a0b01feffffffffffffffff01")),
+              "080108feffffffffffffffff01");
+    EXPECT_EQ(encodedHex(parsed<IntArray>("0805 0a020607 0808")), "0805080608070808");
+}
+
+TEST(IntArray, EmptyPackedRunIsEmpty) {
+    EXPECT_EQ(parsed<IntArray>("0a00").values_size(), 0);
+}
+
+TEST(IntArray, PackedRunThatOverrunsTheInputKeepsWholeNumbersAndFails) {
+    EXPECT_EQ(encodedHex(leftByFailedParse<IntArray>("0a050102")), "08010802");
+    EXPECT_EQ(encodedHex(leftByFailedParse<IntArray>("0a0501ff")), "0801");
+}
+
+TEST(IntArray, ListOperations) {
+    auto array = parsed<IntArray>("08010802");
+    array.set_values(1, 7);
+    EXPECT_THAT(array.values(), testing::ElementsAre(1, 7));
+    array.mutable_values()->Add(8);
+    EXPECT_EQ(array.values(2), 8);
+    array.MergeFrom(parsed<IntArray>("0809"));
+    EXPECT_THAT(array.values(), testing::ElementsAre(1, 7, 8, 9));
+    array.clear_values();
+    EXPECT_EQ(array.values_size(), 0);
+}
+
+TEST(EventData, EncodesItsFields) {
+    EventData event;
+    event.set_client(9);
+    event.add_event_ids(5);
+    event.add_event_ids(6);
+    EXPECT_EQ(encodedHex(event), "080910051006");
+}
+
+TEST(NullObject, IsEmptyAndSkipsEverything) {
+    EXPECT_EQ(encodedHex(parsed<NullObject>("0805 12026f6b 1d01020304")), "");
+}
+
+TEST(TaskScheduleData, EncodesItsFields) {
+    TaskScheduleData schedule;
+    schedule.set_schedule_interval(SCHEDULE_INTERVAL_2);
+    schedule.set_interval_hours(30);
+    EXPECT_EQ(encodedHex(schedule), "0802381e");
+}
+
+TEST(TaskScheduleData, IntervalThatTheEnumDoesNotNameIsDropped) {
+    for (const char* const hex : {"0800", "0806"}) {
+        const auto schedule = parsed<TaskScheduleData>(hex);
+        EXPECT_FALSE(schedule.has_schedule_interval());
+        EXPECT_EQ(schedule.schedule_interval(), 1);
+    }
+    EXPECT_EQ(parsed<TaskScheduleData>("0805").schedule_interval(), 5);
+    // A value that it had is kept.
+    EXPECT_EQ(parsed<TaskScheduleData>("0805 0806").schedule_interval(), 5);
+}
+
+TEST(TaskScheduleData, UnusedNumberIsDropped) {
+    EXPECT_EQ(encodedHex(parsed<TaskScheduleData>("3001")), "");
+}
+
+TEST(TaskScheduleData, ClearRestoresTheDefault) {
+    auto schedule = parsed<TaskScheduleData>("0805 3801");
+    schedule.Clear();
+    EXPECT_FALSE(schedule.has_schedule_interval());
+    EXPECT_EQ(schedule.schedule_interval(), 1);
+    EXPECT_EQ(encodedHex(schedule), "");
+}
+
+TEST(ProxyData, ProtocolIsAPlainNumber) {
+    EXPECT_EQ(parsed<ProxyData>("1807").protocol(), 7);
+    EXPECT_EQ(parsed<ProxyData>("18ffffffffffffffffff01").protocol(), -1);
+}
+
+TEST(Defaults, OfFreshEvents) {
+    EXPECT_EQ(FileEvent().event(), 1);
+    EXPECT_EQ(FileEvent().type(), 0);
+    EXPECT_EQ(NetworkEvent().event(), 1);
+    EXPECT_EQ(FileEventResult().type(), 1);
+    EXPECT_EQ(RegFileEvent().type(), 255);
+    EXPECT_EQ(RegNetworkEvent().type(), 255);
+    EXPECT_TRUE(sperateConfig().enable_time_machine_scan());
+    EXPECT_TRUE(sperateConfig().enable_exclude());
+    EXPECT_TRUE(RegFileEvent().config().enable_exclude());
+    EXPECT_FALSE(RegFileEvent().has_config());
+}
+
+template <class T>
+class EveryMessage : public testing::Test {};
+TYPED_TEST_SUITE(EveryMessage, AllMessages, MessageName);
+
+TYPED_TEST(EveryMessage, FreshOneIsWrittenAsNothing) {
+    EXPECT_EQ(encodedHex(TypeParam()), "");
+    EXPECT_EQ(encodedHex(TypeParam::default_instance()), "");
+}
+
+TYPED_TEST(EveryMessage, EmptyInputIsGoodUnlessAFieldIsRequired) {
+    const Quiet quiet;
+    TypeParam message;
+    EXPECT_EQ(message.ParseFromString(""), message.IsInitialized());
+    EXPECT_TRUE(message.ParsePartialFromString(""));
+}
+
+TYPED_TEST(EveryMessage, NewMakesOneOfTheSameType) {
+    const std::unique_ptr<google::protobuf::MessageLite> made(TypeParam().New());
+    EXPECT_EQ(made->GetTypeName(), TypeParam().GetTypeName());
+    EXPECT_EQ(made->GetTypeName(), "qor.kevra." + MessageName::GetName<TypeParam>(0));
+}
+
+TEST(FileEvent, EncodesItsFields) {
+    FileEvent event;
+    event.set_event(FILE_EVENT_EVENT_4);
+    event.set_file("a");
+    EXPECT_EQ(encodedHex(event), "1004220161");
+    event.set_parent_exe("x");
+    EXPECT_EQ(encodedHex(event), "1004220161a2010178");
+}
+
+TEST(FileEvent, CombinationOfEventsIsDropped) {
+    EXPECT_FALSE(parsed<FileEvent>("1003").has_event());
+    EXPECT_EQ(parsed<FileEvent>("1003").event(), 1);
+    EXPECT_EQ(parsed<FileEvent>("108001").event(), 128);
+}
+
+TEST(FileEvent, WideNumbersKeepAllBits) {
+    FileEvent event;
+    event.set_inode(UINT64_MAX);
+    event.set_uid(INT64_MIN);
+    const auto back = parsed<FileEvent>(encodedHex(event));
+    EXPECT_EQ(back.inode(), UINT64_MAX);
+    EXPECT_EQ(back.uid(), INT64_MIN);
+}
+
+TEST(FileEventArray, EncodesItsElements) {
+    FileEventArray array;
+    array.set_plugins(1);
+    array.add_event();
+    EXPECT_EQ(encodedHex(array), "08011200");
+}
+
+TEST(FileEventArray, ElementWithAnotherWireTypeIsSkipped) {
+    EXPECT_EQ(parsed<FileEventArray>("08011005").event_size(), 0);
+}
+
+TEST(FileEventResult, InvalidTypeLeavesItMissing) {
+    EXPECT_FALSE(leftByFailedParse<FileEventResult>("0800").has_type());
+    EXPECT_EQ(encodedHex(parsed<FileEventResult>("0802")), "0802");
+}
+
+TEST(RegNetworkEvent, DefaultIsReadAndNotWritten) {
+    auto event = parsed<RegNetworkEvent>("0805");
+    EXPECT_EQ(event.type(), 255);
+    EXPECT_EQ(encodedHex(event), "0805");
+    event.set_type(255);
+    EXPECT_EQ(encodedHex(event), "080510ff01");
+}
+
+TEST(NetworkEvent, IsWrittenInAscendingOrderOfTheNumbers) {
+    NetworkEvent event;
+    event.set_type(2);
+    event.set_time(1);
+    EXPECT_EQ(encodedHex(event), "58016002");
+}
+
+TEST(UnusedNumbers, AreDropped) {
+    EXPECT_EQ(encodedHex(parsed<NetworkEvent>("3801")), "");
+    EXPECT_EQ(encodedHex(parsed<URLEvent>("1801")), "");
+    EXPECT_EQ(encodedHex(parsed<sperateConfig>("2801")), "");
+}
+
+TEST(RegFileEvent, SecondConfigMergesIntoTheFirst) {
+    const auto event = parsed<RegFileEvent>("0801 1a020801 1a023000");
+    EXPECT_TRUE(event.config().enable());
+    EXPECT_FALSE(event.config().enable_time_machine_scan());
+    EXPECT_TRUE(event.config().enable_exclude());
+    EXPECT_EQ(encodedHex(event), "08011a0408013000");
+}
+
+TEST(RegFileEvent, MergeMergesTheConfig) {
+    auto event = parsed<RegFileEvent>("0801 1a020801");
+    event.MergeFrom(parsed<RegFileEvent>("0802 1a023000"));
+    EXPECT_EQ(encodedHex(event), "08021a0408013000");
+    event.CopyFrom(parsed<RegFileEvent>("0803"));
+    EXPECT_EQ(encodedHex(event), "0803");
+    EXPECT_TRUE(event.config().enable_time_machine_scan());
+}
+
+TEST(sperateConfig, ListOfStrings) {
+    sperateConfig config;
+    config.add_remote_disk_unhook_fs("nfs");
+    config.add_remote_disk_unhook_fs(std::string("smb"));
+    config.add_remote_disk_unhook_fs("a\0b", 3);
+    *config.add_remote_disk_unhook_fs() = "afp";
+    config.set_remote_disk_unhook_fs(1, "cifs");
+    config.mutable_remote_disk_unhook_fs(0)->append("4");
+    EXPECT_THAT(config.remote_disk_unhook_fs(),
+                testing::ElementsAre("nfs4", "cifs", std::string("a\0b", 3), "afp"));
+    EXPECT_EQ(encodedHex(config),
+              "22046e667334"
+              "220463696673"
+              "2203610062"
+              "2203616670");
+    EXPECT_EQ(config.remote_disk_unhook_fs_size(), 4);
+}
+
+TEST(Copying, MovedAndSwappedMessagesKeepTheirContents) {
+    auto a = parsed<RegFileEvent>("0801 1a020801");
+    RegFileEvent b(std::move(a));
+    EXPECT_EQ(encodedHex(b), "08011a020801");
+    RegFileEvent c;
+    c = std::move(b);
+    EXPECT_EQ(encodedHex(c), "08011a020801");
+    RegFileEvent d;
+    d.Swap(&c);
+    EXPECT_EQ(encodedHex(c), "");
+    EXPECT_EQ(encodedHex(d), "08011a020801");
+    swap(c, d);
+    EXPECT_EQ(encodedHex(c), "08011a020801");
+    c.Swap(&c);
+    const RegFileEvent& same = c;
+    c = same;
+    EXPECT_EQ(encodedHex(c), "08011a020801");
+}
+
+TEST(Copying, BetweenAnArenaAndTheHeapCopies) {
+    google::protobuf::Arena arena;
+    auto* const onArena = google::protobuf::Arena::CreateMessage<RegFileEvent>(&arena);
+    EXPECT_EQ(onArena->GetArena(), &arena);
+    ASSERT_TRUE(onArena->ParseFromString(fromHex("0801 1a04 2202 6162")));
+    RegFileEvent onHeap;
+    onHeap.set_plugin(2);
+    onHeap.Swap(onArena);
+    EXPECT_EQ(encodedHex(onHeap), "08011a0422026162");
+    EXPECT_EQ(encodedHex(*onArena), "0802");
+    *onArena = std::move(onHeap);
+    EXPECT_EQ(encodedHex(*onArena), "08011a0422026162");
+}
+
+TEST(EnumValidity, IsExactlyWhatIsNamed) {
+    const struct {
+        bool (*isValid)(int);
+        std::vector<int> valid;
+    } enums[] = {
+        {ProxyType_IsValid, {0, 1, 2, 3}},
+        {ScheduleInterval_IsValid, {1, 2, 3, 4, 5}},
+        {LorxProtectStatus_IsValid, {1, 2}},
+        {FileEventEvent_IsValid, {1, 2, 4, 8, 16, 32, 64, 128}},
+        {FileEventType_IsValid, {0, 1, 2}},
+        {FileResultType_IsValid, {1, 2}},
+        {FileChannel_IsValid, {0, 1, 2, 3, 10, 11, 999}},
+        {NetworkEventEvent_IsValid, {1, 2, 4, 8}},
+    };
+    for (const auto& [isValid, valid] : enums) {
+        for (int number = -1; number <= 1100; ++number) {
+            const bool named = std::find(valid.begin(), valid.end(), number) != valid.end();
+            EXPECT_EQ(isValid(number), named) << number;
+        }
+        EXPECT_FALSE(isValid(INT32_MIN));
+        EXPECT_FALSE(isValid(INT32_MAX));
+    }
+}
+
+}  // namespace
+}  // namespace qv::tests
