@@ -1,0 +1,52 @@
+#include <sys/stat.h>
+
+#include <string>
+
+#include "QvLog.h"
+#include "QvUtil.h"
+#include "environment.h"
+
+namespace {
+
+constexpr int threshold = 6;
+constexpr mode_t directoryMode = 0750;
+
+std::string logFilePath(const std::string& logPath) {
+    const char* const directory = qv::util::environmentValue("QV_LOG_DIR");
+    if (directory == nullptr) {
+        return logPath;
+    }
+    const std::string::size_type slash = logPath.rfind('/');
+    const std::string baseName = slash == std::string::npos ? logPath : logPath.substr(slash + 1);
+    return std::string(directory) + '/' + baseName;
+}
+
+// Reports nothing: when a directory is missing afterwards, the file in it cannot be opened.
+void makeParentDirectories(const std::string& path) {
+    for (auto slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        ::mkdir(path.substr(0, slash).c_str(), directoryMode);
+    }
+}
+
+}  // namespace
+
+// The threshold is the same for every module, so the configuration is not consulted.
+int QvInitDebugByConfig(void** handle, const char* /*configName*/, const char* module,
+                        const char* logPath) {
+    if (handle == nullptr) {
+        return -1;
+    }
+    *handle = nullptr;
+    if (logPath == nullptr) {
+        return -1;
+    }
+    try {
+        const std::string path = logFilePath(logPath);
+        makeParentDirectories(path);
+        *handle = LorxOpenDbgLog(path.c_str(), module, threshold);
+    } catch (...) {
+        return -1;
+    }
+    return *handle != nullptr ? 0 : -1;
+}
