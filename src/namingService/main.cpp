@@ -1,0 +1,154 @@
+// The boundary between the host and the plug-in: the exported functions, the command table, and the
+// handlers of the service commands.
+
+#include <cstdlib>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+#include "QvGeneral.h"
+#include "QvPlugin.h"
+#include "QvUtil.h"
+#include "namingService.h"
+#include "namingService.pb.h"
+#include "spare.h"
+
+using qor::kevra::kLogDebug;
+using qor::kevra::kLogInfo;
+using qor::kevra::kLogWarning;
+using qor::kevra::NamingService;
+using qor::kevra::ServiceInfoArray;
+using qor::kevra::Spare;
+
+void* g_debugLogContext = nullptr;
+
+namespace {
+
+NamingService* g_namingService = nullptr;
+QvNotificationCallback g_notify = QvPluginNullNotify;
+
+// Listing makes a message of the whole directory each time. Most of the work would be to allocate
+// its elements, so the last one is kept: memory of about the directory's own size buys half the
+// time.
+Spare<ServiceInfoArray> spareAnswer;
+
+// Not when the directory has shrunk to less than half of what the message could hold.
+bool isWorthKeeping(const ServiceInfoArray& answer) {
+    return answer.services().ClearedCount() <= answer.services_size();
+}
+
+// Register and unregister differ in the registry's operation and in the name that they log.
+int changeServices(const char* name, void (NamingService::*change)(const ServiceInfoArray&),
+                   const void* in, int inLen) {
+    QV_LOG(kLogDebug, "%s in", name);
+    if (in == nullptr || inLen < 0) {
+        return QV_ERROR_ARGUMENT;
+    }
+    ServiceInfoArray request;
+    // What was decoded before a fault counts, so the result does not.
+    static_cast<void>(request.ParseFromArray(in, inLen));
+    if (!request.IsInitialized()) {
+        QV_LOG(kLogWarning, "%s fail to unserialize pb from bytes", name);
+        return QV_ERROR_ARGUMENT;
+    }
+    (g_namingService->*change)(request);
+    return QV_OK;
+}
+
+int registerServices(int /*command*/, const void* in, int inLen, void** /*out*/, int* /*outLen*/) {
+    return changeServices("registerServices", &NamingService::registerServices, in, inLen);
+}
+
+int unregisterServices(int /*command*/, const void* in, int inLen, void** /*out*/,
+                       int* /*outLen*/) {
+    return changeServices("unregisterServices", &NamingService::unregisterServices, in, inLen);
+}
+
+// Hands the answer to the host in a buffer of its exact size, or null where it is empty.
+int encodeAnswer(const ServiceInfoArray& answer, void** out, int* outLen) {
+    const int size = answer.ByteSize();
+    *outLen = size;
+    if (size == 0) {
+        *out = nullptr;
+        return QV_OK;
+    }
+    *out = std::malloc(static_cast<std::size_t>(size));
+    if (*out == nullptr) {
+        QV_LOG(kLogWarning, "%s malloc error, no resource.", "getServices");
+        return QV_ERROR_NO_MEMORY;
+    }
+    if (!answer.SerializeToArray(*out, size)) {
+        // The buffer stays with the host, which frees it as it would a good answer.
+        QV_LOG(kLogWarning, "%s serialize error", "getServices");
+        return QV_ERROR_SERIALIZE;
+    }
+    return QV_OK;
+}
+
+int getServices(int /*command*/, const void* /*in*/, int /*inLen*/, void** out, int* outLen) {
+    QV_LOG(kLogDebug, "%s in", "getServices");
+    if (out == nullptr || outLen == nullptr) {
+        return QV_ERROR_ARGUMENT;
+    }
+    std::unique_ptr<ServiceInfoArray> answer = spareAnswer.take();
+    g_namingService->getServices(*answer);
+    const int result = encodeAnswer(*answer, out, outLen);
+    if (isWorthKeeping(*answer)) {
+        spareAnswer.giveBack(std::move(answer));
+    }
+    return result;
+}
+
+const HandlerEntry handlerArr[] = {
+    {QV_COMMAND_REGISTER_SERVICES, "register services", registerServices},
+    {QV_COMMAND_UNREGISTER_SERVICES, "unregister services", unregisterServices},
+    {QV_COMMAND_GET_SERVICES, "get services", getServices},
+    {QV_COMMAND_SET_DEBUG_LEVEL, "set debug level", SetDebugLevel},
+};
+
+}  // namespace
+
+int32_t QvPluginGetId(void) {
+    return QV_PLUGIN_ID_NAMING_SERVICE;
+}
+
+int QvPluginInitialize(void) {
+    if (g_debugLogContext == nullptr) {
+        QvInitDebugByConfig(&g_debugLogContext, "namingService.conf.plist", "namingService",
+                            "/var/log/Vornak/LorxCore/namingService.log");
+    }
+    QV_LOG(kLogInfo, "%s enter", "QvPluginInitialize");
+    if (g_namingService == nullptr) {
+        g_namingService = new NamingService;
+    }
+    return QV_OK;
+}
+
+void QvPluginFinalize(void) {
+    QV_LOG(kLogInfo, "%s enter", "QvPluginFinalize");
+    // The log goes first on purpose: nothing after this point logs.
+    LorxReleaseDbgLog(g_debugLogContext);
+    g_debugLogContext = nullptr;
+    delete g_namingService;
+    g_namingService = nullptr;
+    spareAnswer.drop();
+}
+
+int QvPluginGetHandlers(const HandlerEntry** handlers, int32_t* count, void** reserved) {
+    if (handlers == nullptr || count == nullptr || reserved == nullptr) {
+        return QV_ERROR_ARGUMENT;
+    }
+    *handlers = handlerArr;
+    *count = static_cast<int32_t>(std::size(handlerArr));
+    *reserved = nullptr;
+    return QV_OK;
+}
+
+int QvPluginFree(void* buffer) {
+    std::free(buffer);
+    return QV_OK;
+}
+
+void QvPluginSetNotificationCallback(QvNotificationCallback callback) {
+    g_notify = callback != nullptr ? callback : QvPluginNullNotify;
+}

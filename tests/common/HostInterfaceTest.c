@@ -1,0 +1,20 @@
+/* The host's interface is plain C: this file is compiled as C11 and uses all of it. */
+
+#include "QvPlugin.h"
+
+static int handle(int command, const void* in, int inLen, void** out, int* outLen) {
+    (void)in;
+    (void)out;
+    (void)outLen;
+    return command == QV_COMMAND_GET_SERVICES && inLen == 0 ? QV_OK : QV_ERROR_ARGUMENT;
+}
+
+const HandlerEntry hostInterfaceRow = {QV_COMMAND_GET_SERVICES, "get services", handle};
+const int hostInterfaceResults[] = {QV_OK, QV_ERROR_SERIALIZE, QV_ERROR_ARGUMENT,
+                                    QV_ERROR_NO_MEMORY};
+const int hostInterfaceCommands[] = {QV_COMMAND_SET_DEBUG_LEVEL, QV_COMMAND_REGISTER_SERVICES,
+                                     QV_COMMAND_UNREGISTER_SERVICES, QV_COMMAND_GET_SERVICES};
+
+size_t hostInterfaceRowSize(void) {
+    return sizeof hostInterfaceRow;
+}

@@ -1,0 +1,326 @@
+// The plug-in as a host meets it: the built library, its exported functions and its command table.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "support/LoadedPlugin.h"
+
+namespace qv::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(PluginId, IsTwo) {
+    const LoadedPlugin plugin;
+    EXPECT_EQ(plugin.getId(), 2);
+}
+
+TEST(CommandTable, HasTheFourRowsInOrder) {
+    const LoadedPlugin plugin;
+    const HandlerEntry* rows = nullptr;
+    std::int32_t count = 0;
+    void* reserved = &count;
+    EXPECT_EQ(plugin.getHandlers(&rows, &count, &reserved), 0);
+    EXPECT_EQ(count, 4);
+    EXPECT_EQ(reserved, nullptr);
+
+    const std::uint32_t commands[] = {0x0200, 0x0201, 0x0202, 0x0102};
+    const char* const names[] = {"register services", "unregister services", "get services",
+                                 "set debug level"};
+    for (int row = 0; row < 4; ++row) {
+        EXPECT_EQ(rows[row].command, commands[row]);
+        std::string padded(names[row]);
+        padded.resize(36);
+        EXPECT_EQ(std::string(rows[row].name, 36), padded);
+        EXPECT_NE(rows[row].handler, nullptr);
+    }
+}
+
+TEST(CommandTable, IsTheSameAtEveryCall) {
+    const LoadedPlugin plugin;
+    const HandlerEntry* first = nullptr;
+    const HandlerEntry* second = nullptr;
+    std::int32_t count = 0;
+    void* reserved = nullptr;
+    plugin.getHandlers(&first, &count, &reserved);
+    plugin.initialize();
+    plugin.getHandlers(&second, &count, &reserved);
+    plugin.finalize();
+    EXPECT_EQ(first, second);
+}
+
+TEST(CommandTable, NullPointerIsRefusedAndTheOthersAreLeftAlone) {
+    const LoadedPlugin plugin;
+    HandlerEntry someRow{};
+    const HandlerEntry* rows = &someRow;
+    std::int32_t count = 77;
+    void* reserved = &count;
+    EXPECT_EQ(plugin.getHandlers(nullptr, &count, &reserved), 20002);
+    EXPECT_EQ(plugin.getHandlers(&rows, nullptr, &reserved), 20002);
+    EXPECT_EQ(plugin.getHandlers(&rows, &count, nullptr), 20002);
+    EXPECT_EQ(rows, &someRow);
+    EXPECT_EQ(count, 77);
+    EXPECT_EQ(reserved, &count);
+}
+
+TEST(Free, NullDoesNothing) {
+    const LoadedPlugin plugin;
+    EXPECT_EQ(plugin.free(nullptr), 0);
+}
+
+TEST(Free, ReleasesWhatMallocGave) {
+    const LoadedPlugin plugin;
+    EXPECT_EQ(plugin.free(std::malloc(10)), 0);
+}
+
+TEST(NotificationCallback, IsKeptAndNeverCalled) {
+    const InitializedPlugin plugin;
+    plugin.setNotificationCallback([] { FAIL() << "called"; });
+    plugin.registerServices({{1, "a"}});
+    plugin.getServices();
+    plugin.setNotificationCallback(nullptr);
+    plugin.registerServices({{2, "b"}});
+}
+
+TEST(Initialize, SecondCallKeepsTheDirectory) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{5, "a"}});
+    EXPECT_EQ(plugin.initialize(), 0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(5, "a")));
+}
+
+TEST(Finalize, WithoutInitializeIsHarmless) {
+    const LoadedPlugin plugin;
+    plugin.finalize();
+    plugin.finalize();
+}
+
+TEST(Finalize, MayBeFollowedByInitialize) {
+    const LoadedPlugin plugin;
+    for (int round = 0; round < 3; ++round) {
+        plugin.initialize();
+        EXPECT_EQ(plugin.registerServices({{round, "a"}}), 0);
+        plugin.finalize();
+    }
+}
+
+TEST(RegisterServices, NewServicesAreListedInAscendingOrder) {
+    const InitializedPlugin plugin;
+    EXPECT_EQ(plugin.registerServices({{3, "c"}, {1, "a"}, {2, "b"}}), 0);
+    EXPECT_THAT(plugin.getServices(),
+                ElementsAre(Service(1, "a"), Service(2, "b"), Service(3, "c")));
+}
+
+TEST(RegisterServices, NegativeIdentifiersComeFirst) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{1, "a"}, {-1, "b"}, {INT32_MAX, "c"}, {INT32_MIN, "d"}, {0, "e"}});
+    EXPECT_THAT(plugin.getServices(),
+                ElementsAre(Service(INT32_MIN, "d"), Service(-1, "b"), Service(0, "e"),
+                            Service(1, "a"), Service(INT32_MAX, "c")));
+}
+
+TEST(RegisterServices, LaterRequestReplacesTheAddress) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{5, "a"}});
+    plugin.registerServices({{5, "b"}});
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(5, "b")));
+}
+
+TEST(RegisterServices, LaterDuplicateWins) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{7, "x"}, {7, "y"}});
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(7, "y")));
+}
+
+TEST(RegisterServices, AddressIsArbitraryBytes) {
+    const InitializedPlugin plugin;
+    const std::string address("a\0b\xff\n", 5);
+    plugin.registerServices({{1, address}});
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, address)));
+    // Compared byte for byte, beyond the NUL too.
+    const std::string other("a\0c\xff\n", 5);
+    plugin.registerServices({{1, other}});
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, other)));
+}
+
+TEST(RegisterServices, EntryWithoutIdentifierIsZero) {
+    const InitializedPlugin plugin;
+    EXPECT_EQ(plugin.execute(0x0200, "\x0a\x03\x12\x01z").result, 0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z")));
+    EXPECT_EQ(plugin.execute(0x0201, std::string("\x0a\x00", 2)).result, 0);
+    EXPECT_THAT(plugin.getServices(), IsEmpty());
+}
+
+TEST(RegisterServices, EntryWithoutAddressIsListedWithAnEmptyOne) {
+    const InitializedPlugin plugin;
+    plugin.execute(0x0200, "\x0a\x02\x08\x05");
+    // Both fields are present in the answer, though the address was absent in the request.
+    EXPECT_EQ(plugin.execute(0x0202, "").bytes, std::string("\x0a\x04\x08\x05\x12\x00", 6));
+}
+
+TEST(RegisterServices, EmptyRequestChangesNothing) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{1, "a"}});
+    EXPECT_EQ(plugin.execute(0x0200, "").result, 0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+}
+
+TEST(RegisterServices, NullInputOrNegativeLengthIsRefused) {
+    const InitializedPlugin plugin;
+    const std::string request = encode({{1, "a"}});
+    for (const std::uint32_t command : {0x0200, 0x0201}) {
+        const CommandHandler handler = plugin.handler(command);
+        EXPECT_EQ(handler(0, nullptr, 0, nullptr, nullptr), 20002);
+        EXPECT_EQ(handler(0, nullptr, 5, nullptr, nullptr), 20002);
+        EXPECT_EQ(handler(0, request.data(), -1, nullptr, nullptr), 20002);
+        EXPECT_EQ(handler(0, request.data(), INT32_MIN, nullptr, nullptr), 20002);
+    }
+    EXPECT_THAT(plugin.getServices(), IsEmpty());
+}
+
+TEST(RegisterServices, AnswerArgumentsAreLeftAlone) {
+    const InitializedPlugin plugin;
+    EXPECT_FALSE(plugin.execute(0x0200, encode({{1, "a"}})).answered);
+    EXPECT_FALSE(plugin.execute(0x0201, encode({{1, "a"}})).answered);
+    EXPECT_FALSE(plugin.execute(0x0102, "\x08\x01\x10\x05").answered);
+    EXPECT_FALSE(plugin.execute(0x0102, "").answered);
+}
+
+TEST(RegisterServices, CommandCodeIsNotLookedAt) {
+    const InitializedPlugin plugin;
+    const std::string request = encode({{1, "a"}});
+    EXPECT_EQ(plugin.handler(0x0200)(-7, request.data(), static_cast<int>(request.size()), nullptr,
+                                     nullptr),
+              0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+}
+
+TEST(RegisterServices, EntriesDecodedBeforeAFaultAreRegistered) {
+    const InitializedPlugin plugin;
+    EXPECT_EQ(plugin.execute(0x0200, encode({{1, "a"}}) + "\xff\xff\xff").result, 0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+}
+
+TEST(RegisterServices, CutAddressKeepsTheBytesThatAreThere) {
+    const InitializedPlugin plugin;
+    plugin.execute(0x0200, encode({{1, "a"}}) + "\x0a\x09\x08\x07\x12\x05s");
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(7, "s")));
+}
+
+TEST(RegisterServices, CutIdentifierIsNotMadeUp) {
+    const InitializedPlugin plugin;
+    plugin.execute(0x0200, "\x0a\x05\x08\xff\xff");
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "")));
+}
+
+TEST(RegisterServices, UnknownFieldsAreNotKept) {
+    const InitializedPlugin plugin;
+    plugin.execute(0x0200, "\x0a\x05\x08\x05\x18\x01\x20\x20\x01");
+    EXPECT_EQ(plugin.execute(0x0202, "").bytes, std::string("\x0a\x04\x08\x05\x12\x00", 6));
+}
+
+TEST(UnregisterServices, RemovesWhatIsThereAndPassesOverTheRest) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{1, "a"}, {2, "b"}, {3, "c"}});
+    EXPECT_EQ(plugin.unregisterServices({9, 2, 2}), 0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(3, "c")));
+}
+
+TEST(UnregisterServices, AddressIsIgnored) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{1, "a"}});
+    EXPECT_EQ(plugin.execute(0x0201, encode({{1, "something else"}})).result, 0);
+    EXPECT_THAT(plugin.getServices(), IsEmpty());
+}
+
+TEST(GetServices, EmptyDirectoryAnswersNullAndZero) {
+    const InitializedPlugin plugin;
+    int length = 99;
+    void* answer = &length;
+    EXPECT_EQ(plugin.handler(0x0202)(0x0202, nullptr, 0, &answer, &length), 0);
+    EXPECT_EQ(answer, nullptr);
+    EXPECT_EQ(length, 0);
+}
+
+TEST(GetServices, NullAnswerPointerIsRefusedAndTheOtherIsLeftAlone) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{1, "a"}});
+    int length = 99;
+    void* answer = &length;
+    EXPECT_EQ(plugin.handler(0x0202)(0, nullptr, 0, nullptr, &length), 20002);
+    EXPECT_EQ(plugin.handler(0x0202)(0, nullptr, 0, &answer, nullptr), 20002);
+    EXPECT_EQ(length, 99);
+    EXPECT_EQ(answer, &length);
+}
+
+TEST(GetServices, InputIsIgnored) {
+    const InitializedPlugin plugin;
+    plugin.registerServices({{1, "a"}});
+    int length = 0;
+    void* answer = nullptr;
+    // The input pointer leads nowhere: nothing may be read from it.
+    EXPECT_EQ(plugin.handler(0x0202)(-1, reinterpret_cast<void*>(1), -5, &answer, &length), 0);
+    EXPECT_EQ(decode(std::string(static_cast<char*>(answer), static_cast<std::size_t>(length))),
+              (Services{{1, "a"}}));
+    plugin.free(answer);
+}
+
+TEST(GetServices, AnswerHoldsNothingOfEarlierOnes) {
+    const InitializedPlugin plugin;
+    Services services;
+    for (int id = 0; id < 100; ++id) {
+        services.emplace_back(id, std::string(2000, 'x'));
+    }
+    plugin.registerServices(services);
+    EXPECT_EQ(plugin.getServices(), services);
+    std::vector<std::int32_t> withdrawn;
+    for (int id = 2; id < 100; ++id) {
+        withdrawn.push_back(id);
+    }
+    plugin.unregisterServices(withdrawn);
+    plugin.registerServices({{0, "short"}});
+    plugin.execute(0x0200, "\x0a\x02\x08\x01");
+    for (int time = 0; time < 3; ++time) {
+        EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "short"), Service(1, "")));
+    }
+}
+
+TEST(SetDebugLevel, TakesZeroToSeven) {
+    const InitializedPlugin plugin;
+    for (char level = 0; level <= 7; ++level) {
+        EXPECT_EQ(plugin.execute(0x0102, std::string("\x08\x01\x10") + level).result, 0);
+    }
+}
+
+TEST(SetDebugLevel, RefusesAboveSevenAndBelowZero) {
+    const InitializedPlugin plugin;
+    EXPECT_EQ(plugin.execute(0x0102, "\x08\x01\x10\x08").result, 20002);
+    EXPECT_EQ(plugin.execute(0x0102, "\x08\x01\x10\xff\xff\xff\xff\xff\xff\xff\xff\xff\x01").result,
+              20002);
+}
+
+TEST(SetDebugLevel, WorksBeforeInitialize) {
+    const LoadedPlugin plugin;
+    EXPECT_EQ(plugin.execute(0x0102, "\x08\x01\x10\x05").result, 0);
+}
+
+TEST(Directory, HoldsAMillionServices) {
+    constexpr int kCount = 1'000'000;
+    const InitializedPlugin plugin;
+    Services all;
+    std::vector<std::int32_t> ids;
+    for (int id = 0; id < kCount; ++id) {
+        all.emplace_back(id, "unix:/var/run/service-" + std::to_string(id) + ".sock");
+        ids.push_back(id);
+    }
+    ASSERT_EQ(plugin.registerServices(all), 0);
+    EXPECT_TRUE(plugin.getServices() == all);
+    ASSERT_EQ(plugin.unregisterServices(ids), 0);
+    EXPECT_THAT(plugin.getServices(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace qv::tests

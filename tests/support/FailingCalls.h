@@ -1,0 +1,29 @@
+// Calls of the platform that fail when a test wants them to.
+//
+// A test program that links this file defines the functions itself, in front of the platform's
+// libraries; each passes the call on unless it was told to fail. What is told holds for the thread
+// that tells it.
+#ifndef QV_TESTS_FAILING_CALLS_H
+#define QV_TESTS_FAILING_CALLS_H
+
+#include <cstddef>
+
+namespace qv::tests {
+
+// The next `count` calls of pthread_mutex_lock() return `error` and lock nothing.
+void failMutexLock(int count, int error);
+
+// The next `count` calls of pthread_mutex_init() return `error`. The number of sleeps of exactly
+// 100 microseconds since then is counted.
+void failMutexInit(int count, int error);
+int shortSleeps();
+
+// The next malloc() of exactly `size` bytes gives null. Not with sanitizers, which have their own.
+void failMallocOf(std::size_t size);
+
+// The next SerializeToArray() of any message writes nothing and is false.
+void failNextSerialization();
+
+}  // namespace qv::tests
+
+#endif  // QV_TESTS_FAILING_CALLS_H
