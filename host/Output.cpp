@@ -1,0 +1,68 @@
+#include "Output.h"
+
+#include <QvText.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <nlohmann/json.hpp>
+
+namespace qv::host {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string oneLine(const Json& json) {
+    constexpr int kNoIndent = -1;
+    constexpr bool kAsciiOnly = true;
+    return json.dump(kNoIndent, ' ', kAsciiOnly, Json::error_handler_t::replace) + '\n';
+}
+
+std::string commandCode(uint32_t code) {
+    return fmt::format("{:#06x}", code);
+}
+
+}  // namespace
+
+std::string formatServices(const std::vector<Service>& services, Format format) {
+    if (format == Format::Json) {
+        Json array = Json::array();
+        for (const Service& service : services) {
+            array.push_back({{"id", service.id}, {"address", service.address}});
+        }
+        return oneLine(array);
+    }
+    if (services.empty()) {
+        return "no services\n";
+    }
+    std::size_t width = 2;
+    for (const Service& service : services) {
+        width = std::max(width, fmt::formatted_size("{}", service.id));
+    }
+    std::string table = fmt::format("{:>{}}  ADDRESS\n", "ID", width);
+    for (const Service& service : services) {
+        table += fmt::format("{:>{}}  ", service.id, width);
+        text::appendEscaped(table, service.address);
+        table += '\n';
+    }
+    return table;
+}
+
+std::string formatInfo(const Plugin& plugin, Format format) {
+    if (format == Format::Json) {
+        Json commands = Json::array();
+        for (const Plugin::CommandRow& row : plugin.commands()) {
+            commands.push_back({{"code", commandCode(row.code)}, {"name", row.name}});
+        }
+        return oneLine({{"path", plugin.path()}, {"id", plugin.id()}, {"commands", commands}});
+    }
+    std::string info = fmt::format("plug-in  {}\nid       {}\n\nCODE    COMMAND\n",
+                                   text::escaped(plugin.path()), plugin.id());
+    for (const Plugin::CommandRow& row : plugin.commands()) {
+        info += fmt::format("{}  {}\n", commandCode(row.code), text::escaped(row.name));
+    }
+    return info;
+}
+
+}  // namespace qv::host

@@ -1,0 +1,260 @@
+#include "Plugin.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <limits>
+#include <new>
+
+#include "KevraCommonMsg.pb.h"
+#include "PluginError.h"
+#include "namingService.pb.h"
+
+namespace qv::host {
+
+namespace {
+
+// Makes a call into the plug-in and turns what it throws into a PluginError. `attempt` says what
+// was tried.
+template <typename Call>
+auto guarded(const std::string& attempt, Call call) -> decltype(call()) {
+    std::string reason;
+    try {
+        return call();
+    } catch (const std::string& text) {
+        reason = text;
+    } catch (const std::bad_alloc&) {
+        reason = "out of memory";
+    } catch (const std::exception& exception) {
+        reason = exception.what();
+    } catch (...) {
+        reason = "it threw something that is no C++ exception class";
+    }
+    throw PluginError(fmt::format("{}: the plug-in failed: {}", attempt, reason));
+}
+
+void check(int result, const std::string& attempt) {
+    const char* meaning = "a result that the interface does not define";
+    switch (result) {
+        case QV_OK:
+            return;
+        case QV_ERROR_SERIALIZE:
+            meaning = "the answer could not be serialised";
+            break;
+        case QV_ERROR_ARGUMENT:
+            meaning = "the request is not valid";
+            break;
+        case QV_ERROR_NO_MEMORY:
+            meaning = "no memory for the answer";
+            break;
+        default:
+            break;
+    }
+    throw PluginError(fmt::format("{}: the plug-in answered {} ({})", attempt, result, meaning));
+}
+
+// The loader begins most of its messages with the file's name, which ours names already.
+std::string loaderError(const std::string& path) {
+    const char* const error = dlerror();
+    const std::string text = error == nullptr ? "unknown reason" : error;
+    const std::string prefix = path + ": ";
+    return text.compare(0, prefix.size(), prefix) == 0 ? text.substr(prefix.size()) : text;
+}
+
+}  // namespace
+
+// An answer's buffer, given back to the plug-in whatever becomes of it.
+class Plugin::Answer {
+  public:
+    explicit Answer(decltype(QvPluginFree)* release) : release_(release) {}
+    ~Answer() { release_(data_); }
+
+    Answer(const Answer&) = delete;
+    Answer& operator=(const Answer&) = delete;
+    Answer(Answer&&) = delete;
+    Answer& operator=(Answer&&) = delete;
+
+    void** data() { return &data_; }
+    int* length() { return &length_; }
+
+    template <typename Message>
+    bool parse(Message& message) const {
+        if (data_ == nullptr || length_ <= 0) {
+            return length_ == 0;
+        }
+        return message.ParseFromArray(data_, length_);
+    }
+
+  private:
+    decltype(QvPluginFree)* release_;
+    void* data_ = nullptr;
+    int length_ = 0;
+};
+
+void Plugin::Unloader::operator()(void* library) const {
+    dlclose(library);
+}
+
+template <typename Function>
+Function* Plugin::findFunction(const char* name) const {
+    void* const symbol = dlsym(library_.get(), name);
+    if (symbol == nullptr) {
+        throw PluginError(
+            fmt::format("cannot use {} as a plug-in: it has no function {}", path_, name));
+    }
+    return reinterpret_cast<Function*>(symbol);
+}
+
+Plugin::Plugin(const std::string& path)
+    // Without a slash the loader would search its own directories, not the current one.
+    : path_(std::filesystem::absolute(path).lexically_normal().string()),
+      library_(dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    if (library_ == nullptr) {
+        throw PluginError(fmt::format("cannot load {}: {}", path_, loaderError(path_)));
+    }
+    auto* const getId = findFunction<decltype(QvPluginGetId)>("QvPluginGetId");
+    auto* const getHandlers = findFunction<decltype(QvPluginGetHandlers)>("QvPluginGetHandlers");
+    initialize_ = findFunction<decltype(QvPluginInitialize)>("QvPluginInitialize");
+    finalize_ = findFunction<decltype(QvPluginFinalize)>("QvPluginFinalize");
+    free_ = findFunction<decltype(QvPluginFree)>("QvPluginFree");
+
+    const std::string attempt = fmt::format("cannot take the command table of {}", path_);
+    id_ = guarded(attempt, [&] { return getId(); });
+    void* reserved = nullptr;
+    check(guarded(attempt, [&] { return getHandlers(&table_, &rows_, &reserved); }), attempt);
+    if (table_ == nullptr || rows_ < 0) {
+        throw PluginError(attempt + ": the plug-in gave none");
+    }
+}
+
+Plugin::~Plugin() {
+    try {
+        finalize();
+    } catch (const std::exception&) {
+        // Somebody is leaving because of an error that matters more than this one.
+        return;
+    }
+}
+
+std::vector<Plugin::CommandRow> Plugin::commands() const {
+    std::vector<CommandRow> commands;
+    for (int32_t row = 0; row < rows_; ++row) {
+        const HandlerEntry& entry = table_[row];
+        commands.push_back({entry.command, {entry.name, strnlen(entry.name, sizeof entry.name)}});
+    }
+    return commands;
+}
+
+void Plugin::initialize() {
+    const std::string attempt = fmt::format("cannot initialise {}", path_);
+    // Set first: a plug-in that failed half-way has a log open, which finalising closes.
+    initialized_ = true;
+    try {
+        check(guarded(attempt, [&] { return initialize_(); }), attempt);
+    } catch (const PluginError&) {
+        finalize();
+        throw;
+    }
+}
+
+void Plugin::finalize() {
+    if (!initialized_) {
+        return;
+    }
+    initialized_ = false;
+    guarded(fmt::format("cannot finalise {}", path_), [&] { finalize_(); });
+}
+
+int Plugin::call(int command, const std::string& attempt, const std::string* input,
+                 Answer& answer) {
+    if (!initialized_) {
+        throw PluginError(attempt + ": the plug-in is not initialised");
+    }
+    // Command codes mean something only together with the plug-in they belong to.
+    if (id_ != QV_PLUGIN_ID_NAMING_SERVICE) {
+        throw PluginError(fmt::format("{}: {} is plug-in {}, and the naming service is plug-in {}",
+                                      attempt, path_, id_, int{QV_PLUGIN_ID_NAMING_SERVICE}));
+    }
+    const HandlerEntry* row = table_;
+    const HandlerEntry* const end = table_ + rows_;
+    while (row != end && row->command != static_cast<uint32_t>(command)) {
+        ++row;
+    }
+    if (row == end || row->handler == nullptr) {
+        throw PluginError(
+            fmt::format("{}: the plug-in's table has no command {:#06x}", attempt, command));
+    }
+    if (input != nullptr && input->size() > std::numeric_limits<int>::max()) {
+        throw PluginError(attempt + ": the request is longer than a plug-in can take");
+    }
+    return guarded(attempt, [&] {
+        return row->handler(command, input == nullptr ? nullptr : input->data(),
+                            input == nullptr ? 0 : static_cast<int>(input->size()), answer.data(),
+                            answer.length());
+    });
+}
+
+void Plugin::registerServices(const std::vector<Service>& services) {
+    const std::string attempt = services.size() == 1
+                                    ? fmt::format("cannot register service {}", services.front().id)
+                                    : fmt::format("cannot register {} services", services.size());
+    qor::kevra::ServiceInfoArray request;
+    for (const Service& service : services) {
+        qor::kevra::ServiceInfo* const info = request.add_services();
+        info->set_id(service.id);
+        info->set_address(service.address);
+    }
+    const std::string input = request.SerializeAsString();
+    Answer answer(free_);
+    check(call(QV_COMMAND_REGISTER_SERVICES, attempt, &input, answer), attempt);
+}
+
+void Plugin::unregisterServices(const std::vector<int32_t>& ids) {
+    const std::string attempt = ids.size() == 1
+                                    ? fmt::format("cannot unregister service {}", ids.front())
+                                    : fmt::format("cannot unregister {} services", ids.size());
+    qor::kevra::ServiceInfoArray request;
+    for (const int32_t id : ids) {
+        request.add_services()->set_id(id);
+    }
+    const std::string input = request.SerializeAsString();
+    Answer answer(free_);
+    check(call(QV_COMMAND_UNREGISTER_SERVICES, attempt, &input, answer), attempt);
+}
+
+std::vector<Service> Plugin::services() {
+    const std::string attempt = "cannot list the services";
+    Answer answer(free_);
+    check(call(QV_COMMAND_GET_SERVICES, attempt, nullptr, answer), attempt);
+    qor::kevra::ServiceInfoArray message;
+    if (!answer.parse(message)) {
+        throw PluginError(attempt + ": the plug-in's answer is no list of services");
+    }
+    std::vector<Service> services;
+    services.reserve(static_cast<std::size_t>(message.services_size()));
+    for (int i = 0; i < message.services_size(); ++i) {
+        services.push_back({message.services(i).id(), message.services(i).address()});
+    }
+    return services;
+}
+
+void Plugin::setDebugLevel(int32_t level) {
+    const std::string attempt = fmt::format("cannot set the debug level to {}", level);
+    qor::kevra::DebugOption request;
+    request.set_plugins(id_);
+    request.set_debug_level(level);
+    const std::string input = request.SerializeAsString();
+    Answer answer(free_);
+    const int result = call(QV_COMMAND_SET_DEBUG_LEVEL, attempt, &input, answer);
+    if (result == QV_ERROR_ARGUMENT) {
+        throw PluginError(fmt::format("{}: level must be 0 to 7 (the plug-in refused it with {})",
+                                      attempt, result));
+    }
+    check(result, attempt);
+}
+
+}  // namespace qv::host

@@ -1,0 +1,90 @@
+// A loaded plug-in: its library, its command table, and the naming service's requests as functions.
+//
+//     Plugin plugin("/usr/lib/libnamingService.so");
+//     plugin.initialize();
+//     plugin.registerServices({{1, "/run/a.sock"}});
+//     for (const Service& service : plugin.services()) ...
+//     plugin.finalize();
+//
+// Every request finds its handler by command code and crosses the interface as serialised bytes, as
+// any host's would; answers are given back to the plug-in. What the plug-in throws is turned into
+// PluginError, as is every result but QV_OK. One thread at a time.
+#ifndef QVHOST_PLUGIN_H
+#define QVHOST_PLUGIN_H
+
+#include <QvPlugin.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Service.h"
+
+namespace qv::host {
+
+class Plugin {
+  public:
+    struct CommandRow {
+        uint32_t code = 0;
+        std::string name;
+    };
+
+    // Loads the library and takes its command table; does not initialise it. Throws PluginError
+    // when it cannot be loaded, lacks a function of the interface or gives no table.
+    explicit Plugin(const std::string& path);
+
+    // Finalises an initialised plug-in and unloads the library.
+    ~Plugin();
+
+    Plugin(const Plugin&) = delete;
+    Plugin& operator=(const Plugin&) = delete;
+    Plugin(Plugin&&) = delete;
+    Plugin& operator=(Plugin&&) = delete;
+
+    // The library's absolute path.
+    const std::string& path() const { return path_; }
+
+    int32_t id() const { return id_; }
+
+    // The command table, in its own order.
+    std::vector<CommandRow> commands() const;
+
+    // Throws PluginError; the plug-in is finalised then.
+    void initialize();
+
+    // Throws PluginError. Does nothing when not initialised.
+    void finalize();
+
+    // The requests need an initialised plug-in. Each throws PluginError.
+    void registerServices(const std::vector<Service>& services);
+    void unregisterServices(const std::vector<int32_t>& ids);
+    std::vector<Service> services();
+    void setDebugLevel(int32_t level);
+
+  private:
+    class Answer;
+
+    struct Unloader {
+        void operator()(void* library) const;
+    };
+
+    template <typename Function>
+    Function* findFunction(const char* name) const;
+
+    int call(int command, const std::string& attempt, const std::string* input, Answer& answer);
+
+    std::string path_;
+    std::unique_ptr<void, Unloader> library_;
+    decltype(QvPluginInitialize)* initialize_ = nullptr;
+    decltype(QvPluginFinalize)* finalize_ = nullptr;
+    decltype(QvPluginFree)* free_ = nullptr;
+    const HandlerEntry* table_ = nullptr;  // `rows_` rows, the library's
+    int32_t rows_ = 0;
+    int32_t id_ = 0;
+    bool initialized_ = false;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_PLUGIN_H

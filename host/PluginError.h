@@ -1,0 +1,17 @@
+// What went wrong with the plug-in, as one line for a person: what was tried, on what, and why it
+// failed.
+#ifndef QVHOST_PLUGIN_ERROR_H
+#define QVHOST_PLUGIN_ERROR_H
+
+#include <stdexcept>
+
+namespace qv::host {
+
+class PluginError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_PLUGIN_ERROR_H

@@ -1,0 +1,43 @@
+#include "StandardStreams.h"
+
+#include <QvText.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <string>
+#include <system_error>
+
+namespace qv::host {
+
+void guardStandardStreams() {
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
+            // The lowest free descriptor is this one. Opened the wrong way round on purpose: using
+            // it fails, as it would have when closed.
+            static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
+}
+
+void writeOutput(std::FILE* out, std::string_view text) {
+    if (std::fwrite(text.data(), 1, text.size(), out) != text.size() || std::fflush(out) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+    }
+}
+
+void reportError(std::string_view message) noexcept {
+    try {
+        std::string line = "qvhost: ";
+        text::appendEscaped(line, message);
+        line += '\n';
+        writeOutput(stderr, line);
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+}  // namespace qv::host

@@ -1,0 +1,141 @@
+// A plug-in that behaves as QVHOST_FAKE in the environment says, and notes every call in the file
+// that QVHOST_FAKE_RECORD names, one a line, a request's bytes in hexadecimal.
+#include <QvPlugin.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+// {id 5, address "a"} and {id 6, address "b"}.
+constexpr char kTwoServices[] = "\x0a\x05\x08\x05\x12\x01\x61\x0a\x05\x08\x06\x12\x01\x62";
+
+bool told(const char* behaviour) {
+    const char* const value = std::getenv("QVHOST_FAKE");
+    return value != nullptr && std::strcmp(value, behaviour) == 0;
+}
+
+void record(const std::string& line) {
+    const char* const path = std::getenv("QVHOST_FAKE_RECORD");
+    std::FILE* const file = path == nullptr ? nullptr : std::fopen(path, "ae");
+    if (file != nullptr) {
+        static_cast<void>(std::fprintf(file, "%s\n", line.c_str()));
+        static_cast<void>(std::fclose(file));
+    }
+}
+
+void throwAsTold(const std::string& where) {
+    if (told((where + " throws text").c_str())) {
+        throw std::string("fail to get the lock");
+    }
+    if (told((where + " throws bad_alloc").c_str())) {
+        throw std::bad_alloc();
+    }
+    if (told((where + " throws exception").c_str())) {
+        throw std::runtime_error("something broke");
+    }
+    if (told((where + " throws number").c_str())) {
+        throw 42;
+    }
+}
+
+int answer(const void* bytes, int length, void** out, int* outLen) {
+    *out = std::malloc(static_cast<std::size_t>(length));
+    if (*out == nullptr) {
+        return QV_ERROR_NO_MEMORY;
+    }
+    std::memcpy(*out, bytes, static_cast<std::size_t>(length));
+    *outLen = length;
+    record("answer");
+    return QV_OK;
+}
+
+int handle(int command, const void* in, int inLen, void** out, int* outLen) {
+    char text[16];
+    static_cast<void>(std::snprintf(text, sizeof text, "%04x ", static_cast<unsigned>(command)));
+    std::string line = text;
+    for (int i = 0; i < inLen; ++i) {
+        static_cast<void>(
+            std::snprintf(text, sizeof text, "%02x", static_cast<const unsigned char*>(in)[i]));
+        line += text;
+    }
+    record(line);
+    throwAsTold("request");
+    if (told("request fails")) {
+        return QV_ERROR_NO_MEMORY;
+    }
+    if (told("request fails strangely")) {
+        return 77;
+    }
+    if (command != QV_COMMAND_GET_SERVICES) {
+        return QV_OK;
+    }
+    if (told("answers garbage")) {
+        return answer("\xff\xff\xff", 3, out, outLen);
+    }
+    if (told("answers and fails")) {
+        static_cast<void>(answer("\xff", 1, out, outLen));
+        return QV_ERROR_SERIALIZE;
+    }
+    if (told("answers length without bytes")) {
+        *outLen = 3;
+        return QV_OK;
+    }
+    if (told("answers negative length")) {
+        static_cast<void>(answer("\x0a", 1, out, outLen));
+        *outLen = -1;
+        return QV_OK;
+    }
+    if (told("answers nothing")) {
+        return QV_OK;
+    }
+    return answer(kTwoServices, sizeof kTwoServices - 1, out, outLen);
+}
+
+// The row that a plug-in may lack comes last. The second name fills its field and has no NUL.
+constexpr HandlerEntry kTable[] = {
+    {QV_COMMAND_REGISTER_SERVICES, "fake register", handle},
+    {QV_COMMAND_UNREGISTER_SERVICES,
+     {'n', 'a', 'm', 'e', 's', ' ', 'o', 'f', ' ', 't', 'h', 'i', 'r', 't', 'y', '-', 's', 'i',
+      'x', ' ', 'b', 'y', 't', 'e', 's', ' ', 'h', 'a', 'v', 'e', ' ', 'n', 'o', 'e', 'n', 'd'},
+     handle},
+    {QV_COMMAND_SET_DEBUG_LEVEL, "fake level", handle},
+    {QV_COMMAND_GET_SERVICES, "fake get", handle},
+};
+constexpr int32_t kRows = sizeof kTable / sizeof kTable[0];
+
+}  // namespace
+
+int32_t QvPluginGetId(void) {
+    return told("has another id") ? 7 : QV_PLUGIN_ID_NAMING_SERVICE;
+}
+
+int QvPluginInitialize(void) {
+    record("initialize");
+    throwAsTold("initialize");
+    return told("initialize fails") ? QV_ERROR_ARGUMENT : QV_OK;
+}
+
+void QvPluginFinalize(void) {
+    record("finalize");
+    throwAsTold("finalize");
+}
+
+int QvPluginGetHandlers(const HandlerEntry** handlers, int32_t* count, void** reserved) {
+    *handlers = told("has no table") ? nullptr : kTable;
+    *count = told("has no get row") ? kRows - 1 : kRows;
+    *reserved = nullptr;
+    return QV_OK;
+}
+
+int QvPluginFree(void* buffer) {
+    if (buffer != nullptr) {
+        record("free");
+    }
+    std::free(buffer);
+    return QV_OK;
+}

@@ -1,0 +1,83 @@
+// Runs the built qvhost as a process, with directories of its own for configuration and log:
+//
+//     ProgramRun program;
+//     Outcome outcome = program.run({"run", program.script("list\n")});
+//
+// or, to talk to it while it runs, start(), write(), readUntil(), finish().
+#ifndef QVHOST_PROGRAM_RUN_H
+#define QVHOST_PROGRAM_RUN_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "TestFiles.h"
+
+namespace qv::host {
+
+struct Outcome {
+    int status = 0;  // what the program exited with; 128 and the signal when one ended it
+    std::string out;
+    std::string err;
+};
+
+class ProgramRun {
+  public:
+    ProgramRun();
+    ~ProgramRun();
+
+    ProgramRun(const ProgramRun&) = delete;
+    ProgramRun& operator=(const ProgramRun&) = delete;
+    ProgramRun(ProgramRun&&) = delete;
+    ProgramRun& operator=(ProgramRun&&) = delete;
+
+    const TestFiles& files() const { return files_; }
+
+    // The diagnostic log that the plug-in wrote; empty when it wrote none.
+    std::string log() const { return readFile(files_.path("log/namingService.log")); }
+
+    // Writes services.txt and returns its path.
+    std::string script(const std::string& text) const { return files_.write("services.txt", text); }
+
+    // Another copy of the program; by default the built one.
+    void setProgram(const std::string& path) { program_ = path; }
+
+    // Adds a variable to the program's environment.
+    void setVariable(const std::string& name, const std::string& value) {
+        variables_.push_back(name + "=" + value);
+    }
+
+    // The file that takes the program's standard output; a null name closes it. By default a file
+    // of the run's own.
+    void setOutput(const char* path);
+
+    // Runs the program to its end with `input` as standard input.
+    Outcome run(const std::vector<std::string>& arguments, const std::string& input = "");
+
+    // Starts the program with pipes as standard input and output.
+    void start(const std::vector<std::string>& arguments);
+    void write(const std::string& text) const;
+    // Reads output until `text` has appeared or the output ended; returns what was read.
+    std::string readUntil(const std::string& text) const;
+    void closeOutput();
+    // Ends the input and waits for the program.
+    Outcome finish();
+
+  private:
+    void spawn(const std::vector<std::string>& arguments, int input, int output);
+    int wait();
+
+    TestFiles files_;
+    std::string program_ = QVHOST_PROGRAM;
+    std::vector<std::string> variables_;
+    std::string outputFile_;
+    bool outputClosed_ = false;
+    pid_t child_ = -1;
+    int toChild_ = -1;
+    int fromChild_ = -1;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_PROGRAM_RUN_H
