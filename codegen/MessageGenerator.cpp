@@ -7,8 +7,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <limits>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 namespace qor::kevra::codegen {
@@ -34,9 +37,11 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
     return text;
 }
 
-std::string upperCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+// "dir/my-file" -> "DIR_MY_FILE"
+std::string identifierOf(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
+        return std::isalnum(c) != 0 ? static_cast<char>(std::toupper(c)) : '_';
+    });
     return text;
 }
 
@@ -146,12 +151,19 @@ std::string declarationOf(const FieldDescriptor& field) {
     return text.substr(0, text.find(" [")) + ";";
 }
 
+// C++ has no literal for the lowest number: it is the negation of one that is too large.
+std::string literalOf(std::int64_t number) {
+    return number == std::numeric_limits<std::int64_t>::min()
+               ? "(" + std::to_string(number + 1) + " - 1)"
+               : std::to_string(number);
+}
+
 std::string defaultOf(const FieldDescriptor& field) {
     switch (field.cpp_type()) {
         case FieldDescriptor::CPPTYPE_INT32:
             return std::to_string(field.default_value_int32());
         case FieldDescriptor::CPPTYPE_INT64:
-            return std::to_string(field.default_value_int64());
+            return literalOf(field.default_value_int64());
         case FieldDescriptor::CPPTYPE_UINT32:
             return std::to_string(field.default_value_uint32()) + "U";
         case FieldDescriptor::CPPTYPE_UINT64:
@@ -159,7 +171,7 @@ std::string defaultOf(const FieldDescriptor& field) {
         case FieldDescriptor::CPPTYPE_BOOL:
             return field.default_value_bool() ? "true" : "false";
         case FieldDescriptor::CPPTYPE_ENUM:
-            return field.default_value_enum()->name();
+            return std::to_string(field.default_value_enum()->number());
         default:
             return "0";
     }
@@ -195,10 +207,63 @@ std::string kindOf(const FieldDescriptor& field) {
                                           ", " + defaultOf(field) + ">");
 }
 
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts(1);
+    for (const char c : text) {
+        if (c == separator) {
+            parts.emplace_back();
+        } else {
+            parts.back().push_back(c);
+        }
+    }
+    return parts;
+}
+
+// Names that no declaration may have, and the names of other namespaces that generated code uses.
+bool isReserved(const std::string& name) {
+    static const std::set<std::string> reserved{
+        "alignas",      "alignof",      "and",      "and_eq",        "asm",
+        "auto",         "bitand",       "bitor",    "bool",          "break",
+        "case",         "catch",        "char",     "char16_t",      "char32_t",
+        "class",        "compl",        "const",    "const_cast",    "constexpr",
+        "continue",     "decltype",     "default",  "delete",        "do",
+        "double",       "dynamic_cast", "else",     "enum",          "errno",
+        "explicit",     "export",       "extern",   "false",         "float",
+        "for",          "friend",       "goto",     "google",        "if",
+        "inline",       "int",          "long",     "mutable",       "namespace",
+        "new",          "noexcept",     "not",      "not_eq",        "nullptr",
+        "operator",     "or",           "or_eq",    "private",       "protected",
+        "public",       "qor",          "register", "return",        "short",
+        "signed",       "sizeof",       "static",   "static_assert", "static_cast",
+        "std",          "struct",       "switch",   "template",      "this",
+        "thread_local", "throw",        "true",     "try",           "typedef",
+        "typeid",       "typename",     "union",    "unsigned",      "using",
+        "virtual",      "void",         "volatile", "wchar_t",       "while",
+        "wire",         "xor",          "xor_eq"};
+    return reserved.count(name) != 0;
+}
+
+// All that a field adds to its class.
+std::vector<std::string> memberNames(const FieldDescriptor& field) {
+    const std::string& name = field.lowercase_name();
+    std::vector<std::string> names{name, name + "_", "clear_" + name,
+                                   "k" + camelCase(field.name()) + "FieldNumber"};
+    if (field.is_repeated()) {
+        names.insert(names.end(),
+                     {name + "_size", "add_" + name, "mutable_" + name, "set_" + name});
+    } else {
+        names.insert(names.end(), {"has_" + name, "mutable_" + name, "set_" + name});
+    }
+    return names;
+}
+
 // What this generator does not know; empty when it knows all of the file.
 std::string unsupported(const FileDescriptor& file) {
     if (file.syntax() != FileDescriptor::SYNTAX_PROTO2) {
         return "only proto2 is supported";
+    }
+    if (file.package().empty()) {
+        return "a package is required";
     }
     if (file.options().optimize_for() != FileOptions::LITE_RUNTIME) {
         return "option optimize_for = LITE_RUNTIME is missing";
@@ -230,6 +295,56 @@ std::string unsupported(const FileDescriptor& file) {
     return {};
 }
 
+// What the names of the file cannot be in C++; empty when all is well.
+std::string badName(const FileDescriptor& file) {
+    const std::vector<std::string> package = split(file.package(), '.');
+    for (const std::string& part : package) {
+        // Our own first part is the only place for that name.
+        if (isReserved(part) && (&part != &package.front() || part != "qor")) {
+            return file.package() + ": the package's name cannot be used in C++";
+        }
+    }
+    std::set<std::string> names;
+    for (int e = 0; e < file.enum_type_count(); ++e) {
+        const EnumDescriptor& type = *file.enum_type(e);
+        names.insert(type.name());
+        for (int v = 0; v < type.value_count(); ++v) {
+            const EnumValueDescriptor& value = *type.value(v);
+            names.insert(value.name());
+            if (isReserved(value.name())) {
+                return value.full_name() + ": the name cannot be used in C++";
+            }
+        }
+        if (isReserved(type.name())) {
+            return type.full_name() + ": the name cannot be used in C++";
+        }
+    }
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        const Descriptor& message = *file.message_type(m);
+        names.insert(message.name());
+        // The base class of the generated ones is Message.
+        if (isReserved(message.name()) || message.name() == "Message") {
+            return message.full_name() + ": the name cannot be used in C++";
+        }
+    }
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        const Descriptor& message = *file.message_type(m);
+        // A member of a type's or a value's name would hide it from the members after it.
+        std::set<std::string> members = names;
+        members.insert({"fields", "self", "kTypeName"});
+        for (int f = 0; f < message.field_count(); ++f) {
+            const FieldDescriptor& field = *message.field(f);
+            for (const std::string& member : memberNames(field)) {
+                if (isReserved(member) || !members.insert(member).second) {
+                    return field.full_name() + ": its member " + member +
+                           " cannot be used in C++, or is used already";
+                }
+            }
+        }
+    }
+    return {};
+}
+
 void printEnum(Printer* out, const EnumDescriptor& type) {
     std::vector<int> numbers;
     out->Print("enum $name$ : int {\n", "name", type.name());
@@ -244,13 +359,18 @@ void printEnum(Printer* out, const EnumDescriptor& type) {
     out->Print(
         "};\n"
         "constexpr $name$ $name$_MIN = static_cast<$name$>($min$);\n"
-        "constexpr $name$ $name$_MAX = static_cast<$name$>($max$);\n"
-        "constexpr int $name$_ARRAYSIZE = $max$ + 1;\n"
+        "constexpr $name$ $name$_MAX = static_cast<$name$>($max$);\n",
+        "name", type.name(), "min", std::to_string(numbers.front()), "max",
+        std::to_string(numbers.back()));
+    if (numbers.back() != std::numeric_limits<int>::max()) {
+        out->Print("constexpr int $name$_ARRAYSIZE = $max$ + 1;\n", "name", type.name(), "max",
+                   std::to_string(numbers.back()));
+    }
+    out->Print(
         "// Whether the enum names this number.\n"
         "constexpr bool $name$_IsValid(int value) {\n"
         "    switch (value) {\n",
-        "name", type.name(), "min", std::to_string(numbers.front()), "max",
-        std::to_string(numbers.back()));
+        "name", type.name());
     for (const int number : numbers) {
         out->Print("        case $number$:\n", "number", std::to_string(number));
     }
@@ -374,27 +494,30 @@ void printMessage(Printer* out, const Descriptor& message) {
                               {"wire", kWire},
                               {"constructed", constructed},
                               {"fields", tied}};
-    out->Print(variables,
-               "class $name$ final : public $wire$Message<$name$> {\n"
-               "  public:\n"
-               "    static constexpr char kTypeName[] = \"$full_name$\";\n"
-               "\n"
-               "    $name$() : $name$(nullptr) {}\n"
-               "    explicit $name$($wire$Arena* arena) : Message(arena)$constructed$ {}\n"
-               "    $name$(const $name$& from) : $name$() { MergeFrom(from); }\n"
-               "    $name$($name$&& from) noexcept : $name$() { Swap(&from); }\n"
-               "    $name$& operator=(const $name$& from) {\n"
-               "        CopyFrom(from);\n"
-               "        return *this;\n"
-               "    }\n"
-               "    $name$& operator=($name$&& from) noexcept {\n"
-               "        Swap(&from);\n"
-               "        return *this;\n"
-               "    }\n"
-               "    ~$name$() final = default;\n"
-               "\n"
-               "    $name$* New() const { return New(nullptr); }\n"
-               "    $name$* New($wire$Arena* arena) const final;\n");
+    out->Print(
+        variables,
+        "class $name$ final : public $wire$Message<$name$> {\n"
+        "  public:\n"
+        "    static constexpr char kTypeName[] = \"$full_name$\";\n"
+        "\n"
+        "    $name$() : $name$(nullptr) {}\n"
+        "    explicit $name$($wire$Arena* arena) : Message(arena)$constructed$ {}\n"
+        "    $name$(const $name$& from) : $name$() { MergeFrom(from); }\n"
+        "    $name$($name$&& from) noexcept : $name$() { Swap(&from); }\n"
+        "    $name$& operator=(const $name$& from) {\n"
+        "        CopyFrom(from);\n"
+        "        return *this;\n"
+        "    }\n"
+        "    $name$& operator=($name$&& from) noexcept {\n"
+        "        Swap(&from);\n"
+        "        return *this;\n"
+        "    }\n"
+        "    ~$name$() final = default;\n"
+        "\n"
+        "    $name$* New() const { return New(nullptr); }\n"
+        "    $name$* New($wire$Arena* arena) const final;\n"
+        "    // Declared here too, because the runtime's lists look for it in the class itself.\n"
+        "    void MergeFrom(const $name$& from) { Message::MergeFrom(from); }\n");
     for (const FieldDescriptor* field : fields) {
         printAccessors(out, *field);
     }
@@ -415,10 +538,9 @@ void printMessage(Printer* out, const Descriptor& message) {
 }
 
 void printHeader(Printer* out, const FileDescriptor& file) {
-    const Variables variables{
-        {"file", file.name()},
-        {"guard", "QV_GENERATED_" + upperCase(replaceAll(baseName(file), "/", "_")) + "_PB_H"},
-        {"scope", cppScope(file.package())}};
+    const Variables variables{{"file", file.name()},
+                              {"guard", "QV_GENERATED_" + identifierOf(baseName(file)) + "_PB_H"},
+                              {"scope", cppScope(file.package())}};
     out->Print(variables,
                "// Made by protoc-gen-kevra from $file$. Not to be edited.\n"
                "#ifndef $guard$\n"
@@ -486,6 +608,9 @@ bool MessageGenerator::Generate(const FileDescriptor* file, const std::string& /
                                 google::protobuf::compiler::GeneratorContext* context,
                                 std::string* error) const {
     *error = unsupported(*file);
+    if (error->empty()) {
+        *error = badName(*file);
+    }
     if (!error->empty()) {
         return false;
     }

@@ -28,8 +28,8 @@ NamingService* g_namingService = nullptr;
 QvNotificationCallback g_notify = QvPluginNullNotify;
 
 // Listing makes a message of the whole directory each time. Most of the work would be to allocate
-// its elements, so the last one is kept: memory of about the directory's own size buys half the
-// time.
+// its elements, so the last one is kept. That takes the memory of one more directory, and at most
+// some 128 bytes a service besides.
 Spare<ServiceInfoArray> spareAnswer;
 
 // Not when the directory has shrunk to less than half of what the message could hold.

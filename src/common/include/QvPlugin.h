@@ -25,9 +25,10 @@
  * Threads: the service handlers may run on several threads at once. QvPluginInitialize() and
  * QvPluginFinalize() must not run at the same time as each other or as any handler.
  *
- * Exceptions: a host written in C++ must be ready for std::bad_alloc from QvPluginInitialize() and
- * the service handlers, and for a std::string, "fail to get the lock" or "fail to
- * pthread_mutex_init", when the registry's lock fails. Nothing has changed then.
+ * Exceptions: a host written in C++ must be ready for a std::string from QvPluginInitialize()
+ * ("fail to pthread_mutex_init") and from the service handlers ("fail to get the lock", with
+ * nothing changed), and for std::bad_alloc from all of them. Where memory runs out in the middle of
+ * a registration, the services before that point are registered.
  */
 #ifndef QV_PLUGIN_H
 #define QV_PLUGIN_H

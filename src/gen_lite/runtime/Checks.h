@@ -11,7 +11,7 @@ namespace qor::kevra::wire {
 // Reports "CHECK failed: <condition>: " and aborts.
 [[noreturn]] void failCheck(const char* condition) noexcept;
 
-// The contract of every indexed access to a list.
+// The contract of every accessor that takes an index.
 inline void checkIndex(int index, int size) {
     if (index >= size) {
         failCheck("(index) < (size())");

@@ -201,7 +201,7 @@ class StringField {
     }
 
   private:
-    static constexpr std::size_t kKeptCapacity = 1024;
+    static constexpr std::size_t kKeptCapacity = 128;
 
     std::string value_;
     bool present_ = false;

@@ -5,8 +5,7 @@
 //   - unknown fields, known numbers with another wire type, and enum numbers that the enum does not
 //     name are dropped, never kept and written again;
 //   - input that is cut leaves what was really there, and nothing that was made up: the handlers
-//   act
-//     on a partly decoded message, so a made-up value would become a registered service;
+//     act on a partly decoded message, so a made-up value would become a registered service;
 //   - misuse stops the process (Checks.h).
 //
 // The plug-in generates what differs from message to message: a class with its accessors, and
@@ -22,6 +21,7 @@
 #include <google/protobuf/parse_context.h>
 
 #include <atomic>
+#include <limits>
 #include <string>
 #include <tuple>
 
@@ -32,7 +32,7 @@ namespace qor::kevra::wire {
 using google::protobuf::MessageLite;
 using google::protobuf::internal::ParseContext;
 
-// How deep groups and messages may nest in an input.
+// How deep groups and messages may nest in an array or a string. A stream has a limit of its own.
 constexpr int kRecursionLimit = 64;
 
 // Reads past a field of any number, zero too, with all that it holds. False when it is malformed,
@@ -104,13 +104,14 @@ class Message : public MessageLite {
     }
     bool ParsePartialFromArray(const void* data, int size) {
         Clear();
-        return size >= 0 && mergePartialFromBytes(data, size);
+        return size >= 0 && mergePartialFromBytes(data, static_cast<std::size_t>(size));
     }
     bool ParseFromString(const std::string& data) {
-        return ParseFromArray(data.data(), static_cast<int>(data.size()));
+        return ParsePartialFromString(data) && IsInitializedWithErrors();
     }
     bool ParsePartialFromString(const std::string& data) {
-        return ParsePartialFromArray(data.data(), static_cast<int>(data.size()));
+        Clear();
+        return mergePartialFromBytes(data.data(), data.size());
     }
     bool ParseFromCodedStream(CodedInputStream* input) {
         return ParsePartialFromCodedStream(input) && IsInitializedWithErrors();
@@ -170,8 +171,7 @@ class Message : public MessageLite {
     }
     const char* _InternalParse(const char* position, ParseContext* context) final {
         const std::string bytes = readRemaining(&position, context);
-        return mergePartialFromBytes(bytes.data(), static_cast<int>(bytes.size())) ? position
-                                                                                   : nullptr;
+        return mergePartialFromBytes(bytes.data(), bytes.size()) ? position : nullptr;
     }
 
     std::string GetTypeName() const final { return T::kTypeName; }
@@ -202,8 +202,12 @@ class Message : public MessageLite {
             self().fields());
     }
 
-    bool mergePartialFromBytes(const void* data, int size) {
-        CodedInputStream input(static_cast<const std::uint8_t*>(data), size);
+    // A message is smaller than 2 GiB; more than that is no message.
+    bool mergePartialFromBytes(const void* data, std::size_t size) {
+        if (size > std::numeric_limits<int>::max()) {
+            return false;
+        }
+        CodedInputStream input(static_cast<const std::uint8_t*>(data), static_cast<int>(size));
         input.SetRecursionLimit(kRecursionLimit);
         return MergePartialFromCodedStream(&input) && input.ConsumedEntireMessage();
     }

@@ -1,0 +1,104 @@
+// What the protoc plug-in says of definition files that it does not take.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+#include "support/TemporaryDirectory.h"
+
+namespace qv::tests {
+namespace {
+
+using testing::HasSubstr;
+
+struct Outcome {
+    int status;
+    std::string output;
+};
+
+Outcome run(const std::string& command) {
+    std::FILE* const pipe = ::popen((command + " 2>&1").c_str(), "r");
+    std::string output;
+    char chunk[256];
+    while (std::fgets(chunk, sizeof chunk, pipe) != nullptr) {
+        output += chunk;
+    }
+    const int status = ::pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+Outcome generate(const TemporaryDirectory& directory, const std::string& definition) {
+    std::ofstream(directory.path("test.proto")) << definition;
+    return run(QV_PROTOC " --plugin=protoc-gen-kevra=" QV_GENERATOR " --kevra_out=" +
+               directory.path() + " -I" + directory.path() + " " + directory.path("test.proto"));
+}
+
+constexpr char kHead[] = "syntax = \"proto2\"; package p; option optimize_for = LITE_RUNTIME;\n";
+
+TEST(Generator, TakesAPlainFile) {
+    const TemporaryDirectory directory;
+    const Outcome outcome = generate(directory, std::string(kHead) + "message A {}");
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_TRUE(std::ifstream(directory.path("test.pb.h")).good());
+    EXPECT_TRUE(std::ifstream(directory.path("test.pb.cc")).good());
+}
+
+TEST(Generator, RefusesWhatItDoesNotKnowByName) {
+    const struct {
+        std::string definition;
+        const char* message;
+    } refused[] = {
+        {"syntax = \"proto3\"; option optimize_for = LITE_RUNTIME; message A {}",
+         "only proto2 is supported"},
+        {"syntax = \"proto2\"; package p; message A {}", "optimize_for = LITE_RUNTIME is missing"},
+        {std::string(kHead) + "message A { oneof o { int32 i = 1; } }",
+         "p.A: extensions and oneofs are not supported"},
+        {std::string(kHead) + "message A { extensions 5 to 9; }",
+         "p.A: extensions and oneofs are not supported"},
+        {std::string(kHead) + "message A { optional group G = 1 {} }",
+         "p.A: types within a message are not supported"},
+        {std::string(kHead) + "message A { map<int32, string> m = 1; }",
+         "p.A: types within a message are not supported"},
+        {std::string(kHead) + "message A { enum E { X = 1; } }",
+         "p.A: types within a message are not supported"},
+        {std::string(kHead) + "message A { optional string s = 1 [default = \"x\"]; }",
+         "p.A.s: a default is not supported for this type"},
+        {std::string(kHead) + "message A { optional double d = 1 [default = 1.5]; }",
+         "p.A.d: a default is not supported for this type"},
+        {std::string(kHead) + "service S {}", "extensions and services are not supported"},
+        {"syntax = \"proto2\"; option optimize_for = LITE_RUNTIME; message A {}",
+         "a package is required"},
+        {"syntax = \"proto2\"; package a.new; option optimize_for = LITE_RUNTIME; message A {}",
+         "a.new: the package's name cannot be used"},
+        {std::string(kHead) + "message class {}", "p.class: the name cannot be used"},
+        {std::string(kHead) + "message Message {}", "p.Message: the name cannot be used"},
+        {std::string(kHead) + "enum E { delete = 1; }", "p.delete: the name cannot be used"},
+        {std::string(kHead) + "message A { optional int32 int = 1; }", "p.A.int: its member int"},
+        {std::string(kHead) + "message A { optional int32 errno = 1; }",
+         "p.A.errno: its member errno"},
+        {std::string(kHead) + "message A { optional int32 fields = 1; }",
+         "p.A.fields: its member fields"},
+        {std::string(kHead) + "message a { optional int32 a = 1; }", "p.a.a: its member a"},
+        {std::string(kHead) + "message A { optional bool x = 1; optional bool has_x = 2; }",
+         "p.A.has_x: its member has_x"},
+        {std::string(kHead) + "message A { repeated bool x = 1; optional bool x_size = 2; }",
+         "p.A.x_size: its member x_size"},
+        {std::string(kHead) + "enum E { X = 0; kFooFieldNumber = 5; } "
+                              "message A { optional E foo = 1 [default = kFooFieldNumber]; }",
+         "p.A.foo: its member kFooFieldNumber"},
+    };
+    for (const auto& [definition, message] : refused) {
+        const TemporaryDirectory directory;
+        const Outcome outcome = generate(directory, definition);
+        EXPECT_NE(outcome.status, 0) << definition;
+        EXPECT_THAT(outcome.output, HasSubstr(message));
+        EXPECT_FALSE(std::ifstream(directory.path("test.pb.h")).good()) << definition;
+    }
+}
+
+}  // namespace
+}  // namespace qv::tests
