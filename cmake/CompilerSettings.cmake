@@ -22,3 +22,8 @@ if(QV_SANITIZE)
   add_compile_options(-fsanitize=${QV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QV_SANITIZE})
 endif()
+
+# The code under test tells the fuzzer where an input led; the targets themselves link its main().
+if(QV_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,112 @@
+#include "gen_lite/MessageProperties.h"
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <tuple>
+
+#include "KevraCommonMsg.pb.h"
+#include "namingService.pb.h"
+
+namespace qv::fuzz {
+namespace {
+
+void require(bool holds, const char* type, const char* what) {
+    if (!holds) {
+        std::fprintf(stderr, "%s: %s\n", type, what);
+        std::abort();
+    }
+}
+
+template <class T>
+void check(const std::uint8_t* data, std::size_t size) {
+    const char* const type = T::kTypeName;
+    const int length = static_cast<int>(size);
+    T message;
+    const bool parsed = message.ParsePartialFromArray(data, length);
+    const std::string encoded = message.SerializePartialAsString();
+    require(encoded.size() == message.ByteSizeLong(), type, "the size is not what is written");
+    require(encoded.size() <= 10 * size, type, "more is written than can have been read");
+
+    T again;
+    require(again.ParsePartialFromString(encoded), type, "its own encoding is refused");
+    require(again.SerializePartialAsString() == encoded, type,
+            "its own encoding is read otherwise");
+    require(again.IsInitialized() == message.IsInitialized(), type, "presence is lost");
+
+    const T copy(message);
+    require(copy.SerializePartialAsString() == encoded, type, "a copy differs");
+    T merged;
+    merged.MergeFrom(message);
+    require(merged.SerializePartialAsString() == encoded, type, "a merge into nothing differs");
+    T doubled(message);
+    doubled.MergeFrom(copy);
+    T twice;
+    require(twice.ParsePartialFromString(encoded + encoded), type, "twice the encoding is refused");
+    require(doubled.SerializePartialAsString() == twice.SerializePartialAsString(), type,
+            "merging and reading on differ");
+    T moved(std::move(doubled));
+    moved.Swap(&merged);
+    require(moved.SerializePartialAsString() == encoded, type, "a swap loses something");
+    message.Clear();
+    require(message.ByteSizeLong() == 0, type, "clearing leaves something");
+
+    google::protobuf::Arena arena;
+    T* const onArena = google::protobuf::Arena::CreateMessage<T>(&arena);
+    google::protobuf::MessageLite* const base = onArena;
+    require(base->ParsePartialFromArray(data, length) == parsed &&
+                base->SerializePartialAsString() == encoded,
+            type, "the base class reads otherwise");
+    google::protobuf::io::ArrayInputStream stream(data, length, 3);
+    require(base->ParsePartialFromZeroCopyStream(&stream) == parsed &&
+                base->SerializePartialAsString() == encoded,
+            type, "a stream reads otherwise");
+}
+
+struct Type {
+    const char* name;
+    void (*check)(const std::uint8_t* data, std::size_t size);
+};
+
+template <class T>
+constexpr Type typeOf() {
+    return {T::kTypeName, check<T>};
+}
+
+using namespace qor::kevra;
+
+// Corpora name a type by its place: a new one goes to the end.
+constexpr Type kTypes[] = {
+    typeOf<ServiceInfo>(),       typeOf<ServiceInfoArray>(), typeOf<BoolType>(),
+    typeOf<UIntType>(),          typeOf<IntType>(),          typeOf<IntArray>(),
+    typeOf<UIntArray>(),         typeOf<StringType>(),       typeOf<UIntPair>(),
+    typeOf<UIntPairArray>(),     typeOf<NullObject>(),       typeOf<ProxyData>(),
+    typeOf<EventData>(),         typeOf<TaskScheduleData>(), typeOf<DebugOption>(),
+    typeOf<FileEvent>(),         typeOf<FileEventArray>(),   typeOf<FileEventResult>(),
+    typeOf<sperateConfig>(),     typeOf<RegFileEvent>(),     typeOf<URLEvent>(),
+    typeOf<RegNetworkEvent>(),   typeOf<NetworkEvent>(),     typeOf<URLEventArray>(),
+    typeOf<NetworkEventArray>(),
+};
+
+}  // namespace
+
+std::size_t messageTypeCount() {
+    return std::size(kTypes);
+}
+
+std::size_t messageTypeIndex(const std::string& name) {
+    std::size_t index = 0;
+    while (index < messageTypeCount() && kTypes[index].name != "qor.kevra." + name) {
+        ++index;
+    }
+    return index;
+}
+
+void checkMessageProperties(std::size_t type, const std::uint8_t* data, std::size_t size) {
+    kTypes[type % messageTypeCount()].check(data, size);
+}
+
+}  // namespace qv::fuzz

@@ -1,0 +1,13 @@
+// Every message type: the first byte of an input says which, the rest is parsed.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "gen_lite/MessageProperties.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size != 0) {
+        qv::fuzz::checkMessageProperties(data[0], data + 1, size - 1);
+    }
+    return 0;
+}

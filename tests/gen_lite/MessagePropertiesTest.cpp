@@ -1,0 +1,58 @@
+// The properties that the fuzz target looks at, for the measured inputs: each of them as every
+// type. With a folder as its argument the program writes the inputs there instead, as a fuzzer's
+// seeds.
+
+#include "gen_lite/MessageProperties.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "gen_lite/Hex.h"
+
+namespace qv::tests {
+namespace {
+
+// Calls `take` with each measured input and the name of the type it was measured for.
+template <class Take>
+void forEachInput(Take take) {
+    std::ifstream file(QV_TEST_DATA_DIR "/wire.jsonl");
+    for (std::string line; std::getline(file, line);) {
+        const auto json = nlohmann::json::parse(line);
+        take(json["type"].get<std::string>(), fromHex(json["input"]));
+    }
+}
+
+TEST(MessageProperties, HoldForEveryMeasuredInputAsEveryType) {
+    int count = 0;
+    forEachInput([&count](const std::string& name, const std::string& bytes) {
+        EXPECT_LT(fuzz::messageTypeIndex(name), fuzz::messageTypeCount()) << name;
+        for (std::size_t type = 0; type < fuzz::messageTypeCount(); ++type) {
+            fuzz::checkMessageProperties(type, reinterpret_cast<const std::uint8_t*>(bytes.data()),
+                                         bytes.size());
+        }
+        ++count;
+    });
+    EXPECT_EQ(count, 5000);
+}
+
+void writeSeeds(const std::string& folder) {
+    int count = 0;
+    forEachInput([&](const std::string& name, const std::string& bytes) {
+        std::ofstream seed(folder + "/wire-" + std::to_string(count++), std::ios::binary);
+        seed << static_cast<char>(fuzz::messageTypeIndex(name)) << bytes;
+    });
+}
+
+}  // namespace
+}  // namespace qv::tests
+
+int main(int argc, char* argv[]) {
+    testing::InitGoogleTest(&argc, argv);
+    if (argc > 1) {
+        qv::tests::writeSeeds(argv[1]);
+        return 0;
+    }
+    return RUN_ALL_TESTS();
+}
