@@ -8,10 +8,10 @@
 
 namespace qv::text {
 
-// Appends `text` to `out` on one printable line. Control characters come out as \n, \r, \t or, like
-// each byte of a C1 control and each byte that is no well-formed UTF-8, as \x and two lower-case
-// hex digits. All else stands as it is, the backslash too: the result is for reading, not for
-// decoding.
+// Appends `text` to `out` on one printable line. Control characters come out as \n, \r, \t or as \x
+// and two lower-case hex digits. So does each byte of a C1 control, of a character that separates
+// lines or turns the direction of text, and of what is no well-formed UTF-8. All else stands as it
+// is, the backslash too: the result is for reading, not for decoding.
 void appendEscaped(std::string& out, std::string_view text);
 
 std::string escaped(std::string_view text);

@@ -29,8 +29,7 @@ std::size_t sequenceLength(std::string_view text) {
         return 0;
     }
 
-    // The second byte's range is what keeps overlong forms, surrogates and values past U+10FFFF
-    // out.
+    // The second byte's range keeps out overlong forms, surrogates and values past U+10FFFF.
     const unsigned char second = byteAt(text, 1);
     const unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
@@ -48,6 +47,19 @@ std::size_t sequenceLength(std::string_view text) {
 bool isControl(std::string_view sequence) {
     const unsigned char lead = byteAt(sequence, 0);
     return lead < 0x20 || lead == 0x7F || (lead == 0xC2 && byteAt(sequence, 1) < 0xA0);
+}
+
+// Characters that show nothing, but separate lines or turn the direction of the text around them:
+// U+200E and U+200F, U+2028 to U+202E, U+2066 to U+2069.
+bool isLayout(std::string_view sequence) {
+    if (sequence.size() != 3 || byteAt(sequence, 0) != 0xE2) {
+        return false;
+    }
+    const unsigned char second = byteAt(sequence, 1);
+    const unsigned char third = byteAt(sequence, 2);
+    return (second == 0x80 &&
+            (third == 0x8E || third == 0x8F || (third >= 0xA8 && third <= 0xAE))) ||
+           (second == 0x81 && third >= 0xA6 && third <= 0xA9);
 }
 
 void appendEscapedByte(std::string& out, unsigned char byte) {
@@ -75,7 +87,7 @@ void appendEscaped(std::string& out, std::string_view text) {
     while (!text.empty()) {
         const std::size_t length = sequenceLength(text);
         const std::string_view sequence = text.substr(0, std::max<std::size_t>(length, 1));
-        if (length == 0 || isControl(sequence)) {
+        if (length == 0 || isControl(sequence) || isLayout(sequence)) {
             for (const char byte : sequence) {
                 appendEscapedByte(out, static_cast<unsigned char>(byte));
             }

@@ -1,5 +1,6 @@
 #include "QvText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -35,6 +36,25 @@ TEST(EscapedText, EveryOtherControlIsTwoLowerCaseHexDigits) {
 TEST(EscapedText, C1ControlsAreEscapedByteByByte) {
     EXPECT_EQ(escaped("\u0080\u009b\u009f"), "\\xc2\\x80\\xc2\\x9b\\xc2\\x9f");
     EXPECT_EQ(escaped("\u00a0"), "\u00a0");
+}
+
+TEST(EscapedText, CharactersThatSeparateLinesOrTurnTheDirectionAreEscaped) {
+    // The last bytes of U+200E and so on, and of their neighbours.
+    const auto after = [](const char* prefix, int last) {
+        return std::string(prefix) + static_cast<char>(last);
+    };
+    for (const int last : {0x8e, 0x8f, 0xa8, 0xa9, 0xaa, 0xae}) {
+        EXPECT_THAT(escaped(after("\xe2\x80", last)), testing::StartsWith("\\xe2\\x80\\x"));
+    }
+    for (const int last : {0xa6, 0xa9}) {
+        EXPECT_THAT(escaped(after("\xe2\x81", last)), testing::StartsWith("\\xe2\\x81\\x"));
+    }
+    for (const int last : {0x8d, 0x90, 0xa7, 0xaf}) {
+        EXPECT_EQ(escaped(after("\xe2\x80", last)), after("\xe2\x80", last));
+    }
+    for (const int last : {0xa5, 0xaa}) {
+        EXPECT_EQ(escaped(after("\xe2\x81", last)), after("\xe2\x81", last));
+    }
 }
 
 TEST(EscapedText, WellFormedUtf8StandsAsItIs) {
