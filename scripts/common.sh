@@ -1,6 +1,7 @@
 # What the scripts share. Sourced, not run.
 
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+unset CDPATH
+cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
 say() { printf '== %s\n' "$*" >&2; }
 
