@@ -132,12 +132,7 @@ Plugin::Plugin(const std::string& path)
 }
 
 Plugin::~Plugin() {
-    try {
-        finalize();
-    } catch (const std::exception&) {
-        // Somebody is leaving because of an error that matters more than this one.
-        return;
-    }
+    finalizeQuietly();
 }
 
 std::vector<Plugin::CommandRow> Plugin::commands() const {
@@ -156,7 +151,7 @@ void Plugin::initialize() {
     try {
         check(guarded(attempt, [&] { return initialize_(); }), attempt);
     } catch (const PluginError&) {
-        finalize();
+        finalizeQuietly();
         throw;
     }
 }
@@ -167,6 +162,15 @@ void Plugin::finalize() {
     }
     initialized_ = false;
     guarded(fmt::format("cannot finalise {}", path_), [&] { finalize_(); });
+}
+
+void Plugin::finalizeQuietly() {
+    try {
+        finalize();
+    } catch (const std::exception&) {
+        // Somebody is leaving because of an error that matters more than this one.
+        return;
+    }
 }
 
 int Plugin::call(int command, const std::string& attempt, const std::string* input,

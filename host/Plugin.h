@@ -72,6 +72,8 @@ class Plugin {
     template <typename Function>
     Function* findFunction(const char* name) const;
 
+    void finalizeQuietly();
+
     int call(int command, const std::string& attempt, const std::string* input, Answer& answer);
 
     std::string path_;

@@ -152,7 +152,9 @@ int wrongCommandLine(const CLI::App& app, const CLI::ParseError& error) {
                             ? "no command; it is run, list or info (see qvhost --help)"
                             : fmt::format("{} (see qvhost --help)", error.what()));
     }
-    const std::string& word = extras.front();
+    // What follows a lone -- is meant as a word.
+    const std::string& word =
+        extras.front() == "--" && extras.size() > 1 ? extras[1] : extras.front();
     if (word.substr(0, 1) == "-") {
         return unknownWord(
             "option", word,
@@ -179,6 +181,18 @@ std::unique_ptr<Plugin> loadPlugin(const Options& options) {
                                : options.plugin);
 }
 
+// The plug-in works on without a log, and says nothing of it.
+void initialize(Plugin& plugin, const Options& options) {
+    plugin.initialize();
+    std::error_code ignored;
+    if (!options.logDirectory.empty() &&
+        !std::filesystem::is_directory(options.logDirectory, ignored)) {
+        qv::host::reportError(fmt::format(
+            "warning: --log-dir {}: the plug-in made no such directory, so no log is there",
+            options.logDirectory));
+    }
+}
+
 int info(const Options& options) {
     const std::unique_ptr<Plugin> plugin = loadPlugin(options);
     qv::host::writeOutput(stdout, formatInfo(*plugin, options.format()));
@@ -187,7 +201,7 @@ int info(const Options& options) {
 
 int list(const Options& options) {
     const std::unique_ptr<Plugin> plugin = loadPlugin(options);
-    plugin->initialize();
+    initialize(*plugin, options);
     Command command;
     command.verb = Command::Verb::List;
     Session(*plugin, options.format(), stdout).execute(command);
@@ -197,7 +211,7 @@ int list(const Options& options) {
 
 int runStandardInput(const Options& options) {
     const std::unique_ptr<Plugin> plugin = loadPlugin(options);
-    plugin->initialize();
+    initialize(*plugin, options);
     if (isatty(STDIN_FILENO) != 0) {
         qv::host::reportError("reading commands from the terminal, one a line; Ctrl-D ends");
     }
@@ -217,7 +231,7 @@ int runFile(const Options& options) {
         return kWrongUse;
     }
     const std::unique_ptr<Plugin> plugin = loadPlugin(options);
-    plugin->initialize();
+    initialize(*plugin, options);
     Session(*plugin, options.format(), stdout).runScript(script);
     plugin->finalize();
     return kSuccess;

@@ -77,6 +77,18 @@ TEST(QvhostCommandLine, MissingConfigurationDirectoryIsWrongUse) {
     EXPECT_THAT(outcome.err, HasSubstr(directory));
 }
 
+TEST(QvhostCommandLine, LogDirectoryThatCannotBeMadeGetsAWarning) {
+    ProgramRun program;
+    const Outcome outcome = program.run({"list", "--log-dir", "/dev/null/log"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.err, StartsWith("qvhost: warning: --log-dir /dev/null/log: "));
+}
+
+TEST(QvhostCommandLine, WordAfterALoneDoubleDashIsTheOneThatIsWrong) {
+    ProgramRun program;
+    EXPECT_THAT(program.run({"--", "lst"}).err, HasSubstr("did you mean 'list'?"));
+}
+
 TEST(QvhostCommandLine, MissingPluginFileIsNamed) {
     ProgramRun program;
     const std::string file = program.files().path("libnone.so");
