@@ -33,8 +33,10 @@ Outcome run(const std::string& command) {
 
 Outcome generate(const TemporaryDirectory& directory, const std::string& definition) {
     std::ofstream(directory.path("test.proto")) << definition;
-    return run(QV_PROTOC " --plugin=protoc-gen-kevra=" QV_GENERATOR " --kevra_out=" +
-               directory.path() + " -I" + directory.path() + " " + directory.path("test.proto"));
+    const auto quoted = [](const std::string& word) { return " '" + word + "'"; };
+    return run(quoted(QV_PROTOC) + quoted("--plugin=protoc-gen-kevra=" QV_GENERATOR) +
+               quoted("--kevra_out=" + directory.path()) + quoted("-I" + directory.path()) +
+               quoted(directory.path("test.proto")));
 }
 
 constexpr char kHead[] = "syntax = \"proto2\"; package p; option optimize_for = LITE_RUNTIME;\n";
