@@ -6,6 +6,10 @@
 #include "QvUtil.h"
 #include "environment.h"
 
+// The one function here that is not the product's own. Another log library in the place of ours may
+// lack it; there is no log to open then.
+#pragma weak LorxOpenDbgLog
+
 namespace {
 
 constexpr int threshold = 6;
@@ -38,7 +42,7 @@ int QvInitDebugByConfig(void** handle, const char* /*configName*/, const char* m
         return -1;
     }
     *handle = nullptr;
-    if (logPath == nullptr) {
+    if (logPath == nullptr || LorxOpenDbgLog == nullptr) {
         return -1;
     }
     try {

@@ -5,8 +5,7 @@
 //   clear, swap, mergeFrom       as the message's operations of these names
 //   isInitialized                false for a required field that is not present
 //   byteSize, write              the encoding with its tags; nothing when absent
-//   accepts, read                whether an input tag is this field's, and the value that follows
-//   it
+//   accepts, read                whether an input tag is this field's; the value after the tag
 // and the accessors that the generated class hands through. A field made with an arena keeps its
 // elements there; it must be swapped only with a field of the same arena.
 //
