@@ -27,6 +27,9 @@
 
 #include "runtime/Fields.h"
 
+// A message stands in for the classes of one generation of the runtime and calls what these call.
+static_assert(GOOGLE_PROTOBUF_VERSION / 1000 == 3021, "made for Protocol Buffers 3.21");
+
 namespace qor::kevra::wire {
 
 using google::protobuf::MessageLite;
