@@ -88,16 +88,40 @@ bool google::protobuf::MessageLite::SerializeToArray(void* data, int size) const
 #ifndef QV_SANITIZED
 
 namespace {
+
 thread_local std::size_t refusedSize = 0;
+thread_local int mallocsUntilFailure = -1;
+
+bool mallocFails(std::size_t size) {
+    if (size == refusedSize && size != 0) {
+        refusedSize = 0;
+        return true;
+    }
+    return mallocsUntilFailure >= 0 && mallocsUntilFailure-- == 0;
 }
 
-void qv::tests::failMallocOf(std::size_t size) {
+}  // namespace
+
+namespace qv::tests {
+
+void failMallocOf(std::size_t size) {
     refusedSize = size;
 }
 
+void failMallocAfter(int count) {
+    mallocsUntilFailure = count;
+}
+
+bool mallocFailed() {
+    const bool failed = mallocsUntilFailure < 0;
+    mallocsUntilFailure = -1;
+    return failed;
+}
+
+}  // namespace qv::tests
+
 QV_INTERPOSED void* malloc(std::size_t size) {
-    if (size == refusedSize && size != 0) {
-        refusedSize = 0;
+    if (mallocFails(size)) {
         return nullptr;
     }
     // The same memory by another name, which is not taken over here.

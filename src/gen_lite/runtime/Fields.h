@@ -386,7 +386,14 @@ class RepeatedElements {
         checkIndex(index, size());
         return list_.Mutable(index);
     }
-    T* add() { return list_.Add(); }
+    T* add() {
+        // Room first: the list makes its element before it grows, and loses it where memory for
+        // that runs out.
+        if (list_.size() == list_.Capacity()) {
+            list_.Reserve(list_.size() + 1);
+        }
+        return list_.Add();
+    }
     const List& list() const { return list_; }
     List* mutableList() { return &list_; }
 
