@@ -41,6 +41,16 @@ std::string typeName(const FieldDescriptorProto& field) {
     return name;
 }
 
+// An enum whose values are called after their numbers.
+std::string enumLine(const std::string& name, const std::string& prefix,
+                     const std::vector<int>& numbers) {
+    std::string line = "enum " + name;
+    for (const int number : numbers) {
+        line += " " + prefix + std::to_string(number) + "=" + std::to_string(number);
+    }
+    return line;
+}
+
 // One line a declaration, in the file's order.
 Lines declarations(const FileDescriptorProto& file) {
     Lines lines;
@@ -111,19 +121,14 @@ TEST(Definitions, OfTheCommonMessages) {
     const FileDescriptorProto file = compiled("KevraCommonMsg.proto");
     expectSettings(file);
     const Lines expected{
-        "enum ProxyType PROXY_TYPE_0=0 PROXY_TYPE_1=1 PROXY_TYPE_2=2 PROXY_TYPE_3=3",
-        "enum ScheduleInterval SCHEDULE_INTERVAL_1=1 SCHEDULE_INTERVAL_2=2 "
-        "SCHEDULE_INTERVAL_3=3 SCHEDULE_INTERVAL_4=4 SCHEDULE_INTERVAL_5=5",
-        "enum LorxProtectStatus LORX_PROTECT_STATUS_1=1 LORX_PROTECT_STATUS_2=2",
-        "enum FileEventEvent FILE_EVENT_EVENT_1=1 FILE_EVENT_EVENT_2=2 FILE_EVENT_EVENT_4=4 "
-        "FILE_EVENT_EVENT_8=8 FILE_EVENT_EVENT_16=16 FILE_EVENT_EVENT_32=32 "
-        "FILE_EVENT_EVENT_64=64 FILE_EVENT_EVENT_128=128",
-        "enum FileEventType FILE_EVENT_TYPE_0=0 FILE_EVENT_TYPE_1=1 FILE_EVENT_TYPE_2=2",
-        "enum FileResultType FILE_RESULT_TYPE_1=1 FILE_RESULT_TYPE_2=2",
-        "enum FileChannel FILE_CHANNEL_0=0 FILE_CHANNEL_1=1 FILE_CHANNEL_2=2 FILE_CHANNEL_3=3 "
-        "FILE_CHANNEL_10=10 FILE_CHANNEL_11=11 FILE_CHANNEL_999=999",
-        "enum NetworkEventEvent NETWORK_EVENT_EVENT_1=1 NETWORK_EVENT_EVENT_2=2 "
-        "NETWORK_EVENT_EVENT_4=4 NETWORK_EVENT_EVENT_8=8",
+        enumLine("ProxyType", "PROXY_TYPE_", {0, 1, 2, 3}),
+        enumLine("ScheduleInterval", "SCHEDULE_INTERVAL_", {1, 2, 3, 4, 5}),
+        enumLine("LorxProtectStatus", "LORX_PROTECT_STATUS_", {1, 2}),
+        enumLine("FileEventEvent", "FILE_EVENT_EVENT_", {1, 2, 4, 8, 16, 32, 64, 128}),
+        enumLine("FileEventType", "FILE_EVENT_TYPE_", {0, 1, 2}),
+        enumLine("FileResultType", "FILE_RESULT_TYPE_", {1, 2}),
+        enumLine("FileChannel", "FILE_CHANNEL_", {0, 1, 2, 3, 10, 11, 999}),
+        enumLine("NetworkEventEvent", "NETWORK_EVENT_EVENT_", {1, 2, 4, 8}),
         "message BoolType",
         "optional bool value 1",
         "message UIntType",

@@ -160,23 +160,22 @@ TEST(EveryKind, RequiredFieldsOfElementsCount) {
     EXPECT_TRUE(message.IsInitialized());
 }
 
-TEST(EveryKind, MessagesMayNestUpToTheLimit) {
-    const auto nested = [](int depth) {
-        std::string bytes;
-        for (int level = 0; level < depth; ++level) {
-            bytes = "\x12" + [&bytes] {
-                std::string length;
-                for (std::size_t rest = bytes.size();; rest >>= 7) {
-                    if (rest < 0x80) {
-                        length.push_back(static_cast<char>(rest));
-                        return length;
-                    }
-                    length.push_back(static_cast<char>(rest | 0x80));
-                }
-            }() + bytes;
+// Messages each of which holds the next, `depth` of them below the outermost.
+std::string nested(int depth) {
+    std::string bytes;
+    for (int level = 0; level < depth; ++level) {
+        std::string outer("\x12");
+        std::size_t length = bytes.size();
+        for (; length >= 0x80; length >>= 7) {
+            outer.push_back(static_cast<char>(length | 0x80));
         }
-        return bytes;
-    };
+        outer.push_back(static_cast<char>(length));
+        bytes = outer.append(bytes);
+    }
+    return bytes;
+}
+
+TEST(EveryKind, MessagesMayNestUpToTheLimit) {
     Needy message;
     EXPECT_TRUE(message.ParsePartialFromString(nested(64)));
     EXPECT_FALSE(message.ParsePartialFromString(nested(65)));

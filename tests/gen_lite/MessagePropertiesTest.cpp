@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <exception>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -49,10 +51,15 @@ void writeSeeds(const std::string& folder) {
 }  // namespace qv::tests
 
 int main(int argc, char* argv[]) {
-    testing::InitGoogleTest(&argc, argv);
-    if (argc > 1) {
-        qv::tests::writeSeeds(argv[1]);
-        return 0;
+    try {
+        testing::InitGoogleTest(&argc, argv);
+        if (argc > 1) {
+            qv::tests::writeSeeds(argv[1]);
+            return 0;
+        }
+        return RUN_ALL_TESTS();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
     }
-    return RUN_ALL_TESTS();
 }

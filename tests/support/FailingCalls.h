@@ -21,8 +21,8 @@ int shortSleeps();
 // The next malloc() of exactly `size` bytes gives null. Not with sanitizers, which have their own.
 void failMallocOf(std::size_t size);
 
-// After `count` calls of malloc() that work, the next gives null, and operator new throws. The second
-// function takes the order back and says whether it was carried out.
+// After `count` calls of malloc() that work, the next gives null, and operator new throws. The
+// second function takes the order back and says whether it was carried out.
 void failMallocAfter(int count);
 bool mallocFailed();
 
