@@ -1,7 +1,6 @@
 #include "MessageGenerator.h"
 
 #include <google/protobuf/descriptor.h>
-#include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/io/printer.h>
 #include <google/protobuf/io/zero_copy_stream.h>
 
@@ -11,8 +10,10 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <set>
 #include <vector>
+
+#include "DefinitionCheck.h"
+#include "FieldNames.h"
 
 namespace qor::kevra::codegen {
 namespace {
@@ -22,7 +23,6 @@ using google::protobuf::EnumDescriptor;
 using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
-using google::protobuf::FileOptions;
 using google::protobuf::io::Printer;
 
 using Variables = std::map<std::string, std::string>;
@@ -43,22 +43,6 @@ std::string identifierOf(std::string text) {
         return std::isalnum(c) != 0 ? static_cast<char>(std::toupper(c)) : '_';
     });
     return text;
-}
-
-// "debug_level" -> "DebugLevel"
-std::string camelCase(const std::string& name) {
-    std::string result;
-    bool wordStarts = true;
-    for (const char c : name) {
-        if (c == '_') {
-            wordStarts = true;
-            continue;
-        }
-        result.push_back(wordStarts ? static_cast<char>(std::toupper(static_cast<unsigned char>(c)))
-                                    : c);
-        wordStarts = false;
-    }
-    return result;
 }
 
 // "qor.kevra" -> "qor::kevra"
@@ -137,14 +121,6 @@ std::string valueTypeOf(const FieldDescriptor& field) {
     return {};
 }
 
-bool isText(const FieldDescriptor& field) {
-    return field.cpp_type() == FieldDescriptor::CPPTYPE_STRING;
-}
-
-bool isMessage(const FieldDescriptor& field) {
-    return field.cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE;
-}
-
 // The field as its definition file declares it, without its default.
 std::string declarationOf(const FieldDescriptor& field) {
     const std::string text = field.DebugString();
@@ -205,144 +181,6 @@ std::string kindOf(const FieldDescriptor& field) {
                                           (field.is_packed() ? "true" : "false") + ">")
                                : kWire + ("ScalarField<" + number + ", " + codec + ", " + label +
                                           ", " + defaultOf(field) + ">");
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts(1);
-    for (const char c : text) {
-        if (c == separator) {
-            parts.emplace_back();
-        } else {
-            parts.back().push_back(c);
-        }
-    }
-    return parts;
-}
-
-// Names that no declaration may have, and the names of other namespaces that generated code uses.
-bool isReserved(const std::string& name) {
-    static const std::set<std::string> reserved{
-        "alignas",      "alignof",      "and",      "and_eq",        "asm",
-        "auto",         "bitand",       "bitor",    "bool",          "break",
-        "case",         "catch",        "char",     "char16_t",      "char32_t",
-        "class",        "compl",        "const",    "const_cast",    "constexpr",
-        "continue",     "decltype",     "default",  "delete",        "do",
-        "double",       "dynamic_cast", "else",     "enum",          "errno",
-        "explicit",     "export",       "extern",   "false",         "float",
-        "for",          "friend",       "goto",     "google",        "if",
-        "inline",       "int",          "long",     "mutable",       "namespace",
-        "new",          "noexcept",     "not",      "not_eq",        "nullptr",
-        "operator",     "or",           "or_eq",    "private",       "protected",
-        "public",       "qor",          "register", "return",        "short",
-        "signed",       "sizeof",       "static",   "static_assert", "static_cast",
-        "std",          "struct",       "switch",   "template",      "this",
-        "thread_local", "throw",        "true",     "try",           "typedef",
-        "typeid",       "typename",     "union",    "unsigned",      "using",
-        "virtual",      "void",         "volatile", "wchar_t",       "while",
-        "wire",         "xor",          "xor_eq"};
-    return reserved.count(name) != 0;
-}
-
-// All that a field adds to its class.
-std::vector<std::string> memberNames(const FieldDescriptor& field) {
-    const std::string& name = field.lowercase_name();
-    std::vector<std::string> names{name, name + "_", "clear_" + name,
-                                   "k" + camelCase(field.name()) + "FieldNumber"};
-    if (field.is_repeated()) {
-        names.insert(names.end(),
-                     {name + "_size", "add_" + name, "mutable_" + name, "set_" + name});
-    } else {
-        names.insert(names.end(), {"has_" + name, "mutable_" + name, "set_" + name});
-    }
-    return names;
-}
-
-// What this generator does not know; empty when it knows all of the file.
-std::string unsupported(const FileDescriptor& file) {
-    if (file.syntax() != FileDescriptor::SYNTAX_PROTO2) {
-        return "only proto2 is supported";
-    }
-    if (file.package().empty()) {
-        return "a package is required";
-    }
-    if (file.options().optimize_for() != FileOptions::LITE_RUNTIME) {
-        return "option optimize_for = LITE_RUNTIME is missing";
-    }
-    if (file.dependency_count() != 0) {
-        return "imports are not supported";
-    }
-    if (file.extension_count() != 0 || file.service_count() != 0) {
-        return "extensions and services are not supported";
-    }
-    for (int m = 0; m < file.message_type_count(); ++m) {
-        const Descriptor& message = *file.message_type(m);
-        if (message.nested_type_count() != 0 || message.enum_type_count() != 0) {
-            return message.full_name() + ": types within a message are not supported";
-        }
-        if (message.extension_count() != 0 || message.extension_range_count() != 0 ||
-            message.oneof_decl_count() != 0) {
-            return message.full_name() + ": extensions and oneofs are not supported";
-        }
-        for (int f = 0; f < message.field_count(); ++f) {
-            const FieldDescriptor& field = *message.field(f);
-            const bool real = field.type() == FieldDescriptor::TYPE_FLOAT ||
-                              field.type() == FieldDescriptor::TYPE_DOUBLE;
-            if ((isText(field) || real) && field.has_default_value()) {
-                return field.full_name() + ": a default is not supported for this type";
-            }
-        }
-    }
-    return {};
-}
-
-// What the names of the file cannot be in C++; empty when all is well.
-std::string badName(const FileDescriptor& file) {
-    const std::vector<std::string> package = split(file.package(), '.');
-    for (const std::string& part : package) {
-        // Our own first part is the only place for that name.
-        if (isReserved(part) && (&part != &package.front() || part != "qor")) {
-            return file.package() + ": the package's name cannot be used in C++";
-        }
-    }
-    std::set<std::string> names;
-    for (int e = 0; e < file.enum_type_count(); ++e) {
-        const EnumDescriptor& type = *file.enum_type(e);
-        names.insert(type.name());
-        for (int v = 0; v < type.value_count(); ++v) {
-            const EnumValueDescriptor& value = *type.value(v);
-            names.insert(value.name());
-            if (isReserved(value.name())) {
-                return value.full_name() + ": the name cannot be used in C++";
-            }
-        }
-        if (isReserved(type.name())) {
-            return type.full_name() + ": the name cannot be used in C++";
-        }
-    }
-    for (int m = 0; m < file.message_type_count(); ++m) {
-        const Descriptor& message = *file.message_type(m);
-        names.insert(message.name());
-        // The base class of the generated ones is Message.
-        if (isReserved(message.name()) || message.name() == "Message") {
-            return message.full_name() + ": the name cannot be used in C++";
-        }
-    }
-    for (int m = 0; m < file.message_type_count(); ++m) {
-        const Descriptor& message = *file.message_type(m);
-        // A member of a type's or a value's name would hide it from the members after it.
-        std::set<std::string> members = names;
-        members.insert({"fields", "self", "kTypeName"});
-        for (int f = 0; f < message.field_count(); ++f) {
-            const FieldDescriptor& field = *message.field(f);
-            for (const std::string& member : memberNames(field)) {
-                if (isReserved(member) || !members.insert(member).second) {
-                    return field.full_name() + ": its member " + member +
-                           " cannot be used in C++, or is used already";
-                }
-            }
-        }
-    }
-    return {};
 }
 
 void printEnum(Printer* out, const EnumDescriptor& type) {
@@ -607,10 +445,7 @@ void printSource(Printer* out, const FileDescriptor& file) {
 bool MessageGenerator::Generate(const FileDescriptor* file, const std::string& /*parameter*/,
                                 google::protobuf::compiler::GeneratorContext* context,
                                 std::string* error) const {
-    *error = unsupported(*file);
-    if (error->empty()) {
-        *error = badName(*file);
-    }
+    *error = refusal(*file);
     if (!error->empty()) {
         return false;
     }

@@ -5,9 +5,7 @@
 // alike is in runtime/Message.h. So this generator knows names, numbers, labels, types and
 // defaults, and nothing of the wire.
 //
-// It takes proto2 files for the lite runtime with messages and enums at the top level. What it does
-// not know (groups, extensions, oneofs, maps, nested types, text defaults) it refuses, naming the
-// place, rather than to make something else of it.
+// Which files it takes is DefinitionCheck.h's to say.
 #ifndef QV_CODEGEN_MESSAGE_GENERATOR_H
 #define QV_CODEGEN_MESSAGE_GENERATOR_H
 
