@@ -6,10 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <tuple>
+#include <utility>
 
-#include "KevraCommonMsg.pb.h"
-#include "namingService.pb.h"
+#include "gen_lite/AllMessages.h"
 
 namespace qv::fuzz {
 namespace {
@@ -71,25 +70,12 @@ struct Type {
     void (*check)(const std::uint8_t* data, std::size_t size);
 };
 
-template <class T>
-constexpr Type typeOf() {
-    return {T::kTypeName, check<T>};
-}
-
-using namespace qor::kevra;
-
-// Corpora name a type by its place: a new one goes to the end.
-constexpr Type kTypes[] = {
-    typeOf<ServiceInfo>(),       typeOf<ServiceInfoArray>(), typeOf<BoolType>(),
-    typeOf<UIntType>(),          typeOf<IntType>(),          typeOf<IntArray>(),
-    typeOf<UIntArray>(),         typeOf<StringType>(),       typeOf<UIntPair>(),
-    typeOf<UIntPairArray>(),     typeOf<NullObject>(),       typeOf<ProxyData>(),
-    typeOf<EventData>(),         typeOf<TaskScheduleData>(), typeOf<DebugOption>(),
-    typeOf<FileEvent>(),         typeOf<FileEventArray>(),   typeOf<FileEventResult>(),
-    typeOf<sperateConfig>(),     typeOf<RegFileEvent>(),     typeOf<URLEvent>(),
-    typeOf<RegNetworkEvent>(),   typeOf<NetworkEvent>(),     typeOf<URLEventArray>(),
-    typeOf<NetworkEventArray>(),
+template <class... T>
+struct Table {
+    static constexpr Type kTypes[] = {{T::kTypeName, check<T>}...};
 };
+
+constexpr auto& kTypes = tests::AllMessages<Table>::kTypes;
 
 }  // namespace
 

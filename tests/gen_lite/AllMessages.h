@@ -1,24 +1,25 @@
-// Every message type of the definition files.
+// Every message type of the definition files, as the arguments of any variadic template:
+// AllMessages<testing::Types>. Fuzz corpora name a type by its place, so a new one goes to the end.
 #ifndef QV_TESTS_ALL_MESSAGES_H
 #define QV_TESTS_ALL_MESSAGES_H
 
-#include <gtest/gtest.h>
+#include <string>
 
 #include "KevraCommonMsg.pb.h"
 #include "namingService.pb.h"
 
 namespace qv::tests {
 
+template <template <class...> class List>
 using AllMessages =
-    testing::Types<qor::kevra::ServiceInfo, qor::kevra::ServiceInfoArray, qor::kevra::BoolType,
-                   qor::kevra::UIntType, qor::kevra::IntType, qor::kevra::IntArray,
-                   qor::kevra::UIntArray, qor::kevra::StringType, qor::kevra::UIntPair,
-                   qor::kevra::UIntPairArray, qor::kevra::NullObject, qor::kevra::ProxyData,
-                   qor::kevra::EventData, qor::kevra::TaskScheduleData, qor::kevra::DebugOption,
-                   qor::kevra::FileEvent, qor::kevra::FileEventArray, qor::kevra::FileEventResult,
-                   qor::kevra::sperateConfig, qor::kevra::RegFileEvent, qor::kevra::URLEvent,
-                   qor::kevra::RegNetworkEvent, qor::kevra::NetworkEvent, qor::kevra::URLEventArray,
-                   qor::kevra::NetworkEventArray>;
+    List<qor::kevra::ServiceInfo, qor::kevra::ServiceInfoArray, qor::kevra::BoolType,
+         qor::kevra::UIntType, qor::kevra::IntType, qor::kevra::IntArray, qor::kevra::UIntArray,
+         qor::kevra::StringType, qor::kevra::UIntPair, qor::kevra::UIntPairArray,
+         qor::kevra::NullObject, qor::kevra::ProxyData, qor::kevra::EventData,
+         qor::kevra::TaskScheduleData, qor::kevra::DebugOption, qor::kevra::FileEvent,
+         qor::kevra::FileEventArray, qor::kevra::FileEventResult, qor::kevra::sperateConfig,
+         qor::kevra::RegFileEvent, qor::kevra::URLEvent, qor::kevra::RegNetworkEvent,
+         qor::kevra::NetworkEvent, qor::kevra::URLEventArray, qor::kevra::NetworkEventArray>;
 
 // "ServiceInfo" for qor::kevra::ServiceInfo; names the tests of each type.
 struct MessageName {

@@ -62,7 +62,7 @@ TEST(FatalChecksDeathTest, IndexAtTheSizeOfAListOfStrings) {
 
 template <class T>
 class SelfMergeDeathTest : public testing::Test {};
-TYPED_TEST_SUITE(SelfMergeDeathTest, AllMessages, MessageName);
+TYPED_TEST_SUITE(SelfMergeDeathTest, AllMessages<testing::Types>, MessageName);
 
 TYPED_TEST(SelfMergeDeathTest, IsFatal) {
     TypeParam message;

@@ -380,7 +380,7 @@ TEST(Defaults, OfFreshEvents) {
 
 template <class T>
 class EveryMessage : public testing::Test {};
-TYPED_TEST_SUITE(EveryMessage, AllMessages, MessageName);
+TYPED_TEST_SUITE(EveryMessage, AllMessages<testing::Types>, MessageName);
 
 TYPED_TEST(EveryMessage, FreshOneIsWrittenAsNothing) {
     EXPECT_EQ(encodedHex(TypeParam()), "");

@@ -98,7 +98,7 @@ class WireVectors : public testing::Test {
     }
 };
 
-TYPED_TEST_SUITE(WireVectors, AllMessages, MessageName);
+TYPED_TEST_SUITE(WireVectors, AllMessages<testing::Types>, MessageName);
 
 TYPED_TEST(WireVectors, FromArray) {
     this->check(parseArray<TypeParam>);

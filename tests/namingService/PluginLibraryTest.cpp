@@ -31,7 +31,7 @@ TEST(PluginLibrary, IsGoneAfterUse) {
 
 template <class T>
 class CarriedMessage : public testing::Test {};
-TYPED_TEST_SUITE(CarriedMessage, AllMessages, MessageName);
+TYPED_TEST_SUITE(CarriedMessage, AllMessages<testing::Types>, MessageName);
 
 TYPED_TEST(CarriedMessage, IsInside) {
     static const std::set<std::string> inside = definedSymbols(QV_PLUGIN_FILE);
