@@ -12,7 +12,6 @@ namespace {
 
 using google::protobuf::Descriptor;
 using google::protobuf::EnumDescriptor;
-using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
 using google::protobuf::FileOptions;
@@ -91,6 +90,22 @@ std::string unsupported(const FileDescriptor& file) {
     return {};
 }
 
+// Types, and the values of enums, which stand beside their type and not within it.
+std::vector<std::string> topLevelNames(const FileDescriptor& file) {
+    std::vector<std::string> names;
+    for (int e = 0; e < file.enum_type_count(); ++e) {
+        const EnumDescriptor& type = *file.enum_type(e);
+        names.push_back(type.name());
+        for (int v = 0; v < type.value_count(); ++v) {
+            names.push_back(type.value(v)->name());
+        }
+    }
+    for (int m = 0; m < file.message_type_count(); ++m) {
+        names.push_back(file.message_type(m)->name());
+    }
+    return names;
+}
+
 // What the names of the file cannot be in C++; empty when all is well.
 std::string badName(const FileDescriptor& file) {
     const std::vector<std::string> package = split(file.package(), '.');
@@ -101,27 +116,12 @@ std::string badName(const FileDescriptor& file) {
         }
     }
     std::set<std::string> names;
-    for (int e = 0; e < file.enum_type_count(); ++e) {
-        const EnumDescriptor& type = *file.enum_type(e);
-        names.insert(type.name());
-        for (int v = 0; v < type.value_count(); ++v) {
-            const EnumValueDescriptor& value = *type.value(v);
-            names.insert(value.name());
-            if (isReserved(value.name())) {
-                return value.full_name() + ": the name cannot be used in C++";
-            }
-        }
-        if (isReserved(type.name())) {
-            return type.full_name() + ": the name cannot be used in C++";
-        }
-    }
-    for (int m = 0; m < file.message_type_count(); ++m) {
-        const Descriptor& message = *file.message_type(m);
-        names.insert(message.name());
+    for (const std::string& name : topLevelNames(file)) {
         // The base class of the generated ones is Message.
-        if (isReserved(message.name()) || message.name() == "Message") {
-            return message.full_name() + ": the name cannot be used in C++";
+        if (isReserved(name) || name == "Message") {
+            return file.package() + "." + name + ": the name cannot be used in C++";
         }
+        names.insert(name);
     }
     for (int m = 0; m < file.message_type_count(); ++m) {
         const Descriptor& message = *file.message_type(m);
