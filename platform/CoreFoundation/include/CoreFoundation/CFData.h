@@ -1,0 +1,26 @@
+// Immutable runs of bytes.
+#ifndef COREFOUNDATION_CFDATA_H
+#define COREFOUNDATION_CFDATA_H
+
+#include <CoreFoundation/CFBase.h>
+
+CF_EXTERN_C_BEGIN
+
+typedef const struct __CFData* CFDataRef;
+
+CF_EXPORT CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count);
+
+// The data refers to the given bytes, which must not change while it lives. At its end it frees
+// them as `bytesDeallocator` says: not at all (kCFAllocatorNull), or with free() (any other). Where
+// the data cannot be made, the bytes stay the caller's.
+CF_EXPORT CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes,
+                                                CFIndex count, CFAllocatorRef bytesDeallocator);
+
+CF_EXPORT CFTypeID CFDataGetTypeID(void);
+
+CF_EXPORT CFIndex CFDataGetLength(CFDataRef data);
+CF_EXPORT const UInt8* CFDataGetBytePtr(CFDataRef data);
+
+CF_EXTERN_C_END
+
+#endif  // COREFOUNDATION_CFDATA_H

@@ -1,0 +1,99 @@
+// Memory that grows. A failed allocation is a false result, never an exception: nothing may be
+// thrown through the C interface, and every caller has a null to return.
+#ifndef COREFOUNDATION_BUFFER_H
+#define COREFOUNDATION_BUFFER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+namespace cf {
+
+template <typename T>
+class Buffer {
+    static_assert(std::is_trivially_copyable_v<T>, "elements are moved with realloc()");
+
+  public:
+    Buffer() = default;
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+    ~Buffer() { std::free(elements_); }
+
+    // Makes room for `more` elements after those there are; false, and nothing is changed, where
+    // there is no memory for them.
+    bool reserve(std::size_t more) {
+        if (more <= capacity_ - size_) {
+            return true;
+        }
+        return grow(more);
+    }
+
+    bool append(const T& element) {
+        if (!reserve(1)) {
+            return false;
+        }
+        elements_[size_++] = element;
+        return true;
+    }
+
+    bool append(const T* elements, std::size_t count) {
+        if (!reserve(count)) {
+            return false;
+        }
+        if (count != 0) {
+            std::memcpy(static_cast<void*>(elements_ + size_), elements, count * sizeof(T));
+        }
+        size_ += count;
+        return true;
+    }
+
+    // What reserve() made room for, to be written there and then taken over by advance().
+    T* end() { return elements_ + size_; }
+    void advance(std::size_t count) { size_ += count; }
+
+    void shrinkTo(std::size_t size) { size_ = size; }
+
+    T* data() { return elements_; }
+    const T* data() const { return elements_; }
+    std::size_t size() const { return size_; }
+    T& operator[](std::size_t index) { return elements_[index]; }
+    const T& operator[](std::size_t index) const { return elements_[index]; }
+    T& back() { return elements_[size_ - 1]; }
+
+    // Hands the memory to the caller, who frees it.
+    T* release() {
+        size_ = 0;
+        capacity_ = 0;
+        return std::exchange(elements_, nullptr);
+    }
+
+  private:
+    bool grow(std::size_t more) {
+        constexpr std::size_t kMost = PTRDIFF_MAX / sizeof(T);
+        if (more > kMost - size_) {
+            return false;
+        }
+        std::size_t capacity = capacity_ < kMost / 2 ? capacity_ * 2 : kMost;
+        if (capacity < size_ + more) {
+            capacity = size_ + more;
+        }
+        void* elements = std::realloc(static_cast<void*>(elements_), capacity * sizeof(T));
+        if (elements == nullptr) {
+            return false;
+        }
+        elements_ = static_cast<T*>(elements);
+        capacity_ = capacity;
+        return true;
+    }
+
+    T* elements_ = nullptr;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+}  // namespace cf
+
+#endif  // COREFOUNDATION_BUFFER_H

@@ -1,0 +1,66 @@
+// The objects that are there from the start: allocators, the null, true and false.
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFNumber.h>
+
+#include "Object.h"
+#include "TypeBehavior.h"
+
+namespace cf {
+
+namespace {
+
+struct Constant : Object {
+    constexpr Constant(Type itsType, const char* itsName)
+        : Object(itsType, kImmortal), name(itsName) {}
+
+    const char* name;
+};
+
+Constant g_systemAllocator(Type::Allocator, "system allocator");
+Constant g_mallocAllocator(Type::Allocator, "malloc allocator");
+Constant g_nullAllocator(Type::Allocator, "null allocator");
+Constant g_null(Type::Null, "null");
+Constant g_true(Type::Boolean, "true");
+Constant g_false(Type::Boolean, "false");
+
+void endConstant(Object& /*object*/, Ending& /*ending*/) {}
+
+void describeConstant(const Object* object, Description& description) {
+    description.add(static_cast<const Constant*>(object)->name);
+}
+
+}  // namespace
+
+extern const TypeBehavior kNullBehavior;
+extern const TypeBehavior kAllocatorBehavior;
+extern const TypeBehavior kBooleanBehavior;
+const TypeBehavior kNullBehavior = {endConstant, nullptr, nullptr, describeConstant};
+const TypeBehavior kAllocatorBehavior = kNullBehavior;
+const TypeBehavior kBooleanBehavior = kNullBehavior;
+
+}  // namespace cf
+
+const CFAllocatorRef kCFAllocatorDefault = nullptr;
+const CFAllocatorRef kCFAllocatorSystemDefault =
+    reinterpret_cast<CFAllocatorRef>(&cf::g_systemAllocator);
+const CFAllocatorRef kCFAllocatorMalloc = reinterpret_cast<CFAllocatorRef>(&cf::g_mallocAllocator);
+const CFAllocatorRef kCFAllocatorNull = reinterpret_cast<CFAllocatorRef>(&cf::g_nullAllocator);
+const CFNullRef kCFNull = reinterpret_cast<CFNullRef>(&cf::g_null);
+const CFBooleanRef kCFBooleanTrue = reinterpret_cast<CFBooleanRef>(&cf::g_true);
+const CFBooleanRef kCFBooleanFalse = reinterpret_cast<CFBooleanRef>(&cf::g_false);
+
+CFTypeID CFAllocatorGetTypeID() {
+    return cf::typeId(cf::Type::Allocator);
+}
+
+CFTypeID CFNullGetTypeID() {
+    return cf::typeId(cf::Type::Null);
+}
+
+CFTypeID CFBooleanGetTypeID() {
+    return cf::typeId(cf::Type::Boolean);
+}
+
+Boolean CFBooleanGetValue(CFBooleanRef boolean) {
+    return boolean == kCFBooleanTrue ? TRUE : FALSE;
+}

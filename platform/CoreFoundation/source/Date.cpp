@@ -1,0 +1,54 @@
+#include "Date.h"
+
+#include <charconv>
+#include <cmath>
+
+#include "Hash.h"
+#include "TypeBehavior.h"
+
+namespace cf {
+
+namespace {
+
+void endDate(Object& object, Ending& /*ending*/) {
+    dispose(&static_cast<Date&>(object));
+}
+
+bool equalDates(const Object* one, const Object* other, Comparison& /*comparison*/) {
+    const CFAbsoluteTime left = static_cast<const Date*>(one)->time;
+    const CFAbsoluteTime right = static_cast<const Date*>(other)->time;
+    return left == right || (std::isnan(left) && std::isnan(right));
+}
+
+CFHashCode hashDate(const Object* object) {
+    // One hash for both zeros, and for all that is not a number.
+    const CFAbsoluteTime time = static_cast<const Date*>(object)->time + 0.0;
+    return std::isnan(time) ? hashWord(0) : hashBytes(&time, sizeof time);
+}
+
+void describeDate(const Object* object, Description& description) {
+    char text[64] = {};
+    const auto end =
+        std::to_chars(text, text + sizeof text, static_cast<const Date*>(object)->time);
+    description.add(text, static_cast<std::size_t>(end.ptr - text));
+    description.add(" s since 2001-01-01T00:00:00Z");
+}
+
+}  // namespace
+
+extern const TypeBehavior kDateBehavior;
+const TypeBehavior kDateBehavior = {endDate, equalDates, hashDate, describeDate};
+
+}  // namespace cf
+
+CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime time) {
+    return reinterpret_cast<CFDateRef>(cf::create<cf::Date>(allocator, 0, time));
+}
+
+CFTypeID CFDateGetTypeID() {
+    return cf::typeId(cf::Type::Date);
+}
+
+CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) {
+    return reinterpret_cast<const cf::Date*>(date)->time;
+}

@@ -1,0 +1,23 @@
+// The hash of objects' contents.
+//
+// SipHash-1-3, keyed anew in each process: whoever writes a document cannot know which keys
+// collide, so no document can make a dictionary slow.
+#ifndef COREFOUNDATION_HASH_H
+#define COREFOUNDATION_HASH_H
+
+#include <CoreFoundation/CFBase.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace cf {
+
+CFHashCode hashBytes(const void* bytes, std::size_t count);
+
+inline CFHashCode hashWord(std::uint64_t word) {
+    return hashBytes(&word, sizeof word);
+}
+
+}  // namespace cf
+
+#endif  // COREFOUNDATION_HASH_H

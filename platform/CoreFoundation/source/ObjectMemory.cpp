@@ -1,0 +1,149 @@
+#include "ObjectMemory.h"
+
+#include <atomic>
+#include <cstdlib>
+
+#include "Threads.h"
+
+namespace cf {
+
+namespace {
+
+// As malloc() rounds: a block is a multiple of 16 bytes, of which 8 are malloc()'s own.
+constexpr std::size_t kGrain = 16;
+constexpr std::size_t kOverhead = 8;
+constexpr std::size_t kClasses =
+    6;  // up to 88 bytes: every object of fixed size, and short strings
+
+constexpr std::size_t kMostKept = std::size_t{4} << 20;  // bytes
+
+constexpr std::size_t classOf(std::size_t size) {
+    return (size + kOverhead - 1) / kGrain;
+}
+constexpr std::size_t sizeOf(std::size_t sizeClass) {
+    return (sizeClass + 1) * kGrain - kOverhead;
+}
+
+struct Block {
+    Block* next;
+};
+
+class KeptBlocks {
+  public:
+    constexpr KeptBlocks() = default;
+    KeptBlocks(const KeptBlocks&) = delete;
+    KeptBlocks& operator=(const KeptBlocks&) = delete;
+    // Leaves the lock taken: whoever comes later, at the end of the process, is on its own.
+    ~KeptBlocks() {
+        if (!isBusy_.test_and_set(std::memory_order_acquire)) {
+            keep(false);
+        }
+    }
+
+    // Null where none is kept, or where another thread is in here: nobody waits.
+    void* take(std::size_t sizeClass) {
+        const Entry entry(*this);
+        if (!entry || lists_[sizeClass] == nullptr) {
+            return nullptr;
+        }
+        Block* const block = lists_[sizeClass];
+        lists_[sizeClass] = block->next;
+        room_ += sizeOf(sizeClass);
+        return block;
+    }
+
+    // False where it is not kept.
+    bool give(void* memory, std::size_t sizeClass) {
+        const Entry entry(*this);
+        if (!entry || room_ < sizeOf(sizeClass)) {
+            return false;
+        }
+        room_ -= sizeOf(sizeClass);
+        auto* const block = static_cast<Block*>(memory);
+        block->next = lists_[sizeClass];
+        lists_[sizeClass] = block;
+        return true;
+    }
+
+    // Not beside other threads.
+    void keep(bool isWanted) {
+        for (Block*& list : lists_) {
+            while (list != nullptr) {
+                Block* const next = list->next;
+                std::free(list);
+                list = next;
+            }
+        }
+        room_ = isWanted ? kMostKept : 0;
+    }
+
+  private:
+    // Excludes other threads as long as it lives, or is false.
+    class Entry {
+      public:
+        explicit Entry(KeptBlocks& blocks)
+            : blocks_(blocks),
+              isShared_(!isSingleThreaded()),
+              isGranted_(!isShared_ || !blocks.isBusy_.test_and_set(std::memory_order_acquire)) {}
+        Entry(const Entry&) = delete;
+        Entry& operator=(const Entry&) = delete;
+        ~Entry() {
+            if (isShared_ && isGranted_) {
+                blocks_.isBusy_.clear(std::memory_order_release);
+            }
+        }
+
+        explicit operator bool() const { return isGranted_; }
+
+      private:
+        KeptBlocks& blocks_;
+        const bool isShared_;
+        const bool isGranted_;
+    };
+
+    std::atomic_flag isBusy_ = ATOMIC_FLAG_INIT;
+
+    // State below is protected by isBusy_.
+    Block* lists_[kClasses] = {};
+    std::size_t room_ = kMostKept;  // for more blocks
+};
+
+KeptBlocks g_blocks;
+
+// A sanitizer sees what is done with freed memory only when it is freed.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsWatched = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+constexpr bool kIsWatched = true;
+#else
+constexpr bool kIsWatched = false;
+#endif
+#else
+constexpr bool kIsWatched = false;
+#endif
+
+}  // namespace
+
+void* allocateObject(std::size_t size) {
+    const std::size_t sizeClass = classOf(size);
+    if (kIsWatched || sizeClass >= kClasses) {
+        return std::malloc(size);
+    }
+    void* const kept = g_blocks.take(sizeClass);
+    return kept != nullptr ? kept : std::malloc(sizeOf(sizeClass));
+}
+
+void freeObject(void* memory, std::size_t size) {
+    const std::size_t sizeClass = classOf(size);
+    if (kIsWatched || sizeClass >= kClasses || !g_blocks.give(memory, sizeClass)) {
+        std::free(memory);
+    }
+}
+
+void keepFreedObjects(bool keep) {
+    g_blocks.keep(keep);
+}
+
+}  // namespace cf

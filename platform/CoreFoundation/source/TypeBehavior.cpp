@@ -1,0 +1,128 @@
+#include "TypeBehavior.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace cf {
+
+extern const TypeBehavior kNullBehavior;
+extern const TypeBehavior kAllocatorBehavior;
+extern const TypeBehavior kStringBehavior;
+extern const TypeBehavior kNumberBehavior;
+extern const TypeBehavior kBooleanBehavior;
+extern const TypeBehavior kDataBehavior;
+extern const TypeBehavior kDateBehavior;
+extern const TypeBehavior kUidBehavior;
+extern const TypeBehavior kErrorBehavior;
+extern const TypeBehavior kArrayBehavior;
+extern const TypeBehavior kDictionaryBehavior;
+extern const TypeBehavior kSetBehavior;
+
+const TypeBehavior& behaviorOf(const Object* object) {
+    switch (typeOf(object)) {
+        case Type::Null:
+            return kNullBehavior;
+        case Type::Allocator:
+            return kAllocatorBehavior;
+        case Type::String:
+            return kStringBehavior;
+        case Type::Number:
+            return kNumberBehavior;
+        case Type::Boolean:
+            return kBooleanBehavior;
+        case Type::Data:
+            return kDataBehavior;
+        case Type::Date:
+            return kDateBehavior;
+        case Type::Uid:
+            return kUidBehavior;
+        case Type::Error:
+            return kErrorBehavior;
+        case Type::Array:
+            return kArrayBehavior;
+        case Type::Dictionary:
+            return kDictionaryBehavior;
+        case Type::Set:
+            return kSetBehavior;
+    }
+    std::abort();  // not an object, or one that has ended
+}
+
+// The objects were created in this library's own memory; nobody else can see them any more.
+void Ending::endLater(const Object* object) {
+    if (isContainer(object)) {
+        auto* const container = const_cast<Container*>(static_cast<const Container*>(object));
+        container->nextToEnd = waiting_;
+        waiting_ = container;
+    } else {
+        behaviorOf(object).end(const_cast<Object&>(*object), *this);
+    }
+}
+
+void Ending::run() {
+    while (waiting_ != nullptr) {
+        Container* const next = waiting_;
+        waiting_ = next->nextToEnd;
+        behaviorOf(next).end(*next, *this);
+    }
+}
+
+bool Comparison::compare(const Object* one, const Object* other) {
+    if (one == other) {
+        return true;
+    }
+    if (one == nullptr || other == nullptr || typeOf(one) != typeOf(other)) {
+        return false;
+    }
+    if (isContainer(one)) {
+        return pending_.append({one, other});
+    }
+    const auto equalOf = behaviorOf(one).equal;
+    return equalOf != nullptr && equalOf(one, other, *this);
+}
+
+bool Comparison::run(const Object* one, const Object* other) {
+    bool areEqual = compare(one, other);
+    while (areEqual && pending_.size() != 0) {
+        const Pair next = pending_.back();
+        pending_.shrinkTo(pending_.size() - 1);
+        areEqual = behaviorOf(next.one).equal(next.one, next.other, *this);
+    }
+    return areEqual;
+}
+
+void Description::add(const char* text) {
+    add(text, std::strlen(text));
+}
+
+void Description::add(const char* bytes, std::size_t count) {
+    if (!full() && !text_.append(bytes, count)) {
+        failed_ = true;
+    }
+}
+
+void Description::add(const void* value, CFStringRef (*copyDescription)(const void*)) {
+    const Ref<const Object> text(copyDescription == nullptr ? nullptr
+                                                            : asObject(copyDescription(value)));
+    if (text) {
+        add(text.get());
+    } else {
+        char address[32] = "";
+        const int size = std::snprintf(address, sizeof address, "%p", value);
+        add(address, static_cast<std::size_t>(size));
+    }
+}
+
+void Description::add(const Object* object) {
+    if (object == nullptr) {
+        add("(null)");
+    } else if (depth_ == kDeepest) {
+        add("...");
+    } else if (!full()) {
+        ++depth_;
+        behaviorOf(object).describe(object, *this);
+        --depth_;
+    }
+}
+
+}  // namespace cf

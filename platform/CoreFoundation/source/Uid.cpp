@@ -1,0 +1,47 @@
+#include "Uid.h"
+
+#include <CoreFoundation/CFPropertyList.h>
+
+#include <charconv>
+
+#include "Hash.h"
+#include "TypeBehavior.h"
+
+namespace cf {
+
+namespace {
+
+void endUid(Object& object, Ending& /*ending*/) {
+    dispose(&static_cast<Uid&>(object));
+}
+
+bool equalUids(const Object* one, const Object* other, Comparison& /*comparison*/) {
+    return static_cast<const Uid*>(one)->value == static_cast<const Uid*>(other)->value;
+}
+
+CFHashCode hashUid(const Object* object) {
+    return hashWord(static_cast<const Uid*>(object)->value);
+}
+
+void describeUid(const Object* object, Description& description) {
+    char text[16] = {};
+    const auto end =
+        std::to_chars(text, text + sizeof text, static_cast<const Uid*>(object)->value);
+    description.add("UID ");
+    description.add(text, static_cast<std::size_t>(end.ptr - text));
+}
+
+}  // namespace
+
+extern const TypeBehavior kUidBehavior;
+const TypeBehavior kUidBehavior = {endUid, equalUids, hashUid, describeUid};
+
+}  // namespace cf
+
+CFTypeID _CFKeyedArchiverUIDGetTypeID() {
+    return cf::typeId(cf::Type::Uid);
+}
+
+uint32_t _CFKeyedArchiverUIDGetValue(CFKeyedArchiverUIDRef uid) {
+    return reinterpret_cast<const cf::Uid*>(uid)->value;
+}

@@ -1,0 +1,371 @@
+// One line an element, indented by a tab for each container around it; the elements of a dictionary
+// in the order of their keys. Nothing but < > & is escaped. What is written for one and the same
+// tree is always the same, byte for byte.
+#include "XmlWriter.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <string_view>
+
+#include "Array.h"
+#include "Calendar.h"
+#include "Data.h"
+#include "Date.h"
+#include "Dictionary.h"
+#include "Number.h"
+#include "String.h"
+#include "Tree.h"
+#include "Uid.h"
+#include "Unicode.h"
+#include "Validity.h"
+
+namespace cf {
+
+namespace {
+
+constexpr std::string_view kHeader =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n";
+constexpr std::string_view kFooter = "</plist>\n";
+
+constexpr std::size_t kLongestEscape = 5;  // &amp;
+
+std::string_view escapeOf(char character) {
+    switch (character) {
+        case '<':
+            return "&lt;";
+        case '>':
+            return "&gt;";
+        case '&':
+            return "&amp;";
+        default:
+            return {};
+    }
+}
+
+class XmlWriter {
+  public:
+    explicit XmlWriter(Buffer<char>& document) : out_(document) {}
+
+    bool write(const Object* root) {
+        if (!put(kHeader) || !writeValue(root)) {
+            return false;
+        }
+        while (depth_ != 0) {
+            if (!writeNextOfContainer()) {
+                return false;
+            }
+        }
+        return put(kFooter);
+    }
+
+  private:
+    struct Level {
+        const Object* container;
+        std::size_t next;    // of its values
+        std::size_t sorted;  // where the entries of a dictionary start among the sorted ones
+    };
+
+    bool put(std::string_view text) { return out_.append(text.data(), text.size()); }
+
+    bool indent(std::size_t tabs) {
+        if (!out_.reserve(tabs)) {
+            return false;
+        }
+        std::memset(out_.end(), '\t', tabs);
+        out_.advance(tabs);
+        return true;
+    }
+
+    bool line(std::string_view text) { return indent(depth_) && put(text) && put("\n"); }
+
+    bool line(std::string_view start, std::string_view text, std::string_view end) {
+        return indent(depth_) && put(start) && put(text) && put(end);
+    }
+
+    bool writeValue(const Object* value) {
+        if (value == nullptr) {
+            return false;
+        }
+        switch (typeOf(value)) {
+            case Type::String:
+                return indent(depth_) && put("<string>") && writeText(*asString(value)) &&
+                       put("</string>\n");
+            case Type::Number:
+                return writeNumber(numberOf(value));
+            case Type::Dictionary:
+                return openDictionary(*asDictionary(value));
+            case Type::Array:
+                return openArray(*asArray(value));
+            case Type::Boolean:
+                return line(value == asObject(kCFBooleanTrue) ? "<true/>" : "<false/>");
+            case Type::Data:
+                return writeData(*asData(value));
+            case Type::Date:
+                return writeDate(gregorianDate(asDate(value)->time));
+            case Type::Uid:
+                return writeUid(asUid(value)->value);
+            default:
+                return false;
+        }
+    }
+
+    bool openArray(const Array& array) {
+        if (depth_ == kMaximumNesting || !holdsPropertyLists(array)) {
+            return false;
+        }
+        if (array.count == 0) {
+            return line("<array/>");
+        }
+        return line("<array>") && enter(array, 0);
+    }
+
+    bool openDictionary(const Dictionary& dictionary) {
+        if (depth_ == kMaximumNesting || !holdsPropertyLists(dictionary)) {
+            return false;
+        }
+        if (dictionary.count == 0) {
+            return line("<dict/>");
+        }
+        const std::size_t sorted = sorted_.size();
+        return sort(dictionary) && line("<dict>") && enter(dictionary, sorted);
+    }
+
+    bool enter(const Object& container, std::size_t sorted) {
+        levels_[depth_++] = {&container, 0, sorted};
+        return true;
+    }
+
+    // Puts the entries behind those of the dictionaries around.
+    bool sort(const Dictionary& dictionary) {
+        const auto isBefore = [](const Dictionary::Entry& one, const Dictionary::Entry& other) {
+            return compareStrings(*asString(asObject(one.key)), *asString(asObject(other.key))) < 0;
+        };
+        const std::size_t first = sorted_.size();
+        if (!sorted_.append(dictionary.entries, dictionary.count)) {
+            return false;
+        }
+        Dictionary::Entry* const begin = sorted_.data() + first;
+        Dictionary::Entry* const end = sorted_.data() + sorted_.size();
+        // What was written by us and read again mostly is in order already.
+        if (!std::is_sorted(begin, end, isBefore)) {
+            std::sort(begin, end, isBefore);
+        }
+        return true;
+    }
+
+    bool writeNextOfContainer() {
+        Level& level = levels_[depth_ - 1];
+        if (level.container->type == Type::Array) {
+            const Array& array = *asArray(level.container);
+            if (level.next < array.count) {
+                return writeValue(array.objectAt(level.next++));
+            }
+            --depth_;
+            return line("</array>");
+        }
+        if (level.next < asDictionary(level.container)->count) {
+            const Dictionary::Entry entry = sorted_[level.sorted + level.next++];
+            return indent(depth_) && put("<key>") && writeText(*asString(asObject(entry.key))) &&
+                   put("</key>\n") && writeValue(asObject(entry.value));
+        }
+        sorted_.shrinkTo(level.sorted);
+        --depth_;
+        return line("</dict>");
+    }
+
+    bool writeText(const String& string) {
+        if (!string.isWide) {
+            return writeAscii(string.ascii(), string.length);
+        }
+        const UniChar* const units = string.wide();
+        const std::size_t length = utf8Length(units, string.length);
+        return length == kIllFormed ? writeIllFormed(units, string.length)
+                                    : writeUnits(units, string.length);
+    }
+
+    bool writeAscii(const char* text, std::size_t count) {
+        if (count > PTRDIFF_MAX / kLongestEscape || !out_.reserve(count * kLongestEscape)) {
+            return false;
+        }
+        char* end = out_.end();
+        for (std::size_t at = 0; at < count; ++at) {
+            const std::string_view escape = escapeOf(text[at]);
+            if (escape.empty()) {
+                *end++ = text[at];
+            } else {
+                end = std::copy(escape.begin(), escape.end(), end);
+            }
+        }
+        out_.advance(static_cast<std::size_t>(end - out_.end()));
+        return true;
+    }
+
+    // Well-formed ones.
+    bool writeUnits(const UniChar* units, std::size_t count) {
+        if (count > PTRDIFF_MAX / kLongestEscape || !out_.reserve(count * kLongestEscape)) {
+            return false;
+        }
+        char* end = out_.end();
+        for (std::size_t at = 0; at < count; ++at) {
+            const std::string_view escape =
+                units[at] < 0x80 ? escapeOf(static_cast<char>(units[at])) : std::string_view();
+            const std::size_t taken = isHighSurrogate(units[at]) ? 2 : 1;
+            end = escape.empty() ? utf16ToUtf8(units + at, taken, end)
+                                 : std::copy(escape.begin(), escape.end(), end);
+            at += taken - 1;
+        }
+        out_.advance(static_cast<std::size_t>(end - out_.end()));
+        return true;
+    }
+
+    // A lone surrogate cannot be written. As it always was, what is lost with it is the rest of the
+    // stretch of up to 64 units without < > & in which it stands, from the first character on that
+    // is not ASCII.
+    bool writeIllFormed(const UniChar* units, std::size_t count) {
+        constexpr std::size_t kLongestStretch = 64;
+        std::size_t start = 0;
+        for (std::size_t at = 0; at <= count; ++at) {
+            const bool isEscaped =
+                at < count && units[at] < 0x80 && !escapeOf(static_cast<char>(units[at])).empty();
+            const bool isPairAtTheEnd =
+                at < count && isHighSurrogate(units[at]) && at - start + 2 >= kLongestStretch;
+            if (at < count && !isEscaped && !isPairAtTheEnd && at - start < kLongestStretch) {
+                continue;
+            }
+            if (!writeStretch(units + start, at - start)) {
+                return false;
+            }
+            start = at;
+            if (isEscaped) {
+                if (!put(escapeOf(static_cast<char>(units[at])))) {
+                    return false;
+                }
+                ++start;
+            }
+        }
+        return true;
+    }
+
+    bool writeStretch(const UniChar* units, std::size_t count) {
+        const UniChar* const end =
+            std::find_if(units, units + count, [](UniChar unit) { return unit >= 0x80; });
+        const auto ascii = static_cast<std::size_t>(end - units);
+        const bool isLost = utf8Length(end, count - ascii) == kIllFormed;
+        return writeUnits(units, isLost ? ascii : count);
+    }
+
+    bool writeNumber(const Number& number) {
+        switch (number.kind) {
+            case Number::Kind::Signed:
+                return writeInteger(number.whole);
+            case Number::Kind::Large:
+                return writeInteger(static_cast<std::uint64_t>(number.whole));
+            case Number::Kind::Real:
+                break;
+        }
+        return writeReal(number.real);
+    }
+
+    template <typename T>
+    bool writeInteger(T integer) {
+        char text[32] = {};
+        const auto end = std::to_chars(text, text + sizeof text, integer);
+        return line("<integer>", {text, static_cast<std::size_t>(end.ptr - text)}, "</integer>\n");
+    }
+
+    bool writeReal(double real) {
+        constexpr int kDigits = 17;  // from which every double can be read back
+        char text[64] = {};
+        std::string_view written;
+        if (std::isnan(real)) {
+            written = "nan";
+        } else if (std::isinf(real)) {
+            written = real > 0 ? "+infinity" : "-infinity";
+        } else if (real == 0.0) {
+            written = "0.0";
+        } else {
+            const auto end =
+                std::to_chars(text, text + sizeof text, real, std::chars_format::general, kDigits);
+            written = {text, static_cast<std::size_t>(end.ptr - text)};
+        }
+        return line("<real>", written, "</real>\n");
+    }
+
+    bool writeDate(const GregorianDate& date) {
+        char text[64] = {};
+        const int size =
+            std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", date.year,
+                          date.month, date.day, date.hour, date.minute, date.second);
+        return line("<date>", {text, static_cast<std::size_t>(size)}, "</date>\n");
+    }
+
+    // As the dictionary that it stands for.
+    bool writeUid(std::uint32_t value) {
+        if (depth_ == kMaximumNesting) {
+            return false;
+        }
+        char text[16] = {};
+        const auto end = std::to_chars(text, text + sizeof text, value);
+        return line("<dict>") && indent(depth_ + 1) && put("<key>CF$UID</key>\n") &&
+               indent(depth_ + 1) && put("<integer>") &&
+               put({text, static_cast<std::size_t>(end.ptr - text)}) && put("</integer>\n") &&
+               line("</dict>");
+    }
+
+    // Base64 in lines that are as much shorter than 76 columns as a tab of 8 columns makes them,
+    // down to those of eight tabs; further in they are not indented.
+    bool writeData(const Data& data) {
+        constexpr std::size_t kMostTabs = 8;
+        const std::size_t tabs = std::min(depth_, kMostTabs);
+        const std::size_t bytesALine = (76 - 8 * tabs) / 4 * 3;
+        if (!line("<data>")) {
+            return false;
+        }
+        for (std::size_t at = 0; at < data.size; at += bytesALine) {
+            if (!indent(tabs) ||
+                !writeBase64(data.bytes + at, std::min(bytesALine, data.size - at)) || !put("\n")) {
+                return false;
+            }
+        }
+        return line("</data>");
+    }
+
+    bool writeBase64(const UInt8* bytes, std::size_t count) {
+        constexpr char kDigits[] =
+            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        if (!out_.reserve((count + 2) / 3 * 4)) {
+            return false;
+        }
+        char* end = out_.end();
+        for (std::size_t at = 0; at < count; at += 3) {
+            const std::size_t left = count - at;
+            const unsigned group = static_cast<unsigned>(bytes[at]) << 16 |
+                                   (left > 1 ? static_cast<unsigned>(bytes[at + 1]) << 8 : 0U) |
+                                   (left > 2 ? static_cast<unsigned>(bytes[at + 2]) : 0U);
+            *end++ = kDigits[group >> 18];
+            *end++ = kDigits[group >> 12 & 0x3F];
+            *end++ = left > 1 ? kDigits[group >> 6 & 0x3F] : '=';
+            *end++ = left > 2 ? kDigits[group & 0x3F] : '=';
+        }
+        out_.advance(static_cast<std::size_t>(end - out_.end()));
+        return true;
+    }
+
+    Buffer<char>& out_;
+    Buffer<Dictionary::Entry> sorted_;  // of all the open dictionaries, outermost first
+    std::size_t depth_ = 0;
+    Level levels_[kMaximumNesting];
+};
+
+}  // namespace
+
+bool writeXml(const Object* root, Buffer<char>& document) {
+    return XmlWriter(document).write(root);
+}
+
+}  // namespace cf
