@@ -26,8 +26,11 @@ QV_UTIL_EXPORT char* QvGetFilePath(char* buffer, int size, const char* fileName)
  * Opens the diagnostic log of `module` and stores its handle in *handle; the caller releases it
  * with LorxReleaseDbgLog(). The log file is `logPath`, or the file of the same base name in
  * QV_LOG_DIR from the environment, which a set-id process ignores; missing directories are made
- * with mode 0750. The threshold is 6. When the log cannot be opened *handle becomes null, and -1 is
- * returned; else 0.
+ * with mode 0750. When the log cannot be opened *handle becomes null, and -1 is returned; else 0.
+ *
+ * The threshold is the integer DebugLevel, 0 to 7, of the dictionary that is the property list in
+ * the configuration file `configName`, found as QvGetFilePath() finds it. It is 6 when there is no
+ * such number, and no such file, or one that is no regular file or larger than 16 MiB.
  */
 QV_UTIL_EXPORT int QvInitDebugByConfig(void** handle, const char* configName, const char* module,
                                        const char* logPath);

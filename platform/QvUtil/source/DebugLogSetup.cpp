@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "ConfiguredDebugLevel.h"
 #include "QvLog.h"
 #include "QvUtil.h"
 #include "environment.h"
@@ -12,7 +13,6 @@
 
 namespace {
 
-constexpr int threshold = 6;
 constexpr mode_t directoryMode = 0750;
 
 std::string logFilePath(const std::string& logPath) {
@@ -35,8 +35,7 @@ void makeParentDirectories(const std::string& path) {
 
 }  // namespace
 
-// The threshold is the same for every module, so the configuration is not consulted.
-int QvInitDebugByConfig(void** handle, const char* /*configName*/, const char* module,
+int QvInitDebugByConfig(void** handle, const char* configName, const char* module,
                         const char* logPath) {
     if (handle == nullptr) {
         return -1;
@@ -48,7 +47,7 @@ int QvInitDebugByConfig(void** handle, const char* /*configName*/, const char* m
     try {
         const std::string path = logFilePath(logPath);
         makeParentDirectories(path);
-        *handle = LorxOpenDbgLog(path.c_str(), module, threshold);
+        *handle = LorxOpenDbgLog(path.c_str(), module, qv::util::configuredDebugLevel(configName));
     } catch (...) {
         return -1;
     }

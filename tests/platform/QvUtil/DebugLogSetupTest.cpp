@@ -35,6 +35,7 @@ class DebugLogSetup : public testing::Test {
   protected:
     const TemporaryDirectory directory;
     const EnvironmentVariable logDirectory{"QV_LOG_DIR", std::nullopt};
+    const EnvironmentVariable configDirectory{"QV_CONFIG_DIR", directory.path()};
 };
 
 TEST_F(DebugLogSetup, LogIsAtTheGivenPath) {
@@ -47,7 +48,7 @@ TEST_F(DebugLogSetup, LogIsAtTheGivenPath) {
     EXPECT_THAT(content, testing::EndsWith(" info namingService: text\n"));
 }
 
-TEST_F(DebugLogSetup, ThresholdIsInfo) {
+TEST_F(DebugLogSetup, ThresholdIsInfoWithoutAConfiguration) {
     const Handle log = initDebug(directory.path("naming.log"));
     EXPECT_NE(LorxIsEnableLog(log.get(), 6), 0);
     EXPECT_EQ(LorxIsEnableLog(log.get(), 7), 0);

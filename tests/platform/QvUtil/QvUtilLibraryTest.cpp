@@ -6,10 +6,26 @@
 
 namespace {
 
-TEST(UtilityLibrary, ExportsItsFunctionsAndNothingElse) {
-    EXPECT_THAT(qv::tests::exportedSymbols(QV_UTIL_LIBRARY),
-                testing::UnorderedElementsAre("QvGetFilePath", "QvInitDebugByConfig",
-                                              "QvSetUtilDebugLevel", "QvGetUtilDebugLevel"));
+// As C++ names qor::kevra::CFArrayTypeInfo::CF_TYPE_ID.
+constexpr const char* arrayTypeId = "_ZN3qor5kevra15CFArrayTypeInfo10CF_TYPE_IDE";
+
+TEST(UtilityLibrary, ExportsWhatItsHeadersNameAndNothingElse) {
+    EXPECT_THAT(
+        qv::tests::exportedSymbols(QV_UTIL_LIBRARY),
+        testing::UnorderedElementsAre("QvGetFilePath", "QvInitDebugByConfig", "QvSetUtilDebugLevel",
+                                      "QvGetUtilDebugLevel", arrayTypeId));
+}
+
+TEST(UtilityLibrary, KnowsTheTypeOfArraysOnceLoaded) {
+    void* const library = ::dlopen(QV_UTIL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << ::dlerror();
+    const auto* const constant = static_cast<const unsigned long*>(::dlsym(library, arrayTypeId));
+    const auto arrayType =
+        reinterpret_cast<unsigned long (*)()>(::dlsym(library, "CFArrayGetTypeID"));
+    ASSERT_NE(constant, nullptr);
+    ASSERT_NE(arrayType, nullptr);
+    EXPECT_EQ(*constant, arrayType());
+    ::dlclose(library);
 }
 
 TEST(UtilityLibrary, IsGoneAfterUse) {

@@ -1,0 +1,3 @@
+#include "CFArrayTypeInfo.h"
+
+const CFTypeID qor::kevra::CFArrayTypeInfo::CF_TYPE_ID = CFArrayGetTypeID();

@@ -1,0 +1,231 @@
+// The level that QvInitDebugByConfig() takes from the configuration file.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "QvLog.h"
+#include "QvUtil.h"
+#include "support/ScratchDirectories.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+using Handle = std::unique_ptr<void, decltype(&LorxReleaseDbgLog)>;
+
+std::string xmlDocument(const std::string& root) {
+    return R"(<?xml version="1.0" encoding="UTF-8"?>
+<plist version="1.0">)" +
+           root + "</plist>\n";
+}
+
+std::string dictionaryWith(const std::string& value) {
+    return "<dict><key>DebugLevel</key>" + value + "</dict>";
+}
+
+// The object of a binary document that is a text of up to 14 ASCII characters.
+std::string binaryString(const std::string& text) {
+    return static_cast<char>(0x50 + text.size()) + text;
+}
+
+// A binary document of these objects, the root first.
+std::string binaryDocument(const std::vector<std::string>& objects) {
+    std::string document = "bplist00";
+    std::string offsets;
+    for (const std::string& object : objects) {
+        offsets += static_cast<char>(document.size());
+        document += object;
+    }
+    const auto offsetTable = static_cast<char>(document.size());
+    document += offsets;
+    // One byte an offset and one a reference, the number of objects, the root's number, the table.
+    document += "\0\0\0\0\0\0\1\1"s;
+    document += "\0\0\0\0\0\0\0"s + static_cast<char>(objects.size());
+    document += "\0\0\0\0\0\0\0\0"s;
+    document += "\0\0\0\0\0\0\0"s + offsetTable;
+    return document;
+}
+
+class ConfiguredDebugLevel : public testing::Test {
+  protected:
+    static constexpr const char* configName = "module.conf.plist";
+
+    // The highest level that the log of this configuration lets through; -1 when there is no log.
+    int threshold(const char* name = configName) const {
+        void* handle = nullptr;
+        QvInitDebugByConfig(&handle, name, "module", directories.path("module.log").c_str());
+        const Handle log(handle, LorxReleaseDbgLog);
+        if (log == nullptr) {
+            return -1;
+        }
+        int level = 7;
+        while (level > 0 && LorxIsEnableLog(log.get(), level) == 0) {
+            --level;
+        }
+        return level;
+    }
+
+    int thresholdOf(const std::string& content) const {
+        std::ofstream(configPath, std::ios::binary) << content;
+        return threshold();
+    }
+
+    const qv::tests::ScratchDirectories directories{};
+    const std::string configPath = directories.path(configName);
+};
+
+TEST_F(ConfiguredDebugLevel, IsTheIntegerOfTheRootDictionary) {
+    for (int level = 0; level <= 7; ++level) {
+        const std::string value = "<integer>" + std::to_string(level) + "</integer>";
+        EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith(value))), level);
+    }
+}
+
+TEST_F(ConfiguredDebugLevel, StandsBesideOtherKeys) {
+    EXPECT_EQ(thresholdOf(xmlDocument("<dict><key>Address</key><dict><key>services</key><array/>"
+                                      "</dict><key>DebugLevel</key><integer>3</integer>"
+                                      "<key>debuglevel</key><integer>4</integer></dict>")),
+              3);
+}
+
+TEST_F(ConfiguredDebugLevel, IsReadFromABinaryDocument) {
+    EXPECT_EQ(thresholdOf(binaryDocument({"\xd1\x01\x02", binaryString("DebugLevel"), "\x10\x03"})),
+              3);
+}
+
+TEST_F(ConfiguredDebugLevel, RealNumberCountsWithoutAFraction) {
+    EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>5.0</real>"))), 5);
+    EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>5.5</real>"))), 6);
+    EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>0.9999999</real>"))), 6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWhenTheNumberIsOutOfRange) {
+    for (const char* const value :
+         {"<integer>-1</integer>", "<integer>8</integer>", "<integer>4294967301</integer>",
+          "<integer>-4294967291</integer>", "<integer>9223372036854775807</integer>",
+          "<integer>18446744073709551615</integer>", "<real>-1</real>", "<real>8</real>",
+          "<real>1e300</real>", "<real>nan</real>", "<real>-infinity</real>"}) {
+        EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith(value))), 6) << value;
+    }
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWhenTheValueIsNoNumber) {
+    for (const char* const value :
+         {"<string>5</string>", "<true/>", "<false/>", "<data>BQ==</data>",
+          "<date>2026-11-20T09:19:12Z</date>", "<array><integer>5</integer></array>",
+          "<dict><key>DebugLevel</key><integer>5</integer></dict>"}) {
+        EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith(value))), 6) << value;
+    }
+    // In the old style every value is a string.
+    EXPECT_EQ(thresholdOf("{ DebugLevel = 5; }"), 6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWithoutTheKey) {
+    EXPECT_EQ(thresholdOf(xmlDocument("<dict/>")), 6);
+    EXPECT_EQ(thresholdOf(xmlDocument("<dict><key>debugLevel</key><integer>5</integer></dict>")),
+              6);
+    EXPECT_EQ(thresholdOf(xmlDocument("<dict><key>a</key>" +
+                                      dictionaryWith("<integer>5</integer>") + "</dict>")),
+              6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWhenTheRootIsNoDictionary) {
+    EXPECT_EQ(thresholdOf(xmlDocument("<integer>5</integer>")), 6);
+    EXPECT_EQ(thresholdOf(xmlDocument("<string>DebugLevel</string>")), 6);
+    EXPECT_EQ(
+        thresholdOf(xmlDocument("<array>" + dictionaryWith("<integer>5</integer>") + "</array>")),
+        6);
+    EXPECT_EQ(thresholdOf("DebugLevel"), 6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWhenTheDocumentIsDamaged) {
+    const std::string document = xmlDocument(dictionaryWith("<integer>5</integer>"));
+    EXPECT_EQ(thresholdOf(document.substr(0, document.find("</dict>"))), 6);
+    EXPECT_EQ(thresholdOf(""), 6);
+    EXPECT_EQ(thresholdOf("\0"s), 6);
+    EXPECT_EQ(thresholdOf(std::string(1000, '\xff')), 6);
+    const std::string binary =
+        binaryDocument({"\xd1\x01\x02", binaryString("DebugLevel"), "\x10\x03"});
+    EXPECT_EQ(thresholdOf(binary.substr(0, binary.size() - 1)), 6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWhenTheTreeIsNotValid) {
+    // The second value is the null object.
+    EXPECT_EQ(thresholdOf(binaryDocument({"\xd2\x01\x02\x03\x04", binaryString("DebugLevel"),
+                                          binaryString("a"), "\x10\x03", "\0"s})),
+              6);
+    // The second key is a number.
+    EXPECT_EQ(thresholdOf(binaryDocument(
+                  {"\xd2\x01\x02\x03\x03", binaryString("DebugLevel"), "\x10\x01", "\x10\x03"})),
+              6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsSixWithoutAFile) {
+    EXPECT_EQ(threshold(), 6);
+    EXPECT_EQ(threshold(nullptr), 6);
+    EXPECT_EQ(threshold(""), 6);
+    EXPECT_EQ(threshold(std::string(10'000, 'n').c_str()), 6);
+}
+
+// In a way that stops root too.
+TEST_F(ConfiguredDebugLevel, IsSixWhenTheFileCannotBeOpened) {
+    std::filesystem::create_symlink(configPath, configPath);
+    EXPECT_EQ(threshold(), 6);
+}
+
+TEST_F(ConfiguredDebugLevel, IsReadThroughALink) {
+    std::ofstream(directories.path("elsewhere")) << xmlDocument(dictionaryWith("<real>2</real>"));
+    std::filesystem::create_symlink(directories.path("elsewhere"), configPath);
+    EXPECT_EQ(threshold(), 2);
+}
+
+TEST_F(ConfiguredDebugLevel, WhatIsNoRegularFileIsNotReadNorWaitedFor) {
+    std::filesystem::create_directory(configPath);
+    EXPECT_EQ(threshold(), 6);
+    std::filesystem::remove(configPath);
+
+    ASSERT_EQ(::mkfifo(configPath.c_str(), 0600), 0);
+    EXPECT_EQ(threshold(), 6);
+    std::filesystem::remove(configPath);
+
+    for (const char* const device : {"/dev/zero", "/dev/null"}) {
+        std::filesystem::create_symlink(device, configPath);
+        EXPECT_EQ(threshold(), 6) << device;
+        std::filesystem::remove(configPath);
+    }
+}
+
+TEST_F(ConfiguredDebugLevel, LargestFileReadIsSixteenMebibytes) {
+    const std::string document = xmlDocument(dictionaryWith("<integer>5</integer>"));
+    std::string padded = document;
+    padded.insert(document.find("<dict>"), (16U << 20) - document.size(), ' ');
+    EXPECT_EQ(thresholdOf(padded), 5);
+    padded.insert(document.find("<dict>"), 1, ' ');
+    EXPECT_EQ(thresholdOf(padded), 6);
+}
+
+TEST_F(ConfiguredDebugLevel, NoFileStaysOpen) {
+    const auto nextDescriptor = [] {
+        const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ::close(descriptor);
+        return descriptor;
+    };
+    const int before = nextDescriptor();
+    EXPECT_EQ(threshold(), 6);
+    EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<integer>5</integer>"))), 5);
+    EXPECT_EQ(thresholdOf(""), 6);
+    std::filesystem::remove(configPath);
+    std::filesystem::create_directory(configPath);
+    EXPECT_EQ(threshold(), 6);
+    EXPECT_EQ(nextDescriptor(), before);
+}
+
+}  // namespace
