@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -91,13 +92,40 @@ namespace {
 
 thread_local std::size_t refusedSize = 0;
 thread_local int mallocsUntilFailure = -1;
+thread_local bool laterOnesFail = false;
+thread_local bool aMallocFailed = false;
+thread_local long allocations = 0;
+
+void failAfter(int count, bool laterOnes) {
+    mallocsUntilFailure = count;
+    laterOnesFail = laterOnes;
+    aMallocFailed = false;
+}
+
+bool mallocFails() {
+    if (mallocsUntilFailure < 0 || mallocsUntilFailure-- > 0) {
+        return false;
+    }
+    if (laterOnesFail) {
+        mallocsUntilFailure = 0;
+    }
+    aMallocFailed = true;
+    return true;
+}
 
 bool mallocFails(std::size_t size) {
     if (size == refusedSize && size != 0) {
         refusedSize = 0;
         return true;
     }
-    return mallocsUntilFailure >= 0 && mallocsUntilFailure-- == 0;
+    return mallocFails();
+}
+
+void* counted(void* memory) {
+    if (memory != nullptr) {
+        ++allocations;
+    }
+    return memory;
 }
 
 }  // namespace
@@ -109,13 +137,20 @@ void failMallocOf(std::size_t size) {
 }
 
 void failMallocAfter(int count) {
-    mallocsUntilFailure = count;
+    failAfter(count, false);
+}
+
+void failEveryMallocAfter(int count) {
+    failAfter(count, true);
 }
 
 bool mallocFailed() {
-    const bool failed = mallocsUntilFailure < 0;
     mallocsUntilFailure = -1;
-    return failed;
+    return aMallocFailed;
+}
+
+long liveAllocations() {
+    return allocations;
 }
 
 }  // namespace qv::tests
@@ -125,7 +160,39 @@ QV_INTERPOSED void* malloc(std::size_t size) {
         return nullptr;
     }
     // The same memory by another name, which is not taken over here.
-    return std::aligned_alloc(alignof(std::max_align_t), size);
+    return counted(std::aligned_alloc(alignof(std::max_align_t), size));
+}
+
+QV_INTERPOSED void* calloc(std::size_t count, std::size_t size) {
+    std::size_t bytes = 0;
+    if (__builtin_mul_overflow(count, size, &bytes) || mallocFails()) {
+        return nullptr;
+    }
+    void* const memory = counted(std::aligned_alloc(alignof(std::max_align_t), bytes));
+    return memory == nullptr ? nullptr : std::memset(memory, 0, bytes);
+}
+
+QV_INTERPOSED void* realloc(void* memory, std::size_t size) {
+    static const auto pass = next<void* (*)(void*, std::size_t)>("realloc");
+    if (memory == nullptr) {
+        return std::malloc(size);
+    }
+    if (mallocFails()) {
+        return nullptr;
+    }
+    void* const moved = pass(memory, size);
+    if (moved == nullptr && size == 0) {
+        --allocations;
+    }
+    return moved;
+}
+
+QV_INTERPOSED void free(void* memory) {
+    static const auto pass = next<void (*)(void*)>("free");
+    if (memory != nullptr) {
+        --allocations;
+    }
+    pass(memory);
 }
 
 #endif  // QV_SANITIZED

@@ -1,0 +1,205 @@
+#include "CoreFoundation/PropertyListProperties.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <algorithm>
+
+#include "CoreFoundation/Require.h"
+#include "CoreFoundation/Tree.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::fuzz {
+namespace {
+
+using tests::own;
+using tests::Owned;
+using Kind = Tree::Kind;
+
+// The deepest nesting that is read and written.
+constexpr int kDeepest = 1024;
+
+bool isString(const Tree& tree) {
+    return tree.kind == Kind::kString;
+}
+
+// As deep as its document form: there a UID is a dictionary.
+int depthOf(const Tree& tree) {
+    int deepest = 0;
+    for (const Tree& element : tree.elements) {
+        deepest = std::max(deepest, depthOf(element));
+    }
+    const bool isContainer =
+        tree.kind == Kind::kArray || tree.kind == Kind::kDictionary || tree.kind == Kind::kUid;
+    return deepest + (isContainer ? 1 : 0);
+}
+
+// Whether a document of the format can hold the tree; what was read is never too deep for that.
+bool isValid(const Tree& tree) {
+    return !anyNode(tree, [](const Tree& node) {
+        if (node.kind == Kind::kNull || node.kind == Kind::kSet || node.kind == Kind::kOther) {
+            return true;
+        }
+        for (std::size_t key = 0; node.kind == Kind::kDictionary && key < node.elements.size();
+             key += 2) {
+            if (!isString(node.elements[key])) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+bool isValidInOldStyle(const Tree& tree) {
+    return isValid(tree) && !anyNode(tree, [](const Tree& node) {
+               return !isString(node) && node.kind != Kind::kData && node.kind != Kind::kArray &&
+                      node.kind != Kind::kDictionary;
+           });
+}
+
+bool hasNaN(const Tree& tree) {
+    return anyNode(tree, [](const Tree& node) { return node.number != node.number; });
+}
+
+// Then another date, or no tree at all, may come back.
+bool hasDateThatCannotBeSaid(const Tree& tree) {
+    return anyNode(
+        tree, [](const Tree& node) { return node.kind == Kind::kDate && !canBeSaid(node.number); });
+}
+
+bool hasMarkAtAStart(const Tree& tree) {
+    return anyNode(tree, [](const Tree& node) { return node.text[0] == 0xFEFF; });
+}
+
+bool hasIllFormedKey(const Tree& tree) {
+    return anyNode(tree, [](const Tree& node) {
+        for (std::size_t key = 0; node.kind == Kind::kDictionary && key < node.elements.size();
+             key += 2) {
+            if (!isWellFormed(node.elements[key].text)) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+bool isAllUnicode(const Tree& tree) {
+    return !anyNode(tree, [](const Tree& node) { return !isWellFormed(node.text); });
+}
+
+Owned<CFDataRef> wrap(const std::uint8_t* data, std::size_t size) {
+    return own(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, data, static_cast<CFIndex>(size),
+                                           kCFAllocatorNull));
+}
+
+void checkMutability(CFTypeRef object, bool isMutable) {
+    if (CFGetTypeID(object) == CFDictionaryGetTypeID()) {
+        const auto* const dictionary = static_cast<CFDictionaryRef>(object);
+        const CFIndex count = CFDictionaryGetCount(dictionary);
+        // In no document is an array a key.
+        const auto key = tests::makeArray();
+        CFDictionaryAddValue(const_cast<CFMutableDictionaryRef>(dictionary), key.get(),
+                             kCFBooleanTrue);
+        require(CFDictionaryGetCount(dictionary) == count + (isMutable ? 1 : 0),
+                "a dictionary is not as mutable as wanted");
+        CFDictionaryRemoveValue(const_cast<CFMutableDictionaryRef>(dictionary), key.get());
+        require(CFDictionaryGetCount(dictionary) == count, "a dictionary stays changed");
+    } else if (CFGetTypeID(object) == CFArrayGetTypeID()) {
+        const auto* const array = static_cast<CFArrayRef>(object);
+        const CFIndex count = CFArrayGetCount(array);
+        CFArrayAppendValue(const_cast<CFMutableArrayRef>(array), kCFBooleanTrue);
+        require(CFArrayGetCount(array) == count + (isMutable ? 1 : 0),
+                "an array is not as mutable as wanted");
+    }
+}
+
+// Reading by the other function, and with the other options, gives the same.
+void checkOtherReadings(CFDataRef document, CFTypeRef object, const Tree& tree) {
+    for (const CFOptionFlags option :
+         {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+        CFPropertyListFormat format = {};
+        CFErrorRef given = nullptr;
+        const auto other = own(
+            CFPropertyListCreateWithData(kCFAllocatorDefault, document, option, &format, &given));
+        const auto error = own(given);
+        require(static_cast<bool>(other) == (object != nullptr),
+                "another option decides otherwise");
+        require(static_cast<bool>(error) != static_cast<bool>(other),
+                "there is an error exactly on failure");
+        if (!other) {
+            require(CFErrorGetCode(error.get()) == kCFPropertyListReadCorruptError,
+                    "a failure has another code");
+            const auto reason = own(CFErrorCopyDescription(error.get()));
+            require(reason && CFStringGetLength(reason.get()) > 0, "an error has no reason");
+            continue;
+        }
+        require(format == kCFPropertyListOpenStepFormat ||
+                    format == kCFPropertyListXMLFormat_v1_0 ||
+                    format == kCFPropertyListBinaryFormat_v1_0,
+                "the format is none");
+        require(treeOf(other.get()) == tree, "another option reads otherwise");
+        if (!hasNaN(tree)) {
+            require(tests::equal(other.get(), object), "equal trees are not equal");
+            require(CFHash(other.get()) == CFHash(object), "equal trees have different hashes");
+        }
+        checkMutability(other.get(), option != kCFPropertyListImmutable);
+    }
+}
+
+void checkWriting(CFTypeRef object, const Tree& tree) {
+    const auto document = tests::writeDocument(object);
+    require(document.has_value() == isValid(tree), "what is valid is what is written");
+    if (!document) {
+        return;
+    }
+    const auto back = tests::readDocument(*document);
+    if (!back) {
+        require(hasDateThatCannotBeSaid(tree) || depthOf(tree) > kDeepest,
+                "its own document is refused");
+        return;
+    }
+    const Tree expected = readBack(tree);
+    const Tree read = treeOf(back.get());
+    require(read == expected, "its own document is read otherwise");
+    if (expected == tree && !hasNaN(tree) && !hasDateThatCannotBeSaid(tree) && isAllUnicode(tree)) {
+        require(tests::equal(object, back.get()), "what comes back is not equal");
+    }
+    // A year of other than four digits may come back as another; a key that lost something may have
+    // another place.
+    if (!hasMarkAtAStart(tree) && !hasDateThatCannotBeSaid(tree) && !hasIllFormedKey(tree)) {
+        require(tests::writeDocument(back.get()) == document, "it is written otherwise again");
+    }
+}
+
+}  // namespace
+
+void checkPropertyListProperties(const std::uint8_t* data, std::size_t size) {
+    const auto document = wrap(data, size);
+    CFStringRef given = nullptr;
+    const auto object = own(CFPropertyListCreateFromXMLData(
+        kCFAllocatorDefault, document.get(), kCFPropertyListMutableContainers, &given));
+    const auto reason = own(given);
+    require(static_cast<bool>(reason) != static_cast<bool>(object),
+            "there is a reason exactly on failure");
+    if (!object) {
+        require(CFStringGetLength(reason.get()) > 0, "the reason is empty");
+        checkOtherReadings(document.get(), nullptr, {});
+        return;
+    }
+    const Tree tree = treeOf(object.get());
+    require(!anyNode(tree, [](const Tree& node) { return node.kind == Kind::kOther; }),
+            "an object of an unknown type");
+    require(static_cast<bool>(own(CFCopyDescription(object.get()))), "there is no description");
+
+    const auto valid = [&object](CFPropertyListFormat format) {
+        return CFPropertyListIsValid(object.get(), format) != FALSE;
+    };
+    require(valid(kCFPropertyListBinaryFormat_v1_0) == isValid(tree), "the validity is wrong");
+    require(valid(kCFPropertyListXMLFormat_v1_0) == isValid(tree), "the validity as XML is wrong");
+    require(valid(kCFPropertyListOpenStepFormat) == isValidInOldStyle(tree),
+            "the validity in the old style is wrong");
+    checkWriting(object.get(), tree);
+    checkOtherReadings(document.get(), object.get(), tree);
+    checkMutability(object.get(), true);
+}
+
+}  // namespace qv::fuzz

@@ -1,0 +1,19 @@
+// Ends the program where something does not hold, saying what: a fuzzer takes that for a finding.
+#ifndef QV_FUZZ_REQUIRE_H
+#define QV_FUZZ_REQUIRE_H
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace qv::fuzz {
+
+inline void require(bool holds, const char* what) {
+    if (!holds) {
+        std::fprintf(stderr, "%s\n", what);
+        std::abort();
+    }
+}
+
+}  // namespace qv::fuzz
+
+#endif  // QV_FUZZ_REQUIRE_H

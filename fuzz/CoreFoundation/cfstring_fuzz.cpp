@@ -1,0 +1,11 @@
+// Strings, of bytes and of code units.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "CoreFoundation/StringProperties.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    qv::fuzz::checkStringProperties(data, size);
+    return 0;
+}

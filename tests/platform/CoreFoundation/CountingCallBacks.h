@@ -1,0 +1,53 @@
+// Callbacks of containers that count what they are called for.
+#ifndef QV_TESTS_COUNTING_CALL_BACKS_H
+#define QV_TESTS_COUNTING_CALL_BACKS_H
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <cstdint>
+#include <map>
+
+namespace qv::tests {
+
+// Values are pointers to int; those to equal numbers are equal.
+struct CountingCallBacks {
+    // How often each value is held. One that was given back more often than taken is below 0.
+    static inline std::map<const void*, int> held;
+    static inline int comparisons = 0;
+
+    static void reset() {
+        held.clear();
+        comparisons = 0;
+    }
+
+    // Of all values together.
+    static int heldInAll() {
+        int sum = 0;
+        for (const auto& [value, count] : held) {
+            sum += count;
+        }
+        return sum;
+    }
+
+    static const void* retain(CFAllocatorRef, const void* value) {
+        ++held[value];
+        return value;
+    }
+    static void release(CFAllocatorRef, const void* value) { --held[value]; }
+    static CFStringRef describe(const void*) { return CFStringRef(CFRetain(CFSTR("an int"))); }
+    static Boolean areEqual(const void* one, const void* other) {
+        ++comparisons;
+        return *static_cast<const int*>(one) == *static_cast<const int*>(other) ? TRUE : FALSE;
+    }
+    static CFHashCode hash(const void* value) {
+        return static_cast<CFHashCode>(*static_cast<const int*>(value));
+    }
+
+    static constexpr CFArrayCallBacks ofArray{0, retain, release, describe, areEqual};
+    static constexpr CFDictionaryKeyCallBacks ofKeys{0, retain, release, describe, areEqual, hash};
+    static constexpr CFDictionaryValueCallBacks ofValues{0, retain, release, describe, areEqual};
+};
+
+}  // namespace qv::tests
+
+#endif  // QV_TESTS_COUNTING_CALL_BACKS_H

@@ -1,0 +1,588 @@
+// Documents made to crash, to fill the memory or to take forever. Each is read, judged, written and
+// released in a process of its own with little memory and a small stack.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "platform/CoreFoundation/Confined.h"
+#include "platform/CoreFoundation/Documents.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::tests {
+namespace {
+
+constexpr std::size_t kMegabyte = 1UL << 20;
+
+enum class Expected { kLoaded, kRefused, kEither };
+
+// Whether it loads is as expected, whichever option it is read with.
+void use(const std::string& document, Expected expected) {
+    for (const CFOptionFlags option :
+         {kCFPropertyListImmutable, kCFPropertyListMutableContainers}) {
+        CFStringRef given = nullptr;
+        // Without a copy, so that a read past the end is seen.
+        const auto data = own(CFDataCreateWithBytesNoCopy(
+            kCFAllocatorDefault, reinterpret_cast<const UInt8*>(document.data()),
+            static_cast<CFIndex>(document.size()), kCFAllocatorNull));
+        const auto tree =
+            own(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, data.get(), option, &given));
+        const auto reason = own(given);
+        if (expected != Expected::kEither) {
+            EXPECT_EQ(static_cast<bool>(tree), expected == Expected::kLoaded);
+        }
+        if (!tree) {
+            EXPECT_TRUE(reason);
+            continue;
+        }
+        const bool isValid =
+            CFPropertyListIsValid(tree.get(), kCFPropertyListXMLFormat_v1_0) != FALSE;
+        const auto xml = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, tree.get()));
+        if (expected == Expected::kLoaded) {
+            EXPECT_TRUE(isValid);
+            EXPECT_TRUE(xml);
+        }
+    }
+}
+
+void expectLoaded(const std::string& document) {
+    confined([&document] { use(document, Expected::kLoaded); });
+}
+void expectRefused(const std::string& document) {
+    confined([&document] { use(document, Expected::kRefused); });
+}
+void expectHarmless(const std::string& document) {
+    confined([&document] { use(document, Expected::kEither); });
+}
+
+// The text as often as a document of just under a MiB has room for it.
+std::string filled(const std::string& begin, const std::string& text, const std::string& end) {
+    return begin + repeated(text, (kMegabyte - begin.size() - end.size() - 1) / text.size()) + end;
+}
+
+class Doubling : public testing::TestWithParam<int> {};
+
+// Each level refers to the next one twice, so that the tree is 2^levels times its document.
+TEST_P(Doubling, ArraysAreRefused) {
+    BinaryDocument document;
+    for (int level = 1; level <= GetParam(); ++level) {
+        const auto next = static_cast<std::uint64_t>(level);
+        document.addArray({next, next});
+    }
+    document.addString("x");
+    expectRefused(document.bytes());
+}
+
+TEST_P(Doubling, DictionariesAreRefused) {
+    BinaryDocument document;
+    const auto levels = static_cast<std::uint64_t>(GetParam());
+    for (std::uint64_t level = 1; level <= levels; ++level) {
+        document.addDictionary({levels + 1, levels + 2}, {level, level});
+    }
+    document.addString("x");
+    document.addString("a");
+    document.addString("b");
+    expectRefused(document.bytes());
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, Doubling, testing::Values(20, 30, 40, 60, 62));
+
+TEST(Doubling, FewLevelsAreLoaded) {
+    BinaryDocument document;
+    for (std::uint64_t level = 1; level <= 6; ++level) {
+        document.addArray({level, level});
+    }
+    document.addString("x");
+    expectLoaded(document.bytes());
+}
+
+TEST(HostileBinary, SetsThatDoubleAreHarmless) {
+    BinaryDocument document;
+    for (int level = 1; level <= 60; ++level) {
+        document.add({'\xc2', static_cast<char>(level), static_cast<char>(level)});
+    }
+    document.addString("x");
+    expectHarmless(document.bytes());
+}
+
+TEST(HostileBinary, WideDoublingIsRefused) {
+    // Each of few levels refers to the next 200 times.
+    BinaryDocument document;
+    for (std::uint64_t level = 1; level <= 5; ++level) {
+        document.addArray(std::vector<std::uint64_t>(200, level));
+    }
+    document.addString("x");
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, OneLongStringAMillionTimesIsRefused) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(1000000, 1));
+    document.addString(std::string(500000, 'x'));
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, OneLongWideStringAMillionTimesIsRefused) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(1000000, 1));
+    document.add(BinaryDocument::head(0x60, 250000) + repeated("\x4e\x2d", 250000));
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, OneLongDataAMillionTimesIsRefused) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(1000000, 1));
+    document.add(BinaryDocument::head(0x40, 500000) + std::string(500000, 'x'));
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, OneNestedObjectAMillionTimesIsRefused) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(1000000, 1));
+    for (std::uint64_t level = 2; level <= 200; ++level) {
+        document.addArray({level});
+    }
+    document.addArray({});
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, OneEmptyDictionaryAMillionTimesIsLoaded) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(1000000, 1));
+    document.addDictionary({}, {});
+    expectLoaded(document.bytes());
+}
+
+TEST(HostileBinary, OneLongKeyAMillionTimesIsRefused) {
+    BinaryDocument document;
+    document.addDictionary(std::vector<std::uint64_t>(500000, 1),
+                           std::vector<std::uint64_t>(500000, 2));
+    document.addString(std::string(500000, 'k'));
+    document.addString("value");
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, SharedStringsAreLoaded) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(1000, 1));
+    document.addString("a string");
+    expectLoaded(document.bytes());
+}
+
+TEST(HostileBinary, CountsThatPromiseTooMuchAreRefused) {
+    confined([] {
+        for (const unsigned marker : {0x40U, 0x50U, 0x60U, 0xa0U, 0xc0U, 0xd0U}) {
+            for (const std::uint64_t count :
+                 {std::uint64_t(100), std::uint64_t(1) << 31, std::uint64_t(1) << 32,
+                  (std::uint64_t(1) << 32) + 1, std::uint64_t(1) << 61, std::uint64_t(1) << 62,
+                  (std::uint64_t(1) << 62) + 1, std::uint64_t(1) << 63,
+                  std::numeric_limits<std::uint64_t>::max()}) {
+                SCOPED_TRACE(testing::Message() << marker << ' ' << count);
+                // So that a count times the size of a reference may wrap around.
+                for (const std::uint8_t referenceSize : {1, 2, 4, 8, 16, 64, 128, 255}) {
+                    BinaryDocument document(referenceSize);
+                    document.add(BinaryDocument::head(marker, count));
+                    document.addString("x");
+                    use(document.bytes(), Expected::kRefused);
+                }
+            }
+        }
+    });
+}
+
+TEST(HostileBinary, CountOfEverySizeIsHarmless) {
+    for (int size = 0; size < 16; ++size) {
+        BinaryDocument document;
+        document.add(std::string("\xaf") + static_cast<char>(0x10 | size) +
+                     std::string(std::size_t(1) << std::min(size, 12), '\xff'));
+        expectHarmless(document.bytes());
+    }
+}
+
+TEST(HostileBinary, ExtremesOfTheTrailerAreHarmless) {
+    BinaryDocument document;
+    document.addArray({1, 1});
+    document.addString("x");
+    const BinaryTrailer sound = document.trailer();
+    const std::uint64_t extremes[] = {0,
+                                      1,
+                                      sound.objectCount,
+                                      sound.offsetTable,
+                                      255,
+                                      std::uint64_t(1) << 31,
+                                      std::uint64_t(1) << 32,
+                                      std::uint64_t(1) << 61,
+                                      (std::uint64_t(1) << 62) + 1,
+                                      std::uint64_t(1) << 63,
+                                      std::numeric_limits<std::uint64_t>::max() - 7,
+                                      std::numeric_limits<std::uint64_t>::max()};
+    confined([&] {
+        use(document.bytes(sound), Expected::kLoaded);
+        for (const std::uint64_t extreme : extremes) {
+            BinaryTrailer trailer = sound;
+            trailer.objectCount = extreme;
+            use(document.bytes(trailer), Expected::kEither);
+            trailer = sound;
+            trailer.root = extreme;
+            use(document.bytes(trailer),
+                extreme < sound.objectCount ? Expected::kLoaded : Expected::kRefused);
+            trailer = sound;
+            trailer.offsetTable = extreme;
+            use(document.bytes(trailer), Expected::kEither);
+            trailer.objectCount = extreme;
+            use(document.bytes(trailer), Expected::kEither);
+            trailer.objectCount = std::numeric_limits<std::uint64_t>::max() - extreme;
+            use(document.bytes(trailer), Expected::kEither);
+        }
+        for (int size = 0; size < 256; ++size) {
+            BinaryTrailer trailer = sound;
+            trailer.offsetSize = static_cast<std::uint8_t>(size);
+            use(document.bytes(trailer), Expected::kEither);
+            for (const std::uint64_t count : extremes) {
+                trailer.objectCount = count;
+                use(document.bytes(trailer), Expected::kEither);
+            }
+            trailer = sound;
+            trailer.referenceSize = static_cast<std::uint8_t>(size);
+            use(document.bytes(trailer), Expected::kEither);
+        }
+    });
+}
+
+TEST(HostileBinary, OffsetsOutsideAreRefused) {
+    BinaryDocument sound(1, 8);
+    sound.addArray({1, 2});
+    sound.addString("x");
+    sound.addString("y");
+    const std::string document = sound.bytes();
+    const std::size_t table = sound.trailer().offsetTable;
+    confined([&] {
+        use(document, Expected::kLoaded);
+        for (const std::uint64_t offset :
+             {std::uint64_t(0), std::uint64_t(1), std::uint64_t(2), std::uint64_t(3),
+              std::uint64_t(4), std::uint64_t(5), std::uint64_t(6), std::uint64_t(7),
+              std::uint64_t(table), std::uint64_t(table + 1), std::uint64_t(document.size()),
+              std::uint64_t(1) << 32, std::uint64_t(1) << 63,
+              std::numeric_limits<std::uint64_t>::max()}) {
+            for (std::size_t entry = 0; entry < 3; ++entry) {
+                std::string changed = document;
+                changed.replace(table + 8 * entry, 8, bigEndian(offset, 8));
+                use(changed, Expected::kRefused);
+            }
+        }
+    });
+}
+
+TEST(HostileBinary, ReferencesToNoObjectAreRefused) {
+    confined([] {
+        for (const std::uint8_t size : {1, 2, 8}) {
+            for (const std::uint64_t reference :
+                 {std::uint64_t(2), std::uint64_t(3), std::uint64_t(17), std::uint64_t(255),
+                  std::numeric_limits<std::uint64_t>::max()}) {
+                // With the offsets' size the bytes that follow the table look like other offsets.
+                for (const std::uint8_t offsetSize : {1, 2, 3, 4, 7, 8}) {
+                    BinaryDocument array(size, offsetSize);
+                    array.addArray({reference});
+                    array.addString("x");
+                    use(array.bytes(), Expected::kRefused);
+                    BinaryDocument key(size, offsetSize);
+                    key.addDictionary({reference}, {1});
+                    key.addString("x");
+                    use(key.bytes(), Expected::kRefused);
+                    BinaryDocument value(size, offsetSize);
+                    value.addDictionary({1}, {reference});
+                    value.addString("x");
+                    use(value.bytes(), Expected::kRefused);
+                }
+            }
+        }
+    });
+}
+
+TEST(HostileBinary, SizesTooSmallForWhatTheyCountAreRefused) {
+    std::vector<std::uint64_t> elements(300, 1);
+    BinaryDocument references(1, 2);
+    references.addArray(elements);
+    BinaryDocument sound(2, 2);
+    sound.addArray(elements);
+    BinaryDocument offsets(2, 1);
+    offsets.addArray(elements);
+    for (int element = 0; element < 300; ++element) {
+        references.addString("x");
+        sound.addString("x");
+        offsets.addString("x");
+    }
+    expectLoaded(sound.bytes());
+    expectRefused(references.bytes());
+    expectRefused(offsets.bytes());
+}
+
+TEST(HostileBinary, CyclesAreRefused) {
+    for (const std::size_t length : {1U, 2U, 3U, 100U, 255U}) {
+        BinaryDocument arrays;
+        BinaryDocument dictionaries(2);
+        for (std::size_t level = 0; level < length; ++level) {
+            arrays.addArray({(level + 1) % length});
+            dictionaries.addDictionary({length}, {(level + 1) % length});
+        }
+        dictionaries.addString("k");
+        expectRefused(arrays.bytes());
+        expectRefused(dictionaries.bytes());
+    }
+    BinaryDocument set;
+    set.add(std::string("\xc1\0", 2));
+    expectRefused(set.bytes());
+    BinaryDocument ownKey;
+    ownKey.addDictionary({0}, {0});
+    expectRefused(ownKey.bytes());
+}
+
+TEST(HostileBinary, EveryMarkerIsHarmlessAsRootElementAndKey) {
+    confined([] {
+        for (int marker = 0; marker < 256; ++marker) {
+            const std::string object = static_cast<char>(marker) + std::string(16, '\x01');
+            BinaryDocument root;
+            root.add(object);
+            use(root.bytes(), Expected::kEither);
+            BinaryDocument short_;
+            short_.add(std::string(1, static_cast<char>(marker)));
+            use(short_.bytes(), Expected::kEither);
+            BinaryDocument element;
+            element.addArray({1});
+            element.add(object);
+            use(element.bytes(), Expected::kEither);
+            BinaryDocument key;
+            key.addDictionary({1}, {2});
+            key.add(object);
+            key.addString("value");
+            use(key.bytes(), Expected::kEither);
+        }
+    });
+}
+
+TEST(HostileBinary, WidestDocumentIsLoaded) {
+    BinaryDocument dictionaries(3, 3);
+    std::vector<std::uint64_t> elements;
+    for (std::uint64_t element = 1; element < kMegabyte / 7 - 10; ++element) {
+        elements.push_back(element);
+    }
+    dictionaries.addArray(elements);
+    for (std::size_t element = 0; element < elements.size(); ++element) {
+        dictionaries.addDictionary({}, {});
+    }
+    ASSERT_LT(dictionaries.bytes().size(), kMegabyte);
+    expectLoaded(dictionaries.bytes());
+
+    BinaryDocument keys(3, 3);
+    elements.resize(60000);
+    keys.addDictionary(elements, elements);
+    for (const std::uint64_t element : elements) {
+        keys.addString(std::to_string(element));
+    }
+    ASSERT_LT(keys.bytes().size(), kMegabyte);
+    expectLoaded(keys.bytes());
+}
+
+TEST(HostileXml, WidestDocumentsAreLoaded) {
+    expectLoaded(filled("<array>", "<dict/>", "</array>"));
+    expectLoaded(filled("<array>", "<array/>", "</array>"));
+    expectLoaded(filled("<array>", "<true/>", "</array>"));
+    expectLoaded(filled("<array>", "<string/>", "</array>"));
+    expectLoaded(filled("<array>", "<integer>1</integer>", "</array>"));
+    expectLoaded(filled("<array>", "<real>1</real>", "</array>"));
+    expectLoaded(filled("<array>", "<data></data>", "</array>"));
+    expectLoaded(filled("<array>", "<dict><key/><dict/></dict>", "</array>"));
+    expectLoaded(filled("<array>", "<key/>", "</array>"));
+}
+
+TEST(HostileXml, ManyKeysAreLoaded) {
+    std::string different = "<dict>";
+    std::string alike = "<dict>";
+    for (int key = 0; different.size() < kMegabyte - 100; ++key) {
+        different += "<key>" + std::to_string(key) + "</key><true/>";
+    }
+    // What a weak hash function would have in one bucket: equal beginnings, middles and ends, and
+    // pairs of characters that sum up to the same.
+    for (unsigned key = 0; alike.size() < kMegabyte - 200; ++key) {
+        alike += "<key>the same beginning ";
+        for (unsigned bit = 0; bit < 16; ++bit) {
+            alike += (key >> bit & 1U) != 0 ? "Aa" : "BB";
+        }
+        alike += " the same end</key><true/>";
+    }
+    expectLoaded(different + "</dict>");
+    expectLoaded(alike + "</dict>");
+    expectLoaded(filled("<dict>", "<key>one</key><true/>", "</dict>"));
+}
+
+TEST(HostileXml, OneHugeStringIsLoaded) {
+    expectLoaded(filled("<string>", "x", "</string>"));
+    expectLoaded(filled("<string>", "\u4e2d", "</string>"));
+    expectLoaded(filled("<string>", "\U0001f600", "</string>"));
+    expectLoaded(filled("<string>", "&amp;", "</string>"));
+    expectLoaded(filled("<string>", "&#65;", "</string>"));
+    expectLoaded(filled("<string>", "&#x4e2d;", "</string>"));
+    expectLoaded(filled("<string>", "<![CDATA[x]]>", "</string>"));
+    expectLoaded(filled("<string>", "<![CDATA[]]>", "</string>"));
+    expectLoaded(filled("<string><![CDATA[", "]", "]]></string>"));
+    expectLoaded(filled("<data>", "AAAA", "</data>"));
+    expectLoaded(filled("<data>", "\n", "AAAA</data>"));
+}
+
+TEST(HostileXml, HugeNothingIsLoaded) {
+    expectLoaded(filled("<!--", "-", "--><dict/>"));
+    expectLoaded(filled("<!--", "x", "--><dict/>"));
+    expectLoaded(filled("", "<!-- -->", "<dict/>"));
+    expectLoaded(filled("", "<?x?>", "<dict/>"));
+    expectLoaded(filled("<?xml ", "x", "?><dict/>"));
+    expectLoaded(filled("", " ", "<dict/>"));
+    expectLoaded(filled("<dict/>", "x", ""));
+    expectLoaded(filled("<dict>", "\n", "</dict>"));
+    expectLoaded(filled("<plist ", "x", "><dict/></plist>"));
+    expectLoaded(filled("<dict ", "/", " ></dict>"));
+}
+
+TEST(HostileXml, ManyDigitsAreHarmless) {
+    for (const char* const digit : {"1", "0", "9", "F", " ", "-", "+", "."}) {
+        SCOPED_TRACE(digit);
+        for (const std::string kind : {"integer", "real", "date"}) {
+            expectHarmless(filled('<' + kind + '>', digit, "</" + kind + '>'));
+        }
+        expectHarmless(filled("<integer>0x", digit, "</integer>"));
+        expectHarmless(filled("<real>1e", digit, "</real>"));
+        expectHarmless(filled("<real>0.", digit, "</real>"));
+        expectHarmless(filled("<date>", digit, "-01-01T00:00:00Z</date>"));
+        expectHarmless(filled("<string>&#", digit, ";</string>"));
+        expectHarmless(filled("<string>&#x", digit, ";</string>"));
+    }
+}
+
+TEST(HostileXml, RepetitionIsHarmless) {
+    for (const char* const text : {"<",
+                                   ">",
+                                   "&",
+                                   "/",
+                                   "<!",
+                                   "<!-",
+                                   "<!--",
+                                   "<?",
+                                   "<!DOCTYPE",
+                                   "<!DOCTYPE ",
+                                   "<![CDATA[",
+                                   "<string>",
+                                   "<string>&",
+                                   "<key>",
+                                   "<dict>",
+                                   "<dict><key>",
+                                   "<dict><key></key>",
+                                   "</dict>",
+                                   "<array/>",
+                                   "<data>",
+                                   "<integer>",
+                                   "<real>",
+                                   "<date>",
+                                   "<true>",
+                                   "<true/",
+                                   "<plist",
+                                   "<a ",
+                                   "<?xml encoding=\"",
+                                   "<?xml version=\"1.0\" encoding=\"UTF-8\"?>",
+                                   "\xef\xbb\xbf",
+                                   "\xff\xfe",
+                                   "\xff",
+                                   "bplist00",
+                                   "]]>",
+                                   "-->",
+                                   "\"",
+                                   "'",
+                                   "=",
+                                   "&#",
+                                   "&#x",
+                                   "&amp;"}) {
+        SCOPED_TRACE(text);
+        expectHarmless(filled("", text, ""));
+        expectHarmless(filled("<dict>", text, ""));
+        expectHarmless(filled("<string>", text, ""));
+        expectHarmless(filled("<plist><array>", text, "</array></plist>"));
+    }
+}
+
+TEST(HostileXml, NulsAreHarmless) {
+    expectHarmless(std::string(kMegabyte, '\0'));
+    expectLoaded(std::string("<string>") + std::string(kMegabyte, '\0') + "</string>");
+}
+
+TEST(HostileXml, OtherEncodingsAreHarmless) {
+    for (const char* const name :
+         {"UTF-7", "UTF-16", "UTF-32", "UCS-4", "Shift_JIS", "EUC-JP", "GBK", "GB18030", "Big5",
+          "ISO-2022-JP", "ISO-2022-KR", "HZ-GB-2312", "windows-1252", "IBM037", "US-ASCII",
+          "//TRANSLIT", "UTF-8//IGNORE", "../../etc/passwd", "%s%n"}) {
+        SCOPED_TRACE(name);
+        const std::string begin =
+            std::string("<?xml version=\"1.0\" encoding=\"") + name + "\"?><string>";
+        for (const char* const text :
+             {"x", "\x1b$B", "\xff", "\x80\x80", "\x81", "\x84\x31\xa4\x37"}) {
+            expectHarmless(filled(begin, text, "</string>"));
+        }
+    }
+    expectHarmless(filled("<?xml version=\"1.0\" encoding=\"", "x", "\"?><dict/>"));
+    for (const std::string& mark :
+         {std::string("\xff\xfe", 2), std::string("\xfe\xff", 2), std::string("\xff\xfe\0\0", 4),
+          std::string("\0\0\xfe\xff", 4)}) {
+        expectHarmless(mark);
+        expectHarmless(filled(mark, std::string("\0<", 2), ""));
+        expectHarmless(filled(mark, std::string("<\0", 2), "x"));
+        expectHarmless(filled(mark, "\xd8", ""));
+        expectHarmless(filled(mark, "\xff", "xyz"));
+    }
+}
+
+TEST(HostileOldStyle, WidestDocumentsAreLoaded) {
+    expectLoaded(filled("(", "(),", ")"));
+    expectLoaded(filled("(", "{},", ")"));
+    expectLoaded(filled("(", "a,", ")"));
+    expectLoaded(filled("(", "\"\",", ")"));
+    expectLoaded(filled("(", "<>,", ")"));
+    expectLoaded(filled("{", "a=a;", "}"));
+    expectLoaded(filled("{", "a;", "}"));
+    expectLoaded(filled("", "a=a;", ""));
+    std::string different;
+    for (int key = 0; different.size() < kMegabyte - 100; ++key) {
+        different += std::to_string(key) + "=" + std::to_string(key) + ";";
+    }
+    expectLoaded(different);
+    expectLoaded("{" + different + "}");
+}
+
+TEST(HostileOldStyle, HugeLeavesAreLoaded) {
+    expectLoaded(filled("", "a", ""));
+    expectLoaded(filled("\"", "a", "\""));
+    expectLoaded(filled("\"", "\\U4e2d", "\""));
+    expectLoaded(filled("\"", "\\351", "\""));
+    expectLoaded(filled("\"", "\\\"", "\""));
+    expectLoaded(filled("<", "0fbd", ">"));
+    expectLoaded(filled("<", "0fbd ", ">"));
+    expectLoaded(filled("", "/* */", "{}"));
+    expectLoaded(filled("/*", "x", "*/{}"));
+    expectLoaded(filled("//", "x", "\n{}"));
+    expectLoaded(filled("", "//\n", "{}"));
+}
+
+TEST(HostileOldStyle, RepetitionIsHarmless) {
+    for (const char* const text :
+         {"(",    ")",   "{",  "}", "((", "({",   "{a=",   "{a=(", "(a,", "<",
+          "<0",   "<0f", "\"", "'", "\\", "\"\\", "\"\\U", "/",    "/*",  "//",
+          "/**/", ";",   ",",  "=", "a=", "a =b", "a;",    "\n",   " "}) {
+        SCOPED_TRACE(text);
+        expectHarmless(filled("", text, ""));
+        expectHarmless(filled("{", text, ""));
+        expectHarmless(filled("(", text, ")"));
+        expectHarmless(filled("\"", text, ""));
+    }
+}
+
+}  // namespace
+}  // namespace qv::tests

@@ -1,0 +1,289 @@
+// Containers in containers. Up to 1,000 levels are loaded and written; far more are refused, and
+// end nobody's stack: everything happens on a small one.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "platform/CoreFoundation/Confined.h"
+#include "platform/CoreFoundation/Documents.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::tests {
+namespace {
+
+constexpr std::size_t kMillion = 1000000;
+
+bool isValid(CFTypeRef object) {
+    return CFPropertyListIsValid(object, kCFPropertyListBinaryFormat_v1_0) != FALSE;
+}
+
+// The levels of the first elements of containers in containers.
+std::size_t depthOf(CFTypeRef object) {
+    std::size_t depth = 0;
+    while (object != nullptr) {
+        if (CFGetTypeID(object) == CFArrayGetTypeID()) {
+            object = CFArrayGetValueAtIndex(static_cast<CFArrayRef>(object), 0);
+        } else if (CFGetTypeID(object) == CFDictionaryGetTypeID()) {
+            object = CFDictionaryGetValue(static_cast<CFDictionaryRef>(object), CFSTR("k"));
+        } else {
+            break;
+        }
+        ++depth;
+    }
+    return depth;
+}
+
+void expectLoaded(const std::string& document, std::size_t depth) {
+    const auto tree = readDocument(document);
+    ASSERT_TRUE(tree);
+    EXPECT_EQ(depthOf(tree.get()), depth);
+    EXPECT_TRUE(isValid(tree.get()));
+    EXPECT_TRUE(equal(tree.get(), readDocument(document, kCFPropertyListImmutable).get()));
+    EXPECT_TRUE(own(CFCopyDescription(tree.get())));
+    const auto xml = writeDocument(tree.get());
+    ASSERT_TRUE(xml);
+    EXPECT_TRUE(equal(tree.get(), readDocument(*xml).get()));
+}
+
+void expectRefused(const std::string& document) {
+    EXPECT_FALSE(readDocument(document));
+    EXPECT_FALSE(readDocument(document, kCFPropertyListImmutable));
+}
+
+// Whatever comes of it, nothing breaks.
+void useIt(const std::string& document) {
+    for (const CFOptionFlags option :
+         {kCFPropertyListImmutable, kCFPropertyListMutableContainers}) {
+        const auto tree = readDocument(document, option);
+        if (tree) {
+            isValid(tree.get());
+            writeDocument(tree.get());
+            CFHash(tree.get());
+            own(CFCopyDescription(tree.get()));
+        }
+    }
+}
+
+TEST(Nesting, ThousandLevelsOfXmlAreLoadedAndWritten) {
+    onSmallStack([] {
+        for (const auto& nested : kNestedXml) {
+            SCOPED_TRACE(nested.name);
+            expectLoaded(nested.whole(1000), 1000);
+        }
+    });
+}
+
+TEST(Nesting, ThousandLevelsOfABinaryDocumentAreLoadedAndWritten) {
+    onSmallStack([] {
+        for (const auto& nested : kNestedBinary) {
+            SCOPED_TRACE(nested.name);
+            expectLoaded(nested.whole(1000), 1000);
+        }
+    });
+}
+
+TEST(Nesting, LimitIs1024Levels) {
+    onSmallStack([] {
+        for (const auto& nested : kNestedXml) {
+            SCOPED_TRACE(nested.name);
+            expectLoaded(nested.whole(1024), 1024);
+            expectRefused(nested.whole(1026));
+        }
+        expectRefused(kNestedXml[0].whole(1025));
+        for (const auto& nested : kNestedBinary) {
+            SCOPED_TRACE(nested.name);
+            expectLoaded(nested.whole(1024), 1024);
+            expectRefused(nested.whole(1025));
+        }
+    });
+}
+
+TEST(Nesting, LimitOfTheOldStyleIs512Levels) {
+    onSmallStack([] {
+        for (const auto& nested : kNestedOldStyle) {
+            SCOPED_TRACE(nested.name);
+            expectLoaded(nested.whole(512), 512);
+            expectRefused(nested.whole(514));
+        }
+        expectRefused(kNestedOldStyle[0].whole(513));
+        expectRefused(kNestedOldStyle[1].whole(513));
+    });
+}
+
+TEST(Nesting, LeafAtTheDeepestLevelIsLoaded) {
+    onSmallStack([] {
+        for (const char* const leaf : {"<string>s</string>", "<integer>1</integer>", "<true/>"}) {
+            expectLoaded(repeated("<array>", 1024) + leaf + repeated("</array>", 1024), 1024);
+        }
+        expectLoaded(repeated("(", 512) + "s" + repeated(")", 512), 512);
+    });
+}
+
+// It is written as a dictionary, and so takes a level.
+TEST(Nesting, WhatIsWrittenCanBeRead) {
+    onSmallStack([] {
+        for (const std::size_t depth : {1022U, 1023U, 1024U}) {
+            BinaryDocument document(4);
+            for (std::size_t level = 1; level <= depth; ++level) {
+                document.addArray({level});
+            }
+            document.add("\x80\x05");
+            const auto tree = readDocument(document.bytes());
+            ASSERT_TRUE(tree);
+            const auto xml = writeDocument(tree.get());
+            EXPECT_EQ(xml.has_value(),
+                      CFPropertyListIsValid(tree.get(), kCFPropertyListXMLFormat_v1_0) != FALSE);
+            if (xml) {
+                EXPECT_TRUE(readDocument(*xml)) << depth;
+            }
+        }
+    });
+}
+
+TEST(Nesting, MillionLevelsOfADocumentBreakNothing) {
+    for (const auto& nested : kNestedXml) {
+        SCOPED_TRACE(nested.name);
+        confined([&nested] { useIt(nested.whole(kMillion)); });
+        confined([&nested] { useIt(nested.unclosed(kMillion)); });
+    }
+    for (const auto& nested : kNestedOldStyle) {
+        SCOPED_TRACE(nested.name);
+        confined([&nested] { useIt(nested.whole(kMillion)); });
+        confined([&nested] { useIt(nested.unclosed(kMillion)); });
+    }
+    for (const auto& nested : kNestedBinary) {
+        SCOPED_TRACE(nested.name);
+        confined([&nested] { useIt(nested.whole(kMillion)); });
+        confined([&nested] { useIt(nested.unclosed(kMillion)); });
+    }
+}
+
+TEST(Nesting, PlistTagsBreakNothing) {
+    confined(
+        [] { useIt(repeated("<plist>", kMillion) + "<dict/>" + repeated("</plist>", kMillion)); });
+    confined([] { useIt(repeated("<plist>", kMillion)); });
+    confined([] { useIt(repeated("<plist version=\"1.0\">\n<array>", kMillion / 2)); });
+    onSmallStack([] {
+        const auto tree =
+            readDocument(repeated("<plist>", 100) + "<dict/>" + repeated("</plist>", 100));
+        EXPECT_TRUE(tree);
+    });
+}
+
+// Arrays in an array of the program's own making.
+Owned<CFArrayRef> arrays(std::size_t depth) {
+    auto array = own(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
+    for (std::size_t level = 1; level < depth; ++level) {
+        const void* inner = array.get();
+        array = own(CFArrayCreate(kCFAllocatorDefault, &inner, 1, &kCFTypeArrayCallBacks));
+    }
+    return array;
+}
+
+Owned<CFMutableDictionaryRef> dictionaries(std::size_t depth) {
+    auto dictionary = makeDictionary();
+    for (std::size_t level = 1; level < depth; ++level) {
+        auto outer = makeDictionary();
+        CFDictionarySetValue(outer.get(), CFSTR("k"), dictionary.get());
+        dictionary = std::move(outer);
+    }
+    return dictionary;
+}
+
+TEST(Nesting, DeepestTreeThatIsValidHas1024Levels) {
+    onSmallStack([] {
+        for (const std::size_t depth : {1023U, 1024U}) {
+            EXPECT_TRUE(isValid(arrays(depth).get())) << depth;
+            EXPECT_TRUE(writeDocument(arrays(depth).get())) << depth;
+            EXPECT_TRUE(isValid(dictionaries(depth).get())) << depth;
+            EXPECT_TRUE(writeDocument(dictionaries(depth).get())) << depth;
+        }
+        EXPECT_FALSE(isValid(arrays(1025).get()));
+        EXPECT_FALSE(writeDocument(arrays(1025).get()));
+        EXPECT_FALSE(isValid(dictionaries(1025).get()));
+        EXPECT_FALSE(writeDocument(dictionaries(1025).get()));
+    });
+}
+
+TEST(Nesting, TreeOfAMillionLevelsIsReleased) {
+    onSmallStack([] {
+        EXPECT_EQ(depthOf(arrays(kMillion).get()), kMillion);
+        EXPECT_EQ(depthOf(dictionaries(kMillion / 10).get()), kMillion / 10);
+    });
+}
+
+TEST(Nesting, TreeOfAMillionLevelsIsJudgedAndNotWritten) {
+    onSmallStack([] {
+        EXPECT_FALSE(isValid(arrays(kMillion).get()));
+        EXPECT_FALSE(writeDocument(arrays(kMillion).get()));
+        EXPECT_FALSE(isValid(dictionaries(kMillion / 10).get()));
+        EXPECT_FALSE(writeDocument(dictionaries(kMillion / 10).get()));
+    });
+}
+
+TEST(Nesting, TreesOfAMillionLevelsAreCompared) {
+    onSmallStack([] {
+        EXPECT_TRUE(equal(arrays(kMillion).get(), arrays(kMillion).get()));
+        EXPECT_FALSE(equal(arrays(kMillion).get(), arrays(kMillion - 1).get()));
+        EXPECT_TRUE(equal(dictionaries(kMillion / 10).get(), dictionaries(kMillion / 10).get()));
+        EXPECT_EQ(CFHash(arrays(kMillion).get()), CFHash(arrays(kMillion).get()));
+    });
+}
+
+TEST(Nesting, TreeOfAMillionLevelsIsDescribed) {
+    confined([] { own(CFCopyDescription(arrays(kMillion).get())); });
+    confined([] { own(CFCopyDescription(dictionaries(kMillion / 10).get())); });
+}
+
+// Containers that are keys.
+TEST(Nesting, KeysOfAMillionLevelsBreakNothing) {
+    onSmallStack([] {
+        auto dictionary = makeDictionary();
+        CFDictionarySetValue(dictionary.get(), arrays(kMillion).get(), kCFBooleanTrue);
+        EXPECT_NE(CFDictionaryContainsKey(dictionary.get(), arrays(kMillion).get()), FALSE);
+        EXPECT_FALSE(isValid(dictionary.get()));
+        EXPECT_FALSE(writeDocument(dictionary.get()));
+    });
+}
+
+// Each a key of the next.
+Owned<CFMutableDictionaryRef> keysInKeys(std::size_t depth) {
+    auto dictionary = makeDictionary();
+    for (std::size_t level = 1; level < depth; ++level) {
+        auto outer = makeDictionary();
+        CFDictionarySetValue(outer.get(), dictionary.get(), kCFBooleanTrue);
+        dictionary = std::move(outer);
+    }
+    return dictionary;
+}
+
+TEST(Nesting, KeysInKeysAreComparedAndDescribed) {
+    confined([] { equal(keysInKeys(1000).get(), keysInKeys(1000).get()); });
+    confined([] { equal(keysInKeys(kMillion / 10).get(), keysInKeys(kMillion / 10).get()); });
+    confined([] {
+        const auto dictionary = keysInKeys(kMillion / 10);
+        CFHash(dictionary.get());
+        own(CFCopyDescription(dictionary.get()));
+        EXPECT_FALSE(isValid(dictionary.get()));
+        EXPECT_FALSE(writeDocument(dictionary.get()));
+    });
+}
+
+TEST(Nesting, ContainersThatHoldThemselvesAreDescribedAndCompared) {
+    confined([] {
+        const auto one = makeDictionary();
+        const auto other = makeDictionary();
+        CFDictionarySetValue(one.get(), CFSTR("self"), one.get());
+        CFDictionarySetValue(other.get(), CFSTR("self"), other.get());
+        own(CFCopyDescription(one.get()));
+        CFHash(one.get());
+        EXPECT_TRUE(equal(one.get(), one.get()));
+        CFDictionaryRemoveAllValues(one.get());
+        CFDictionaryRemoveAllValues(other.get());
+    });
+}
+
+}  // namespace
+}  // namespace qv::tests

@@ -1,0 +1,238 @@
+// What all objects have in common.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/CoreFoundation/Documents.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::tests {
+namespace {
+
+// One object of every type that can be made, and of some more than one.
+std::vector<Owned<>> oneOfEach() {
+    const auto add = [](std::vector<Owned<>>& objects, CFTypeRef object) {
+        objects.push_back(own(CFRetain(object)));
+    };
+    std::vector<Owned<>> objects;
+    add(objects, makeString("text").get());
+    add(objects, makeString(u"\u4e2d").get());
+    add(objects, makeString(u"\xd800").get());
+    add(objects, makeString("").get());
+    add(objects, CFSTR("constant"));
+    add(objects, makeInteger(-5).get());
+    add(objects, makeInteger(0).get());
+    add(objects, makeInteger(1).get());
+    add(objects, makeReal(2.5).get());
+    add(objects, makeReal(std::numeric_limits<double>::infinity()).get());
+    add(objects, kCFBooleanTrue);
+    add(objects, kCFBooleanFalse);
+    add(objects, makeData("bytes").get());
+    add(objects, makeData("").get());
+    add(objects, makeDate(12.5).get());
+    add(objects, makeArray().get());
+    add(objects, makeDictionary().get());
+    add(objects, kCFNull);
+    add(objects, kCFAllocatorMalloc);
+    const auto array = makeArray();
+    const auto dictionary = makeDictionary();
+    for (const auto& object : objects) {
+        CFArrayAppendValue(array.get(), object.get());
+        CFDictionaryAddValue(dictionary.get(), object.get(), object.get());
+    }
+    add(objects, array.get());
+    add(objects, dictionary.get());
+    objects.push_back(readDocument("<dict><key>CF$UID</key><integer>7</integer></dict>"));
+    BinaryDocument set;
+    set.add("\xc1\x01");
+    set.addString("element");
+    objects.push_back(readDocument(set.bytes()));
+    CFErrorRef error = nullptr;
+    CFPropertyListCreateWithData(kCFAllocatorDefault, makeData("").get(), 0, nullptr, &error);
+    objects.push_back(own<CFTypeRef>(error));
+    return objects;
+}
+
+TEST(CFObject, EveryTypeHasAnIdOfItsOwn) {
+    const std::vector<CFTypeID> ids{
+        CFAllocatorGetTypeID(), CFArrayGetTypeID(),      CFBooleanGetTypeID(),
+        CFDataGetTypeID(),      CFDateGetTypeID(),       CFErrorGetTypeID(),
+        CFNullGetTypeID(),      CFDictionaryGetTypeID(), CFNumberGetTypeID(),
+        CFStringGetTypeID(),    CFSetGetTypeID(),        _CFKeyedArchiverUIDGetTypeID(),
+    };
+    EXPECT_EQ(std::set<CFTypeID>(ids.begin(), ids.end()).size(), ids.size());
+    EXPECT_EQ(CFArrayGetTypeID(), ids[1]);
+}
+
+TEST(CFObject, KnowsItsType) {
+    EXPECT_EQ(CFGetTypeID(makeString("text").get()), CFStringGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeString(u"\u4e2d").get()), CFStringGetTypeID());
+    EXPECT_EQ(CFGetTypeID(CFSTR("constant")), CFStringGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeInteger(1).get()), CFNumberGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeReal(1).get()), CFNumberGetTypeID());
+    EXPECT_EQ(CFGetTypeID(kCFBooleanTrue), CFBooleanGetTypeID());
+    EXPECT_EQ(CFGetTypeID(kCFBooleanFalse), CFBooleanGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeData("bytes").get()), CFDataGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeDate(0).get()), CFDateGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeArray().get()), CFArrayGetTypeID());
+    EXPECT_EQ(CFGetTypeID(makeDictionary().get()), CFDictionaryGetTypeID());
+    EXPECT_EQ(CFGetTypeID(kCFNull), CFNullGetTypeID());
+    EXPECT_EQ(CFGetTypeID(kCFAllocatorSystemDefault), CFAllocatorGetTypeID());
+    EXPECT_EQ(CFGetTypeID(kCFAllocatorNull), CFAllocatorGetTypeID());
+}
+
+TEST(CFObject, DefaultAllocatorIsNull) {
+    EXPECT_EQ(kCFAllocatorDefault, nullptr);
+    EXPECT_NE(kCFAllocatorMalloc, nullptr);
+    EXPECT_NE(kCFAllocatorSystemDefault, nullptr);
+}
+
+TEST(CFObject, IsMadeWithEveryNameOfTheAllocator) {
+    for (const CFAllocatorRef allocator :
+         {kCFAllocatorDefault, kCFAllocatorSystemDefault, kCFAllocatorMalloc}) {
+        const auto string =
+            own(CFStringCreateWithCString(allocator, "text", kCFStringEncodingUTF8));
+        ASSERT_TRUE(string);
+        EXPECT_EQ(utf8Of(string.get()), "text");
+    }
+}
+
+TEST(CFObject, NothingIsMadeWithTheNullAllocator) {
+    const CFAllocatorRef none = kCFAllocatorNull;
+    const UInt8 bytes[] = {'a'};
+    const UniChar units[] = {'a'};
+    const SInt32 number = 1;
+    EXPECT_EQ(CFStringCreateWithCString(none, "a", kCFStringEncodingUTF8), nullptr);
+    EXPECT_EQ(CFStringCreateWithBytes(none, bytes, 1, kCFStringEncodingUTF8, FALSE), nullptr);
+    EXPECT_EQ(CFStringCreateWithCharacters(none, units, 1), nullptr);
+    EXPECT_EQ(CFNumberCreate(none, kCFNumberSInt32Type, &number), nullptr);
+    EXPECT_EQ(CFDataCreate(none, bytes, 1), nullptr);
+    EXPECT_EQ(CFDataCreateWithBytesNoCopy(none, bytes, 1, kCFAllocatorNull), nullptr);
+    EXPECT_EQ(CFDateCreate(none, 0), nullptr);
+    EXPECT_EQ(CFArrayCreate(none, nullptr, 0, &kCFTypeArrayCallBacks), nullptr);
+    EXPECT_EQ(CFArrayCreateMutable(none, 0, &kCFTypeArrayCallBacks), nullptr);
+    EXPECT_EQ(CFDictionaryCreate(none, nullptr, nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                 &kCFTypeDictionaryValueCallBacks),
+              nullptr);
+    EXPECT_EQ(CFDictionaryCreateMutable(none, 0, &kCFTypeDictionaryKeyCallBacks,
+                                        &kCFTypeDictionaryValueCallBacks),
+              nullptr);
+    EXPECT_EQ(CFPropertyListCreateFromXMLData(none, makeData("<dict/>").get(), 0, nullptr),
+              nullptr);
+    EXPECT_EQ(CFPropertyListCreateWithData(none, makeData("<dict/>").get(), 0, nullptr, nullptr),
+              nullptr);
+    EXPECT_EQ(CFPropertyListCreateXMLData(none, makeArray().get()), nullptr);
+}
+
+TEST(CFObject, IsMadeWithOneReference) {
+    EXPECT_EQ(CFGetRetainCount(makeString("a text of some length").get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeString(u"\u4e2d").get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeData("bytes").get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeDate(1).get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeArray().get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeDictionary().get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeReal(2.5).get()), 1);
+    EXPECT_EQ(CFGetRetainCount(readDocument("<dict/>").get()), 1);
+    EXPECT_EQ(CFGetRetainCount(own(CFCopyDescription(makeArray().get())).get()), 1);
+}
+
+TEST(CFObject, RetainingAddsAReferenceAndGivesTheObject) {
+    const auto string = makeString("text");
+    EXPECT_EQ(CFRetain(string.get()), string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+    own(string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+}
+
+TEST(CFObject, ConstantsNeverEnd) {
+    for (const CFTypeRef constant :
+         {CFTypeRef(kCFBooleanTrue), CFTypeRef(kCFBooleanFalse), CFTypeRef(kCFNull),
+          CFTypeRef(CFSTR("constant")), CFTypeRef(kCFAllocatorMalloc),
+          CFTypeRef(kCFAllocatorSystemDefault), CFTypeRef(kCFAllocatorNull)}) {
+        EXPECT_GT(CFGetRetainCount(constant), 1000000);
+        CFRetain(constant);
+        for (int round = 0; round < 10; ++round) {
+            own(constant);
+        }
+        EXPECT_GT(CFGetRetainCount(constant), 1000000);
+    }
+}
+
+TEST(CFObject, IsEqualToItself) {
+    for (const auto& object : oneOfEach()) {
+        EXPECT_TRUE(equal(object.get(), object.get()));
+    }
+}
+
+TEST(CFObject, IsEqualToOneMadeAlikeWithTheSameHash) {
+    const auto objects = oneOfEach();
+    const auto others = oneOfEach();
+    ASSERT_EQ(objects.size(), others.size());
+    for (std::size_t index = 0; index < objects.size(); ++index) {
+        const CFTypeRef object = objects[index].get();
+        // Neither sets nor errors are compared by what they hold.
+        if (CFGetTypeID(object) == CFSetGetTypeID() || CFGetTypeID(object) == CFErrorGetTypeID()) {
+            continue;
+        }
+        EXPECT_TRUE(equal(object, others[index].get())) << index;
+        EXPECT_EQ(CFHash(object), CFHash(others[index].get())) << index;
+    }
+}
+
+TEST(CFObject, IsNotEqualToOneThatHoldsSomethingElse) {
+    const auto objects = oneOfEach();
+    for (std::size_t one = 0; one < objects.size(); ++one) {
+        for (std::size_t other = 0; other < objects.size(); ++other) {
+            EXPECT_EQ(equal(objects[one].get(), objects[other].get()), one == other)
+                << one << ' ' << other;
+        }
+    }
+}
+
+TEST(CFObject, HasADescription) {
+    for (const auto& object : oneOfEach()) {
+        EXPECT_TRUE(own(CFCopyDescription(object.get())));
+    }
+}
+
+TEST(CFObject, DescriptionSaysWhatItHolds) {
+    const auto description = [](CFTypeRef object) {
+        return utf8Of(own(CFCopyDescription(object)).get()).value_or("none");
+    };
+    using testing::HasSubstr;
+    EXPECT_THAT(description(makeString("some text").get()), HasSubstr("some text"));
+    EXPECT_THAT(description(makeInteger(-4711).get()), HasSubstr("-4711"));
+    EXPECT_THAT(description(makeReal(2.5).get()), HasSubstr("2.5"));
+    const auto array = makeArray();
+    CFArrayAppendValue(array.get(), makeString("element").get());
+    EXPECT_THAT(description(array.get()), HasSubstr("element"));
+    const auto dictionary = makeDictionary();
+    CFDictionaryAddValue(dictionary.get(), makeString("key").get(), makeString("value").get());
+    EXPECT_THAT(description(dictionary.get()), HasSubstr("key"));
+    EXPECT_THAT(description(dictionary.get()), HasSubstr("value"));
+}
+
+TEST(CFObject, ShowWritesEverythingToStandardError) {
+    testing::internal::CaptureStderr();
+    CFShow(makeString("shown text").get());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("shown text"));
+    testing::internal::CaptureStderr();
+    for (const auto& object : oneOfEach()) {
+        CFShow(object.get());
+    }
+    EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
+}
+
+TEST(CFObject, ShowTakesNull) {
+    testing::internal::CaptureStderr();
+    CFShow(nullptr);
+    EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
+}
+
+}  // namespace
+}  // namespace qv::tests

@@ -1,0 +1,344 @@
+// What reading, judging and writing a property list promise beyond what the measured documents
+// show.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/CoreFoundation/Documents.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::tests {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr CFPropertyListFormat kFormats[] = {
+    kCFPropertyListOpenStepFormat, kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0};
+
+bool isValid(CFTypeRef object, CFPropertyListFormat format) {
+    return CFPropertyListIsValid(object, format) != FALSE;
+}
+
+// In the array, and as a value in the dictionary, of something else that is valid.
+std::vector<Owned<>> wrapped(CFTypeRef object) {
+    auto array = makeArray();
+    CFArrayAppendValue(array.get(), CFSTR("valid"));
+    CFArrayAppendValue(array.get(), object);
+    auto dictionary = makeDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("valid"), CFSTR("valid"));
+    CFDictionarySetValue(dictionary.get(), CFSTR("key"), array.get());
+    std::vector<Owned<>> objects;
+    objects.push_back(own(CFRetain(object)));
+    objects.push_back(own<CFTypeRef>(array.release()));
+    objects.push_back(own<CFTypeRef>(dictionary.release()));
+    return objects;
+}
+
+TEST(PropertyListValidity, StringsDataAndContainersAreValidInEveryFormat) {
+    for (const CFTypeRef leaf :
+         {CFTypeRef(CFSTR("text")), CFTypeRef(makeData("x").release()),
+          CFTypeRef(makeArray().release()), CFTypeRef(makeDictionary().release())}) {
+        const auto owner = own(leaf);
+        for (const auto& object : wrapped(leaf)) {
+            for (const CFPropertyListFormat format : kFormats) {
+                EXPECT_TRUE(isValid(object.get(), format)) << format;
+            }
+        }
+    }
+}
+
+TEST(PropertyListValidity, OtherLeavesAreNotValidInTheOldStyle) {
+    std::vector<Owned<>> leaves;
+    leaves.push_back(own<CFTypeRef>(makeInteger(1).release()));
+    leaves.push_back(own<CFTypeRef>(makeReal(1.5).release()));
+    leaves.push_back(own<CFTypeRef>(makeDate(0).release()));
+    leaves.push_back(own<CFTypeRef>(kCFBooleanTrue));
+    leaves.push_back(readDocument("<dict><key>CF$UID</key><integer>1</integer></dict>"));
+    for (const auto& leaf : leaves) {
+        for (const auto& object : wrapped(leaf.get())) {
+            EXPECT_FALSE(isValid(object.get(), kCFPropertyListOpenStepFormat));
+            EXPECT_TRUE(isValid(object.get(), kCFPropertyListXMLFormat_v1_0));
+            EXPECT_TRUE(isValid(object.get(), kCFPropertyListBinaryFormat_v1_0));
+            EXPECT_TRUE(writeDocument(object.get()));
+        }
+    }
+}
+
+TEST(PropertyListValidity, OtherObjectsAreNotValidAndNotWritten) {
+    CFErrorRef error = nullptr;
+    CFPropertyListCreateWithData(kCFAllocatorDefault, makeData("").get(), 0, nullptr, &error);
+    const auto owner = own(error);
+    for (const CFTypeRef leaf :
+         {CFTypeRef(kCFNull), CFTypeRef(kCFAllocatorMalloc), CFTypeRef(error)}) {
+        for (const auto& object : wrapped(leaf)) {
+            for (const CFPropertyListFormat format : kFormats) {
+                EXPECT_FALSE(isValid(object.get(), format)) << format;
+            }
+            EXPECT_FALSE(writeDocument(object.get()));
+        }
+    }
+}
+
+TEST(PropertyListValidity, KeysHaveToBeStrings) {
+    for (const CFTypeRef key : {CFTypeRef(kCFBooleanTrue), CFTypeRef(makeInteger(1).release()),
+                                CFTypeRef(makeData("key").release()), CFTypeRef(kCFNull)}) {
+        const auto owner = own(key);
+        const auto dictionary = makeDictionary();
+        CFDictionarySetValue(dictionary.get(), CFSTR("key"), CFSTR("value"));
+        CFDictionarySetValue(dictionary.get(), key, CFSTR("value"));
+        for (const auto& object : wrapped(dictionary.get())) {
+            for (const CFPropertyListFormat format : kFormats) {
+                EXPECT_FALSE(isValid(object.get(), format));
+            }
+            EXPECT_FALSE(writeDocument(object.get()));
+        }
+    }
+}
+
+TEST(PropertyListValidity, UnknownFormatIsValidForNothing) {
+    for (const int format : {0, 2, 99, 101, 201, -1}) {
+        EXPECT_FALSE(isValid(CFSTR("text"), static_cast<CFPropertyListFormat>(format)));
+    }
+}
+
+TEST(PropertyListValidity, NullIsNotValid) {
+    for (const CFPropertyListFormat format : kFormats) {
+        EXPECT_FALSE(isValid(nullptr, format));
+    }
+}
+
+TEST(PropertyListValidity, ContainerThatHoldsItselfIsNotValidAndNotWritten) {
+    const auto dictionary = makeDictionary();
+    const auto array = makeArray();
+    CFArrayAppendValue(array.get(), dictionary.get());
+    CFDictionarySetValue(dictionary.get(), CFSTR("self"), array.get());
+    for (const CFTypeRef object : {CFTypeRef(array.get()), CFTypeRef(dictionary.get())}) {
+        for (const CFPropertyListFormat format : kFormats) {
+            EXPECT_FALSE(isValid(object, format));
+        }
+        EXPECT_FALSE(writeDocument(object));
+    }
+    CFDictionaryRemoveValue(dictionary.get(), CFSTR("self"));
+    EXPECT_TRUE(isValid(array.get(), kCFPropertyListXMLFormat_v1_0));
+
+    CFDictionarySetValue(dictionary.get(), CFSTR("self"), dictionary.get());
+    EXPECT_FALSE(isValid(dictionary.get(), kCFPropertyListBinaryFormat_v1_0));
+    EXPECT_FALSE(writeDocument(dictionary.get()));
+    CFDictionaryRemoveAllValues(dictionary.get());
+}
+
+TEST(PropertyListValidity, ContainerMayBeThereTwice) {
+    const auto inner = makeArray();
+    CFArrayAppendValue(inner.get(), CFSTR("text"));
+    const auto outer = makeArray();
+    CFArrayAppendValue(outer.get(), inner.get());
+    CFArrayAppendValue(outer.get(), inner.get());
+    for (const CFPropertyListFormat format : kFormats) {
+        EXPECT_TRUE(isValid(outer.get(), format));
+    }
+    const auto xml = writeDocument(outer.get());
+    ASSERT_TRUE(xml);
+    EXPECT_TRUE(equal(readDocument(*xml).get(), outer.get()));
+}
+
+TEST(PropertyListWriting, IsTheDocumentDownToTheByte) {
+    const auto dictionary = makeDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("b"), kCFBooleanTrue);
+    CFDictionarySetValue(dictionary.get(), CFSTR("a"), makeString("<&> \"caf\u00e9\"").get());
+    const auto inner = makeArray();
+    CFArrayAppendValue(inner.get(), makeInteger(-5).get());
+    CFArrayAppendValue(inner.get(), makeReal(0.5).get());
+    CFArrayAppendValue(inner.get(), makeDate(0).get());
+    CFArrayAppendValue(inner.get(), makeData("abc").get());
+    CFArrayAppendValue(inner.get(), makeDictionary().get());
+    CFDictionarySetValue(dictionary.get(), CFSTR("B"), inner.get());
+    EXPECT_EQ(writeDocument(dictionary.get()),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+              "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+              "<plist version=\"1.0\">\n"
+              "<dict>\n"
+              "\t<key>B</key>\n"
+              "\t<array>\n"
+              "\t\t<integer>-5</integer>\n"
+              "\t\t<real>0.5</real>\n"
+              "\t\t<date>2001-01-01T00:00:00Z</date>\n"
+              "\t\t<data>\n"
+              "\t\tYWJj\n"
+              "\t\t</data>\n"
+              "\t\t<dict/>\n"
+              "\t</array>\n"
+              "\t<key>a</key>\n"
+              "\t<string>&lt;&amp;&gt; \"caf\u00e9\"</string>\n"
+              "\t<key>b</key>\n"
+              "\t<true/>\n"
+              "</dict>\n"
+              "</plist>\n");
+}
+
+TEST(PropertyListWriting, DataIsAFreshObject) {
+    const auto data = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, CFSTR("text")));
+    ASSERT_TRUE(data);
+    EXPECT_EQ(CFGetTypeID(data.get()), CFDataGetTypeID());
+    EXPECT_EQ(CFGetRetainCount(data.get()), 1);
+}
+
+// With it goes what follows in the same stretch of text.
+TEST(PropertyListWriting, LoneSurrogateIsLeftOut) {
+    const auto readBack = [](const std::u16string& units) {
+        const auto xml = writeDocument(makeString(units).get());
+        const auto back = readDocument(xml.value_or(""));
+        return back ? unitsOf(static_cast<CFStringRef>(back.get())) : u"none";
+    };
+    EXPECT_EQ(readBack(u"a\xdc00"), u"a");
+    EXPECT_EQ(readBack(u"\xd800"), u"");
+    EXPECT_EQ(readBack(u"ab\xd800"
+                       u"cd"),
+              u"ab");
+    EXPECT_EQ(readBack(u"ab\xd800"
+                       u"cd&ef"),
+              u"ab&ef");
+    EXPECT_EQ(readBack(std::u16string(64, u'a') + u'\xd800'), std::u16string(64, u'a'));
+}
+
+TEST(PropertyListWriting, FormatOfItsOwnChoiceIsXmlOnly) {
+    CFErrorRef error = nullptr;
+    const auto xml = own(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("text"),
+                                                  kCFPropertyListXMLFormat_v1_0, 0, &error));
+    ASSERT_TRUE(xml);
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(bytesOf(xml.get()), writeDocument(CFSTR("text")));
+    for (const auto format : {kCFPropertyListOpenStepFormat, kCFPropertyListBinaryFormat_v1_0}) {
+        CFErrorRef given = nullptr;
+        EXPECT_FALSE(
+            own(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("text"), format, 0, &given)));
+        const auto reason = own(given);
+        ASSERT_TRUE(reason);
+        EXPECT_EQ(CFErrorGetCode(given), kCFPropertyListWriteStreamError);
+    }
+    EXPECT_FALSE(own(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("text"),
+                                              kCFPropertyListBinaryFormat_v1_0, 0, nullptr)));
+}
+
+TEST(PropertyListWriting, FailureSaysWhy) {
+    CFErrorRef given = nullptr;
+    EXPECT_FALSE(own(CFPropertyListCreateData(kCFAllocatorDefault, kCFNull,
+                                              kCFPropertyListXMLFormat_v1_0, 0, &given)));
+    const auto error = own(given);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(CFGetTypeID(given), CFErrorGetTypeID());
+    EXPECT_EQ(CFErrorGetCode(given), kCFPropertyListWriteStreamError);
+    const auto reason = own(CFErrorCopyDescription(given));
+    ASSERT_TRUE(reason);
+    EXPECT_GT(CFStringGetLength(reason.get()), 10);
+}
+
+// One document that no reader takes, for each of them.
+const std::string kRefused[] = {""s,          "<dict>"s,
+                                "{ a = b }"s, "bplist00"s + std::string(40, '\0'),
+                                "\xff"s,      "<?xml version=\"1.0\" encoding=\"none\"?><dict/>"s};
+
+TEST(PropertyListReading, FailureSaysWhy) {
+    for (const std::string& document : kRefused) {
+        CFStringRef given = nullptr;
+        EXPECT_EQ(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, makeData(document).get(), 1,
+                                                  &given),
+                  nullptr);
+        const auto reason = own(given);
+        ASSERT_TRUE(reason) << document;
+        EXPECT_GT(CFStringGetLength(given), 10);
+        EXPECT_TRUE(utf8Of(given)) << document;
+        EXPECT_EQ(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, makeData(document).get(), 1,
+                                                  nullptr),
+                  nullptr);
+    }
+}
+
+TEST(PropertyListReading, FailureIsAnErrorWithACode) {
+    for (const std::string& document : kRefused) {
+        CFErrorRef given = nullptr;
+        EXPECT_EQ(CFPropertyListCreateWithData(kCFAllocatorDefault, makeData(document).get(), 1,
+                                               nullptr, &given),
+                  nullptr);
+        const auto error = own(given);
+        ASSERT_TRUE(error) << document;
+        EXPECT_EQ(CFGetTypeID(given), CFErrorGetTypeID());
+        EXPECT_EQ(CFErrorGetCode(given), kCFPropertyListReadCorruptError);
+        EXPECT_EQ(CFGetRetainCount(given), 1);
+        const auto reason = own(CFErrorCopyDescription(given));
+        ASSERT_TRUE(reason);
+        EXPECT_GT(CFStringGetLength(reason.get()), 10);
+    }
+}
+
+TEST(PropertyListReading, SuccessIsNoError) {
+    const auto document = makeData("<dict/>");
+    CFStringRef reason = nullptr;
+    CFErrorRef error = nullptr;
+    EXPECT_TRUE(
+        own(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, document.get(), 1, &reason)));
+    EXPECT_TRUE(
+        own(CFPropertyListCreateWithData(kCFAllocatorDefault, document.get(), 1, nullptr, &error)));
+    EXPECT_EQ(reason, nullptr);
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST(PropertyListReading, OptionSaysWhetherContainersCanBeChanged) {
+    const std::string document = "<dict><key>k</key><array><dict/></array></dict>";
+    for (const CFOptionFlags option : {kCFPropertyListImmutable, kCFPropertyListMutableContainers,
+                                       kCFPropertyListMutableContainersAndLeaves}) {
+        const CFIndex added = option == kCFPropertyListImmutable ? 0 : 1;
+        const auto tree = readDocument(document, option);
+        ASSERT_TRUE(tree);
+        auto* const root =
+            const_cast<CFMutableDictionaryRef>(static_cast<CFDictionaryRef>(tree.get()));
+        auto* const array = const_cast<CFMutableArrayRef>(
+            static_cast<CFArrayRef>(CFDictionaryGetValue(root, CFSTR("k"))));
+        auto* const inner = const_cast<CFMutableDictionaryRef>(
+            static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(array, 0)));
+        CFDictionarySetValue(root, CFSTR("new"), kCFBooleanTrue);
+        CFArrayAppendValue(array, kCFBooleanTrue);
+        CFDictionarySetValue(inner, CFSTR("new"), kCFBooleanTrue);
+        EXPECT_EQ(CFDictionaryGetCount(root), 1 + added);
+        EXPECT_EQ(CFArrayGetCount(array), 1 + added);
+        EXPECT_EQ(CFDictionaryGetCount(inner), added);
+    }
+}
+
+// Of an object that a binary document refers to twice, each place can be changed by itself.
+TEST(PropertyListReading, ContainersThatCanBeChangedAreNotShared) {
+    BinaryDocument document;
+    document.addArray({1, 1});
+    document.addArray({2});
+    document.addString("x");
+    const auto tree = readDocument(document.bytes());
+    ASSERT_TRUE(tree);
+    const auto at = [&tree](CFIndex index) {
+        return const_cast<CFMutableArrayRef>(static_cast<CFArrayRef>(
+            CFArrayGetValueAtIndex(static_cast<CFArrayRef>(tree.get()), index)));
+    };
+    CFArrayAppendValue(at(0), kCFBooleanTrue);
+    EXPECT_EQ(CFArrayGetCount(at(0)), 2);
+    EXPECT_EQ(CFArrayGetCount(at(1)), 1);
+}
+
+TEST(PropertyListReading, TreeNeedsTheDocumentNoMore) {
+    std::string document =
+        "<dict><key>key</key><array><string>caf\u00e9</string>"
+        "<data>YWJj</data></array></dict>";
+    auto data = own(CFDataCreateWithBytesNoCopy(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(document.data()),
+        static_cast<CFIndex>(document.size()), kCFAllocatorNull));
+    const auto tree =
+        own(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, data.get(), 1, nullptr));
+    EXPECT_EQ(CFGetRetainCount(data.get()), 1);
+    const auto same = readDocument(document);
+    data = {};
+    document.assign(document.size(), 'x');
+    EXPECT_TRUE(equal(tree.get(), same.get()));
+}
+
+}  // namespace
+}  // namespace qv::tests

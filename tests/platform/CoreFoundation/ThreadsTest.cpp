@@ -1,0 +1,168 @@
+// What may happen on several threads at once: retaining and releasing, reading what nobody changes,
+// and making things. ThreadSanitizer looks on in one of the builds.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/CoreFoundation/Documents.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::tests {
+namespace {
+
+constexpr int kThreads = 8;
+
+// On all threads, which begin together.
+void onThreads(const std::function<void(int thread)>& action) {
+    std::atomic<int> waiting{kThreads};
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+            --waiting;
+            while (waiting != 0) {
+                std::this_thread::yield();
+            }
+            action(thread);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(CoreFoundationThreads, ReferencesAreCounted) {
+    const auto string = makeString("a string that all share");
+    onThreads([&string](int) {
+        for (int round = 0; round < 10000; ++round) {
+            CFRetain(string.get());
+            own(string.get());
+        }
+    });
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+}
+
+std::atomic<int> endings{0};
+
+TEST(CoreFoundationThreads, LastReferenceEndsTheObjectOnce) {
+    endings = 0;
+    const CFArrayCallBacks callBacks{0, nullptr, [](CFAllocatorRef, const void*) { ++endings; },
+                                     nullptr, nullptr};
+    constexpr int kRounds = 300;
+    for (int round = 0; round < kRounds; ++round) {
+        const void* value = &endings;
+        const CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, &value, 1, &callBacks);
+        for (int thread = 1; thread < kThreads; ++thread) {
+            CFRetain(array);
+        }
+        onThreads([array](int) {
+            EXPECT_EQ(CFArrayGetCount(array), 1);
+            own(array);
+        });
+    }
+    EXPECT_EQ(endings, kRounds);
+}
+
+TEST(CoreFoundationThreads, TreeThatNobodyChangesIsRead) {
+    const std::string document =
+        "<dict><key>one</key><array><string>caf\u00e9</string><real>2.5</real></array>"
+        "<key>two</key><date>2001-01-01T00:00:00Z</date></dict>";
+    const auto tree = readDocument(document);
+    const auto same = readDocument(document, kCFPropertyListImmutable);
+    const auto* const root = static_cast<CFDictionaryRef>(tree.get());
+    const auto xml = writeDocument(root);
+    onThreads([&](int) {
+        for (int round = 0; round < 200; ++round) {
+            EXPECT_TRUE(equal(root, same.get()));
+            EXPECT_EQ(CFHash(root), CFHash(same.get()));
+            const void* const array = CFDictionaryGetValue(root, makeString("one").get());
+            ASSERT_NE(array, nullptr);
+            EXPECT_EQ(utf8Of(static_cast<CFStringRef>(
+                          CFArrayGetValueAtIndex(static_cast<CFArrayRef>(array), 0))),
+                      "caf\u00e9");
+            EXPECT_TRUE(own(CFCopyDescription(root)));
+            EXPECT_EQ(writeDocument(root), xml);
+        }
+    });
+}
+
+TEST(CoreFoundationThreads, DocumentsAreRead) {
+    BinaryDocument binary;
+    binary.addArray({1, 1});
+    binary.addString("text");
+    const std::string documents[] = {
+        "<dict><key>k</key><integer>1</integer></dict>",
+        "{ a = ( b, \"\\U00e9\" ); }",
+        "<?xml version=\"1.0\" encoding=\"Shift_JIS\"?><string>\x93\xfa\x96{</string>",
+        "<?xml version=\"1.0\" encoding=\"GBK\"?><string>\xd6\xd0\xce\xc4</string>",
+        std::string("\xff\xfe<\0d\0i\0c\0t\0/\0>\0", 16),
+        "<dict>",
+        binary.bytes(),
+    };
+    std::vector<Owned<>> trees;
+    for (const std::string& document : documents) {
+        trees.push_back(readDocument(document));
+    }
+    onThreads([&](int thread) {
+        for (std::size_t round = 0; round < 200; ++round) {
+            const std::size_t index = (round + static_cast<std::size_t>(thread)) % trees.size();
+            CFErrorRef given = nullptr;
+            const auto tree = own(CFPropertyListCreateWithData(
+                kCFAllocatorDefault, makeData(documents[index]).get(), 1, nullptr, &given));
+            const auto error = own(given);
+            EXPECT_EQ(static_cast<bool>(tree), static_cast<bool>(trees[index]));
+            EXPECT_TRUE(!tree || equal(tree.get(), trees[index].get()));
+        }
+    });
+}
+
+TEST(CoreFoundationThreads, EqualConstantTextsAreOneString) {
+    constexpr int kTexts = 500;
+    std::vector<std::vector<CFStringRef>> found(kThreads, std::vector<CFStringRef>(kTexts));
+    onThreads([&found](int thread) {
+        for (int text = 0; text < kTexts; ++text) {
+            // Not all in the same order.
+            const int number = thread % 2 == 0 ? text : kTexts - 1 - text;
+            found[static_cast<std::size_t>(thread)][static_cast<std::size_t>(number)] =
+                __CFStringMakeConstantString(("of all threads " + std::to_string(number)).c_str());
+        }
+    });
+    for (int thread = 1; thread < kThreads; ++thread) {
+        EXPECT_EQ(found[static_cast<std::size_t>(thread)], found[0]);
+    }
+    EXPECT_EQ(utf8Of(found[0][7]), "of all threads 7");
+}
+
+TEST(CoreFoundationThreads, ConstantsAreShared) {
+    onThreads([](int) {
+        for (int round = 0; round < 10000; ++round) {
+            CFRetain(CFSTR("constant"));
+            own<CFTypeRef>(CFSTR("constant"));
+            CFRetain(kCFBooleanTrue);
+            own<CFTypeRef>(kCFBooleanTrue);
+            EXPECT_NE(CFHash(CFSTR("constant")), CFHash(CFSTR("another")));
+        }
+    });
+}
+
+// Each thread has its own.
+TEST(CoreFoundationThreads, ContainersOfTheirOwnAreChanged) {
+    onThreads([](int) {
+        const auto dictionary = makeDictionary();
+        for (int key = 0; key < 1000; ++key) {
+            CFDictionarySetValue(dictionary.get(), makeInteger(key).get(), CFSTR("value"));
+        }
+        for (int key = 0; key < 1000; key += 2) {
+            CFDictionaryRemoveValue(dictionary.get(), makeInteger(key).get());
+        }
+        EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 500);
+    });
+}
+
+}  // namespace
+}  // namespace qv::tests
