@@ -37,14 +37,9 @@ Array* createArray(CFAllocatorRef allocator, bool isMutable, const CFArrayCallBa
     if (inlineCount != 0) {
         array->values = reinterpret_cast<const void**>(behind);
         array->capacity = inlineCount;
+        array->valuesStandBehind = true;
     }
     return array;
-}
-
-bool valuesStandBehind(const Array& array) {
-    const void* const behind = reinterpret_cast<const char*>(&array + 1) +
-                               (array.holdsObjects() ? 0 : sizeof(CFArrayCallBacks));
-    return static_cast<const void*>(array.values) == behind;
 }
 
 // Only an array whose values do not stand behind it grows.
@@ -82,7 +77,7 @@ void endArray(Object& object, Ending& ending) {
         }
     }
     const std::size_t callBacksSize = array.hasCallBacks ? sizeof(CFArrayCallBacks) : 0;
-    if (valuesStandBehind(array)) {
+    if (array.valuesStandBehind) {
         dispose(&array, callBacksSize + array.count * sizeof(void*));
     } else {
         std::free(static_cast<void*>(array.values));
@@ -131,7 +126,6 @@ void describeArray(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kArrayBehavior;
 const TypeBehavior kArrayBehavior = {endArray, equalArrays, hashArray, describeArray};
 
 Array* makeArray() {

@@ -19,6 +19,7 @@ struct Array : Container {
     }
     const Object* objectAt(std::size_t index) const { return asObject(values[index]); }
 
+    bool valuesStandBehind = false;
     std::size_t count = 0;
     const void** values = nullptr;
 };

@@ -1,3 +1,4 @@
+// clang-format off
 // What is accepted, all numbers with the most significant byte first:
 //
 //   document = "bplist0" and any byte; objects; offset table; trailer
@@ -5,26 +6,27 @@
 //              number of objects, number of the root, position of the offset table: 8 bytes each
 //   offset table = the position of each object: offset size bytes each
 //   object   = a marker byte, whose upper half is the kind; and what the kind says:
-//     00         null            08  false           09  true
-//     1n         whole number of 2^n bytes: unsigned up to 4, signed in 8, the low 8 of 16 unsigned
-//     22, 23     real number of 4 or 8 bytes
-//     33         date: a real number of 8 bytes, seconds since 2001-01-01T00:00:00Z
-//     4n         data of n bytes
-//     5n         string of n ISO Latin 1 bytes        6n  string of n UTF-16 units
-//     8n         archive's reference: number of n+1 bytes, which must be below 2^32
-//     An, Cn     array, set: n references to objects
-//     Dn         dictionary: n references to its keys, then n to their values; no key is a
-//     container
-//   reference  = the number of an object: reference size bytes
-//   n = F      a whole number follows, as an object with its marker, that is the length
+//     00       null            08  false           09  true
+//     1n       whole number of 2^n bytes: unsigned up to 4, signed in 8, the low 8 of 16 unsigned
+//     22, 23   real number of 4 or 8 bytes
+//     33       date: a real number of 8 bytes, seconds since 2001-01-01T00:00:00Z
+//     4n       data of n bytes
+//     5n       string of n ISO Latin 1 bytes
+//     6n       string of n UTF-16 units
+//     8n       archive's reference: number of n+1 bytes, which must be below 2^32
+//     An, Cn   array, set: n references to objects
+//     Dn       dictionary: n references to its keys, then n to their values; no key is a container
+//   reference = the number of an object: reference size bytes
+//   n = F    a whole number follows, as an object with its marker, that is the length
 //
 // The trailer has to fit the document exactly, and both sizes have to be large enough for what they
 // count. Sizes may be odd or over 8 bytes; the low 8 count. Of equal keys the first counts.
 //
-// An object may be referred to more than once. A container that is stands in the tree as often, so
-// a small document could stand for a huge tree; one that holds itself, for an endless one. So the
-// depth is limited, and what all references together come to as well: a document without such
-// tricks has fewer references than bytes.
+// An object may be referred to more than once. A container that is stands in the tree as often, so a
+// small document could stand for a huge tree; one that holds itself, for an endless one. So the depth
+// is limited, the number of references, and what they would come to when they are written: a document
+// without such tricks has fewer references than bytes.
+// clang-format on
 #include "BinaryReader.h"
 
 #include <algorithm>
@@ -36,6 +38,7 @@
 #include "Number.h"
 #include "Set.h"
 #include "String.h"
+#include "Tree.h"
 #include "Uid.h"
 
 namespace cf {
@@ -47,8 +50,6 @@ constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
 
 constexpr std::size_t kReferencesAtLeast = std::size_t{1} << 17;
-constexpr std::size_t kTextAtLeast = std::size_t{1} << 26;
-constexpr std::size_t kTextPerByte = 64;
 
 enum Kind : unsigned char {
     kSimple = 0x0,
@@ -104,9 +105,7 @@ class BinaryReader {
     BinaryReader(std::string_view document, bool containersAreMutable)
         : document_(document),
           referencesLeft_(std::max(document.size(), kReferencesAtLeast)),
-          textLeft_(std::max(
-              document.size() > SIZE_MAX / kTextPerByte ? SIZE_MAX : document.size() * kTextPerByte,
-              kTextAtLeast)),
+          writtenLeft_(mostWritten(document.size())),
           tree_(containersAreMutable, Present::Keep) {}
     BinaryReader(const BinaryReader&) = delete;
     BinaryReader& operator=(const BinaryReader&) = delete;
@@ -219,7 +218,7 @@ class BinaryReader {
             return false;
         }
         const std::uint64_t length = readSized(header.contents, size);
-        if (length > PTRDIFF_MAX) {
+        if (length > document_.size()) {
             return fail("an object that ends outside of the objects");
         }
         header.length = static_cast<std::size_t>(length);
@@ -237,15 +236,35 @@ class BinaryReader {
                fail("an object that ends outside of the objects");
     }
 
-    // An object at the given depth takes its part of what the document may come to.
-    bool charge(std::size_t textLength) {
-        const std::size_t text = tree_.depth() + textLength;
-        if (referencesLeft_ == 0 || textLeft_ < text) {
-            return fail("too many references to the same objects");
+    // An object takes its part of what the document may come to.
+    bool charge(const Header& header) {
+        const std::size_t written = writtenAtMost(header, tree_.depth());
+        if (referencesLeft_ == 0 || writtenLeft_ < written) {
+            return fail(kTooLarge);
         }
         --referencesLeft_;
-        textLeft_ -= text;
+        writtenLeft_ -= written;
         return true;
+    }
+
+    // The bytes of an object's lines, not more: tags, indentation, and each character escaped.
+    static std::size_t writtenAtMost(const Header& header, std::size_t depth) {
+        constexpr std::size_t kTags = 40;
+        switch (header.kind) {
+            case kLatin1:
+            case kUtf16:
+                return depth + kTags + 5 * header.length;
+            case kData:
+                return 2 * depth + kTags + 3 * header.length;
+            case kUid:
+                return 4 * depth + 2 * kTags;
+            case kArray:
+            case kSet:
+            case kDictionary:
+                return 2 * depth + kTags;
+            default:
+                return depth + kTags;
+        }
     }
 
     const Object* readTree() {
@@ -328,7 +347,7 @@ class BinaryReader {
             return fail("an object of an unknown kind");
         }
         if (!fits(header.contents, header.length, referenceSize_ * (isDictionary ? 2 : 1)) ||
-            !charge(0)) {
+            !charge(header)) {
             return false;
         }
         if (!(isDictionary ? tree_.openDictionary(&reason_) : tree_.openArray(&reason_))) {
@@ -345,14 +364,14 @@ class BinaryReader {
 
     // A reference to the leaf, which is made once.
     const Object* readLeaf(std::size_t object, const Header& header) {
+        if (!charge(header)) {
+            return nullptr;
+        }
         if (leaves_[object] == nullptr) {
             leaves_[object] = makeLeaf(header);
             if (leaves_[object] == nullptr) {
                 return nullptr;
             }
-        }
-        if (!charge(header.length)) {
-            return nullptr;
         }
         retain(leaves_[object]);
         return leaves_[object];
@@ -425,9 +444,14 @@ class BinaryReader {
         if (!fits(header.contents, std::size_t{1} << header.low, 1)) {
             return nullptr;
         }
-        const double real =
-            header.low == 2 ? double{readFloat(header.contents)} : readDouble(header.contents);
-        return made(makeNumber(real));
+        Number number = {Number::Kind::Real, kCFNumberFloat64Type, {}};
+        if (header.low == 2) {
+            number.givenAs = kCFNumberFloat32Type;
+            number.real = double{readFloat(header.contents)};
+        } else {
+            number.real = readDouble(header.contents);
+        }
+        return made(makeNumber(number));
     }
 
     const Object* makeUtf16(const Header& header) {
@@ -470,7 +494,7 @@ class BinaryReader {
     // What may still be referred to: in number, and in characters of the document that the tree
     // would be written as.
     std::size_t referencesLeft_;
-    std::size_t textLeft_;
+    std::size_t writtenLeft_;
 
     const Object** leaves_ = nullptr;  // by their numbers, as far as they have been read
     Tree tree_;

@@ -3,6 +3,7 @@
 #ifndef COREFOUNDATION_BUFFER_H
 #define COREFOUNDATION_BUFFER_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -76,11 +77,17 @@ class Buffer {
         if (more > kMost - size_) {
             return false;
         }
-        std::size_t capacity = capacity_ < kMost / 2 ? capacity_ * 2 : kMost;
-        if (capacity < size_ + more) {
-            capacity = size_ + more;
-        }
+        // Doubled while that is little, since what is not used of it is memory all the same.
+        constexpr std::size_t kMuch = (std::size_t{1} << 25) / sizeof(T);
+        const std::size_t needed = size_ + more;
+        const std::size_t extra = capacity_ < kMuch ? capacity_ : capacity_ / 4;
+        std::size_t capacity =
+            std::max(needed, extra > kMost - capacity_ ? kMost : capacity_ + extra);
         void* elements = std::realloc(static_cast<void*>(elements_), capacity * sizeof(T));
+        if (elements == nullptr && capacity != needed) {
+            capacity = needed;
+            elements = std::realloc(static_cast<void*>(elements_), capacity * sizeof(T));
+        }
         if (elements == nullptr) {
             return false;
         }

@@ -2,38 +2,60 @@
 #include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFString.h>
 
+#include <cstring>
 #include <mutex>
 
+#include "Hash.h"
 #include "String.h"
+#include "Unicode.h"
 
 namespace {
 
 std::mutex g_mutex;
 
-// The strings by their own contents. Protected by g_mutex.
+// The strings by their contents, which stay where they are. Protected by g_mutex.
 CFMutableDictionaryRef g_strings = nullptr;
+
+Boolean equalTexts(const void* one, const void* other) {
+    return std::strcmp(static_cast<const char*>(one), static_cast<const char*>(other)) == 0 ? TRUE
+                                                                                            : FALSE;
+}
+
+CFHashCode hashText(const void* text) {
+    return cf::hashBytes(text, std::strlen(static_cast<const char*>(text)));
+}
+
+constexpr CFDictionaryKeyCallBacks kTexts = {0, nullptr, nullptr, nullptr, equalTexts, hashText};
+
+CFStringRef find(const char* text) {
+    return g_strings == nullptr ? nullptr
+                                : static_cast<CFStringRef>(CFDictionaryGetValue(g_strings, text));
+}
 
 }  // namespace
 
 CFStringRef __CFStringMakeConstantString(const char* text) {
-    const cf::Ref<const cf::String> string(cf::asString(cf::asObject(
-        CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingASCII))));
-    if (!string) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    if (const auto* const kept = find(text); kept != nullptr) {
+        return kept;
+    }
+    if (g_strings == nullptr) {
+        g_strings = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kTexts, nullptr);
+    }
+    const std::string_view ascii(text);
+    if (g_strings == nullptr || cf::asciiPrefix(ascii.data(), ascii.size()) != ascii.size()) {
         return nullptr;
     }
-    const std::lock_guard<std::mutex> guard(g_mutex);
-    if (g_strings == nullptr) {
-        g_strings = CFDictionaryCreateMutable(kCFAllocatorDefault, 0,
-                                              &kCFTypeDictionaryKeyCallBacks, nullptr);
-        if (g_strings == nullptr) {
-            return nullptr;
-        }
+    cf::String* const string = cf::makeAsciiString(ascii);
+    if (string == nullptr) {
+        return nullptr;
     }
-    CFDictionaryAddValue(g_strings, string.get(), string.get());
-    const auto* const kept = cf::asObject(CFDictionaryGetValue(g_strings, string.get()));
-    if (kept != nullptr) {
-        // Who releases what was not created here must not end it for everybody else.
-        kept->references.store(cf::Object::kImmortal, std::memory_order_relaxed);
+    CFDictionaryAddValue(g_strings, string->ascii(), string);
+    if (find(text) == nullptr) {
+        cf::release(string);
+        return nullptr;
     }
-    return static_cast<CFStringRef>(static_cast<CFTypeRef>(kept));
+    // Who releases what was not created must not end it for everybody else.
+    string->references.store(cf::Object::kImmortal, std::memory_order_relaxed);
+    return reinterpret_cast<CFStringRef>(string);
 }

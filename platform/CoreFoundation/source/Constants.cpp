@@ -31,9 +31,6 @@ void describeConstant(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kNullBehavior;
-extern const TypeBehavior kAllocatorBehavior;
-extern const TypeBehavior kBooleanBehavior;
 const TypeBehavior kNullBehavior = {endConstant, nullptr, nullptr, describeConstant};
 const TypeBehavior kAllocatorBehavior = kNullBehavior;
 const TypeBehavior kBooleanBehavior = kNullBehavior;

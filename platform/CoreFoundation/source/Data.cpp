@@ -44,7 +44,6 @@ void describeData(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kDataBehavior;
 const TypeBehavior kDataBehavior = {endData, equalData, hashData, describeData};
 
 Data* makeData(std::string_view bytes, CFAllocatorRef allocator) {

@@ -36,7 +36,6 @@ void describeDate(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kDateBehavior;
 const TypeBehavior kDateBehavior = {endDate, equalDates, hashDate, describeDate};
 
 }  // namespace cf

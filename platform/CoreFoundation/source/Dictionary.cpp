@@ -386,7 +386,6 @@ void describeDictionary(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kDictionaryBehavior;
 const TypeBehavior kDictionaryBehavior = {endDictionary, equalDictionaries, hashDictionary,
                                           describeDictionary};
 

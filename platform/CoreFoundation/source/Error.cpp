@@ -24,7 +24,6 @@ void describeError(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kErrorBehavior;
 const TypeBehavior kErrorBehavior = {endError, nullptr, nullptr, describeError};
 
 CFErrorRef makeError(CFIndex code, Ref<String> description) {

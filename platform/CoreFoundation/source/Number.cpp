@@ -205,7 +205,6 @@ void describeNumber(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kNumberBehavior;
 const TypeBehavior kNumberBehavior = {endNumber, equalNumbers, hashNumber, describeNumber};
 
 const Object* makeNumber(const Number& number, CFAllocatorRef allocator) {

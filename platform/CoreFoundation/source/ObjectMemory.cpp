@@ -33,8 +33,8 @@ class KeptBlocks {
     constexpr KeptBlocks() = default;
     KeptBlocks(const KeptBlocks&) = delete;
     KeptBlocks& operator=(const KeptBlocks&) = delete;
-    // Leaves the lock taken: whoever comes later, at the end of the process, is on its own.
-    ~KeptBlocks() {
+    // Gives back what is kept, and keeps nothing from now on: the lock stays taken.
+    void close() {
         if (!isBusy_.test_and_set(std::memory_order_acquire)) {
             keep(false);
         }
@@ -108,7 +108,15 @@ class KeptBlocks {
     std::size_t room_ = kMostKept;  // for more blocks
 };
 
+// Never destroyed: objects end later than this library's variables do.
 KeptBlocks g_blocks;
+
+struct Unloading {
+    Unloading() = default;
+    Unloading(const Unloading&) = delete;
+    Unloading& operator=(const Unloading&) = delete;
+    ~Unloading() { g_blocks.close(); }
+} g_unloading;
 
 // A sanitizer sees what is done with freed memory only when it is freed.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

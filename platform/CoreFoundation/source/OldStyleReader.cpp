@@ -1,3 +1,4 @@
+// clang-format off
 // What is accepted, with filler between any two parts:
 //
 //   document   = filler                    an empty dictionary
@@ -6,30 +7,35 @@
 //   value      = string | data | array | dictionary
 //   array      = "(" [ value { "," value } [ "," ] ] ")"
 //   dictionary = "{" pairs "}"             of equal keys the last value counts
-//   pairs      = { string [ "=" value ] ";" }                   without a value the key is the
-//   value data       = "<" { hex hex | space | line end } ">" string     = bare character { bare
-//   character }              letter, digit, or one of _ $ / : . -
+//   pairs      = { string [ "=" value ] ";" }      without a value the key is the value
+//   data       = "<" { hex hex | space | line end } ">"
+//   string     = bare character { bare character }     letter, digit, or one of _ $ / : . -
 //              | '"' { character | escape } '"'
 //              | "'" { character | escape } "'"
 //   escape     = "\" ( "a" | "b" | "f" | "n" | "r" | "t" | "v" )
-//              | "\" octal [ octal [ octal ] ]                  a NextStep character
-//              | "\U" up to four hex                            a UTF-16 unit
+//              | "\" octal [ octal [ octal ] ]         a NextStep character
+//              | "\U" up to four hex                   a UTF-16 unit
 //              | "\" any other character, for itself
 //   filler     = { space | line end | "//" ... line end | "/*" ... "*/" }
 //
-// A comment may end with the document. The document is well-formed UTF-8, of which one U+FEFF at
-// the start is left out.
+// A comment may end with the document. The document is well-formed UTF-8, of which one U+FEFF at the
+// start is left out. It is at most 512 levels deep, and so read by functions that call each other.
 //
-// A value that cannot be read ends the array around it like one that is not there, and a key
-// likewise the pairs: what follows is looked at from where reading stopped, for an unfinished
-// quoted string from behind its first quote. So the array ( a, "b ) holds a, and has always done
-// so.
+// A value that cannot be read ends the array around it like one that is not there, and a key likewise
+// the pairs: what follows is looked at from where reading stopped, for an unfinished quoted string from
+// behind its first quote. So the array ( a, "b ) holds a, and has always done so.
+// clang-format on
 #include "OldStyleReader.h"
 
+#include <utility>
+
+#include "Array.h"
 #include "Buffer.h"
 #include "Data.h"
+#include "Dictionary.h"
 #include "NextStepLatin.h"
 #include "String.h"
+#include "Text.h"
 #include "Unicode.h"
 
 namespace cf {
@@ -41,28 +47,14 @@ constexpr std::size_t kMaximumOldStyleNesting = 512;
 constexpr std::string_view kLineSeparator = "\xE2\x80\xA8";
 constexpr std::string_view kParagraphSeparator = "\xE2\x80\xA9";
 
-constexpr int kNoDigit = -1;
-
-int hexDigit(char byte) {
-    if (byte >= '0' && byte <= '9') {
-        return byte - '0';
-    }
-    const char lower = static_cast<char>(byte | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : kNoDigit;
-}
-
 bool isOctalDigit(char byte) {
     return byte >= '0' && byte <= '7';
 }
 
 bool isBare(char byte) {
     const char lower = static_cast<char>(byte | 0x20);
-    return (lower >= 'a' && lower <= 'z') || (byte >= '0' && byte <= '9') || byte == '_' ||
-           byte == '$' || byte == '/' || byte == ':' || byte == '.' || byte == '-';
-}
-
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
+    return (lower >= 'a' && lower <= 'z') || isDigit(byte) || byte == '_' || byte == '$' ||
+           byte == '/' || byte == ':' || byte == '.' || byte == '-';
 }
 
 class OldStyleReader {
@@ -71,15 +63,13 @@ class OldStyleReader {
         : containersAreMutable_(containersAreMutable),
           begin_(document.data()),
           at_(document.data()),
-          end_(document.data() + document.size()) {}
+          end_(document.data() + document.size()),
+          indentationLeft_(mostWritten(document.size())) {}
 
     const Object* read(Refusal& refusal) {
         Ref<const Object> root = readDocument();
-        if (!root || isOutOfMemory()) {
-            refusal = {reason_, 1};
-            for (const char* byte = begin_; byte < at_; ++byte) {
-                refusal.line += *byte == '\n' ? 1 : 0;
-            }
+        if (!root || isStopped()) {
+            refusal = {reason_, lastLine({begin_, static_cast<std::size_t>(at_ - begin_)})};
             return nullptr;
         }
         return root.pass();
@@ -90,19 +80,23 @@ class OldStyleReader {
 
     std::string_view rest() const { return {at_, static_cast<std::size_t>(end_ - at_)}; }
 
+    // The first reason since a value was last there counts: others come of it.
     Value refuse(const char* reason) {
-        // A lack of memory is not forgotten over what comes of it.
-        if (!isOutOfMemory()) {
+        if (reason_ == nullptr) {
             reason_ = reason;
         }
         return {};
     }
 
-    // A value that is absent for want of memory must not be taken for the end of an array.
-    bool isOutOfMemory() const { return reason_ == kOutOfMemory; }
+    // A value that is absent for such a reason must not be taken for the end of an array.
+    bool isStopped() const { return reason_ == kOutOfMemory || reason_ == kTooLarge; }
+    Value stop(const char* reason) {
+        reason_ = reason;
+        return {};
+    }
 
     Value made(const Object* object) {
-        return object == nullptr ? refuse(kOutOfMemory) : Value(object);
+        return object == nullptr ? stop(kOutOfMemory) : Value(object);
     }
 
     Value made(Container* container) {
@@ -177,6 +171,10 @@ class OldStyleReader {
 
     // A value inside of `depth` containers, or none.
     Value readValue(std::size_t depth) {
+        if (indentationLeft_ < depth) {
+            return stop(kTooLarge);
+        }
+        indentationLeft_ -= depth;
         if (!skipFiller()) {
             return refuse("the document ends where a value should be");
         }
@@ -198,11 +196,15 @@ class OldStyleReader {
         }
         for (Value value = readValue(depth); value; value = readValue(depth)) {
             if (!appendTaking(*array, value.pass())) {
-                return refuse(kOutOfMemory);
+                return stop(kOutOfMemory);
             }
+            reason_ = nullptr;
             if (!take(',')) {
                 break;
             }
+        }
+        if (isStopped()) {
+            return {};
         }
         return take(')') ? std::move(owner) : refuse("an array without its end");
     }
@@ -241,13 +243,14 @@ class OldStyleReader {
                 return refuse("neither = nor ; behind a key");
             }
             if (!insertTaking(*dictionary, key.pass(), value.pass(), Present::Replace)) {
-                return refuse(kOutOfMemory);
+                return stop(kOutOfMemory);
             }
+            reason_ = nullptr;
             if (!take(';')) {
                 return refuse("a pair without ; at its end");
             }
         }
-        return owner;
+        return isStopped() ? Value() : std::move(owner);
     }
 
     // A string, or none.
@@ -279,12 +282,12 @@ class OldStyleReader {
             }
             hasEscapes = true;
             if (!addPiece(piece)) {
-                return refuse(kOutOfMemory);
+                return stop(kOutOfMemory);
             }
             ++at_;
             const char* const escape = at_;
             if (!readEscape()) {
-                return refuse(kOutOfMemory);
+                return stop(kOutOfMemory);
             }
             piece = at_;
             if (at_ == escape && at_ < end_) {
@@ -296,7 +299,7 @@ class OldStyleReader {
             return refuse("a quoted string without its end");
         }
         if (hasEscapes && !addPiece(piece)) {
-            return refuse(kOutOfMemory);
+            return stop(kOutOfMemory);
         }
         const std::string_view text(start, static_cast<std::size_t>(at_ - start));
         ++at_;
@@ -333,7 +336,7 @@ class OldStyleReader {
             unsigned unit = 0;
             for (int digits = 0; digits < 4 && at_ < end_ && hexDigit(*at_) != kNoDigit;
                  ++digits, ++at_) {
-                unit = unit << 4 | static_cast<unsigned>(hexDigit(*at_));
+                unit = unit << 4 | hexDigit(*at_);
             }
             return units_.append(static_cast<UniChar>(unit));
         }
@@ -351,7 +354,7 @@ class OldStyleReader {
         ++at_;
         bytes_.shrinkTo(0);
         while (at_ < end_ && *at_ != '>') {
-            const int high = hexDigit(*at_);
+            const unsigned high = hexDigit(*at_);
             if (high == kNoDigit) {
                 const std::size_t space = spaceInData();
                 if (space == 0) {
@@ -361,13 +364,13 @@ class OldStyleReader {
                 continue;
             }
             ++at_;
-            const int low = at_ < end_ ? hexDigit(*at_) : kNoDigit;
+            const unsigned low = at_ < end_ ? hexDigit(*at_) : kNoDigit;
             if (low == kNoDigit) {
                 return refuse("data with half a byte");
             }
             ++at_;
             if (!bytes_.append(static_cast<char>(high << 4 | low))) {
-                return refuse(kOutOfMemory);
+                return stop(kOutOfMemory);
             }
         }
         if (at_ == end_) {
@@ -391,6 +394,7 @@ class OldStyleReader {
     const char* at_;
     const char* const end_;
     const char* reason_ = nullptr;
+    std::size_t indentationLeft_;
     Buffer<UniChar> units_;  // of a string with escapes
     Buffer<char> bytes_;     // of data
 };

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "Object.h"
-#include "Tree.h"
+#include "Refusal.h"
 
 namespace cf {
 

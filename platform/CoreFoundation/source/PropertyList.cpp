@@ -9,8 +9,8 @@
 #include "Data.h"
 #include "Error.h"
 #include "OldStyleReader.h"
+#include "Refusal.h"
 #include "TextEncoding.h"
-#include "Tree.h"
 #include "Validity.h"
 #include "XmlReader.h"
 #include "XmlWriter.h"
@@ -50,11 +50,15 @@ class Refusals {
         const char* what;
         Refusal refusal;
     };
-    Entry entries_[3] = {};
+    Entry entries_[2] = {};
     std::size_t count_ = 0;
 };
 
-// A text is tried as XML first: what is both, such as nothing at all, is XML's.
+// What one reader could not read for want of memory must not be read as something else by the next.
+bool isForWantOfMemory(const Refusal& refusal) {
+    return refusal.reason == kOutOfMemory;
+}
+
 const Object* readDocument(std::string_view document, bool containersAreMutable,
                            CFPropertyListFormat& format, Refusals& refusals) {
     Refusal refusal;
@@ -68,6 +72,9 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
             return root;
         }
         refusals.add("binary property list", refusal);
+        if (isForWantOfMemory(refusal)) {
+            return nullptr;
+        }
     }
     Buffer<char> converted;
     std::string_view text;
@@ -80,12 +87,22 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
     if (const auto* const root = readXml(text, containersAreMutable, refusal)) {
         return root;
     }
-    refusals.add("XML property list", refusal);
+    if (isForWantOfMemory(refusal)) {
+        refusals.add("XML property list", refusal);
+        return nullptr;
+    }
+    Refusal oldStyleRefusal;
     format = kCFPropertyListOpenStepFormat;
-    if (const auto* const root = readOldStyle(text, containersAreMutable, refusal)) {
+    if (const auto* const root = readOldStyle(text, containersAreMutable, oldStyleRefusal)) {
         return root;
     }
-    refusals.add("old-style property list", refusal);
+    // What a person would take it for.
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    if (first != std::string_view::npos && text[first] == '<') {
+        refusals.add("XML property list", refusal);
+    } else {
+        refusals.add("old-style property list", oldStyleRefusal);
+    }
     return nullptr;
 }
 

@@ -1,5 +1,7 @@
 #include "Set.h"
 
+#include <algorithm>
+
 #include "Hash.h"
 
 namespace cf {
@@ -34,9 +36,15 @@ void describeSet(const Object* object, Description& description) {
     description.add(static_cast<const Set*>(object)->containers);
 }
 
+bool isThere(const Array& containers, const Object* member) {
+    constexpr std::size_t kMostCompared = 32;
+    const std::size_t count = std::min(containers.count, kMostCompared);
+    return std::any_of(containers.values, containers.values + count,
+                       [member](const void* other) { return equal(asObject(other), member); });
+}
+
 }  // namespace
 
-extern const TypeBehavior kSetBehavior;
 const TypeBehavior kSetBehavior = {endSet, equalSets, hashSet, describeSet};
 
 Set* makeSet(const Array& values) {
@@ -47,6 +55,9 @@ Set* makeSet(const Array& values) {
     }
     for (std::size_t at = 0; at < values.count; ++at) {
         const Object* const member = values.objectAt(at);
+        if (isContainer(member) && isThere(*containers, member)) {
+            continue;
+        }
         retain(member);
         if (isContainer(member)) {
             if (!appendTaking(*containers, member)) {

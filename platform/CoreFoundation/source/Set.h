@@ -10,8 +10,8 @@
 
 namespace cf {
 
-// Members that are containers count each: to find out which of them are equal would take time by
-// the square of their number.
+// To find out which members are equal takes time by the square of their number where they are
+// containers, so only the first few of those are looked at; the others count each.
 struct Set : Container {
     Set(Dictionary* leafMembers, Array* containerMembers)
         : Container(Type::Set, false, false), leaves(leafMembers), containers(containerMembers) {}

@@ -89,7 +89,6 @@ void describeString(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kStringBehavior;
 const TypeBehavior kStringBehavior = {endString, equalObjects, hashString, describeString};
 
 String* makeAsciiString(std::string_view ascii, CFAllocatorRef allocator) {

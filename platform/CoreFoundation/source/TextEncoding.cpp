@@ -99,7 +99,6 @@ constexpr CharacterSet kCharacterSets[] = {
     {"KOI8-R", "KOI8-R koi8 csKOI8R"},
     {"KOI8-U", "KOI8-U csKOI8U"},
 
-    {"MACINTOSH",         "macintosh mac x-mac-roman csMacintosh"},
     {"MAC-CENTRALEUROPE", "x-mac-centraleurroman x-mac-ce"},
     {"MACCYRILLIC",       "x-mac-cyrillic"},
 

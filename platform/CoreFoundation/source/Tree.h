@@ -6,22 +6,9 @@
 
 #include "Array.h"
 #include "Dictionary.h"
+#include "Refusal.h"
 
 namespace cf {
-
-// Containers nested deeper than this are read, valid and written nowhere. It keeps what a document
-// costs in bounds: written, each line of a tree stands as many columns to the right as it is nested
-// deep.
-constexpr std::size_t kMaximumNesting = 1024;
-
-// Why a document was refused: a constant text, and the line, counted from 1, where that is known.
-struct Refusal {
-    const char* reason = nullptr;
-    std::size_t line = 0;
-};
-
-constexpr char kOutOfMemory[] = "out of memory";
-constexpr char kNestedTooDeep[] = "too many containers inside each other";
 
 // The containers that a reader is inside of. What is in there at the end of its life, the remains
 // of a document that was refused, is released.

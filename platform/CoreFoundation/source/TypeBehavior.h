@@ -23,6 +23,19 @@ struct TypeBehavior {
     void (*describe)(const Object*, Description&);
 };
 
+extern const TypeBehavior kNullBehavior;
+extern const TypeBehavior kAllocatorBehavior;
+extern const TypeBehavior kStringBehavior;
+extern const TypeBehavior kNumberBehavior;
+extern const TypeBehavior kBooleanBehavior;
+extern const TypeBehavior kDataBehavior;
+extern const TypeBehavior kDateBehavior;
+extern const TypeBehavior kUidBehavior;
+extern const TypeBehavior kErrorBehavior;
+extern const TypeBehavior kArrayBehavior;
+extern const TypeBehavior kDictionaryBehavior;
+extern const TypeBehavior kSetBehavior;
+
 const TypeBehavior& behaviorOf(const Object* object);
 
 inline bool isContainer(const Object* object) {

@@ -33,7 +33,6 @@ void describeUid(const Object* object, Description& description) {
 
 }  // namespace
 
-extern const TypeBehavior kUidBehavior;
 const TypeBehavior kUidBehavior = {endUid, equalUids, hashUid, describeUid};
 
 }  // namespace cf

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Tree.h"
+#include "Refusal.h"
 
 namespace cf {
 

@@ -1,36 +1,39 @@
-// What is accepted. It is not XML: laxer in most places, stricter in some, and to the letter what
-// the platform's own parser accepts, since it decides whether a file counts as damaged.
+// clang-format off
+// What is accepted. It is not XML: laxer in most places, stricter in some, and to the letter what the
+// platform's own parser accepts, since it decides whether a file counts as damaged.
 //
-//   document  = { space | comment | pi | doctype } element      whatever follows is not looked at
-//   doctype   = "<!DOCTYPE" { byte, no ">" or "[" } ">"          an inline DTD is refused
-//   comment   = "<!--" ... "-->"                 inside an element its first dashes may be its last
-//   ones pi        = "<?" ... "?>" element   = "<" name [ attributes ] ">" content "</" name {
-//   space } ">"
-//             | "<" name [ attributes ] "/>"     not for plist, data, date, integer, real
-//   attributes = space { byte, no ">" }                          never looked at
+//   document   = { space | comment | pi | doctype } element     whatever follows is not looked at
+//   doctype    = "<!DOCTYPE" { byte, no ">" or "[" } ">"        an inline DTD is refused
+//   comment    = "<!--" ... "-->"        inside an element its first dashes may be its last ones
+//   pi         = "<?" ... "?>"
+//   element    = "<" name [ attributes ] ">" content "</" name { space } ">"
+//              | "<" name [ attributes ] "/>"      not for plist, data, date, integer, real
+//   attributes = space { byte, no ">" }            never looked at
 //   content of
-//     plist   = filler element filler            may be left out around the element, or stand twice
-//     array   = filler { element filler }
-//     dict    = filler { key filler element filler }             of equal keys the last value
-//     counts string, key = { text | entity | cdata } true, false = nothing integer = { ispace } [
-//     sign { ispace } ] ( "0x" hex { hex } | digit { digit } )
-//                                                                -2^63 to 2^64-1
-//     real    = text as in a string: [ sign ] ( "inf" | "infinity" ) | "nan", in any case,
-//               or spaces and a decimal number of the C language
-//     date    = [ "-" ] { digit } "-" dd "-" dd "T" dd ":" dd ":" dd "Z"
-//     data    = { byte, no "<" and none over 127 }               base64; other characters are left
-//     out
-//   filler    = { space | comment | pi }
-//   entity    = "&" ( "lt" | "gt" | "amp" | "apos" | "quot" ) ";"
-//             | "&#" { digit } ";" | "&#x" { hex } ";"           at most 8 digits; none stand for 0
-//   cdata     = "<![CDATA[" ... "]]>"
-//   space     = " " | tab | line feed | carriage return
-//   ispace    = any byte to " ", or from 127 to 160, or a part of U+2000 to U+200B or U+3000
+//     plist    = filler element filler             may be left out around the element, or stand twice
+//     array    = filler { element filler }
+//     dict     = filler { key filler element filler }   of equal keys the last value counts
+//     string, key = { text | entity | cdata }
+//     true, false = nothing
+//     integer  = { ispace } [ sign { ispace } ] ( "0x" hex { hex } | digit { digit } )
+//                                                  from -2^63 to 2^64-1
+//     real     = text as in a string: [ sign ] ( "inf" | "infinity" ) | "nan", in any case,
+//                or spaces and a decimal number of the C language
+//     date     = [ "-" ] { digit } "-" dd "-" dd "T" dd ":" dd ":" dd "Z"
+//     data     = { byte, no "<" and none over 127 }     base64; other characters are left out
+//   filler     = { space | comment | pi }
+//   entity     = "&" ( "lt" | "gt" | "amp" | "apos" | "quot" ) ";"
+//              | "&#" { digit } ";" | "&#x" { hex } ";"      at most 8 digits; none stand for 0
+//   cdata      = "<![CDATA[" ... "]]>"
+//   space      = " " | tab | line feed | carriage return
+//   ispace     = any byte to " ", or from 127 to 160, or a part of U+2000 to U+200B or U+3000
 //
-// Names are lower case. A string has to be well-formed UTF-8; one U+FEFF at its start is left out.
-// A dictionary whose only entry is "CF$UID" with a number is an archive's reference.
+// Names are lower case. A string has to be well-formed UTF-8; one U+FEFF at its start is left out. A
+// dictionary whose only entry is "CF$UID" with a number is an archive's reference.
+// clang-format on
 #include "XmlReader.h"
 
+#include <algorithm>
 #include <cstring>
 
 #ifdef __APPLE__
@@ -45,6 +48,8 @@
 #include "Date.h"
 #include "Number.h"
 #include "String.h"
+#include "Text.h"
+#include "Tree.h"
 #include "Uid.h"
 #include "Unicode.h"
 
@@ -85,24 +90,6 @@ struct Tag {
 
 bool isSpace(char byte) {
     return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r';
-}
-
-bool isDigit(char byte) {
-    return byte >= '0' && byte <= '9';
-}
-
-constexpr unsigned kNoDigit = 16;
-
-unsigned hexDigit(char byte) {
-    if (isDigit(byte)) {
-        return static_cast<unsigned>(byte - '0');
-    }
-    const char lower = static_cast<char>(byte | 0x20);
-    return lower >= 'a' && lower <= 'f' ? static_cast<unsigned>(lower - 'a' + 10) : kNoDigit;
-}
-
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
 }
 
 // The keys of a document are few and come again and again: each is made once.
@@ -164,10 +151,8 @@ class XmlReader {
     const Object* read(Refusal& refusal) {
         const Object* const root = skipProlog() ? readElements() : nullptr;
         if (root == nullptr) {
-            refusal = {reason_, 1};
-            for (const char* byte = begin_; byte < at_ && byte < end_; ++byte) {
-                refusal.line += *byte == '\n' ? 1 : 0;
-            }
+            const char* const end = std::min(at_, end_);
+            refusal = {reason_, lastLine({begin_, static_cast<std::size_t>(end - begin_)})};
         }
         return root;
     }
@@ -464,10 +449,19 @@ class XmlReader {
         if (typeOf(value) != Type::Number) {
             return owned.pass();
         }
-        // Its low 32 bits are all that counts.
-        std::int32_t bits = 0;
-        readNumber(numberOf(value), kCFNumberSInt32Type, &bits);
-        return made(create<Uid>(kCFAllocatorDefault, 0, static_cast<std::uint32_t>(bits)));
+        return made(create<Uid>(kCFAllocatorDefault, 0, uidOf(numberOf(value))));
+    }
+
+    // The low 32 bits of a whole number. Of a real one what fits, else what the processor makes of
+    // that.
+    static std::uint32_t uidOf(const Number& number) {
+        constexpr double kTwoTo31 = 2147483648.0;
+        if (number.kind != Number::Kind::Real) {
+            return static_cast<std::uint32_t>(number.whole);
+        }
+        const bool fits = number.real > -kTwoTo31 - 1 && number.real < kTwoTo31;
+        return static_cast<std::uint32_t>(fits ? static_cast<std::int32_t>(number.real)
+                                               : INT32_MIN);
     }
 
     // An element that holds no others, from behind its start tag to behind its end tag.

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <numeric>
 #include <string_view>
 
 #include "Array.h"
@@ -15,8 +16,8 @@
 #include "Date.h"
 #include "Dictionary.h"
 #include "Number.h"
+#include "Refusal.h"
 #include "String.h"
-#include "Tree.h"
 #include "Uid.h"
 #include "Unicode.h"
 #include "Validity.h"
@@ -189,7 +190,15 @@ class XmlWriter {
     }
 
     bool writeAscii(const char* text, std::size_t count) {
-        if (count > PTRDIFF_MAX / kLongestEscape || !out_.reserve(count * kLongestEscape)) {
+        // That is room enough for every text of usual length; what a long one needs is counted.
+        constexpr std::size_t kLong = 4096;
+        const std::size_t size =
+            count < kLong
+                ? count * kLongestEscape
+                : std::accumulate(text, text + count, count, [](std::size_t sum, char character) {
+                      return sum + escapeOf(character).size();
+                  });
+        if (!out_.reserve(size)) {
             return false;
         }
         char* end = out_.end();

@@ -41,9 +41,9 @@ void use(const std::string& document, Expected expected) {
         const bool isValid =
             CFPropertyListIsValid(tree.get(), kCFPropertyListXMLFormat_v1_0) != FALSE;
         const auto xml = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, tree.get()));
+        EXPECT_EQ(static_cast<bool>(xml), isValid);
         if (expected == Expected::kLoaded) {
             EXPECT_TRUE(isValid);
-            EXPECT_TRUE(xml);
         }
     }
 }
@@ -146,6 +146,48 @@ TEST(HostileBinary, OneNestedObjectAMillionTimesIsRefused) {
         document.addArray({level});
     }
     document.addArray({});
+    expectRefused(document.bytes());
+}
+
+// What counts is what the tree comes to when it is written.
+TEST(HostileBinary, CharactersThatAreWrittenAsFiveManyTimesAreRefused) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(67000, 1));
+    document.addString(std::string(1000, '&'));
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, WideCharactersManyTimesAreRefused) {
+    BinaryDocument document;
+    document.addArray(std::vector<std::uint64_t>(67000, 1));
+    document.add(BinaryDocument::head(0x60, 1000) + repeated("\x4e\x2d", 1000));
+    expectRefused(document.bytes());
+}
+
+TEST(HostileBinary, ManyUidsInTheDepthsAreHarmless) {
+    BinaryDocument document(2);
+    for (std::uint64_t level = 1; level <= 1000; ++level) {
+        document.addArray({level});
+    }
+    document.addArray(std::vector<std::uint64_t>(65000, 1001));
+    document.add("\x80\x05");
+    expectHarmless(document.bytes());
+}
+
+// Each string is the rest of the document.
+TEST(HostileBinary, StringsInsideEachOtherAreRefused) {
+    constexpr std::uint64_t kStrings = 4000;
+    BinaryDocument document(2);
+    std::vector<std::uint64_t> all;
+    for (std::uint64_t number = 1; number <= kStrings; ++number) {
+        all.push_back(number);
+    }
+    document.addArray(all);
+    constexpr std::size_t kHeadSize = 10;
+    for (std::uint64_t number = 1; number <= kStrings; ++number) {
+        document.add(BinaryDocument::head(0x50, 17000 + (kStrings - number) * kHeadSize));
+    }
+    document.add(std::string(17000, '&'));
     expectRefused(document.bytes());
 }
 
@@ -256,7 +298,8 @@ TEST(HostileBinary, OffsetsOutsideAreRefused) {
     BinaryDocument sound(1, 8);
     sound.addArray({1, 2});
     sound.addString("x");
-    sound.addString("y");
+    // Room behind, so that an offset into the magic is not refused for want of it.
+    sound.addString(std::string(100, 'y'));
     const std::string document = sound.bytes();
     const std::size_t table = sound.trailer().offsetTable;
     confined([&] {
@@ -298,6 +341,18 @@ TEST(HostileBinary, ReferencesToNoObjectAreRefused) {
                     use(value.bytes(), Expected::kRefused);
                 }
             }
+        }
+    });
+}
+
+TEST(HostileBinary, RootThatIsNoObjectIsRefused) {
+    confined([] {
+        for (std::uint8_t offsetSize = 1; offsetSize <= 8; ++offsetSize) {
+            BinaryDocument document(1, offsetSize);
+            document.addString("x");
+            BinaryTrailer trailer = document.trailer();
+            trailer.root = 1;
+            use(document.bytes(trailer), Expected::kRefused);
         }
     });
 }
@@ -396,6 +451,18 @@ TEST(HostileXml, WidestDocumentsAreLoaded) {
     expectLoaded(filled("<array>", "<data></data>", "</array>"));
     expectLoaded(filled("<array>", "<dict><key/><dict/></dict>", "</array>"));
     expectLoaded(filled("<array>", "<key/>", "</array>"));
+}
+
+TEST(HostileXml, WideTreeInTheDepthsIsHarmless) {
+    for (const char* const element : {"<key/>", "<true/>", "<data></data>", "<dict/>"}) {
+        SCOPED_TRACE(element);
+        expectHarmless(filled(repeated("<array>", 1020), element, repeated("</array>", 1020)));
+    }
+}
+
+TEST(HostileOldStyle, WideTreeInTheDepthsIsHarmless) {
+    expectHarmless(filled(repeated("(", 511), "a,", repeated(")", 511)));
+    expectHarmless(filled(repeated("(", 511), "(),", repeated(")", 511)));
 }
 
 TEST(HostileXml, ManyKeysAreLoaded) {

@@ -515,6 +515,14 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreesAreEqualOrCountAsDifferent)
     }
 }
 
+TEST(CoreFoundationMemoryShortage, ConstantStringThatIsThereNeedsNone) {
+    ASSERT_NE(CFSTR("there"), nullptr);
+    failEveryMallocAfter(0);
+    const CFStringRef again = CFSTR("there");
+    EXPECT_FALSE(mallocFailed());
+    EXPECT_NE(again, nullptr);
+}
+
 TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsJudgedAsItIsOrNotValid) {
     for (const Document& document : documents()) {
         SCOPED_TRACE(document.name);

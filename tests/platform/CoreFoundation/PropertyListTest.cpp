@@ -324,6 +324,49 @@ TEST(PropertyListReading, ContainersThatCanBeChangedAreNotShared) {
     EXPECT_EQ(CFArrayGetCount(at(1)), 1);
 }
 
+TEST(PropertyListReading, ArchivesReferenceIsADictionaryOfItsKeyAlone) {
+    const auto typeOf = [](const std::string& entries) {
+        return CFGetTypeID(readDocument("<dict>" + entries + "</dict>").get());
+    };
+    const std::string uid = "<key>CF$UID</key><integer>5</integer>";
+    EXPECT_EQ(typeOf(uid), _CFKeyedArchiverUIDGetTypeID());
+    EXPECT_EQ(typeOf(uid + uid), _CFKeyedArchiverUIDGetTypeID());
+    EXPECT_EQ(typeOf(uid + "<key>other</key><true/>"), CFDictionaryGetTypeID());
+    EXPECT_EQ(typeOf("<key>a</key><true/>" + uid), CFDictionaryGetTypeID());
+    EXPECT_EQ(typeOf("<key>CF$UID</key><true/>"), CFDictionaryGetTypeID());
+}
+
+TEST(PropertyListReading, ArchivesReferenceHas32Bits) {
+    const auto uidOf = [](const std::string& number) {
+        const auto tree = readDocument("<dict><key>CF$UID</key>" + number + "</dict>");
+        return _CFKeyedArchiverUIDGetValue(static_cast<CFKeyedArchiverUIDRef>(tree.get()));
+    };
+    EXPECT_EQ(uidOf("<integer>18446744073709551615</integer>"), 4294967295U);
+    EXPECT_EQ(uidOf("<real>2147483647.9</real>"), 2147483647U);
+    EXPECT_EQ(uidOf("<real>-2147483648.9</real>"), 2147483648U);
+    for (const char* const real : {"2147483648", "4294967295", "1e20", "-1e20", "inf", "nan"}) {
+        EXPECT_EQ(uidOf("<real>" + std::string(real) + "</real>"), 2147483648U) << real;
+    }
+}
+
+TEST(PropertyListReading, ShortRealOfABinaryDocumentIsShort) {
+    BinaryDocument document;
+    document.add(std::string("\x22\x3f\x80\x00\x00", 5));
+    const auto tree = readDocument(document.bytes());
+    ASSERT_TRUE(tree);
+    EXPECT_EQ(CFNumberGetType(static_cast<CFNumberRef>(tree.get())), kCFNumberFloat32Type);
+}
+
+TEST(PropertyListReading, OldStyleEscapeTakesUpToFourDigits) {
+    const auto textOf = [](const std::string& document) {
+        const auto tree = readDocument(document);
+        return tree ? unitsOf(static_cast<CFStringRef>(tree.get())) : u"refused";
+    };
+    EXPECT_EQ(textOf("\"\\U00e9a\""), u"\u00e9a");
+    EXPECT_EQ(textOf("\"\\Ue9 \""), u"\u00e9 ");
+    EXPECT_EQ(textOf("\"\\1011\""), u"A1");
+}
+
 TEST(PropertyListReading, TreeNeedsTheDocumentNoMore) {
     std::string document =
         "<dict><key>key</key><array><string>caf\u00e9</string>"

@@ -219,8 +219,6 @@ TEST(TextEncoding, DeclaredCharacterSets) {
         {"cp866", "\x86", "Ж"},
         {"KOI8-R", "\xf6", "Ж"},
         {"koi8-u", "\xa4", "є"},
-        {"macintosh", "\x8e", "é"},
-        {"x-mac-roman", "\x8e", "é"},
         {"TIS-620", "\xa1", "\u0e01"},
         {"Shift_JIS", "\x93\xfa\x96\x7b\xb1\\~", "日本\uff71\\~"},
         {"MS_Kanji", "\x93\xfa\x96\x7b", "日本"},

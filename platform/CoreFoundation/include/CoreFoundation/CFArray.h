@@ -26,7 +26,8 @@ CF_EXPORT const CFArrayCallBacks kCFTypeArrayCallBacks;
 typedef const struct __CFArray* CFArrayRef;
 typedef struct __CFArray* CFMutableArrayRef;
 
-// The callbacks are copied; null stands for none at all.
+// The callbacks are copied; null stands for none at all. Where those that retain, release and
+// compare are kCFTypeArrayCallBacks', so is the description.
 CF_EXPORT CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                                    const CFArrayCallBacks* callBacks);
 

@@ -92,7 +92,8 @@ CF_EXPORT CFTypeID CFNullGetTypeID(void);
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef object);
 
 // Adds a reference, and returns the object; gives one back, which may be the object's end. However
-// deep a container is nested, its end takes no more of the stack than that of an empty one.
+// deep a container is nested, its end takes no more of the stack than that of an empty one, unless
+// it has callbacks of its own.
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef object);
 CF_EXPORT void CFRelease(CFTypeRef object);
 

@@ -43,6 +43,8 @@ typedef const struct __CFDictionary* CFDictionaryRef;
 typedef struct __CFDictionary* CFMutableDictionaryRef;
 
 // Of keys that are equal the first stays. The callbacks are copied; null stands for none at all.
+// Where those that retain, release, compare and hash are the constants' above, so is the
+// description.
 CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys,
                                              const void** values, CFIndex count,
                                              const CFDictionaryKeyCallBacks* keyCallBacks,

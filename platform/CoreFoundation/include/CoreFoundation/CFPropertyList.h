@@ -38,14 +38,16 @@ typedef enum {
 enum { kCFPropertyListReadCorruptError = 3840, kCFPropertyListWriteStreamError = 3851 };
 
 // Reads a document of any of the three kinds. Null where it is none; *errorString, where wanted, is
-// then a reason, which the caller releases.
+// then a reason, which the caller releases, or null for want of memory; it is null where all went
+// well.
 CF_EXPORT CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator,
                                                             CFDataRef data,
                                                             CFOptionFlags mutability,
                                                             CFStringRef* errorString);
 
 // The same with other ways to tell: *format says which kind it was, *error why it was none, to be
-// released by the caller. Either may be null.
+// released by the caller; it is null for want of memory, and left alone where all went well. Either
+// pointer may be null.
 CF_EXPORT CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
                                                          CFOptionFlags mutability,
                                                          CFPropertyListFormat* format,

@@ -19,7 +19,8 @@ enum {
 
 typedef CFOptionFlags CFStringCompareFlags;
 
-// A constant string, which is never released: CFSTR("services"). The text is ASCII.
+// A constant string, which is never released: CFSTR("services"). The text is ASCII. Null only where
+// there is no memory for its first use.
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
 
 // Bytes that are not well-formed in the encoding, and encodings other than those above, give null.
