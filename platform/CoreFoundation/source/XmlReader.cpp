@@ -76,12 +76,40 @@ struct ElementName {
     Element element;
 };
 
-constexpr ElementName kElements[] = {
-    {"key", Element::Key},         {"string", Element::String}, {"dict", Element::Dictionary},
-    {"integer", Element::Integer}, {"array", Element::Array},   {"true", Element::True},
-    {"false", Element::False},     {"real", Element::Real},     {"date", Element::Date},
-    {"data", Element::Data},       {"plist", Element::Plist},
-};
+constexpr ElementName kKey = {"key", Element::Key};
+constexpr ElementName kString = {"string", Element::String};
+constexpr ElementName kInteger = {"integer", Element::Integer};
+constexpr ElementName kDictionary = {"dict", Element::Dictionary};
+constexpr ElementName kArray = {"array", Element::Array};
+constexpr ElementName kTrue = {"true", Element::True};
+constexpr ElementName kFalse = {"false", Element::False};
+constexpr ElementName kReal = {"real", Element::Real};
+constexpr ElementName kDate = {"date", Element::Date};
+constexpr ElementName kData = {"data", Element::Data};
+constexpr ElementName kPlist = {"plist", Element::Plist};
+
+// Null where there is none of that name. The lengths leave at most five to be compared.
+const ElementName* elementOf(std::string_view name) {
+    const auto isOneOf = [name](const auto&... elements) {
+        const ElementName* found = nullptr;
+        static_cast<void>(((name == elements.name ? (found = &elements) : nullptr) || ...));
+        return found;
+    };
+    switch (name.size()) {
+        case kKey.name.size():
+            return isOneOf(kKey);
+        case kDictionary.name.size():
+            return isOneOf(kDictionary, kTrue, kReal, kDate, kData);
+        case kArray.name.size():
+            return isOneOf(kArray, kFalse, kPlist);
+        case kString.name.size():
+            return isOneOf(kString);
+        case kInteger.name.size():
+            return isOneOf(kInteger);
+        default:
+            return nullptr;
+    }
+}
 
 struct Tag {
     const ElementName* element;
@@ -90,6 +118,29 @@ struct Tag {
 
 bool isSpace(char byte) {
     return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r';
+}
+
+// Where the text ends: at the next < or &, or at the end.
+const char* endOfText(const char* at, const char* end) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101U;
+    constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+    // Not zero where one of eight bytes is the given one.
+    const auto find = [](std::uint64_t eight, char byte) {
+        const std::uint64_t different = eight ^ kOnes * static_cast<unsigned char>(byte);
+        return (different - kOnes) & ~different & kHighBits;
+    };
+    for (; static_cast<std::size_t>(end - at) >= sizeof(std::uint64_t);
+         at += sizeof(std::uint64_t)) {
+        std::uint64_t eight = 0;
+        std::memcpy(&eight, at, sizeof eight);
+        if ((find(eight, '<') | find(eight, '&')) != 0) {
+            break;
+        }
+    }
+    while (at < end && *at != '<' && *at != '&') {
+        ++at;
+    }
+    return at;
 }
 
 // The keys of a document are few and come again and again: each is made once.
@@ -308,11 +359,9 @@ class XmlReader {
         }
         ++at_;
         const std::string_view name(start, static_cast<std::size_t>(nameEnd - start));
-        for (const ElementName& element : kElements) {
-            if (element.name == name) {
-                tag.element = &element;
-                return true;
-            }
+        tag.element = elementOf(name);
+        if (tag.element != nullptr) {
+            return true;
         }
         refuse("an element of no property list");
         return false;
@@ -524,9 +573,7 @@ class XmlReader {
         const char* start = at_;
         bool isPieced = false;
         for (;;) {
-            while (at_ < end_ && *at_ != '<' && *at_ != '&') {
-                ++at_;
-            }
+            at_ = endOfText(at_, end_);
             const bool isEntity = at_ < end_ && *at_ == '&';
             const bool isCdata = left() > 1 && at_[0] == '<' && at_[1] == '!';
             const std::string_view piece(start, static_cast<std::size_t>(at_ - start));
