@@ -63,7 +63,7 @@ class File {
     int descriptor_;
 };
 
-CFHolder<CFDataRef> contentOf(const char* path) noexcept {
+CFHolder<CFDictionaryRef> dictionaryIn(const char* path) noexcept {
     const File file(path);
     const off_t size = file.size();
     if (size <= 0 || size > largestFile) {
@@ -73,12 +73,13 @@ CFHolder<CFDataRef> contentOf(const char* path) noexcept {
     if (bytes == nullptr || !file.read(bytes.get(), size)) {
         return {};
     }
-    return CFHolder<CFDataRef>(CFDataCreate(nullptr, bytes.get(), size));
-}
-
-CFHolder<CFDictionaryRef> dictionaryIn(CFDataRef document) noexcept {
+    const CFHolder<CFDataRef> document(
+        CFDataCreateWithBytesNoCopy(nullptr, bytes.get(), size, kCFAllocatorNull));
+    if (!document) {
+        return {};
+    }
     CFHolder<CFPropertyListRef> root(CFPropertyListCreateWithData(
-        nullptr, document, kCFPropertyListImmutable, nullptr, nullptr));
+        nullptr, document.get(), kCFPropertyListImmutable, nullptr, nullptr));
     if (!root || CFGetTypeID(root.get()) != CFDictionaryGetTypeID() ||
         CFPropertyListIsValid(root.get(), kCFPropertyListBinaryFormat_v1_0) == FALSE) {
         return {};
@@ -109,10 +110,6 @@ int qv::util::configuredDebugLevel(const char* configName) noexcept {
     if (QvGetFilePath(path, sizeof path, configName) == nullptr) {
         return defaultLevel;
     }
-    const CFHolder<CFDataRef> document = contentOf(path);
-    if (!document) {
-        return defaultLevel;
-    }
-    const CFHolder<CFDictionaryRef> configuration = dictionaryIn(document.get());
+    const CFHolder<CFDictionaryRef> configuration = dictionaryIn(path);
     return configuration ? levelIn(configuration.get()) : defaultLevel;
 }
