@@ -9,6 +9,7 @@
 #include "QvGeneral.h"
 #include "QvPlugin.h"
 #include "QvUtil.h"
+#include "configuration.h"
 #include "namingService.h"
 #include "namingService.pb.h"
 #include "spare.h"
@@ -114,10 +115,13 @@ int32_t QvPluginGetId(void) {
 
 int QvPluginInitialize(void) {
     if (g_debugLogContext == nullptr) {
-        QvInitDebugByConfig(&g_debugLogContext, "namingService.conf.plist", "namingService",
+        QvInitDebugByConfig(&g_debugLogContext, qor::kevra::kConfigurationName, "namingService",
                             "/var/log/Vornak/LorxCore/namingService.log");
     }
     QV_LOG(kLogInfo, "%s enter", "QvPluginInitialize");
+    if (g_cfg == nullptr) {
+        qor::kevra::openConfiguration();
+    }
     if (g_namingService == nullptr) {
         g_namingService = new NamingService;
     }
@@ -131,6 +135,7 @@ void QvPluginFinalize(void) {
     g_debugLogContext = nullptr;
     delete g_namingService;
     g_namingService = nullptr;
+    qor::kevra::closeConfiguration();
     spareAnswer.drop();
 }
 

@@ -1,8 +1,16 @@
 #include "namingService.h"
 
 #include "QvGeneral.h"
+#include "configuration.h"
 
 namespace qor::kevra {
+
+namespace {
+
+// In the configuration's root. The fields of a service are stored in lower case, this is not.
+constexpr const char* kStorageKey = "Address";
+
+}  // namespace
 
 NamingService::NamingService() {
     load();
@@ -10,23 +18,23 @@ NamingService::NamingService() {
 
 void NamingService::registerServices(const ServiceInfoArray& request) {
     const Guard<Mutex> guard(mutex);
-    bool changed = false;
     for (const ServiceInfo& service : request.services()) {
         QV_LOG(kLogDebug, "%s id: %d, address: %s", "NamingService::registerServices", service.id(),
                service.address().c_str());
         const auto [entry, isNew] = serviceMap.try_emplace(service.id(), service);
         if (isNew) {
-            changed = true;
+            unsaved = true;
         } else if (entry->second.address() != service.address()) {
             // Copied before it is put in place, so that no memory costs no entry.
             ServiceInfo replacement(service);
             entry->second.Swap(&replacement);
-            changed = true;
+            unsaved = true;
         }
     }
-    if (changed) {
+    if (unsaved) {
         QV_LOG(kLogDebug, "%s Save address", "NamingService::registerServices");
         save();
+        unsaved = false;
     }
 }
 
@@ -48,8 +56,29 @@ void NamingService::getServices(ServiceInfoArray& answer) {
     }
 }
 
-// The directory lives in memory only: there is no store to load from or to save to.
-void NamingService::load() {}
-void NamingService::save() {}
+// Of services that are stored under one identifier the last counts.
+void NamingService::load() {
+    ServiceInfoArray stored;
+    if (!g_cfg->get(stored, kStorageKey)) {
+        return;
+    }
+    for (ServiceInfo& service : *stored.mutable_services()) {
+        // They were saved in this order.
+        serviceMap.try_emplace(serviceMap.end(), service.id())->second.Swap(&service);
+    }
+}
+
+// The whole directory, each time. Where it cannot be stored, the services stay registered, and the
+// next save tries again with all of them.
+void NamingService::save() {
+    ServiceInfoArray all;
+    all.mutable_services()->Reserve(static_cast<int>(serviceMap.size()));
+    for (const auto& [id, service] : serviceMap) {
+        all.add_services()->CopyFrom(service);
+    }
+    if (g_cfg->set(all, kStorageKey)) {
+        g_cfg->save();
+    }
+}
 
 }  // namespace qor::kevra

@@ -14,7 +14,8 @@ namespace qor::kevra {
 // entry of the directory as it was or as requested.
 class NamingService {
   public:
-    // Starts with the services that were saved. Throws "fail to pthread_mutex_init".
+    // Starts with the services that were saved. Throws "fail to pthread_mutex_init". The
+    // configuration (configuration.h) is there as long as the object is.
     NamingService();
 
     // Adds new services and replaces those whose address differs, in the request's order, so that
@@ -35,6 +36,9 @@ class NamingService {
 
     // Keyed by the service's identifier. Guarded by `mutex`.
     std::map<int, ServiceInfo> serviceMap;
+    // Whether a registration changed the map and has not come to its end, for want of memory, so
+    // that the next one has to save what it did. Guarded by `mutex`.
+    bool unsaved = false;
     // Declared last, so that it is destroyed before the map it guards.
     Mutex mutex;
 };

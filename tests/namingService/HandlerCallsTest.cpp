@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "support/FailingCalls.h"
 #include "support/LoadedPlugin.h"
 #include "support/RecordingLibraries.h"
@@ -18,6 +20,7 @@ constexpr char kInitializeEnter[] = R"(LorxWriteDbgLog(6, "%s enter", "QvPluginI
 constexpr char kFinalizeEnter[] = R"(LorxWriteDbgLog(6, "%s enter", "QvPluginFinalize enter"))";
 constexpr char kOpenLog[] = R"(QvInitDebugByConfig("namingService.conf.plist", "namingService", )"
                             R"("/var/log/Vornak/LorxCore/namingService.log"))";
+constexpr char kAskPath[] = R"(QvGetFilePath(2048, "namingService.conf.plist"))";
 constexpr char kRegisterIn[] = R"(LorxWriteDbgLog(7, "%s in", "registerServices in"))";
 constexpr char kUnregisterIn[] = R"(LorxWriteDbgLog(7, "%s in", "unregisterServices in"))";
 constexpr char kGetIn[] = R"(LorxWriteDbgLog(7, "%s in", "getServices in"))";
@@ -41,7 +44,7 @@ TEST(Lifecycle, LogIsOpenedFirstAndReleasedLast) {
     startRecording();
     const LoadedPlugin plugin;
     plugin.initialize();
-    EXPECT_THAT(recordedCalls(), ElementsAre(kOpenLog, kInitializeEnter));
+    EXPECT_THAT(recordedCalls(), ElementsAre(kOpenLog, kInitializeEnter, kAskPath));
     startRecording();
     plugin.finalize();
     EXPECT_THAT(recordedCalls(), ElementsAre(kFinalizeEnter, "LorxReleaseDbgLog()"));
@@ -60,7 +63,7 @@ TEST(Lifecycle, InitializeAfterFinalizeOpensTheLogAgain) {
     plugin.finalize();
     startRecording();
     plugin.initialize();
-    EXPECT_THAT(recordedCalls(), ElementsAre(kOpenLog, kInitializeEnter));
+    EXPECT_THAT(recordedCalls(), ElementsAre(kOpenLog, kInitializeEnter, kAskPath));
     plugin.finalize();
 }
 
@@ -82,8 +85,41 @@ TEST(Lifecycle, LogThatCannotBeOpenedIsTriedAgainAndEverythingWorks) {
     EXPECT_THAT(
         recordedCalls(),
         ElementsAre(kOpenLog, R"(LorxWriteDbgLog(null, 6, "%s enter", "QvPluginInitialize enter"))",
-                    kOpenLog,
+                    kAskPath, kOpenLog,
                     R"(LorxWriteDbgLog(null, 6, "%s enter", "QvPluginInitialize enter"))"));
+    EXPECT_EQ(plugin.registerServices({{1, "a"}}), 0);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+    plugin.finalize();
+}
+
+TEST(Lifecycle, PathWithoutADirectoryReachesTheHostAndInitializeMayBeCalledAgain) {
+    const LoadedPlugin plugin;
+    setFilePath("no-directory");
+    EXPECT_THROW(plugin.initialize(), std::length_error);
+    EXPECT_THROW(plugin.initialize(), std::length_error);
+    setFilePath("");
+    startRecording();
+    EXPECT_EQ(plugin.initialize(), 0);
+    EXPECT_THAT(recordedCalls(), ElementsAre(kInitializeEnter, kAskPath));
+    EXPECT_EQ(plugin.registerServices({{1, "a"}}), 0);
+    plugin.finalize();
+}
+
+TEST(Lifecycle, FinalizeAfterAnInitializeThatThrewIsHarmless) {
+    const LoadedPlugin plugin;
+    setFilePath("no-directory");
+    EXPECT_THROW(plugin.initialize(), std::length_error);
+    setFilePath("");
+    startRecording();
+    plugin.finalize();
+    EXPECT_THAT(recordedCalls(), ElementsAre(kFinalizeEnter, "LorxReleaseDbgLog()"));
+}
+
+TEST(Lifecycle, WithoutAPathServicesLiveInMemory) {
+    const LoadedPlugin plugin;
+    setFilePath(nullptr);
+    EXPECT_EQ(plugin.initialize(), 0);
+    setFilePath("");
     EXPECT_EQ(plugin.registerServices({{1, "a"}}), 0);
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
     plugin.finalize();

@@ -14,6 +14,7 @@ namespace {
 std::vector<std::string> calls;
 int enabledUpTo = 7;
 bool logCanBeOpened = true;
+const char* filePath = "";
 char handleGivenOut;
 
 std::string quoted(const char* text) {
@@ -64,6 +65,10 @@ void setLogCanBeOpened(bool canBeOpened) {
     logCanBeOpened = canBeOpened;
 }
 
+void setFilePath(const char* path) {
+    filePath = path;
+}
+
 }  // namespace qv::tests
 
 int LorxIsEnableLog(void* handle, int level) {
@@ -100,7 +105,12 @@ int QvInitDebugByConfig(void** handle, const char* configName, const char* modul
 
 char* QvGetFilePath(char* buffer, int size, const char* fileName) {
     calls.push_back("QvGetFilePath(" + std::to_string(size) + ", " + quoted(fileName) + ")");
-    std::snprintf(buffer, static_cast<std::size_t>(size), "/nonexistent/%s", fileName);
+    if (filePath == nullptr) {
+        return nullptr;
+    }
+    const bool isOwn = *filePath == '\0';
+    std::snprintf(buffer, static_cast<std::size_t>(size), "%s%s", isOwn ? "/nonexistent/" : "",
+                  isOwn ? fileName : filePath);
     return buffer;
 }
 

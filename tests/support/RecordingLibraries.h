@@ -31,6 +31,10 @@ std::vector<std::string> allRecordedCalls();
 // Whether QvInitDebugByConfig() opens a log; it does unless told otherwise.
 void setLogCanBeOpened(bool canBeOpened);
 
+// What QvGetFilePath() gives, which may be null; a file of a directory that does not exist unless
+// told otherwise, and again with "".
+void setFilePath(const char* path);
+
 }  // namespace qv::tests
 
 #endif  // QV_TESTS_RECORDING_LIBRARIES_H

@@ -1,0 +1,923 @@
+// The configuration file and its backup, on real files.
+
+#include "QvConfig.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/CoreFoundation/Documents.h"
+#include "support/ConfigurationDocuments.h"
+#include "support/FileEvents.h"
+#include "support/FileModes.h"
+#include "support/Files.h"
+#include "support/OtherUser.h"
+#include "support/TemporaryDirectory.h"
+
+namespace qv::tests {
+namespace {
+
+using qor::kevra::NullMutex;
+using qor::kevra::ServiceInfoArray;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Optional;
+
+using Config = qor::kevra::QvConfig<NullMutex>;
+using Services = std::vector<std::pair<int, std::string>>;
+
+ServiceInfoArray messageOf(const Services& services) {
+    ServiceInfoArray message;
+    for (const auto& [id, address] : services) {
+        auto* const service = message.add_services();
+        service->set_id(id);
+        service->set_address(address);
+    }
+    return message;
+}
+
+Services servicesIn(const ServiceInfoArray& message) {
+    Services services;
+    for (const auto& service : message.services()) {
+        services.emplace_back(service.id(), service.address());
+    }
+    return services;
+}
+
+// What get() fills into a message that had a service of its own.
+Services getFrom(Config& config, const char* key = "Address") {
+    ServiceInfoArray message = messageOf({{99, "the caller's"}});
+    EXPECT_TRUE(config.get(message, key));
+    return servicesIn(message);
+}
+
+const Services kCallers{{99, "the caller's"}};
+
+// Not as it is written, so that what was saved can be told from it.
+const std::string kOriginal =
+    "<plist><dict><key>Address</key><dict><key>services</key><array><dict><key>id</key>"
+    "<integer>1</integer><key>address</key><string>original</string></dict></array></dict></dict>"
+    "</plist>";
+const Services kOriginalServices{{1, "original"}};
+
+// A whole document that the root of a configuration cannot be, or none at all.
+const std::string kDamaged[] = {
+    "",
+    "no property list at all &",
+    "<plist><array><dict/></array></plist>",
+    "<plist><string>Address</string></plist>",
+    "<plist><dict><key>Address</key></plist>",
+    kOriginal.substr(0, kOriginal.size() / 2),
+    "bplist00",
+    std::string(1000, '\0'),
+};
+
+// A directory with room for the file and its backup.
+class ConfigTest : public testing::Test {
+  protected:
+    const std::string& directory() const { return directory_.path(); }
+
+    void writeBackup(const std::string& content) const {
+        std::filesystem::create_directory(backupDirectory);
+        writeFile(backup, content);
+    }
+
+    FileEvents watchFiles() const {
+        return FileEvents({{directory(), ""}, {backupDirectory, "backup/"}});
+    }
+
+    std::size_t openDescriptors() const { return descriptorsBelow(directory()).size(); }
+
+    // Loads, and expects nothing to be there; the object stays so.
+    void expectUnloaded() const {
+        Config config(path.c_str());
+        ServiceInfoArray message = messageOf(kCallers);
+        EXPECT_FALSE(config.get(message, "Address"));
+        EXPECT_EQ(servicesIn(message), kCallers);
+        EXPECT_FALSE(config.set(message, "Address"));
+        EXPECT_FALSE(config.save());
+        EXPECT_FALSE(config.copytobackup());
+        EXPECT_EQ(openDescriptors(), 0U);
+    }
+
+    void expectLoads(const Services& services) const {
+        Config config(path.c_str());
+        EXPECT_EQ(getFrom(config), services);
+    }
+
+    void TearDown() override {
+        for (const int descriptor : descriptorsBelow(directory())) {
+            ::close(descriptor);
+        }
+    }
+
+  private:
+    TemporaryDirectory directory_;
+
+  protected:
+    const std::string path = directory_.path(kConfigurationFile);
+    const std::string backupDirectory = directory_.path("backup");
+    const std::string backup = backupDirectory + "/" + kConfigurationFile;
+};
+
+void setAndSave(Config& config, const Services& services) {
+    EXPECT_TRUE(config.set(messageOf(services), "Address"));
+    EXPECT_TRUE(config.save());
+}
+
+TEST_F(ConfigTest, LoadsTheFileAndLeavesItAlone) {
+    writeFile(path, kOriginal);
+    const ino_t inode = inodeOf(path);
+    expectLoads(kOriginalServices);
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+    EXPECT_EQ(inodeOf(path), inode);
+    EXPECT_FALSE(std::filesystem::exists(backupDirectory));
+}
+
+TEST_F(ConfigTest, GoodFileIsReadOnceAndTheBackupNotAtAll) {
+    writeFile(path, kOriginal);
+    writeBackup(documentOf({{2, "backup"}}));
+    FileEvents events = watchFiles();
+    const Config config(path.c_str());
+    EXPECT_THAT(events.take(), ElementsAre("read namingService.conf.plist"));
+}
+
+TEST_F(ConfigTest, NullPathIsNothing) {
+    Config config(nullptr);
+    ServiceInfoArray message = messageOf(kCallers);
+    EXPECT_FALSE(config.get(message, "Address"));
+    EXPECT_FALSE(config.set(message, "Address"));
+    EXPECT_FALSE(config.save());
+    EXPECT_FALSE(config.copytobackup());
+    EXPECT_FALSE(config.copyfrombackup());
+    EXPECT_EQ(servicesIn(message), kCallers);
+}
+
+TEST_F(ConfigTest, PathWithoutADirectoryIsRefused) {
+    EXPECT_THROW(Config("namingService.conf.plist"), std::length_error);
+    EXPECT_THROW(Config(""), std::length_error);
+}
+
+TEST_F(ConfigTest, PathThatEndsInASlashIsNothing) {
+    writeFile(path, kOriginal);
+    Config config((directory() + "/").c_str());
+    ServiceInfoArray message;
+    EXPECT_FALSE(config.get(message, "Address"));
+    EXPECT_FALSE(config.save());
+}
+
+TEST_F(ConfigTest, RelativePathHasItsBackupBesideIt) {
+    const std::string relative = std::filesystem::relative(path).string();
+    ASSERT_NE(relative.find('/'), std::string::npos);
+    writeBackup(kOriginal);
+    Config config(relative.c_str());
+    EXPECT_EQ(getFrom(config), kOriginalServices);
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+}
+
+TEST_F(ConfigTest, MissingFileIsRestored) {
+    writeBackup(kOriginal);
+    expectLoads(kOriginalServices);
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+}
+
+TEST_F(ConfigTest, RestoredFileCanBeSaved) {
+    writeBackup(kOriginal);
+    Config config(path.c_str());
+    const ino_t inode = inodeOf(path);
+    setAndSave(config, {{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+    EXPECT_EQ(inodeOf(path), inode);
+    EXPECT_EQ(openDescriptors(), 1U);
+}
+
+TEST_F(ConfigTest, WithoutFileAndBackupNothingIsMade) {
+    expectUnloaded();
+    EXPECT_TRUE(std::filesystem::is_empty(directory()));
+}
+
+TEST_F(ConfigTest, WithoutItsDirectoryNothingIsMade) {
+    Config config((directory() + "/missing/" + kConfigurationFile).c_str());
+    ServiceInfoArray message;
+    EXPECT_FALSE(config.get(message, "Address"));
+    EXPECT_FALSE(config.save());
+    EXPECT_TRUE(std::filesystem::is_empty(directory()));
+}
+
+TEST_F(ConfigTest, EmptyDirectoryOfBackupsIsNoBackup) {
+    std::filesystem::create_directory(backupDirectory);
+    expectUnloaded();
+    EXPECT_TRUE(std::filesystem::is_empty(backupDirectory));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(ConfigTest, DamagedFileIsRestoredInPlace) {
+    for (const std::string& damaged : kDamaged) {
+        writeFile(path, damaged);
+        writeBackup(kOriginal);
+        const ino_t inode = inodeOf(path);
+        expectLoads(kOriginalServices);
+        EXPECT_THAT(contentOf(path), Optional(kOriginal));
+        EXPECT_EQ(inodeOf(path), inode);
+    }
+}
+
+TEST_F(ConfigTest, DamagedFileWithoutBackupStaysAsItIs) {
+    for (const std::string& damaged : kDamaged) {
+        writeFile(path, damaged);
+        expectUnloaded();
+        EXPECT_THAT(contentOf(path), Optional(damaged));
+    }
+}
+
+TEST_F(ConfigTest, BadBackupEndsUpInTheFile) {
+    for (const std::string& damaged : kDamaged) {
+        writeFile(path, "another damaged file &");
+        writeBackup(damaged);
+        expectUnloaded();
+        EXPECT_THAT(contentOf(path), Optional(damaged));
+        EXPECT_THAT(contentOf(backup), Optional(damaged));
+    }
+}
+
+TEST_F(ConfigTest, IsReadAndRestoredThreeTimesAtTheMost) {
+    writeFile(path, "damaged &");
+    writeBackup("as bad &");
+    FileEvents events = watchFiles();
+    const Config config(path.c_str());
+    auto seen = events.take();
+    seen.erase(std::remove(seen.begin(), seen.end(), "change namingService.conf.plist"),
+               seen.end());
+    const std::string read = "read namingService.conf.plist";
+    const std::string readBackup = "read backup/namingService.conf.plist";
+    const std::string written = "written namingService.conf.plist";
+    EXPECT_THAT(seen, ElementsAre(read, readBackup, written, read, readBackup, written, read,
+                                  readBackup, written));
+}
+
+TEST_F(ConfigTest, OneRestoreThatHelpsIsAllThereIs) {
+    writeFile(path, "damaged &");
+    writeBackup(kOriginal);
+    FileEvents events = watchFiles();
+    const Config config(path.c_str());
+    EXPECT_THAT(events.take(),
+                ElementsAre("read namingService.conf.plist", "read backup/namingService.conf.plist",
+                            "change namingService.conf.plist", "written namingService.conf.plist",
+                            "read namingService.conf.plist"));
+}
+
+TEST_F(ConfigTest, DirectoryInPlaceOfTheFileIsLeftAlone) {
+    std::filesystem::create_directory(path);
+    expectUnloaded();
+    writeBackup(kOriginal);
+    expectUnloaded();
+    EXPECT_TRUE(std::filesystem::is_directory(path));
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+}
+
+TEST_F(ConfigTest, DirectoryInPlaceOfTheBackupIsNoBackup) {
+    std::filesystem::create_directories(backup);
+    writeFile(path, "damaged &");
+    expectUnloaded();
+    EXPECT_TRUE(std::filesystem::is_directory(backup));
+}
+
+TEST_F(ConfigTest, LinkToTheFileIsFollowed) {
+    const std::string target = directory() + "/target";
+    writeFile(target, kOriginal);
+    std::filesystem::create_symlink(target, path);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    EXPECT_EQ(getFrom(config), kOriginalServices);
+    const ino_t inode = inodeOf(target);
+    setAndSave(config, {{2, "b"}});
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+    EXPECT_EQ(inodeOf(target), inode);
+    EXPECT_THAT(contentOf(target), Optional(documentOf({{2, "b"}})));
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+    EXPECT_EQ(openDescriptors(), 1U);
+}
+
+TEST_F(ConfigTest, FileBehindALinkIsRestored) {
+    const std::string target = directory() + "/target";
+    std::filesystem::create_symlink(target, path);
+    writeBackup(kOriginal);
+    expectLoads(kOriginalServices);
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+    EXPECT_THAT(contentOf(target), Optional(kOriginal));
+}
+
+TEST_F(ConfigTest, LinkToItselfIsNoFile) {
+    std::filesystem::create_symlink(kConfigurationFile, path);
+    writeBackup(kOriginal);
+    expectUnloaded();
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+}
+
+TEST_F(ConfigTest, OtherFormsOfDocumentsLoad) {
+    BinaryDocument binary;
+    binary.addDictionary({1}, {2});
+    binary.addString("Address");
+    binary.addDictionary({3}, {4});
+    binary.addString("services");
+    binary.addArray({5});
+    binary.addDictionary({6, 7}, {8, 9});
+    binary.addString("id");
+    binary.addString("address");
+    binary.add("\x10\x01");
+    binary.addString("original");
+    std::string wide = "\xff\xfe";
+    for (const char character : kOriginal) {
+        wide += std::string{character, '\0'};
+    }
+    for (const std::string& content :
+         {binary.bytes(), wide, "\xef\xbb\xbf" + kOriginal, documentOf(kOriginalServices),
+          kOriginal + "what follows is not read"}) {
+        writeFile(path, content);
+        expectLoads(kOriginalServices);
+        EXPECT_THAT(contentOf(path), Optional(content));
+    }
+    // Old-style documents know no numbers.
+    writeFile(path, "{ Address = { services = ( { id = 1; address = \"original\"; } ); }; }");
+    expectLoads({{0, "original"}});
+}
+
+TEST_F(ConfigTest, OtherFormsAreSavedAsXml) {
+    writeFile(path, "{ Address = { services = ( { address = \"a&b\"; } ); }; Other = (x, y); }");
+    Config config(path.c_str());
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(path),
+                Optional(document("\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n"
+                                  "\t\t<array>\n\t\t\t<dict>\n\t\t\t\t<key>address</key>\n"
+                                  "\t\t\t\t<string>a&amp;b</string>\n\t\t\t</dict>\n\t\t</array>\n"
+                                  "\t</dict>\n\t<key>Other</key>\n\t<array>\n"
+                                  "\t\t<string>x</string>\n\t\t<string>y</string>\n"
+                                  "\t</array>\n")));
+}
+
+// The reader takes these; what they hold can be in no property list.
+TEST_F(ConfigTest, BinaryDocumentThatHoldsNoPropertyListIsDamaged) {
+    BinaryDocument withNull;
+    withNull.addDictionary({1}, {2});
+    withNull.addString("key");
+    withNull.add(std::string(1, '\0'));
+    BinaryDocument withNullInside;
+    withNullInside.addDictionary({1}, {2});
+    withNullInside.addString("key");
+    withNullInside.addArray({3});
+    withNullInside.add(std::string(1, '\0'));
+    BinaryDocument withNumberAsKey;
+    withNumberAsKey.addDictionary({1}, {2});
+    withNumberAsKey.add("\x10\x01");
+    withNumberAsKey.addString("value");
+    for (const std::string& content :
+         {withNull.bytes(), withNullInside.bytes(), withNumberAsKey.bytes()}) {
+        const qor::kevra::CFHolder<CFDataRef> data(
+            CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(content.data()),
+                         static_cast<CFIndex>(content.size())));
+        const qor::kevra::CFHolder<CFPropertyListRef> tree(CFPropertyListCreateFromXMLData(
+            kCFAllocatorDefault, data.get(), kCFPropertyListMutableContainers, nullptr));
+        ASSERT_TRUE(tree);
+        EXPECT_EQ(CFGetTypeID(tree.get()), CFDictionaryGetTypeID());
+
+        writeFile(path, content);
+        writeBackup(kOriginal);
+        expectLoads(kOriginalServices);
+        EXPECT_THAT(contentOf(path), Optional(kOriginal));
+    }
+}
+
+TEST_F(ConfigTest, GetNeedsADictionaryUnderTheKey) {
+    writeFile(path,
+              "<plist><dict><key>string</key><string>a</string><key>array</key><array/>"
+              "<key>number</key><integer>1</integer><key>truth</key><true/></dict></plist>");
+    Config config(path.c_str());
+    for (const char* const key : {"missing", "string", "array", "number", "truth", "", "\xff"}) {
+        ServiceInfoArray message = messageOf(kCallers);
+        EXPECT_FALSE(config.get(message, key)) << key;
+        EXPECT_EQ(servicesIn(message), kCallers) << key;
+    }
+    ServiceInfoArray message;
+    EXPECT_FALSE(config.get(message, nullptr));
+}
+
+TEST_F(ConfigTest, GetWithoutAListLeavesTheMessage) {
+    writeFile(path,
+              "<plist><dict><key>Address</key><dict/>"
+              "<key>other</key><dict><key>Services</key><array/></dict>"
+              "<key>string</key><dict><key>services</key><string>a</string></dict>"
+              "<key>dictionary</key><dict><key>services</key><dict/></dict></dict></plist>");
+    Config config(path.c_str());
+    for (const char* const key : {"Address", "other", "string", "dictionary"}) {
+        EXPECT_EQ(getFrom(config, key), kCallers) << key;
+    }
+}
+
+TEST_F(ConfigTest, GetReplacesTheMessagesList) {
+    writeFile(path,
+              "<plist><dict><key>Address</key><dict><key>services</key><array/></dict>"
+              "<key>\u4e2d</key><dict><key>services</key><array><dict/></array></dict></dict>"
+              "</plist>");
+    Config config(path.c_str());
+    EXPECT_THAT(getFrom(config), IsEmpty());
+    EXPECT_EQ(getFrom(config, "\u4e2d"), (Services{{0, ""}}));
+}
+
+TEST_F(ConfigTest, GetWithABadElementEmptiesTheList) {
+    writeFile(path,
+              "<plist><dict><key>Address</key><dict><key>services</key><array><dict/><dict/>"
+              "<string>a</string></array></dict></dict></plist>");
+    Config config(path.c_str());
+    EXPECT_THAT(getFrom(config), IsEmpty());
+}
+
+// Never has all its required fields.
+class UnreadyMessage {
+  public:
+    static bool IsInitialized() { return false; }
+    static int services_size() { return 0; }
+    static const google::protobuf::RepeatedPtrField<qor::kevra::ServiceInfo>& services() {
+        return *mutable_services();
+    }
+    static google::protobuf::RepeatedPtrField<qor::kevra::ServiceInfo>* mutable_services() {
+        static google::protobuf::RepeatedPtrField<qor::kevra::ServiceInfo> field;
+        return &field;
+    }
+};
+
+TEST_F(ConfigTest, MessageThatLacksARequiredFieldIsNeitherGotNorSet) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    UnreadyMessage message;
+    EXPECT_FALSE(config.get(message, "Address"));
+    EXPECT_FALSE(config.set(message, "Address"));
+    EXPECT_EQ(getFrom(config), kOriginalServices);
+}
+
+TEST_F(ConfigTest, SetReplacesWhatGetGives) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    EXPECT_TRUE(config.set(messageOf({{3, "c"}, {-1, "caf\u00e9"}, {3, "again"}}), "Address"));
+    EXPECT_EQ(getFrom(config), (Services{{3, "c"}, {-1, "caf\u00e9"}, {3, "again"}}));
+    EXPECT_TRUE(config.set(messageOf({{4, "d"}}), "Another"));
+    EXPECT_EQ(getFrom(config, "Another"), (Services{{4, "d"}}));
+    EXPECT_EQ(getFrom(config).size(), 3U);
+}
+
+TEST_F(ConfigTest, SetReachesTheFileWithSaveOnly) {
+    writeFile(path, kOriginal);
+    {
+        Config config(path.c_str());
+        EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
+        EXPECT_EQ(openDescriptors(), 0U);
+    }
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+    EXPECT_FALSE(std::filesystem::exists(backupDirectory));
+}
+
+TEST_F(ConfigTest, SetOfNoServicesIsAnEmptyDictionary) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    EXPECT_TRUE(config.set(ServiceInfoArray(), "Address"));
+    EXPECT_EQ(getFrom(config), kCallers);
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(path), Optional(document("\t<key>Address</key>\n\t<dict/>\n")));
+}
+
+TEST_F(ConfigTest, SetThatCannotBeConvertedReplacesNothing) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    EXPECT_FALSE(config.set(messageOf({{2, "b"}, {3, "\xff"}}), "Address"));
+    EXPECT_FALSE(config.set(messageOf({{3, "\xff"}}), "Another"));
+    EXPECT_EQ(getFrom(config), kOriginalServices);
+    ServiceInfoArray message;
+    EXPECT_FALSE(config.get(message, "Another"));
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(path), Optional(documentOf(kOriginalServices)));
+}
+
+TEST_F(ConfigTest, SetNeedsAKey) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    EXPECT_FALSE(config.set(messageOf({{2, "b"}}), nullptr));
+    EXPECT_FALSE(config.set(messageOf({{2, "b"}}), "\xff"));
+    EXPECT_TRUE(config.set(messageOf({{2, "b"}}), ""));
+    EXPECT_EQ(getFrom(config, ""), (Services{{2, "b"}}));
+}
+
+TEST_F(ConfigTest, SetReplacesTheWholeEntryAndKeepsTheOtherKeys) {
+    writeFile(path,
+              "<plist><dict><key>address</key><true/><key>Address</key><dict><key>other</key>"
+              "<true/><key>services</key><array/></dict><key>Z</key><dict><key>services</key>"
+              "<real>0.5</real></dict></dict></plist>");
+    Config config(path.c_str());
+    setAndSave(config, {{2, "b"}});
+    EXPECT_THAT(contentOf(path),
+                Optional(document(entryOf({{2, "b"}}) +
+                                  "\t<key>Z</key>\n\t<dict>\n\t\t<key>services</key>\n"
+                                  "\t\t<real>0.5</real>\n\t</dict>\n"
+                                  "\t<key>address</key>\n\t<true/>\n")));
+}
+
+TEST_F(ConfigTest, EntryThatIsNoDictionaryIsReplacedToo) {
+    writeFile(path, "<plist><dict><key>Address</key><string>a</string></dict></plist>");
+    Config config(path.c_str());
+    setAndSave(config, {{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, SavedFileLoadsAgain) {
+    writeFile(path, kOriginal);
+    const Services services{{INT32_MIN, "<&>\"'"}, {INT32_MAX, "\u4e2d\U0001F600"}, {0, ""}};
+    {
+        Config config(path.c_str());
+        setAndSave(config, services);
+    }
+    expectLoads(services);
+}
+
+TEST_F(ConfigTest, SaveRefreshesTheBackupFirst) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
+    FileEvents events = watchFiles();
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(
+        events.take(),
+        ElementsAre("read namingService.conf.plist", "change backup/namingService.conf.plist",
+                    "written backup/namingService.conf.plist", "change namingService.conf.plist"));
+    // Now it is open already.
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(
+        events.take(),
+        ElementsAre("read namingService.conf.plist", "change backup/namingService.conf.plist",
+                    "written backup/namingService.conf.plist", "change namingService.conf.plist"));
+}
+
+TEST_F(ConfigTest, BackupHoldsThePreviousContent) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    setAndSave(config, {{2, "first"}});
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+    const ino_t inode = inodeOf(backup);
+    setAndSave(config, {{2, "second, and longer"}});
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{2, "first"}})));
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "second, and longer"}})));
+    setAndSave(config, {{2, "3"}});
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{2, "second, and longer"}})));
+    EXPECT_EQ(inodeOf(backup), inode);
+}
+
+TEST_F(ConfigTest, BackupOfAFileThatSomeoneChangedIsWhatItHeldThen) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    writeFile(path, "damaged meanwhile &");
+    setAndSave(config, {{2, "b"}});
+    EXPECT_THAT(contentOf(backup), Optional(std::string("damaged meanwhile &")));
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, BackupOfAnEmptyFileIsEmpty) {
+    writeFile(path, kOriginal);
+    writeBackup("former");
+    Config config(path.c_str());
+    writeFile(path, "");
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(backup), Optional(std::string()));
+    EXPECT_THAT(contentOf(path), Optional(documentOf(kOriginalServices)));
+}
+
+TEST_F(ConfigTest, SaveWritesInPlaceThroughOneDescriptor) {
+    writeFile(path, kOriginal);
+    const ino_t inode = inodeOf(path);
+    {
+        Config config(path.c_str());
+        EXPECT_EQ(openDescriptors(), 0U);
+        for (int round = 0; round < 5; ++round) {
+            setAndSave(config, {{round, "a"}});
+            EXPECT_EQ(inodeOf(path), inode);
+            EXPECT_EQ(openDescriptors(), 1U);
+        }
+    }
+    EXPECT_EQ(openDescriptors(), 0U);
+}
+
+TEST_F(ConfigTest, ShorterContentLeavesNothingOfTheLonger) {
+    writeFile(path, kOriginal + std::string(10000, '\n'));
+    Config config(path.c_str());
+    setAndSave(config, {{1, std::string(5000, 'x')}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, std::string(5000, 'x')}})));
+    setAndSave(config, {{1, ""}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, ""}})));
+}
+
+TEST_F(ConfigTest, ModeOfTheFileStays) {
+    writeFile(path, kOriginal);
+    std::filesystem::permissions(path, std::filesystem::perms(0640));
+    Config config(path.c_str());
+    EXPECT_TRUE(config.save());
+    EXPECT_EQ(modeOf(path), 0640U);
+}
+
+TEST_F(ConfigTest, FileDeletedAfterASaveIsMadeAgain) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    setAndSave(config, {{1, "a"}});
+    std::filesystem::remove(path);
+    {
+        const UmaskGuard noMask(0);
+        setAndSave(config, {{2, "b"}});
+    }
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+    EXPECT_EQ(modeOf(path), 0600U);
+    // There was nothing to back up.
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+    // The descriptor of the deleted file stays open; the new one is kept from now on.
+    EXPECT_EQ(openDescriptors(), 2U);
+    const ino_t inode = inodeOf(path);
+    setAndSave(config, {{3, "c"}});
+    EXPECT_EQ(openDescriptors(), 2U);
+    EXPECT_EQ(inodeOf(path), inode);
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{3, "c"}})));
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, FileDeletedBeforeTheFirstSaveIsNot) {
+    writeFile(path, kOriginal);
+    writeBackup("former");
+    Config config(path.c_str());
+    std::filesystem::remove(path);
+    EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
+    EXPECT_FALSE(config.save());
+    EXPECT_FALSE(config.save());
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_THAT(contentOf(backup), Optional(std::string("former")));
+    EXPECT_EQ(openDescriptors(), 0U);
+    // Once it is there again, it is written.
+    writeFile(path, "");
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, FileThatCannotBeMadeAgainIsTriedAtTheNextSave) {
+    const std::string inner = directory() + "/inner";
+    const std::string innerPath = inner + "/" + kConfigurationFile;
+    std::filesystem::create_directory(inner);
+    writeFile(innerPath, kOriginal);
+    Config config(innerPath.c_str());
+    setAndSave(config, {{1, "a"}});
+    std::filesystem::rename(inner, directory() + "/moved");
+    EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
+    EXPECT_FALSE(config.save());
+    std::filesystem::create_directory(inner);
+    // Nothing is open any more, so the file has to be there.
+    EXPECT_FALSE(config.save());
+    writeFile(innerPath, "");
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(innerPath), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, ReplacedFileIsFollowed) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    const std::string former = directory() + "/former";
+    {
+        Config config(path.c_str());
+        setAndSave(config, {{1, "a"}});
+        std::filesystem::create_hard_link(path, former);
+        replaceFile(path, "someone else's");
+        const ino_t inode = inodeOf(path);
+        setAndSave(config, {{2, "b"}});
+        EXPECT_EQ(inodeOf(path), inode);
+        EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+        EXPECT_THAT(contentOf(former), Optional(documentOf({{1, "a"}})));
+        EXPECT_THAT(contentOf(backup), Optional(std::string("someone else's")));
+        EXPECT_EQ(openDescriptors(), 2U);
+        setAndSave(config, {{3, "c"}});
+        EXPECT_EQ(openDescriptors(), 2U);
+        EXPECT_THAT(contentOf(path), Optional(documentOf({{3, "c"}})));
+    }
+    // Of the former file.
+    ASSERT_EQ(openDescriptors(), 1U);
+    struct stat status = {};
+    EXPECT_EQ(::fstat(descriptorsBelow(directory())[0], &status), 0);
+    EXPECT_EQ(status.st_ino, inodeOf(former));
+}
+
+TEST_F(ConfigTest, FileReplacedBeforeTheFirstSaveIsOpenedTwice) {
+    writeFile(path, kOriginal);
+    const std::string former = directory() + "/former";
+    std::filesystem::create_hard_link(path, former);
+    {
+        Config config(path.c_str());
+        replaceFile(path, "someone else's");
+        setAndSave(config, {{2, "b"}});
+        EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+        EXPECT_THAT(contentOf(former), Optional(kOriginal));
+        EXPECT_EQ(openDescriptors(), 2U);
+        setAndSave(config, {{3, "c"}});
+        EXPECT_EQ(openDescriptors(), 2U);
+    }
+    EXPECT_EQ(openDescriptors(), 1U);
+}
+
+TEST_F(ConfigTest, DirectoryThatTakesTheFilesPlaceKeepsItFromBeingSaved) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    setAndSave(config, {{1, "a"}});
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
+    EXPECT_FALSE(config.save());
+    EXPECT_FALSE(config.save());
+    std::filesystem::remove(path);
+    EXPECT_FALSE(config.save());
+    writeFile(path, "");
+    EXPECT_TRUE(config.save());
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, DirectoryOfBackupsIsMadeForItsOwnerOnly) {
+    for (const mode_t mask : {0, 022, 077}) {
+        const UmaskGuard guard(mask);
+        std::filesystem::remove_all(backupDirectory);
+        writeFile(path, kOriginal);
+        Config config(path.c_str());
+        EXPECT_TRUE(config.save());
+        EXPECT_EQ(modeOf(backupDirectory), 0600U);
+    }
+}
+
+TEST_F(ConfigTest, DirectoryOfBackupsThatIsThereIsLeftAsItIs) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    for (const unsigned mode : {0755U, 0700U, 0711U}) {
+        std::filesystem::permissions(backupDirectory, std::filesystem::perms(mode));
+        Config config(path.c_str());
+        EXPECT_TRUE(config.save());
+        EXPECT_EQ(modeOf(backupDirectory), mode);
+        EXPECT_TRUE(contentOf(backup));
+    }
+}
+
+// The directory that save() makes is of use to root only; to others the file comes first.
+TEST_F(ConfigTest, OrdinaryUserSavesWithoutABackup) {
+    writeFile(path, kOriginal);
+    asOrdinaryUser(directory(), [&] {
+        Config config(path.c_str());
+        setAndSave(config, {{2, "b"}});
+        EXPECT_FALSE(config.copytobackup());
+        EXPECT_EQ(modeOf(backupDirectory), 0600U);
+        EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+    });
+    EXPECT_TRUE(std::filesystem::is_empty(backupDirectory));
+}
+
+TEST_F(ConfigTest, RootSavesWithABackup) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    setAndSave(config, {{2, "b"}});
+    if (::geteuid() == 0) {
+        EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+    }
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+}
+
+TEST_F(ConfigTest, FileThatMayOnlyBeReadLoadsAndIsNotSaved) {
+    writeFile(path, kOriginal);
+    std::filesystem::permissions(path, std::filesystem::perms(0400));
+    asOrdinaryUser(directory(), [&] {
+        Config config(path.c_str());
+        EXPECT_EQ(getFrom(config), kOriginalServices);
+        EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
+        EXPECT_FALSE(config.save());
+        EXPECT_EQ(openDescriptors(), 0U);
+    });
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+}
+
+// To be restored it would have to be opened for both.
+TEST_F(ConfigTest, FileThatMayOnlyBeWrittenIsLeftAlone) {
+    writeFile(path, "as it was");
+    std::filesystem::permissions(path, std::filesystem::perms(0200));
+    writeBackup(kOriginal);
+    asOrdinaryUser(directory(), [this] { expectUnloaded(); });
+    std::filesystem::permissions(path, std::filesystem::perms(0600));
+    EXPECT_THAT(contentOf(path), Optional(std::string("as it was")));
+}
+
+TEST_F(ConfigTest, FileInPlaceOfTheDirectoryOfBackupsIsLeftAlone) {
+    writeFile(path, kOriginal);
+    writeFile(backupDirectory, "a file");
+    Config config(path.c_str());
+    EXPECT_FALSE(config.copytobackup());
+    setAndSave(config, {{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+    EXPECT_THAT(contentOf(backupDirectory), Optional(std::string("a file")));
+}
+
+TEST_F(ConfigTest, CopiesAreMadeOnRequest) {
+    writeFile(path, kOriginal);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    EXPECT_FALSE(config.copyfrombackup());
+    EXPECT_TRUE(config.copytobackup());
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+    EXPECT_EQ(openDescriptors(), 0U);
+    writeFile(path, "changed");
+    EXPECT_TRUE(config.copyfrombackup());
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+    std::filesystem::remove(path);
+    EXPECT_FALSE(config.copytobackup());
+    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
+    // What was loaded stays.
+    EXPECT_EQ(getFrom(config), kOriginalServices);
+}
+
+TEST_F(ConfigTest, RestoringLaterLoadsNothing) {
+    Config config(path.c_str());
+    writeBackup(kOriginal);
+    EXPECT_TRUE(config.copyfrombackup());
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+    ServiceInfoArray message;
+    EXPECT_FALSE(config.get(message, "Address"));
+    EXPECT_FALSE(config.save());
+}
+
+TEST_F(ConfigTest, LargeFilesAreCopiedWhole) {
+    std::string padding;
+    for (int line = 0; line < 200000; ++line) {
+        padding += "<!-- " + std::to_string(line) + " -->\n";
+    }
+    writeFile(path, kOriginal + padding);
+    std::filesystem::create_directory(backupDirectory);
+    Config config(path.c_str());
+    setAndSave(config, {{2, "b"}});
+    EXPECT_TRUE(contentOf(backup) == kOriginal + padding);
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
+}
+
+// Counts, for all objects together.
+class CountingMutex {
+  public:
+    void lock() {
+        EXPECT_FALSE(held);
+        held = true;
+        ++locked;
+    }
+    void unlock() {
+        EXPECT_TRUE(held);
+        held = false;
+    }
+
+    static inline bool held = false;
+    static inline int locked = 0;
+};
+
+TEST_F(ConfigTest, EveryOperationTakesTheLockOnce) {
+    writeFile(path, "damaged &");
+    writeBackup(kOriginal);
+    CountingMutex::locked = 0;
+    const auto expectOnce = [](const char* operation) {
+        EXPECT_EQ(CountingMutex::locked, 1) << operation;
+        EXPECT_FALSE(CountingMutex::held) << operation;
+        CountingMutex::locked = 0;
+    };
+    qor::kevra::QvConfig<CountingMutex> config(path.c_str());
+    expectOnce("the constructor, which restores");
+    ServiceInfoArray message;
+    EXPECT_TRUE(config.get(message, "Address"));
+    expectOnce("get()");
+    EXPECT_FALSE(config.get(message, nullptr));
+    expectOnce("get() without a key");
+    EXPECT_TRUE(config.set(message, "Address"));
+    expectOnce("set()");
+    EXPECT_FALSE(config.set(messageOf({{1, "\xff"}}), "Address"));
+    expectOnce("set() that fails");
+    EXPECT_TRUE(config.save());
+    expectOnce("save(), which backs up");
+    std::filesystem::remove(path);
+    EXPECT_TRUE(config.save());
+    expectOnce("save() of a deleted file");
+    EXPECT_TRUE(config.copytobackup());
+    expectOnce("copytobackup()");
+    EXPECT_TRUE(config.copyfrombackup());
+    expectOnce("copyfrombackup()");
+    EXPECT_THROW(qor::kevra::QvConfig<CountingMutex>("none"), std::length_error);
+    expectOnce("the constructor that throws");
+}
+
+}  // namespace
+}  // namespace qv::tests

@@ -1,0 +1,557 @@
+// Messages as property-list values and back.
+
+#include "QvPlistConvert.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "common/StoredMessages.h"
+#include "platform/CoreFoundation/Objects.h"
+
+namespace qv::tests {
+namespace {
+
+using google::protobuf::RepeatedPtrField;
+using qor::kevra::CFArrayTypeInfo;
+using qor::kevra::convert;
+using qor::kevra::convertCreate;
+using qor::kevra::DebugOption;
+using qor::kevra::Int32TypeInfo;
+using qor::kevra::ProxyData;
+using qor::kevra::ServiceInfo;
+using qor::kevra::TypeInfo;
+
+// Read before main(), where the traits of a library that is being loaded are in use already.
+const CFTypeID messageTypeAtStart = TypeInfo<ServiceInfo>::CF_TYPE_ID;
+
+// An object of a kind that no field is stored as.
+struct Stranger {
+    const char* name;
+    Owned<> object;
+};
+
+std::vector<Stranger> strangers() {
+    std::vector<Stranger> all;
+    all.push_back({"truth value", own<CFTypeRef>(CFRetain(kCFBooleanTrue))});
+    all.push_back({"data", own<CFTypeRef>(makeData("7").release())});
+    all.push_back({"date", own<CFTypeRef>(makeDate(7).release())});
+    all.push_back({"array", own<CFTypeRef>(makeArray().release())});
+    all.push_back({"dictionary", own<CFTypeRef>(makeDictionary().release())});
+    return all;
+}
+
+void put(const Owned<CFMutableDictionaryRef>& dictionary, const char* key, CFTypeRef value) {
+    CFDictionarySetValue(dictionary.get(), makeString(key).get(), value);
+}
+
+CFTypeRef at(CFDictionaryRef dictionary, const char* key) {
+    return CFDictionaryGetValue(dictionary, makeString(key).get());
+}
+
+CFTypeRef at(const Owned<CFMutableDictionaryRef>& dictionary, const char* key) {
+    return at(dictionary.get(), key);
+}
+
+Owned<CFMutableDictionaryRef> dictionaryOf(const char* key, CFTypeRef value) {
+    auto dictionary = makeDictionary();
+    put(dictionary, key, value);
+    return dictionary;
+}
+
+Owned<CFMutableArrayRef> arrayOf(const std::vector<CFTypeRef>& values) {
+    auto array = makeArray();
+    for (CFTypeRef const value : values) {
+        CFArrayAppendValue(array.get(), value);
+    }
+    return array;
+}
+
+ServiceInfo makeService(int id, const std::string& address) {
+    ServiceInfo service;
+    service.set_id(id);
+    service.set_address(address);
+    return service;
+}
+
+RepeatedPtrField<ServiceInfo> makeServices(const std::vector<std::string>& addresses) {
+    RepeatedPtrField<ServiceInfo> services;
+    int id = 0;
+    for (const std::string& address : addresses) {
+        *services.Add() = makeService(++id, address);
+    }
+    return services;
+}
+
+// "1 a", with "-" for a field that is absent.
+std::vector<std::string> textsOf(const RepeatedPtrField<ServiceInfo>& services) {
+    std::vector<std::string> texts;
+    for (const ServiceInfo& service : services) {
+        texts.push_back((service.has_id() ? std::to_string(service.id()) : "-") + " " +
+                        (service.has_address() ? service.address() : "-"));
+    }
+    return texts;
+}
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(TypeTraits, NameTheKindThatIsStored) {
+    static_assert(std::is_same_v<decltype(Int32TypeInfo::CF_NUM_TYPE), const long>);
+    static_assert(Int32TypeInfo::CF_NUM_TYPE == 3);
+    static_assert(
+        std::is_same_v<Int32TypeInfo, qor::kevra::CFNumberTypeInfo<int, kCFNumberSInt32Type>>);
+    EXPECT_EQ(Int32TypeInfo::CF_TYPE_ID, CFNumberGetTypeID());
+    EXPECT_EQ(TypeInfo<ServiceInfo>::CF_TYPE_ID, CFDictionaryGetTypeID());
+    EXPECT_EQ(TypeInfo<ProxyData>::CF_TYPE_ID, CFDictionaryGetTypeID());
+    EXPECT_EQ(TypeInfo<std::string>::GET_CF_TYPE_ID(), CFStringGetTypeID());
+    EXPECT_EQ(CFArrayTypeInfo::CF_TYPE_ID, CFArrayGetTypeID());
+}
+
+TEST(TypeTraits, AreThereBeforeMain) {
+    EXPECT_EQ(messageTypeAtStart, CFDictionaryGetTypeID());
+}
+
+TEST(MessageToDictionary, StoresEachFieldUnderItsName) {
+    const auto dictionary = makeDictionary();
+    EXPECT_TRUE(convert(makeService(-5, "caf\u00e9 \U0001F600"), dictionary.get()));
+    const auto expected = dictionaryOf("id", makeInteger(-5).get());
+    put(expected, "address", makeString("caf\u00e9 \U0001F600").get());
+    EXPECT_TRUE(equal(dictionary.get(), expected.get()));
+}
+
+TEST(MessageToDictionary, IdentifierIsAThirtyTwoBitNumber) {
+    for (const int id : {0, 1, -1, INT32_MAX, INT32_MIN}) {
+        const auto dictionary = makeDictionary();
+        ASSERT_TRUE(convert(makeService(id, ""), dictionary.get()));
+        const auto* const number = static_cast<CFNumberRef>(at(dictionary, "id"));
+        ASSERT_NE(number, nullptr);
+        EXPECT_EQ(CFNumberGetType(number), kCFNumberSInt32Type);
+        SInt32 stored = 0;
+        EXPECT_TRUE(CFNumberGetValue(number, kCFNumberSInt32Type, &stored));
+        EXPECT_EQ(stored, id);
+    }
+}
+
+TEST(MessageToDictionary, AbsentFieldsStayAbsent) {
+    const auto dictionary = makeDictionary();
+    EXPECT_TRUE(convert(ServiceInfo(), dictionary.get()));
+    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 0);
+
+    ServiceInfo onlyId;
+    onlyId.set_id(0);
+    EXPECT_TRUE(convert(onlyId, dictionary.get()));
+    EXPECT_TRUE(equal(dictionary.get(), dictionaryOf("id", makeInteger(0).get()).get()));
+
+    ServiceInfo onlyAddress;
+    onlyAddress.set_address("");
+    EXPECT_TRUE(convert(onlyAddress, dictionary.get()));
+    EXPECT_TRUE(equal(dictionary.get(), dictionaryOf("address", makeString("").get()).get()));
+}
+
+TEST(MessageToDictionary, EarlierContentsGo) {
+    const auto dictionary = dictionaryOf("other", kCFBooleanTrue);
+    put(dictionary, "id", makeString("former").get());
+    EXPECT_TRUE(convert(ServiceInfo(), dictionary.get()));
+    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 0);
+}
+
+TEST(MessageToDictionary, AddressEndsAtItsFirstNul) {
+    const auto dictionary = makeDictionary();
+    EXPECT_TRUE(convert(makeService(1, std::string("ab\0c\xff", 5)), dictionary.get()));
+    EXPECT_TRUE(equal(at(dictionary, "address"), makeString("ab").get()));
+}
+
+TEST(MessageToDictionary, AddressThatIsNotUtf8LeavesTheIdentifier) {
+    for (const char* const address : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\x80", "a\x80z"}) {
+        const auto dictionary = dictionaryOf("other", kCFBooleanTrue);
+        EXPECT_FALSE(convert(makeService(7, address), dictionary.get()));
+        EXPECT_TRUE(equal(dictionary.get(), dictionaryOf("id", makeInteger(7).get()).get()));
+    }
+}
+
+TEST(MessageToDictionary, NullDictionaryIsRefused) {
+    EXPECT_FALSE(convert(makeService(1, "a"), static_cast<CFMutableDictionaryRef>(nullptr)));
+}
+
+TEST(MessageToDictionary, MessageThatLacksARequiredFieldIsRefused) {
+    const auto dictionary = dictionaryOf("other", kCFBooleanTrue);
+    EXPECT_FALSE(convert(DebugOption(), dictionary.get()));
+    EXPECT_EQ(at(dictionary, "other"), kCFBooleanTrue);
+}
+
+TEST(MessageToDictionary, OnlyTheDictionaryKeepsWhatIsStored) {
+    const auto dictionary = makeDictionary();
+    ASSERT_TRUE(convert(makeService(INT32_MIN, std::string(100, 'x')), dictionary.get()));
+    const void* keys[2] = {};
+    const void* values[2] = {};
+    CFDictionaryGetKeysAndValues(dictionary.get(), keys, values);
+    for (const void* const object : {keys[0], keys[1], values[0], values[1]}) {
+        EXPECT_EQ(CFGetRetainCount(object), 1);
+    }
+    EXPECT_EQ(CFGetRetainCount(dictionary.get()), 1);
+}
+
+TEST(DictionaryToMessage, SetsWhatFits) {
+    const auto dictionary = dictionaryOf("id", makeInteger(INT32_MIN).get());
+    put(dictionary, "address", makeString("\u4e2d").get());
+    ServiceInfo service;
+    EXPECT_TRUE(convert(dictionary.get(), service));
+    EXPECT_EQ(service.id(), INT32_MIN);
+    EXPECT_EQ(service.address(), "\u4e2d");
+}
+
+TEST(DictionaryToMessage, IdentifierMayBeAnyNumberWithoutLoss) {
+    const std::int64_t wide = INT32_MAX;
+    const double real = -3;
+    const signed char narrow = -128;
+    const struct {
+        CFNumberType type;
+        const void* value;
+        int expected;
+    } cases[] = {{kCFNumberSInt64Type, &wide, INT32_MAX},
+                 {kCFNumberFloat64Type, &real, -3},
+                 {kCFNumberSInt8Type, &narrow, -128}};
+    for (const auto& [type, value, expected] : cases) {
+        const auto number = own(CFNumberCreate(kCFAllocatorDefault, type, value));
+        ServiceInfo service;
+        EXPECT_TRUE(convert(dictionaryOf("id", number.get()).get(), service));
+        EXPECT_TRUE(service.has_id());
+        EXPECT_EQ(service.id(), expected);
+    }
+}
+
+TEST(DictionaryToMessage, NumberThatIsNoIdentifierIsPassedOver) {
+    std::vector<Owned<CFNumberRef>> numbers;
+    numbers.push_back(makeInteger(std::int64_t(1) << 31));
+    numbers.push_back(makeInteger(-(std::int64_t(1) << 31) - 1));
+    numbers.push_back(makeInteger(INT64_MAX));
+    numbers.push_back(makeReal(1.5));
+    numbers.push_back(makeReal(2147483648.0));
+    numbers.push_back(makeReal(1e300));
+    for (const auto& number : numbers) {
+        const auto dictionary = dictionaryOf("id", number.get());
+        put(dictionary, "address", makeString("a").get());
+        ServiceInfo service;
+        EXPECT_TRUE(convert(dictionary.get(), service));
+        EXPECT_FALSE(service.has_id());
+        EXPECT_EQ(service.address(), "a");
+    }
+}
+
+TEST(DictionaryToMessage, ValueOfAnotherKindIsPassedOver) {
+    auto others = strangers();
+    const auto check = [](const Stranger& other, const char* key) {
+        SCOPED_TRACE(std::string(key) + ": " + other.name);
+        const auto dictionary = dictionaryOf(key, other.object.get());
+        ServiceInfo service;
+        EXPECT_TRUE(convert(dictionary.get(), service));
+        EXPECT_FALSE(service.has_id());
+        EXPECT_FALSE(service.has_address());
+    };
+    for (const Stranger& other : others) {
+        check(other, "id");
+        check(other, "address");
+    }
+    check({"string", own<CFTypeRef>(makeString("5").release())}, "id");
+    check({"number", own<CFTypeRef>(makeInteger(5).release())}, "address");
+}
+
+TEST(DictionaryToMessage, OtherKeysAreIgnored) {
+    const auto dictionary = dictionaryOf("Id", makeInteger(1).get());
+    put(dictionary, "Address", makeString("a").get());
+    put(dictionary, "id ", makeInteger(1).get());
+    ServiceInfo service;
+    EXPECT_TRUE(convert(dictionary.get(), service));
+    EXPECT_FALSE(service.has_id());
+    EXPECT_FALSE(service.has_address());
+}
+
+TEST(DictionaryToMessage, WhatIsNotReadStaysAsItWas) {
+    ServiceInfo service = makeService(5, "former");
+    EXPECT_TRUE(convert(makeDictionary().get(), service));
+    EXPECT_TRUE(convert(dictionaryOf("id", makeReal(0.5).get()).get(), service));
+    const std::u16string loneSurrogate = u"a\xd800";
+    EXPECT_TRUE(convert(dictionaryOf("address", makeString(loneSurrogate).get()).get(), service));
+    EXPECT_EQ(service.id(), 5);
+    EXPECT_EQ(service.address(), "former");
+}
+
+TEST(DictionaryToMessage, NullDictionaryIsRefused) {
+    ServiceInfo service = makeService(5, "former");
+    EXPECT_FALSE(convert(static_cast<CFDictionaryRef>(nullptr), service));
+    EXPECT_EQ(service.id(), 5);
+}
+
+TEST(DictionaryToMessage, MessageThatLacksARequiredFieldAfterwardsIsRefused) {
+    DebugOption option;
+    EXPECT_FALSE(convert(dictionaryOf("debug_level", makeInteger(3).get()).get(), option));
+    EXPECT_EQ(option.debug_level(), 3);
+    EXPECT_TRUE(convert(dictionaryOf("plugins", makeInteger(1).get()).get(), option));
+}
+
+TEST(FieldToArray, KeepsTheOrder) {
+    CFArrayRef array = nullptr;
+    ASSERT_TRUE(convertCreate(makeServices({"c", "a", "b"}), array));
+    const auto owner = own(array);
+    ASSERT_EQ(CFArrayGetCount(array), 3);
+    const char* const addresses[] = {"c", "a", "b"};
+    for (CFIndex index = 0; index < 3; ++index) {
+        const auto* const element =
+            static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(array, index));
+        EXPECT_TRUE(equal(at(element, "id"), makeInteger(index + 1).get()));
+        EXPECT_TRUE(equal(at(element, "address"), makeString(addresses[index]).get()));
+        EXPECT_EQ(CFGetRetainCount(element), 1);
+    }
+    EXPECT_EQ(CFGetRetainCount(array), 1);
+}
+
+TEST(FieldToArray, EmptyFieldIsAnEmptyArray) {
+    CFArrayRef array = nullptr;
+    ASSERT_TRUE(convertCreate(RepeatedPtrField<ServiceInfo>(), array));
+    const auto owner = own(array);
+    EXPECT_EQ(CFArrayGetCount(array), 0);
+}
+
+TEST(FieldToArray, OneAddressThatIsNotUtf8FailsTheWholeAndLeavesTheTarget) {
+    for (const auto& addresses : std::vector<std::vector<std::string>>{
+             {"\xff", "b", "c"}, {"a", "\xff", "c"}, {"a", "b", "\xff"}}) {
+        const auto former = makeArray();
+        CFArrayRef array = former.get();
+        EXPECT_FALSE(convertCreate(makeServices(addresses), array));
+        EXPECT_EQ(array, former.get());
+        EXPECT_EQ(CFGetRetainCount(former.get()), 1);
+    }
+}
+
+TEST(ArrayToField, ReplacesTheContents) {
+    CFArrayRef array = nullptr;
+    ASSERT_TRUE(convertCreate(makeServices({"x", "y"}), array));
+    const auto owner = own(array);
+    auto services = makeServices({"former", "f", "f"});
+    EXPECT_TRUE(convert(array, services));
+    EXPECT_THAT(textsOf(services), ElementsAre("1 x", "2 y"));
+    EXPECT_EQ(CFGetRetainCount(array), 1);
+}
+
+TEST(ArrayToField, EmptyArrayEmptiesTheField) {
+    auto services = makeServices({"former"});
+    EXPECT_TRUE(convert(static_cast<CFArrayRef>(makeArray().get()), services));
+    EXPECT_THAT(services, IsEmpty());
+}
+
+TEST(ArrayToField, NullIsRefusedAndTheFieldLeftAlone) {
+    auto services = makeServices({"former"});
+    EXPECT_FALSE(convert(static_cast<CFArrayRef>(nullptr), services));
+    EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
+}
+
+TEST(ArrayToField, OneElementThatIsNoDictionaryEmptiesTheField) {
+    const auto good = dictionaryOf("id", makeInteger(1).get());
+    auto others = strangers();
+    others[4] = {"string", own<CFTypeRef>(makeString("a").release())};
+    others.push_back({"number", own<CFTypeRef>(makeInteger(1).release())});
+    for (const Stranger& other : others) {
+        SCOPED_TRACE(other.name);
+        for (const auto& values :
+             {std::vector<CFTypeRef>{good.get(), good.get(), other.object.get()},
+              std::vector<CFTypeRef>{other.object.get(), good.get()}}) {
+            auto services = makeServices({"former"});
+            EXPECT_FALSE(convert(static_cast<CFArrayRef>(arrayOf(values).get()), services));
+            EXPECT_THAT(services, IsEmpty());
+        }
+    }
+}
+
+TEST(ArrayToField, NullElementEmptiesTheField) {
+    const void* values[] = {nullptr};
+    const auto array = own(CFArrayCreate(kCFAllocatorDefault, values, 1, nullptr));
+    auto services = makeServices({"former"});
+    EXPECT_FALSE(convert(array.get(), services));
+    EXPECT_THAT(services, IsEmpty());
+}
+
+TEST(ArrayToField, ElementThatLacksARequiredFieldEmptiesTheField) {
+    const auto good = dictionaryOf("plugins", makeInteger(1).get());
+    RepeatedPtrField<DebugOption> options;
+    EXPECT_TRUE(convert(static_cast<CFArrayRef>(arrayOf({good.get(), good.get()}).get()), options));
+    EXPECT_EQ(options.size(), 2);
+    EXPECT_FALSE(convert(
+        static_cast<CFArrayRef>(arrayOf({good.get(), makeDictionary().get()}).get()), options));
+    EXPECT_EQ(options.size(), 0);
+}
+
+TEST(ArrayToField, ElementsAreReusedAndHoldNothingOfTheFormer) {
+    auto services = makeServices({"former", "former"});
+    const ServiceInfo* const first = &services.Get(0);
+    const auto onlyId = dictionaryOf("id", makeInteger(9).get());
+    const auto empty = makeDictionary();
+    EXPECT_TRUE(
+        convert(static_cast<CFArrayRef>(arrayOf({onlyId.get(), empty.get()}).get()), services));
+    EXPECT_EQ(&services.Get(0), first);
+    EXPECT_THAT(textsOf(services), ElementsAre("9 -", "- -"));
+}
+
+TEST(KeyedArrayToField, ReadsTheArrayUnderTheKey) {
+    const auto element = dictionaryOf("id", makeInteger(4).get());
+    const auto dictionary = dictionaryOf("list", arrayOf({element.get()}).get());
+    auto services = makeServices({"former", "f"});
+    EXPECT_TRUE(convert(dictionary.get(), "list", services));
+    EXPECT_THAT(textsOf(services), ElementsAre("4 -"));
+}
+
+TEST(KeyedArrayToField, WithoutAnArrayTheFieldIsLeftAlone) {
+    auto services = makeServices({"former"});
+    const auto dictionary = dictionaryOf("list", arrayOf({}).get());
+    EXPECT_FALSE(convert(static_cast<CFDictionaryRef>(nullptr), "list", services));
+    EXPECT_FALSE(convert(dictionary.get(), nullptr, services));
+    EXPECT_FALSE(convert(dictionary.get(), "other", services));
+    EXPECT_FALSE(convert(dictionary.get(), "\xff", services));
+    auto others = strangers();
+    others[3] = {"string", own<CFTypeRef>(makeString("a").release())};
+    for (const Stranger& other : others) {
+        SCOPED_TRACE(other.name);
+        EXPECT_FALSE(convert(dictionaryOf("list", other.object.get()).get(), "list", services));
+    }
+    EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
+}
+
+TEST(KeyedArrayToField, BadElementEmptiesTheField) {
+    auto services = makeServices({"former"});
+    EXPECT_FALSE(
+        convert(dictionaryOf("list", arrayOf({kCFBooleanTrue}).get()).get(), "list", services));
+    EXPECT_THAT(services, IsEmpty());
+}
+
+TEST(StringToText, AsciiNeedsNoCopyOnTheWay) {
+    const auto string = makeString("plain");
+    EXPECT_NE(CFStringGetCStringPtr(string.get(), kCFStringEncodingUTF8), nullptr);
+    std::string text = "former";
+    EXPECT_TRUE(convert(string.get(), text));
+    EXPECT_EQ(text, "plain");
+}
+
+TEST(StringToText, OtherTextGoesThroughABuffer) {
+    // One unit of three bytes has four of room, its NUL included; two units are one character here.
+    for (const std::string expected : {"\u4e2d", "\U0001F600", "\u00e9", "caf\u00e9", "\uffff",
+                                       "a\u0080\u07ff\u0800\U0010ffff"}) {
+        const auto string = makeString(expected);
+        EXPECT_EQ(CFStringGetCStringPtr(string.get(), kCFStringEncodingUTF8), nullptr);
+        std::string text = "former";
+        EXPECT_TRUE(convert(string.get(), text));
+        EXPECT_EQ(text, expected);
+    }
+    std::string longText;
+    for (int round = 0; round < 10000; ++round) {
+        longText += "\u4e2d";
+    }
+    std::string text;
+    EXPECT_TRUE(convert(makeString(longText).get(), text));
+    EXPECT_EQ(text, longText);
+}
+
+TEST(StringToText, EmptyStringIsEmptyText) {
+    for (const auto& string : {makeString(""), makeString(std::u16string_view())}) {
+        std::string text = "former";
+        EXPECT_TRUE(convert(string.get(), text));
+        EXPECT_EQ(text, "");
+    }
+}
+
+TEST(StringToText, EndsAtTheFirstNul) {
+    const std::u16string withNul[] = {{u'a', 0, u'b'}, {u'\u4e2d', 0, u'b'}, {0, u'\u4e2d'}};
+    const char* const expected[] = {"a", "\u4e2d", ""};
+    for (int index = 0; index < 3; ++index) {
+        std::string text = "former";
+        EXPECT_TRUE(convert(makeString(withNul[index]).get(), text));
+        EXPECT_EQ(text, expected[index]);
+    }
+}
+
+TEST(StringToText, WhatCannotBeExpressedLeavesTheTargetAlone) {
+    std::string text = "former";
+    EXPECT_FALSE(convert(static_cast<CFStringRef>(nullptr), text));
+    EXPECT_FALSE(convert(makeString(std::u16string(1, u'\xd800')).get(), text));
+    EXPECT_FALSE(convert(makeString(std::u16string{u'\xdc00', u'a'}).get(), text));
+    EXPECT_EQ(text, "former");
+}
+
+TEST(StoredFields, MakeAnotherMessageStorable) {
+    ProxyData proxy;
+    proxy.set_server_addr("proxy.\u4e2d");
+    proxy.set_port(8080);
+    proxy.set_user_name("");
+    // No stored field.
+    proxy.set_password("secret");
+    const auto dictionary = makeDictionary();
+    ASSERT_TRUE(convert(proxy, dictionary.get()));
+    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 3);
+    EXPECT_TRUE(equal(at(dictionary, "server_addr"), makeString("proxy.\u4e2d").get()));
+    EXPECT_TRUE(equal(at(dictionary, "port"), makeInteger(8080).get()));
+    EXPECT_TRUE(equal(at(dictionary, "user_name"), makeString("").get()));
+
+    ProxyData read;
+    EXPECT_TRUE(convert(dictionary.get(), read));
+    EXPECT_EQ(read.server_addr(), "proxy.\u4e2d");
+    EXPECT_EQ(read.port(), 8080);
+    EXPECT_TRUE(read.has_user_name());
+    EXPECT_FALSE(read.has_protocol());
+    EXPECT_FALSE(read.has_password());
+}
+
+TEST(StoredFields, MakeListsOfAnotherMessageStorable) {
+    RepeatedPtrField<ProxyData> proxies;
+    proxies.Add()->set_port(1);
+    proxies.Add()->set_server_addr("b");
+    CFArrayRef array = nullptr;
+    ASSERT_TRUE(convertCreate(proxies, array));
+    const auto owner = own(array);
+    RepeatedPtrField<ProxyData> read;
+    EXPECT_TRUE(convert(array, read));
+    ASSERT_EQ(read.size(), 2);
+    EXPECT_EQ(read[0].port(), 1);
+    EXPECT_EQ(read[1].server_addr(), "b");
+}
+
+TEST(StoredFields, FieldsInFrontOfOneThatFailsStay) {
+    ProxyData proxy;
+    proxy.set_protocol(1);
+    proxy.set_server_addr("\xff");
+    proxy.set_port(2);
+    const auto dictionary = makeDictionary();
+    EXPECT_FALSE(convert(proxy, dictionary.get()));
+    EXPECT_TRUE(equal(dictionary.get(), dictionaryOf("protocol", makeInteger(1).get()).get()));
+}
+
+TEST(PlistConvert, ThreadsWorkOnObjectsOfTheirOwn) {
+    std::atomic<int> wrong{0};
+    const auto work = [&wrong](int thread) {
+        for (int round = 0; round < 200; ++round) {
+            const auto services = makeServices({std::to_string(thread), "caf\u00e9", ""});
+            CFArrayRef array = nullptr;
+            wrong += convertCreate(services, array) ? 0 : 1;
+            const auto owner = own(array);
+            RepeatedPtrField<ServiceInfo> read;
+            wrong += convert(array, read) && textsOf(read) == textsOf(services) ? 0 : 1;
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back(work, thread);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
+}  // namespace qv::tests

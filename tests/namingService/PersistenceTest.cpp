@@ -1,0 +1,475 @@
+// What the plug-in keeps in its configuration file, on real files.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/ConfigurationDocuments.h"
+#include "support/EnvironmentVariable.h"
+#include "support/FileEvents.h"
+#include "support/FileModes.h"
+#include "support/Files.h"
+#include "support/LoadedPlugin.h"
+#include "support/TemporaryDirectory.h"
+
+namespace qv::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Optional;
+
+const std::string kEmptyRoot = "<plist><dict/></plist>";
+
+std::string recorded(const std::string& name) {
+    return contentOf(QV_TEST_DATA_DIR "/config/" + name).value();
+}
+
+// A plug-in with a directory for its configuration, not initialised yet.
+class Persistence : public testing::Test {
+  protected:
+    void SetUp() override { std::filesystem::create_directory(backupDirectory); }
+    void TearDown() override {
+        plugin.finalize();
+        for (const int descriptor : descriptorsBelow(directory_.path())) {
+            ::close(descriptor);
+        }
+    }
+
+    void restart() const {
+        plugin.finalize();
+        EXPECT_EQ(openDescriptors(), 0U);
+        EXPECT_EQ(plugin.initialize(), QV_OK);
+    }
+
+    void startWith(const std::string& content) const {
+        writeFile(path, content);
+        EXPECT_EQ(plugin.initialize(), QV_OK);
+    }
+
+    std::size_t openDescriptors() const { return descriptorsBelow(directory()).size(); }
+
+    const std::string& directory() const { return directory_.path(); }
+
+    // Whatever happens to the two files from now on.
+    FileEvents watchFiles() const {
+        return FileEvents({{directory(), ""}, {backupDirectory, "b/"}});
+    }
+
+    // First, so that it does not choose its own directory afterwards.
+    const LoadedPlugin plugin;
+
+  private:
+    TemporaryDirectory directory_;
+    EnvironmentVariable variable_{"QV_CONFIG_DIR", directory_.path()};
+
+  protected:
+    const std::string path = directory_.path(kConfigurationFile);
+    const std::string backupDirectory = directory_.path("backup");
+    const std::string backup = backupDirectory + "/" + kConfigurationFile;
+};
+
+TEST_F(Persistence, OfStoredServicesWithOneIdentifierTheLastCounts) {
+    startWith(documentOf({{2, "a"}, {1, "b"}, {2, "c"}}));
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "b"), Service(2, "c")));
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "a"}, {1, "b"}, {2, "c"}})));
+}
+
+TEST_F(Persistence, FileListsServicesInAscendingOrder) {
+    startWith(kEmptyRoot);
+    plugin.registerServices({{3, "c"}, {1, "a"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {3, "c"}})));
+    plugin.registerServices({{INT32_MAX, "m"}, {0, "z"}, {-1, "n"}, {INT32_MIN, "l"}});
+    EXPECT_THAT(
+        contentOf(path),
+        Optional(documentOf(
+            {{INT32_MIN, "l"}, {-1, "n"}, {0, "z"}, {1, "a"}, {3, "c"}, {INT32_MAX, "m"}})));
+}
+
+TEST_F(Persistence, ServicesSurviveARestart) {
+    startWith(kEmptyRoot);
+    const Services services{{-5, ""}, {1, "<&>\"'"}, {2, "caf\u00e9 \u4e2d \U0001F600"}};
+    plugin.registerServices(services);
+    restart();
+    EXPECT_EQ(plugin.getServices(), services);
+    // Loading saves nothing.
+    EXPECT_THAT(contentOf(path), Optional(documentOf(services)));
+    EXPECT_THAT(contentOf(backup), Optional(kEmptyRoot));
+}
+
+TEST_F(Persistence, ServicesSurviveUnloadingTheLibrary) {
+    startWith(kEmptyRoot);
+    plugin.registerServices({{1, "a"}});
+    plugin.finalize();
+    const InitializedPlugin again;
+    EXPECT_THAT(again.getServices(), ElementsAre(Service(1, "a")));
+}
+
+TEST_F(Persistence, UnregisteredServiceComesBackAtARestart) {
+    startWith(documentOf({{1, "a"}, {2, "b"}}));
+    plugin.unregisterServices({1});
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "b")));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
+}
+
+TEST_F(Persistence, UnregisteredServiceIsNotInTheNextSave) {
+    startWith(documentOf({{1, "a"}, {2, "b"}}));
+    plugin.unregisterServices({1});
+    plugin.registerServices({{4, "d"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}, {4, "d"}})));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "b"), Service(4, "d")));
+}
+
+TEST_F(Persistence, OnlyAChangeIsSaved) {
+    startWith(documentOf({{1, "a"}, {2, "b"}}));
+    plugin.registerServices({{3, "c"}});
+    const struct stat before = statusOf(path);
+    FileEvents events = watchFiles();
+    plugin.registerServices({{3, "c"}});
+    plugin.registerServices({{2, "b"}, {1, "a"}, {2, "b"}});
+    plugin.execute(QV_COMMAND_REGISTER_SERVICES, "");
+    plugin.execute(QV_COMMAND_REGISTER_SERVICES, "\xff\xff");
+    plugin.unregisterServices({1, 9});
+    plugin.getServices();
+    plugin.execute(QV_COMMAND_SET_DEBUG_LEVEL, "\x08\x01\x10\x05");
+    plugin.finalize();
+    // The descriptor is closed, which counts as the end of a use for writing; nothing was changed.
+    EXPECT_THAT(events.take(), ElementsAre("written namingService.conf.plist"));
+    const struct stat after = statusOf(path);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}, {3, "c"}})));
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{1, "a"}, {2, "b"}})));
+}
+
+TEST_F(Persistence, RequestIsSavedOnceAfterTheBackup) {
+    startWith(kEmptyRoot);
+    FileEvents events = watchFiles();
+    plugin.registerServices({{1, "a"}, {2, "b"}, {1, "c"}, {3, "d"}});
+    EXPECT_THAT(
+        events.take(),
+        ElementsAre("read namingService.conf.plist", "change b/namingService.conf.plist",
+                    "written b/namingService.conf.plist", "change namingService.conf.plist"));
+}
+
+TEST_F(Persistence, AddressThatChangesAndChangesBackIsSaved) {
+    startWith(documentOf({{1, "a"}}));
+    plugin.registerServices({{1, "b"}, {1, "a"}});
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{1, "a"}})));
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+}
+
+TEST_F(Persistence, BackupHoldsTheSaveBefore) {
+    startWith(kEmptyRoot);
+    const ino_t inode = inodeOf(path);
+    plugin.registerServices({{1, "a long address, so that the next file is shorter"}});
+    EXPECT_THAT(contentOf(backup), Optional(kEmptyRoot));
+    plugin.registerServices({{1, "b"}});
+    EXPECT_THAT(contentOf(backup),
+                Optional(documentOf({{1, "a long address, so that the next file is shorter"}})));
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "b"}})));
+    EXPECT_EQ(inodeOf(path), inode);
+    EXPECT_EQ(openDescriptors(), 1U);
+}
+
+TEST_F(Persistence, WithoutFileAndBackupServicesLiveInMemory) {
+    plugin.initialize();
+    EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
+    EXPECT_EQ(plugin.registerServices({{2, "b"}}), QV_OK);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_TRUE(std::filesystem::is_empty(backupDirectory));
+    // What appears later is not taken notice of until the next start.
+    writeFile(path, documentOf({{7, "g"}}));
+    EXPECT_EQ(plugin.registerServices({{3, "c"}}), QV_OK);
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{7, "g"}})));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(7, "g")));
+}
+
+TEST_F(Persistence, DamagedFileIsTakenFromTheBackup) {
+    writeFile(backup, documentOf({{1, "a"}}));
+    for (const std::string content : {"", "damaged &", "<plist><array/></plist>"}) {
+        startWith(content);
+        EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+        EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+        plugin.finalize();
+    }
+    std::filesystem::remove(path);
+    plugin.initialize();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+    plugin.registerServices({{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
+}
+
+TEST_F(Persistence, WithBothFilesDamagedServicesLiveInMemory) {
+    writeFile(backup, "as bad &");
+    startWith("damaged &");
+    EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+    EXPECT_THAT(contentOf(path), Optional(std::string("as bad &")));
+    EXPECT_THAT(contentOf(backup), Optional(std::string("as bad &")));
+    EXPECT_EQ(openDescriptors(), 0U);
+}
+
+TEST_F(Persistence, FileWithoutAListIsAnEmptyDirectoryThatTheFirstSaveEnters) {
+    const std::string saved = documentOf({{1, "a"}});
+    for (const std::string entry :
+         {"", "<key>Address</key><string>a</string>", "<key>Address</key><array/>",
+          "<key>Address</key><true/>", "<key>Address</key><dict/>",
+          "<key>Address</key><dict><key>services</key><dict/></dict>",
+          "<key>Address</key><dict><key>services</key><string>a</string></dict>",
+          "<key>Address</key><dict><key>services</key><array/></dict>"}) {
+        startWith("<plist><dict>" + entry + "</dict></plist>");
+        EXPECT_THAT(plugin.getServices(), IsEmpty()) << entry;
+        plugin.registerServices({{1, "a"}});
+        EXPECT_THAT(contentOf(path), Optional(saved)) << entry;
+        plugin.finalize();
+    }
+}
+
+TEST_F(Persistence, ListWithABadElementIsDropped) {
+    const std::string good =
+        "<dict><key>id</key><integer>5</integer><key>address</key><string>e</string></dict>";
+    for (const std::string bad : {"<string>a</string>", "<array/>", "<integer>1</integer>"}) {
+        std::string list = good;
+        list += bad;
+        list += good;
+        startWith("<plist><dict><key>Address</key><dict><key>services</key><array>" + list +
+                  "</array></dict></dict></plist>");
+        EXPECT_THAT(plugin.getServices(), IsEmpty());
+        plugin.registerServices({{1, "a"}});
+        EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+        plugin.finalize();
+    }
+}
+
+TEST_F(Persistence, StoredFieldThatDoesNotFitCountsAsAbsent) {
+    startWith(
+        "<plist><dict><key>Address</key><dict><key>services</key><array>"
+        "<dict><key>id</key><string>5</string><key>address</key><string>a</string></dict>"
+        "<dict><key>id</key><integer>6</integer><key>address</key><integer>1</integer></dict>"
+        "<dict><key>id</key><integer>2147483648</integer><key>address</key><string>b</string>"
+        "</dict></array></dict></dict></plist>");
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "b"), Service(6, "")));
+}
+
+TEST_F(Persistence, AbsentFieldsStayAbsentInTheFile) {
+    startWith(kEmptyRoot);
+    // Identifier 5 without an address, and an address without an identifier.
+    plugin.execute(QV_COMMAND_REGISTER_SERVICES, "\x0a\x02\x08\x05\x0a\x03\x12\x01z");
+    const std::string expected = document(
+        "\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n\t\t<array>\n"
+        "\t\t\t<dict>\n\t\t\t\t<key>address</key>\n\t\t\t\t<string>z</string>\n\t\t\t</dict>\n"
+        "\t\t\t<dict>\n\t\t\t\t<key>id</key>\n\t\t\t\t<integer>5</integer>\n\t\t\t</dict>\n"
+        "\t\t</array>\n\t</dict>\n");
+    EXPECT_THAT(contentOf(path), Optional(expected));
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z"), Service(5, "")));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z"), Service(5, "")));
+    // An empty address is no other than an absent one.
+    plugin.registerServices({{5, ""}});
+    EXPECT_THAT(contentOf(path), Optional(expected));
+    plugin.registerServices({{6, "f"}});
+    EXPECT_THAT(contentOf(backup), Optional(expected));
+}
+
+TEST_F(Persistence, EntryWithNeitherFieldIsAnEmptyDictionary) {
+    startWith(kEmptyRoot);
+    plugin.execute(QV_COMMAND_REGISTER_SERVICES, std::string("\x0a\x00", 2));
+    EXPECT_THAT(contentOf(path),
+                Optional(document("\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n"
+                                  "\t\t<array>\n\t\t\t<dict/>\n\t\t</array>\n\t</dict>\n")));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "")));
+}
+
+TEST_F(Persistence, StoredAddressEndsAtItsFirstNul) {
+    startWith(kEmptyRoot);
+    const std::string address("a\0\xff", 3);
+    plugin.registerServices({{1, address}});
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, address)));
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+}
+
+TEST_F(Persistence, AddressThatIsNotUtf8KeepsEverythingFromBeingSaved) {
+    startWith(documentOf({{1, "a"}}));
+    FileEvents events = watchFiles();
+    EXPECT_EQ(plugin.registerServices({{2, "\xff"}}), QV_OK);
+    EXPECT_EQ(plugin.registerServices({{3, "c"}}), QV_OK);
+    EXPECT_THAT(plugin.getServices(),
+                ElementsAre(Service(1, "a"), Service(2, "\xff"), Service(3, "c")));
+    // Nothing is touched, the backup neither.
+    EXPECT_THAT(events.take(), IsEmpty());
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+    EXPECT_FALSE(std::filesystem::exists(backup));
+
+    plugin.registerServices({{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}, {3, "c"}})));
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{1, "a"}})));
+}
+
+TEST_F(Persistence, OnceTheAddressThatIsNotUtf8IsGoneTheNextRegistrationSaves) {
+    startWith(documentOf({{1, "a"}}));
+    plugin.registerServices({{2, "\xff"}, {3, "c"}});
+    plugin.unregisterServices({2});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+    // One that changes nothing does not.
+    plugin.registerServices({{3, "c"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
+    plugin.registerServices({{4, "d"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {3, "c"}, {4, "d"}})));
+}
+
+TEST_F(Persistence, SaveThatFailsIsMadeUpForByTheNext) {
+    startWith(documentOf({{1, "a"}}));
+    std::filesystem::remove(path);
+    EXPECT_EQ(plugin.registerServices({{2, "b"}}), QV_OK);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    writeFile(path, "someone else's");
+    plugin.registerServices({{3, "c"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}, {3, "c"}})));
+    EXPECT_THAT(contentOf(backup), Optional(std::string("someone else's")));
+}
+
+TEST_F(Persistence, FileDeletedAfterASaveIsMadeAgainForItsOwnerOnly) {
+    startWith(kEmptyRoot);
+    plugin.registerServices({{1, "a"}});
+    std::filesystem::remove(path);
+    plugin.registerServices({{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
+    EXPECT_EQ(modeOf(path), 0600U);
+}
+
+TEST_F(Persistence, ReplacedFileIsOverwritten) {
+    startWith(kEmptyRoot);
+    plugin.registerServices({{1, "a"}});
+    replaceFile(path, documentOf({{7, "someone else's"}}));
+    plugin.registerServices({{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
+    EXPECT_THAT(contentOf(backup), Optional(documentOf({{7, "someone else's"}})));
+}
+
+TEST_F(Persistence, SecondInitializeReadsNothing) {
+    startWith(documentOf({{1, "a"}}));
+    plugin.registerServices({{2, "b"}});
+    writeFile(path, documentOf({{7, "someone else's"}}));
+    FileEvents events = watchFiles();
+    EXPECT_EQ(plugin.initialize(), QV_OK);
+    EXPECT_THAT(events.take(), IsEmpty());
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
+    plugin.registerServices({{3, "c"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}, {3, "c"}})));
+}
+
+TEST_F(Persistence, FinalizeClosesTheFileAndSavesNothing) {
+    startWith(kEmptyRoot);
+    EXPECT_EQ(openDescriptors(), 0U);
+    plugin.registerServices({{1, "a"}, {2, "b"}});
+    EXPECT_EQ(openDescriptors(), 1U);
+    plugin.unregisterServices({1});
+    plugin.finalize();
+    EXPECT_EQ(openDescriptors(), 0U);
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
+    plugin.finalize();
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
+}
+
+TEST_F(Persistence, EachStartAsksAnewWhereTheFileIs) {
+    startWith(documentOf({{1, "a"}}));
+    const TemporaryDirectory other;
+    writeFile(other.path(kConfigurationFile), documentOf({{2, "b"}}));
+    const EnvironmentVariable variable("QV_CONFIG_DIR", other.path());
+    plugin.registerServices({{3, "c"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {3, "c"}})));
+    restart();
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "b")));
+    plugin.finalize();
+}
+
+TEST_F(Persistence, PathThatIsTooLongMeansMemoryOnly) {
+    const EnvironmentVariable variable("QV_CONFIG_DIR", "/" + std::string(2048, 'x'));
+    EXPECT_EQ(plugin.initialize(), QV_OK);
+    EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
+    plugin.finalize();
+}
+
+TEST_F(Persistence, SavedFilesAreAsRecorded) {
+    startWith(kEmptyRoot);
+    plugin.registerServices({{1, "unix:/var/run/lorx/supervisor.sock"},
+                             {-2, "xpc:com.vornak.lorx.diagnostics"},
+                             {300, "tcp:[::1]:4510?a=<b>&c=\"d\"'"},
+                             {4, "caf\u00e9 \u4e2d \U0001F600"},
+                             {5, ""}});
+    EXPECT_EQ(contentOf(path).value(), recorded("services.saved.plist"));
+}
+
+TEST_F(Persistence, OtherKeysOfEveryTypeAreKept) {
+    startWith(recorded("other-keys.plist"));
+    EXPECT_THAT(plugin.getServices(),
+                ElementsAre(Service(-1, "tcp:[::1]:4510"), Service(7, "unix:/var/run/a&b.sock")));
+    plugin.registerServices({{3, "new"}});
+    EXPECT_EQ(contentOf(path).value(), recorded("other-keys.saved.plist"));
+    EXPECT_EQ(contentOf(backup).value(), recorded("other-keys.plist"));
+    // What was written is read as the same and written the same.
+    restart();
+    plugin.registerServices({{3, "newer"}});
+    plugin.registerServices({{3, "new"}});
+    EXPECT_EQ(contentOf(path).value(), recorded("other-keys.saved.plist"));
+}
+
+TEST_F(Persistence, ManyServicesAreKept) {
+    startWith(kEmptyRoot);
+    Services services;
+    for (int id = -5000; id < 5000; ++id) {
+        services.emplace_back(id, "unix:/var/run/service-" + std::to_string(id) + ".sock");
+    }
+    plugin.registerServices(services);
+    EXPECT_TRUE(contentOf(path) == documentOf(services));
+    restart();
+    EXPECT_TRUE(plugin.getServices() == services);
+}
+
+TEST_F(Persistence, ThreadsSaveUndisturbed) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 25;
+    startWith(kEmptyRoot);
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([this, thread] {
+            for (int round = 0; round < kRounds; ++round) {
+                const int id = thread * kRounds + round;
+                plugin.registerServices({{id, "former"}, {id, std::to_string(id)}});
+                plugin.getServices();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    Services expected;
+    for (int id = 0; id < kThreads * kRounds; ++id) {
+        expected.emplace_back(id, std::to_string(id));
+    }
+    EXPECT_THAT(contentOf(path), Optional(documentOf(expected)));
+    restart();
+    EXPECT_EQ(plugin.getServices(), expected);
+}
+
+}  // namespace
+}  // namespace qv::tests

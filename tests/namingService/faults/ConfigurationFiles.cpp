@@ -1,0 +1,96 @@
+#include "ConfigurationFiles.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace qv::tests {
+namespace {
+
+constexpr char kMemory[] = "/dev/shm";
+
+std::optional<std::string> fastestPlace() {
+    if (access(kMemory, W_OK | X_OK) == 0) {
+        return kMemory;
+    }
+    const char* const usual = std::getenv("TMPDIR");
+    return usual == nullptr ? std::nullopt : std::optional<std::string>(usual);
+}
+
+}  // namespace
+
+std::string document(const Services& services) {
+    std::string text =
+        "<plist version=\"1.0\"><dict><key>Address</key><dict><key>services</key><array>";
+    for (const auto& [id, address] : services) {
+        text += "<dict><key>id</key><integer>" + std::to_string(id) +
+                "</integer><key>address</key><string>" + address + "</string></dict>";
+    }
+    return text + "</array></dict></dict></plist>\n";
+}
+
+std::optional<std::string> readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        return std::nullopt;
+    }
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << bytes;
+    file.close();
+    if (!file) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+ConfigurationFiles::FastDirectory::FastDirectory() : place("TMPDIR", fastestPlace()) {}
+
+ConfigurationFiles::ConfigurationFiles()
+    : configDirectory_("QV_CONFIG_DIR", directory()),
+      logDirectory_("QV_LOG_DIR", directory_.path()) {
+    std::filesystem::create_directory(directory());
+}
+
+void ConfigurationFiles::put(const std::optional<std::string>& main,
+                             const std::optional<std::string>& backup) const {
+    std::filesystem::remove(directory_.path("namingService.log"));
+    std::filesystem::remove(mainFile());
+    std::filesystem::remove_all(directory() + "/backup");
+    if (main) {
+        writeFile(mainFile(), *main);
+    }
+    if (backup) {
+        std::filesystem::create_directory(directory() + "/backup");
+        writeFile(backupFile(), *backup);
+    }
+}
+
+void ConfigurationFiles::keep() const {
+    std::filesystem::remove_all(kept());
+    std::filesystem::copy(directory(), kept(), std::filesystem::copy_options::recursive);
+}
+
+Services ConfigurationFiles::start(const LoadedPlugin& plugin) const {
+    return startIn(plugin, directory());
+}
+
+Services ConfigurationFiles::startFromKept(const LoadedPlugin& plugin) const {
+    return startIn(plugin, kept());
+}
+
+Services ConfigurationFiles::startIn(const LoadedPlugin& plugin, const std::string& directory) {
+    const EnvironmentVariable place("QV_CONFIG_DIR", directory);
+    plugin.initialize();
+    Services services = plugin.getServices();
+    plugin.finalize();
+    return services;
+}
+
+}  // namespace qv::tests

@@ -1,0 +1,122 @@
+// Files cannot grow any more, as on a full disk: a write stops at some length. The host goes on in
+// memory; what the next one finds depends on whether the backup still had room.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstddef>
+
+#include "ConfigurationFiles.h"
+
+namespace qv::tests {
+namespace {
+
+// No file of this process becomes longer while the object lives.
+class LongestFile {
+  public:
+    explicit LongestFile(std::size_t length) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        rlimit limit{};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        previous_ = limit.rlim_cur;
+        set(length);
+    }
+    ~LongestFile() {
+        set(previous_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    LongestFile(const LongestFile&) = delete;
+    LongestFile& operator=(const LongestFile&) = delete;
+    LongestFile(LongestFile&&) = delete;
+    LongestFile& operator=(LongestFile&&) = delete;
+
+  private:
+    static void set(rlim_t length) {
+        rlimit limit{};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = length;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+
+    void (*handler_)(int);
+    rlim_t previous_ = RLIM_INFINITY;
+};
+
+const Services kSaved{{1, "unix:/run/lorx/supervisor.sock"}, {2, "unix:/run/lorx/scanner.sock"}};
+// In front of the others, so that it moves them.
+const Service kAdded{-1, "unix:/run/lorx/updater.sock"};
+const Service kNext{4, "unix:/run/lorx/reporter.sock"};
+const Services kWithAdded{kAdded, kSaved[0], kSaved[1]};
+const Services kWithNext{kAdded, kSaved[0], kSaved[1], kNext};
+
+class FullDisk : public testing::Test {
+  protected:
+    // As the plug-in writes them.
+    FullDisk() {
+        files_.put(document({}), document({}));
+        plugin_.initialize();
+        plugin_.registerServices(kSaved);
+        old_ = *files_.main();
+        plugin_.registerServices({kAdded});
+        new_ = *files_.main();
+        plugin_.finalize();
+        files_.put(old_, old_);
+    }
+
+    // The host lives through it, and once there is room again saves all. What it would have left
+    // before that is kept.
+    void registerWithRoomFor(std::size_t length) const {
+        plugin_.initialize();
+        {
+            const LongestFile limit(length);
+            EXPECT_EQ(plugin_.registerServices({kAdded}), QV_OK);
+            EXPECT_EQ(plugin_.getServices(), kWithAdded);
+        }
+        files_.keep();
+        EXPECT_EQ(plugin_.registerServices({kNext}), QV_OK);
+        EXPECT_EQ(plugin_.getServices(), kWithNext);
+        plugin_.finalize();
+        EXPECT_EQ(files_.start(plugin_), kWithNext);
+    }
+
+    const LoadedPlugin plugin_;
+    const ConfigurationFiles files_;
+    std::string old_;
+    std::string new_;
+};
+
+TEST_F(FullDisk, WhatNoLongerFitsIsCutAndTheBackupHasWhatWasBefore) {
+    const std::size_t room = old_.size() + 40;
+    ASSERT_LT(room, new_.size());
+    registerWithRoomFor(room);
+    EXPECT_EQ(files_.keptMain(), new_.substr(0, room));
+    EXPECT_EQ(files_.keptBackup(), old_);
+    EXPECT_EQ(files_.startFromKept(plugin_), kSaved);
+}
+
+// The one case in which a start finds nothing.
+TEST_F(FullDisk, WhereNotEvenTheBackupFitsBothFilesAreDamaged) {
+    const std::size_t room = old_.size() - 40;
+    registerWithRoomFor(room);
+    EXPECT_EQ(files_.keptMain(), new_.substr(0, room) + old_.substr(room));
+    EXPECT_EQ(files_.keptBackup(), old_.substr(0, room));
+    EXPECT_EQ(files_.startFromKept(plugin_), Services());
+}
+
+TEST_F(FullDisk, ARestoreThatDoesNotFitIsMadeUpForByALaterStart) {
+    files_.put(std::nullopt, old_);
+    const std::size_t room = old_.size() - 40;
+    {
+        const LongestFile limit(room);
+        EXPECT_EQ(plugin_.initialize(), QV_OK);
+    }
+    EXPECT_EQ(files_.main(), old_.substr(0, room));
+    EXPECT_EQ(plugin_.registerServices({kAdded}), QV_OK);
+    EXPECT_EQ(plugin_.getServices(), Services{kAdded});
+    plugin_.finalize();
+    EXPECT_EQ(files_.start(plugin_), kSaved);
+    EXPECT_EQ(files_.main(), old_);
+}
+
+}  // namespace
+}  // namespace qv::tests

@@ -1,0 +1,42 @@
+// The host is killed in front of every system call of a start and of a save. The next start has
+// exactly the directory from before or from after.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ScenarioTest.h"
+
+namespace qv::tests {
+namespace {
+
+using testing::AnyOf;
+using testing::Eq;
+
+using KilledAtEveryCall = ScenarioTest;
+
+TEST_P(KilledAtEveryCall, TheNextStartHasOneOfTheTwoDirectories) {
+    int kills = 0;
+    int before = 0;
+    while (true) {
+        const TracedRun run = play(Fault::killBefore(kills));
+        if (!run.wasKilled()) {
+            ASSERT_TRUE(run.hasReturned()) << run.status << ' ' << run.report;
+            break;
+        }
+        SCOPED_TRACE(std::to_string(kills) + ' ' + describe(run.calls.back()));
+        const std::string services = start();
+        EXPECT_THAT(services, AnyOf(Eq(before_), Eq(after_)));
+        before += services == before_ ? 1 : 0;
+        ++kills;
+    }
+    EXPECT_TRUE(play(Fault::killAfter(kills - 1)).wasKilled());
+    EXPECT_EQ(start(), after_);
+    EXPECT_GE(kills, 9);
+    RecordProperty("kills", kills);
+    RecordProperty("before", before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, KilledAtEveryCall, testing::ValuesIn(scenarios()), nameOf);
+
+}  // namespace
+}  // namespace qv::tests

@@ -1,0 +1,72 @@
+// Files as tests see them: what is in them, which file stands at a path, who has it open.
+#ifndef QV_TESTS_FILES_H
+#define QV_TESTS_FILES_H
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace qv::tests {
+
+// Empty where there is no file, or one that cannot be read.
+inline std::optional<std::string> contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::error_code ignored;
+    if (!file || std::filesystem::is_directory(path, ignored)) {
+        return std::nullopt;
+    }
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// Into the file that is there, if one is; otherwise into a new one.
+inline void writeFile(const std::string& path, const std::string& content) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << content << std::flush;
+    if (!file) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+}
+
+// Puts another file in the place of the one that is there.
+inline void replaceFile(const std::string& path, const std::string& content) {
+    writeFile(path + ".new", content);
+    std::filesystem::rename(path + ".new", path);
+}
+
+inline struct stat statusOf(const std::string& path) {
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return status;
+}
+
+inline ino_t inodeOf(const std::string& path) {
+    return statusOf(path).st_ino;
+}
+
+// The descriptors of this process whose file is at a path below the directory, or was.
+inline std::vector<int> descriptorsBelow(const std::string& directory) {
+    std::vector<int> descriptors;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const std::string target = std::filesystem::read_symlink(entry.path(), ignored).string();
+        if (target.compare(0, directory.size() + 1, directory + "/") == 0) {
+            descriptors.push_back(std::atoi(entry.path().filename().c_str()));
+        }
+    }
+    return descriptors;
+}
+
+}  // namespace qv::tests
+
+#endif  // QV_TESTS_FILES_H
