@@ -65,4 +65,9 @@ std::string formatInfo(const Plugin& plugin, Format format) {
     return info;
 }
 
+std::string formatMadeFile(const std::string& path, Format format) {
+    return format == Format::Json ? oneLine({{"path", path}})
+                                  : "made " + text::escaped(path) + '\n';
+}
+
 }  // namespace qv::host

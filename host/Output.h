@@ -23,6 +23,9 @@ std::string formatServices(const std::vector<Service>& services, Format format);
 // {"path":"...","id":2,"commands":[{"code":"0x0200","name":"..."}]}.
 std::string formatInfo(const Plugin& plugin, Format format);
 
+// Says that a file was made. JSON: one object on one line, {"path":"..."}.
+std::string formatMadeFile(const std::string& path, Format format);
+
 }  // namespace qv::host
 
 #endif  // QVHOST_OUTPUT_H

@@ -1,5 +1,6 @@
 #include "Plugin.h"
 
+#include <QvUtil.h>
 #include <dlfcn.h>
 #include <fmt/format.h>
 
@@ -17,6 +18,10 @@
 namespace qv::host {
 
 namespace {
+
+// As the plug-in has them; the length counts the NUL.
+constexpr char kConfigurationName[] = "namingService.conf.plist";
+constexpr int kLongestPath = 2048;
 
 // Makes a call into the plug-in and turns what it throws into a PluginError. `attempt` says what
 // was tried.
@@ -142,6 +147,17 @@ std::vector<Plugin::CommandRow> Plugin::commands() const {
         commands.push_back({entry.command, {entry.name, strnlen(entry.name, sizeof entry.name)}});
     }
     return commands;
+}
+
+std::optional<std::string> Plugin::configurationPath() const {
+    // In the libraries that the plug-in brought with it, too.
+    void* const symbol = dlsym(library_.get(), "QvGetFilePath");
+    if (symbol == nullptr) {
+        return std::nullopt;
+    }
+    char path[kLongestPath];
+    const auto getFilePath = reinterpret_cast<decltype(&QvGetFilePath)>(symbol);
+    return getFilePath(path, kLongestPath, kConfigurationName) == nullptr ? "" : path;
 }
 
 void Plugin::initialize() {

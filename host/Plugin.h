@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,10 @@ class Plugin {
 
     // The command table, in its own order.
     std::vector<CommandRow> commands() const;
+
+    // The path of its configuration file, as the utility library that it uses tells it; empty when
+    // it is too long. None when it uses no such library.
+    std::optional<std::string> configurationPath() const;
 
     // Throws PluginError; the plug-in is finalised then.
     void initialize();

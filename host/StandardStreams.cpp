@@ -14,6 +14,7 @@ namespace qv::host {
 
 void guardStandardStreams() {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
             // The lowest free descriptor is this one. Opened the wrong way round on purpose: using

@@ -9,7 +9,8 @@ namespace qv::host {
 
 // Call first in main(). A closed descriptor 0, 1 or 2 would be given to the next file opened, and a
 // listing would be written into the plug-in's log; this keeps the three occupied, so that using a
-// closed one fails. A pipe that nobody reads gives an error instead of a signal.
+// closed one fails. A pipe that nobody reads, and a file at its limit of size, give an error
+// instead of a signal.
 void guardStandardStreams();
 
 // Writes the whole text and flushes it. Throws std::system_error when it cannot.

@@ -10,15 +10,18 @@
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "Command.h"
+#include "ConfigurationFile.h"
 #include "HostPaths.h"
 #include "Output.h"
 #include "Plugin.h"
+#include "PluginError.h"
 #include "ScriptError.h"
 #include "Session.h"
 #include "StandardStreams.h"
@@ -27,9 +30,11 @@
 namespace {
 
 using qv::host::Command;
+using qv::host::ConfigurationFile;
 using qv::host::Format;
 using qv::host::LineReader;
 using qv::host::Plugin;
+using qv::host::PluginError;
 using qv::host::Session;
 
 enum ExitStatus { kSuccess = 0, kFailure = 1, kWrongUse = 2 };
@@ -45,14 +50,23 @@ constexpr char kFooter[] =
     "installation. Its configuration and its diagnostic log are in the system's directories,\n"
     "which only an administrator can write; anybody else gives directories of their own:\n"
     "\n"
-    "  mkdir state\n"
+    "  qvhost --config-dir state init\n"
     "  qvhost --config-dir state --log-dir log run services.txt\n"
     "  qvhost --config-dir state --log-dir log list --json\n"
     "  qvhost info\n"
     "  printf 'register 1 /run/a.sock\\nlist\\n' | qvhost --config-dir state --log-dir log run\n"
     "\n"
-    "Exit status: 0 success; 1 the plug-in, the script file or the output failed; 2 wrong use,\n"
-    "which a mistake in a script's text is too.";
+    "Exit status: 0 success; 1 the plug-in, a file or the output failed; 2 wrong use, which a\n"
+    "mistake in a script's text is too.";
+
+constexpr char kInitFooter[] =
+    "The plug-in keeps the directory in a configuration file and never makes one itself: without\n"
+    "it, the services are gone when the host ends. The file is made in the directory of\n"
+    "--config-dir, which is made when missing, and holds nothing yet. Whatever stands in its\n"
+    "place, or in its backup's, is left alone, and is a failure. The plug-in is loaded but not\n"
+    "initialised. With --json the output is one object on one line:\n"
+    "\n"
+    "  {\"path\":\"...\"}";
 
 constexpr char kRunFooter[] =
     "The script holds one command a line:\n"
@@ -149,7 +163,7 @@ int wrongCommandLine(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> extras = app.remaining(kOfCommandsToo);
     if (extras.empty()) {
         return wrongUse(app.get_subcommands().empty() && error.get_name() == "RequiredError"
-                            ? "no command; it is run, list or info (see qvhost --help)"
+                            ? "no command; it is init, run, list or info (see qvhost --help)"
                             : fmt::format("{} (see qvhost --help)", error.what()));
     }
     // What follows a lone -- is meant as a word.
@@ -161,7 +175,7 @@ int wrongCommandLine(const CLI::App& app, const CLI::ParseError& error) {
             {"--help", "--version", "--plugin", "--config-dir", "--log-dir", "--json"});
     }
     if (app.get_subcommands().empty()) {
-        return unknownWord("command", word, {"run", "list", "info"});
+        return unknownWord("command", word, {"init", "run", "list", "info"});
     }
     return wrongUse(fmt::format("'{}' is one argument too many (see qvhost --help)", word));
 }
@@ -174,14 +188,12 @@ void setDirectory(const char* variable, const std::string& directory) {
 }
 
 std::unique_ptr<Plugin> loadPlugin(const Options& options) {
-    setDirectory("QV_CONFIG_DIR", options.configDirectory);
-    setDirectory("QV_LOG_DIR", options.logDirectory);
     return std::make_unique<Plugin>(
         options.plugin.empty() ? qv::host::findPlugin(qv::host::programDirectory()).string()
                                : options.plugin);
 }
 
-// The plug-in works on without a log, and says nothing of it.
+// The plug-in works on without a log or a file to keep the services in, and says nothing of it.
 void initialize(Plugin& plugin, const Options& options) {
     plugin.initialize();
     std::error_code ignored;
@@ -191,6 +203,21 @@ void initialize(Plugin& plugin, const Options& options) {
             "warning: --log-dir {}: the plug-in made no such directory, so no log is there",
             options.logDirectory));
     }
+    const std::optional<std::string> path = plugin.configurationPath();
+    const std::string problem = path ? ConfigurationFile(*path).problem() : "";
+    if (!problem.empty()) {
+        qv::host::reportError("warning: services are not kept: " + problem);
+    }
+}
+
+int init(const Options& options) {
+    const std::optional<std::string> path = loadPlugin(options)->configurationPath();
+    if (!path) {
+        throw PluginError("the plug-in does not tell where its configuration is");
+    }
+    ConfigurationFile(*path).make();
+    qv::host::writeOutput(stdout, qv::host::formatMadeFile(*path, options.format()));
+    return kSuccess;
 }
 
 int info(const Options& options) {
@@ -242,6 +269,8 @@ int parseAndRun(int argc, char** argv) {
     CLI::App app(kDescription, "qvhost");
     addCommonOptions(app, options);
     app.footer(kFooter);
+    const CLI::App* const initCommand = addCommand(
+        app, options, "init", "Make the file that the plug-in keeps the directory in", kInitFooter);
     CLI::App* const runCommand =
         addCommand(app, options, "run", "Execute a script of commands", kRunFooter);
     runCommand->add_option("SCRIPT", options.script, "The script; standard input when absent or -")
@@ -262,6 +291,11 @@ int parseAndRun(int argc, char** argv) {
         return kSuccess;
     } catch (const CLI::ParseError& error) {
         return wrongCommandLine(app, error);
+    }
+    setDirectory("QV_CONFIG_DIR", options.configDirectory);
+    setDirectory("QV_LOG_DIR", options.logDirectory);
+    if (initCommand->parsed()) {
+        return init(options);
     }
     std::error_code ignored;
     if (!options.configDirectory.empty() &&

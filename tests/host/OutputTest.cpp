@@ -80,5 +80,10 @@ TEST(FormatInfo, JsonHoldsTheSame) {
     EXPECT_EQ(info.at("commands").at(3), json({{"code", "0x0202"}, {"name", "fake get"}}));
 }
 
+TEST(FormatMadeFile, NamesThePathSafely) {
+    EXPECT_EQ(formatMadeFile("a\x1b/b", Format::Table), "made a\\x1b/b\n");
+    EXPECT_EQ(formatMadeFile("a/\"b", Format::Json), "{\"path\":\"a/\\\"b\"}\n");
+}
+
 }  // namespace
 }  // namespace qv::host

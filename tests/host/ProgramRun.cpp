@@ -70,6 +70,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 ProgramRun::ProgramRun() : outputFile_(files_.path("out")) {
     std::filesystem::create_directory(files_.path("config"));
+    files_.write("config/namingService.conf.plist", "<plist version='1.0'><dict/></plist>");
     // A test that writes to a program that has ended must get an error and not end, too.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
 }
@@ -169,6 +170,10 @@ std::string ProgramRun::readUntil(const std::string& text) const {
         output += c;
     }
     return output;
+}
+
+void ProgramRun::interrupt() const {
+    check(kill(child_, SIGINT) == 0, "cannot interrupt the program");
 }
 
 void ProgramRun::closeOutput() {

@@ -1,4 +1,5 @@
-// Runs the built qvhost as a process, with directories of its own for configuration and log:
+// Runs the built qvhost as a process, with directories of its own for log and configuration, in
+// which there is an empty file:
 //
 //     ProgramRun program;
 //     Outcome outcome = program.run({"run", program.script("list\n")});
@@ -34,6 +35,8 @@ class ProgramRun {
 
     const TestFiles& files() const { return files_; }
 
+    std::string configuration() const { return files_.path("config/namingService.conf.plist"); }
+
     // The diagnostic log that the plug-in wrote; empty when it wrote none.
     std::string log() const { return readFile(files_.path("log/namingService.log")); }
 
@@ -61,6 +64,7 @@ class ProgramRun {
     // Reads output until `text` has appeared or the output ended; returns what was read.
     std::string readUntil(const std::string& text) const;
     void closeOutput();
+    void interrupt() const;
     // Ends the input and waits for the program.
     Outcome finish();
 

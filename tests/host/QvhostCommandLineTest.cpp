@@ -20,8 +20,17 @@ using testing::StartsWith;
 
 TEST(QvhostCommandLine, WrongUseExitsWithTwoAndRunsNothing) {
     const std::vector<std::vector<std::string>> wrong = {
-        {},           {"lst"},          {"--nope", "list"}, {"list", "--nope"}, {"list", "more"},
-        {"--plugin"}, {"list", "info"}, {"run", "a", "b"},  {"run", "-x"},      {"--log-dir="},
+        {},
+        {"lst"},
+        {"--nope", "list"},
+        {"list", "--nope"},
+        {"list", "more"},
+        {"--plugin"},
+        {"list", "info"},
+        {"init", "x"},
+        {"run", "a", "b"},
+        {"run", "-x"},
+        {"--log-dir="},
     };
     for (const std::vector<std::string>& arguments : wrong) {
         ProgramRun program;
@@ -36,6 +45,7 @@ TEST(QvhostCommandLine, WrongUseExitsWithTwoAndRunsNothing) {
 TEST(QvhostCommandLine, MisspeltOptionsAndCommandsGetSuggestions) {
     ProgramRun program;
     EXPECT_THAT(program.run({"lst"}).err, HasSubstr("did you mean 'list'?"));
+    EXPECT_THAT(program.run({"initt"}).err, HasSubstr("did you mean 'init'?"));
     EXPECT_THAT(program.run({"list", "--jsn"}).err, HasSubstr("did you mean '--json'?"));
     EXPECT_THAT(program.run({"--plugni", "x", "list"}).err, HasSubstr("did you mean '--plugin'?"));
 }
@@ -46,8 +56,9 @@ TEST(QvhostCommandLine, HelpExplainsEveryCommandWithExamples) {
         const Outcome outcome = program.run({option});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, AllOf(HasSubstr("run"), HasSubstr("list"), HasSubstr("info"),
-                                       HasSubstr("qvhost --config-dir")));
+                                       HasSubstr("init"), HasSubstr("qvhost --config-dir")));
     }
+    EXPECT_THAT(program.run({"init", "--help"}).out, HasSubstr("{\"path\":"));
     EXPECT_THAT(program.run({"run", "--help"}).out, HasSubstr("register ID ADDRESS"));
     EXPECT_THAT(program.run({"list", "--help"}).out, HasSubstr("[{\"id\":1,"));
     EXPECT_THAT(program.run({"info", "--help"}).out, HasSubstr("0x0200"));
@@ -125,6 +136,9 @@ TEST(QvhostCommandLine, ProgramWithoutItsPluginSaysWhereItLooked) {
     std::filesystem::create_directory(bin);
     std::filesystem::copy_file(QVHOST_PROGRAM, bin / "qvhost");
     program.setProgram(bin / "qvhost");
+    // The libraries that the program itself needs.
+    program.setVariable("LD_LIBRARY_PATH", QVHOST_LIBRARY_DIR);
+    program.setVariable("DYLD_LIBRARY_PATH", QVHOST_LIBRARY_DIR);
     const Outcome outcome = program.run({"info"});
     if (outcome.status == 0) {
         GTEST_SKIP() << "the plug-in is installed: " << outcome.out;
@@ -156,7 +170,8 @@ TEST(QvhostInfo, JsonHoldsTheSame) {
 
 TEST(QvhostInfo, TouchesNoFileOfThePlugin) {
     ProgramRun program;
-    program.run({"info"});
+    std::filesystem::remove(program.configuration());
+    EXPECT_EQ(program.run({"info"}).err, "");
     EXPECT_FALSE(std::filesystem::exists(program.files().path("log")));
     EXPECT_TRUE(std::filesystem::is_empty(program.files().path("config")));
 }

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -69,6 +70,35 @@ TEST(QvhostList, AnotherPluginIsRefused) {
     const Outcome outcome = program.run({"list", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("plug-in 7"));
+}
+
+TEST(QvhostList, SaysThatNothingIsKeptWithoutAFile) {
+    ProgramRun program;
+    std::filesystem::remove(program.configuration());
+    const Outcome outcome = program.run({"list"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "no services\n");
+    EXPECT_EQ(outcome.err, "qvhost: warning: services are not kept: " + program.configuration() +
+                               " does not exist (qvhost init makes it)\n");
+    EXPECT_FALSE(std::filesystem::exists(program.configuration()));
+}
+
+TEST(QvhostList, SaysThatNothingIsKeptInADamagedFile) {
+    ProgramRun program;
+    program.files().write("config/namingService.conf.plist", "<plist><array/></plist>");
+    const Outcome outcome = program.run({"list"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "qvhost: warning: services are not kept: " + program.configuration() +
+                               " is no property list with a dictionary as its root\n");
+}
+
+TEST(QvhostList, DamagedFileThatTheBackupReplacesIsNotWorthAWarning) {
+    ProgramRun program;
+    std::filesystem::create_directory(program.files().path("config/backup"));
+    std::filesystem::rename(program.configuration(),
+                            program.files().path("config/backup/namingService.conf.plist"));
+    program.files().write("config/namingService.conf.plist", "damaged");
+    EXPECT_EQ(program.run({"list"}).err, "");
 }
 
 }  // namespace

@@ -132,6 +132,28 @@ TEST(QvhostRun, ErrorInARunningScriptFinalisesThePlugin) {
     EXPECT_EQ(readFile(record), "initialize\n0201 0a020801\nfinalize\n");
 }
 
+TEST(QvhostRun, RegistrationsSurviveTheProcess) {
+    ProgramRun program;
+    program.run({"run"}, "register 1 a\nregister 2 b\n");
+    EXPECT_EQ(program.run({"list"}).out, "ID  ADDRESS\n 1  a\n 2  b\n");
+}
+
+TEST(QvhostRun, SaysThatNothingIsKeptWithoutAFile) {
+    for (const bool isNamed : {false, true}) {
+        ProgramRun program;
+        std::filesystem::remove(program.configuration());
+        const std::string script = "register 1 a\nlist\n";
+        const Outcome outcome =
+            isNamed ? program.run({"run", program.script(script)}) : program.run({"run"}, script);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.out, "ID  ADDRESS\n 1  a\n");
+        EXPECT_EQ(outcome.err,
+                  "qvhost: warning: services are not kept: " + program.configuration() +
+                      " does not exist (qvhost init makes it)\n");
+        EXPECT_EQ(program.run({"list"}).out, "no services\n");
+    }
+}
+
 TEST(QvhostRun, RestartLeavesAWorkingPlugin) {
     ProgramRun program;
     const Outcome outcome = program.run({"run"}, "register 1 a\nrestart\nregister 2 b\nlist\n");
