@@ -15,18 +15,18 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <future>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "QvCFHolder.h"
+#include "support/SleepingThread.h"
 
 namespace {
 
 using qor::kevra::CFHolder;
+using qv::bench::besideAThread;
 
 [[noreturn]] void fail(const char* what) {
     std::fprintf(stderr, "property_list_bench: %s\n", what);
@@ -235,28 +235,6 @@ void release(benchmark::State& state) {
         state.SetIterationTime(secondsOf([&] { array = {}; }));
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
-}
-
-// A thread that sleeps as long as the object lives.
-class SleepingThread {
-  public:
-    SleepingThread() : thread_([end = end_.get_future()] { end.wait(); }) {}
-    ~SleepingThread() {
-        end_.set_value();
-        thread_.join();
-    }
-    SleepingThread(const SleepingThread&) = delete;
-    SleepingThread& operator=(const SleepingThread&) = delete;
-
-  private:
-    std::promise<void> end_;
-    std::thread thread_;
-};
-
-template <void (*measure)(benchmark::State&)>
-void besideAThread(benchmark::State& state) {
-    const SleepingThread thread;
-    measure(state);
 }
 
 #define QV_SIZES Arg(100)->Arg(1'000)->Arg(10'000)

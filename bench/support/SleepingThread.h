@@ -1,0 +1,36 @@
+// A thread that sleeps as long as the object lives. A process of one thread is spared locked
+// instructions, which no real host is.
+#ifndef QV_BENCH_SLEEPING_THREAD_H
+#define QV_BENCH_SLEEPING_THREAD_H
+
+#include <benchmark/benchmark.h>
+
+#include <future>
+#include <thread>
+
+namespace qv::bench {
+
+class SleepingThread {
+  public:
+    SleepingThread() : thread_([end = end_.get_future()] { end.wait(); }) {}
+    ~SleepingThread() {
+        end_.set_value();
+        thread_.join();
+    }
+    SleepingThread(const SleepingThread&) = delete;
+    SleepingThread& operator=(const SleepingThread&) = delete;
+
+  private:
+    std::promise<void> end_;
+    std::thread thread_;
+};
+
+template <void (*measure)(benchmark::State&)>
+void besideAThread(benchmark::State& state) {
+    const SleepingThread thread;
+    measure(state);
+}
+
+}  // namespace qv::bench
+
+#endif  // QV_BENCH_SLEEPING_THREAD_H
