@@ -32,7 +32,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "QvCFHolder.h"
 #include "QvLock.h"
@@ -148,15 +147,15 @@ bool QvConfig<MutexPolicy>::readFile() {
     if (size <= 0) {
         return false;
     }
-    std::vector<char> bytes(static_cast<std::size_t>(size));
+    const std::unique_ptr<char[]> bytes(new char[static_cast<std::size_t>(size)]);
     file.seekg(0);
-    file.read(bytes.data(), size);
+    file.read(bytes.get(), size);
     if (!file) {
         return false;
     }
 
     CFHolder<CFDataRef> data(CFDataCreateWithBytesNoCopy(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), size, kCFAllocatorNull));
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.get()), size, kCFAllocatorNull));
     if (!data) {
         return false;
     }

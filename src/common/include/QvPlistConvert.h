@@ -92,8 +92,8 @@ struct StoredFields<ServiceInfo> {
         StoredField{
             "address", [](const ServiceInfo& service) { return service.has_address(); },
             [](const ServiceInfo& service) -> const std::string& { return service.address(); },
-            [](ServiceInfo& service, const std::string& address) {
-                service.set_address(address);
+            [](ServiceInfo& service, std::string address) {
+                service.set_address(std::move(address));
             }});
 };
 
@@ -207,7 +207,7 @@ bool convert(CFDictionaryRef dictionary, Message& message) {
         const void* const value = CFDictionaryGetValue(dictionary, key.get());
         std::decay_t<decltype(field.get(message))> converted{};
         if (value != nullptr && convert(static_cast<CFTypeRef>(value), converted)) {
-            field.set(message, converted);
+            field.set(message, std::move(converted));
         }
     };
     std::apply([&](const auto&... fields) { (read(fields), ...); }, StoredFields<Message>::kFields);
