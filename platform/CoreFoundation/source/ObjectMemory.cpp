@@ -31,6 +31,7 @@ struct Block {
 class KeptBlocks {
   public:
     constexpr KeptBlocks() = default;
+    ~KeptBlocks() = default;
     KeptBlocks(const KeptBlocks&) = delete;
     KeptBlocks& operator=(const KeptBlocks&) = delete;
     // Gives back what is kept, and keeps nothing from now on: the lock stays taken.

@@ -90,10 +90,16 @@ constexpr ElementName kPlist = {"plist", Element::Plist};
 
 // Null where there is none of that name. The lengths leave at most five to be compared.
 const ElementName* elementOf(std::string_view name) {
-    const auto isOneOf = [name](const auto&... elements) {
-        const ElementName* found = nullptr;
-        static_cast<void>(((name == elements.name ? (found = &elements) : nullptr) || ...));
-        return found;
+    const ElementName* found = nullptr;
+    const auto is = [name, &found](const ElementName& element) {
+        if (name != element.name) {
+            return false;
+        }
+        found = &element;
+        return true;
+    };
+    const auto isOneOf = [&](const auto&... elements) {
+        return (is(elements) || ...) ? found : nullptr;
     };
     switch (name.size()) {
         case kKey.name.size():
