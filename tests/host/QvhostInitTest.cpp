@@ -94,16 +94,22 @@ TEST(QvhostInit, DirectoryThatCannotBeMadeIsNamed) {
 
 TEST(QvhostInit, FullDiskIsAFailureThatLeavesNothing) {
     ProgramRun program;
+    // The program ignores the signal by itself; ThreadSanitizer writes a file of its own before.
+#ifdef QV_SANITIZED
+    const std::string ignored = "trap '' XFSZ\n";
+#else
+    const std::string ignored;
+#endif
     // A program that may write no file, which would go for its messages too.
-    const std::string limited = program.files().write("limited",
-                                                      "#!/bin/sh\n"
-                                                      "ulimit -S -f 0\n"
-                                                      "message=$('" QVHOST_PROGRAM
-                                                      "' \"$@\" 2>&1)\n"
-                                                      "status=$?\n"
-                                                      "ulimit -S -f \"$(ulimit -H -f)\"\n"
-                                                      "printf '%s\\n' \"$message\" >&2\n"
-                                                      "exit $status\n");
+    const std::string limited =
+        program.files().write("limited", "#!/bin/sh\n" + ignored +
+                                             "ulimit -S -f 0\n"
+                                             "message=$('" QVHOST_PROGRAM
+                                             "' \"$@\" 2>&1)\n"
+                                             "status=$?\n"
+                                             "ulimit -S -f \"$(ulimit -H -f)\"\n"
+                                             "printf '%s\\n' \"$message\" >&2\n"
+                                             "exit $status\n");
     fs::permissions(limited, fs::perms::owner_all);
     program.setProgram(limited);
     const std::string directory = program.files().path("new/state");
