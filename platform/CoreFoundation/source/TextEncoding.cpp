@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Refusal.h"
+#include "Text.h"
 #include "Unicode.h"
 
 namespace cf {
@@ -14,7 +16,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr const char* kOutOfMemory = "out of memory";
 constexpr const char* kUnknownEncoding = "unknown text encoding";
 constexpr const char* kNotWellFormed = "text not well-formed in its encoding";
 
@@ -151,10 +152,6 @@ bool contains(Names names, std::string_view name) {
         names.remove_prefix(std::min(first.size() + 1, names.size()));
     }
     return false;
-}
-
-bool startsWith(std::string_view bytes, std::string_view prefix) {
-    return bytes.substr(0, prefix.size()) == prefix;
 }
 
 std::uint32_t byteAt(std::string_view bytes, std::size_t index) {
