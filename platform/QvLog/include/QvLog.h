@@ -27,9 +27,10 @@ extern "C" {
 
 /*
  * Opens the log file at `path` for appending and returns its handle, to be given to
- * LorxReleaseDbgLog(); null when the file cannot be opened. `module` is named in every record. The
- * directory must exist. A new file gets mode 0640; at 10 MiB the file is rotated, and five older
- * ones are kept.
+ * LorxReleaseDbgLog(); null when the file cannot be opened, or is neither a regular one nor a
+ * character device. `module`, its first 64 bytes, is named in every record. The directory must
+ * exist. A new file gets mode 0640; at 10 MiB the file is rotated, and five older ones are kept. A
+ * file that is removed or moved away meanwhile is made anew by the next record.
  */
 QV_LOG_EXPORT void* LorxOpenDbgLog(const char* path, const char* module, int level);
 
@@ -37,8 +38,9 @@ QV_LOG_EXPORT void* LorxOpenDbgLog(const char* path, const char* module, int lev
 QV_LOG_EXPORT int LorxIsEnableLog(void* handle, int level);
 
 /*
- * Writes one record when its level is enabled. Control characters in the text come out escaped, so
- * a record is always one line. A text longer than the record limit is cut and says so.
+ * Writes one record when its level is enabled. What is not printable in the text comes out escaped,
+ * and so does the backslash: a record is always one line. A text longer than the record limit is
+ * cut and says so.
  */
 QV_LOG_EXPORT void LorxWriteDbgLog(void* handle, int level, const char* format, ...)
     QV_LOG_PRINTF(3, 4);

@@ -1,16 +1,15 @@
 #include "DebugLog.h"
 
-#include <fcntl.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/pattern_formatter.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
+#include <memory>
 #include <string_view>
-#include <system_error>
 
 #include "QvText.h"
 
@@ -22,36 +21,8 @@ constexpr int highestLevel = 7;
 constexpr std::array<std::string_view, 8> levelNames = {"emerg",   "alert",  "crit", "err",
                                                         "warning", "notice", "info", "debug"};
 
-constexpr std::size_t maximalFileSize = 10UL * 1024 * 1024;
-constexpr std::size_t olderFiles = 5;
 constexpr std::size_t textLimit = 8192;
-constexpr mode_t fileMode = 0640;
-
-// The sink itself would make the file readable by all, and make a missing directory.
-void createFile(const std::string& path) {
-    const int descriptor =
-        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, fileMode);
-    if (descriptor == -1) {
-        throw std::system_error(errno, std::generic_category(), path);
-    }
-    ::close(descriptor);
-}
-
-// A disk that was full, or a machine that went down, leaves half a record.
-bool endsInsideLine(const std::string& path, std::FILE* file) {
-    struct stat status = {};
-    if (::fstat(::fileno(file), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
-        return false;
-    }
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor == -1) {
-        return false;
-    }
-    char last = '\n';
-    const bool read = ::pread(descriptor, &last, 1, status.st_size - 1) == 1;
-    ::close(descriptor);
-    return read && last != '\n';
-}
+constexpr std::size_t moduleLimit = 64;
 
 // Without the bytes at the end that only begin a UTF-8 sequence.
 std::string_view wholeCharacters(std::string_view text) {
@@ -90,11 +61,13 @@ void appendText(std::string& record, const char* format, std::va_list arguments)
 }  // namespace
 
 DebugLog::DebugLog(const char* path, const char* module, int level)
-    : path_(path),
-      module_(text::escaped(module)),
-      level_(std::clamp(level, lowestLevel, highestLevel)) {
-    openSink();
-}
+    : module_(text::escaped(wholeCharacters(std::string_view(module).substr(0, moduleLimit)))),
+      level_(std::clamp(level, lowestLevel, highestLevel)),
+      formatter_(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%eZ %P/%t %v",
+                                                             spdlog::pattern_time_type::utc, "\n")),
+      file_(path) {}
+
+DebugLog::~DebugLog() = default;
 
 void DebugLog::setLevel(int level) noexcept {
     if (level >= lowestLevel && level <= highestLevel) {
@@ -121,38 +94,13 @@ void DebugLog::write(int level, const char* format, std::va_list arguments) noex
     errno = callersErrno;
 }
 
-void DebugLog::openSink() {
-    spdlog::file_event_handlers handlers;
-    handlers.before_open = createFile;
-    handlers.after_open = [this](const std::string&, std::FILE* file) {
-        std::setvbuf(file, buffer_.data(), _IOFBF, buffer_.size());
-        file_ = file;
-        mayEndInsideLine_ = true;
-    };
-    handlers.before_close = [this](const std::string&, std::FILE*) { file_ = nullptr; };
-
-    sink_ = std::make_unique<spdlog::sinks::rotating_file_sink_st>(path_, maximalFileSize,
-                                                                   olderFiles, false, handlers);
-    sink_->set_formatter(std::make_unique<spdlog::pattern_formatter>(
-        "%Y-%m-%dT%H:%M:%S.%eZ %P/%t %v", spdlog::pattern_time_type::utc, "\n"));
-}
-
 void DebugLog::writeRecord(const std::string& record) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    // A rotation that fails, in a directory that is gone, leaves the sink without a file, and it
-    // must not be used then. A fresh one goes on as soon as the file can be opened again.
-    if (file_ == nullptr) {
-        openSink();
-    }
-    if (mayEndInsideLine_ && endsInsideLine(path_, file_)) {
-        std::fputc('\n', file_);
-    }
-    mayEndInsideLine_ = true;
     // Under the lock, so that the times in the file ascend.
     const spdlog::details::log_msg message(spdlog::source_loc{}, {}, spdlog::level::info, record);
-    sink_->log(message);
-    sink_->flush();
-    mayEndInsideLine_ = false;
+    spdlog::memory_buf_t line;
+    formatter_->format(message, line);
+    file_.append({line.data(), line.size()});
 }
 
 }  // namespace qv::log

@@ -8,10 +8,14 @@
 
 namespace qv::text {
 
-// Appends `text` to `out` on one printable line. Control characters come out as \n, \r, \t or as \x
-// and two lower-case hex digits. So does each byte of a C1 control, of a character that separates
-// lines or turns the direction of text, and of what is no well-formed UTF-8. All else stands as it
-// is, the backslash too: the result is for reading, not for decoding.
+// Appends `text` to `out` on one printable line of UTF-8. These come out escaped:
+//
+//     \n \r \t \\      the controls of these names, and the backslash
+//     \x1b \xe2\x80    each byte of any other control, of a character that cannot be seen or that
+//                      separates lines or turns the direction of text, and of ill-formed UTF-8
+//
+// All else stands as it is. So two texts that look alike here have the same bytes, but for
+// characters that a font shows alike.
 void appendEscaped(std::string& out, std::string_view text);
 
 std::string escaped(std::string_view text);

@@ -2,19 +2,44 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <iterator>
 
 namespace qv::text {
 namespace {
+
+// The character that a text starts with; of no length where its bytes are no well-formed UTF-8.
+struct Character {
+    std::size_t length;
+    std::uint32_t codePoint;
+};
+
+constexpr Character illFormed{0, 0};
+
+struct Range {
+    std::uint32_t first;
+    std::uint32_t last;
+};
+
+// In ascending order: controls, characters of format, those that are not shown where they are
+// unknown, and numbers that are no characters, besides the last two of each plane.
+constexpr Range unseen[] = {
+    {0x00, 0x1F},       {0x7F, 0x9F},       {0xAD, 0xAD},       {0x34F, 0x34F},
+    {0x61C, 0x61C},     {0x115F, 0x1160},   {0x17B4, 0x17B5},   {0x180B, 0x180F},
+    {0x200B, 0x200F},   {0x2028, 0x202E},   {0x2060, 0x206F},   {0x3164, 0x3164},
+    {0xFDD0, 0xFDEF},   {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},
+    {0xFFF0, 0xFFFB},   {0x13430, 0x1343F}, {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A},
+    {0xE0000, 0xE0FFF},
+};
 
 unsigned char byteAt(std::string_view text, std::size_t index) {
     return static_cast<unsigned char>(text[index]);
 }
 
-// Length of the well-formed UTF-8 sequence that a non-empty text starts with; 0 when there is none.
-std::size_t sequenceLength(std::string_view text) {
+Character firstCharacter(std::string_view text) {
     const unsigned char lead = byteAt(text, 0);
     if (lead < 0x80) {
-        return 1;
+        return {1, lead};
     }
 
     std::size_t length = 0;
@@ -26,7 +51,7 @@ std::size_t sequenceLength(std::string_view text) {
         length = 4;
     }
     if (length == 0 || text.size() < length) {
-        return 0;
+        return illFormed;
     }
 
     // The second byte's range keeps out overlong forms, surrogates and values past U+10FFFF.
@@ -34,32 +59,28 @@ std::size_t sequenceLength(std::string_view text) {
     const unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
     if (second < low || second > high) {
-        return 0;
+        return illFormed;
     }
-    for (std::size_t index = 2; index < length; ++index) {
+    std::uint32_t codePoint = lead & (0x7FU >> length);
+    for (std::size_t index = 1; index < length; ++index) {
         if ((byteAt(text, index) & 0xC0) != 0x80) {
-            return 0;
+            return illFormed;
         }
+        codePoint = codePoint << 6 | (byteAt(text, index) & 0x3FU);
     }
-    return length;
+    return {length, codePoint};
 }
 
-bool isControl(std::string_view sequence) {
-    const unsigned char lead = byteAt(sequence, 0);
-    return lead < 0x20 || lead == 0x7F || (lead == 0xC2 && byteAt(sequence, 1) < 0xA0);
-}
-
-// Characters that show nothing, but separate lines or turn the direction of the text around them:
-// U+200E and U+200F, U+2028 to U+202E, U+2066 to U+2069.
-bool isLayout(std::string_view sequence) {
-    if (sequence.size() != 3 || byteAt(sequence, 0) != 0xE2) {
+bool isUnseen(std::uint32_t codePoint) {
+    // Most text needs no search.
+    if (codePoint >= 0x20 && codePoint < 0x7F) {
         return false;
     }
-    const unsigned char second = byteAt(sequence, 1);
-    const unsigned char third = byteAt(sequence, 2);
-    return (second == 0x80 &&
-            (third == 0x8E || third == 0x8F || (third >= 0xA8 && third <= 0xAE))) ||
-           (second == 0x81 && third >= 0xA6 && third <= 0xA9);
+    const Range* const range =
+        std::lower_bound(std::begin(unseen), std::end(unseen), codePoint,
+                         [](const Range& each, std::uint32_t value) { return each.last < value; });
+    return (range != std::end(unseen) && range->first <= codePoint) ||
+           (codePoint & 0xFFFE) == 0xFFFE;
 }
 
 void appendEscapedByte(std::string& out, unsigned char byte) {
@@ -74,6 +95,9 @@ void appendEscapedByte(std::string& out, unsigned char byte) {
         case '\t':
             out += "\\t";
             break;
+        case '\\':
+            out += "\\\\";
+            break;
         default:
             out += "\\x";
             out += digits[byte >> 4];
@@ -85,16 +109,16 @@ void appendEscapedByte(std::string& out, unsigned char byte) {
 
 void appendEscaped(std::string& out, std::string_view text) {
     while (!text.empty()) {
-        const std::size_t length = sequenceLength(text);
-        const std::string_view sequence = text.substr(0, std::max<std::size_t>(length, 1));
-        if (length == 0 || isControl(sequence) || isLayout(sequence)) {
-            for (const char byte : sequence) {
+        const Character character = firstCharacter(text);
+        const std::string_view bytes = text.substr(0, std::max<std::size_t>(character.length, 1));
+        if (character.length == 0 || character.codePoint == '\\' || isUnseen(character.codePoint)) {
+            for (const char byte : bytes) {
                 appendEscapedByte(out, static_cast<unsigned char>(byte));
             }
         } else {
-            out += sequence;
+            out += bytes;
         }
-        text.remove_prefix(sequence.size());
+        text.remove_prefix(bytes.size());
     }
 }
 

@@ -24,8 +24,11 @@ constexpr off_t largestFile = 16 << 20;
 class File {
   public:
     // Never waits, whatever stands at the path.
-    explicit File(const char* path) noexcept
-        : descriptor_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
+    explicit File(const char* path) noexcept {
+        do {
+            descriptor_ = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        } while (descriptor_ < 0 && errno == EINTR);
+    }
     ~File() {
         if (descriptor_ >= 0) {
             ::close(descriptor_);
@@ -60,7 +63,7 @@ class File {
     }
 
   private:
-    int descriptor_;
+    int descriptor_ = -1;
 };
 
 CFHolder<CFDictionaryRef> dictionaryIn(const char* path) noexcept {

@@ -12,11 +12,13 @@
 #include "QvUtil.h"
 #include "support/EnvironmentVariable.h"
 #include "support/FileModes.h"
+#include "support/SpecialFiles.h"
 #include "support/TemporaryDirectory.h"
 
 namespace {
 
 using qv::tests::EnvironmentVariable;
+using qv::tests::makePipe;
 using qv::tests::modeOf;
 using qv::tests::TemporaryDirectory;
 using qv::tests::UmaskGuard;
@@ -77,15 +79,15 @@ TEST_F(DebugLogSetup, EmptyVariableCountsAsUnset) {
 }
 
 TEST_F(DebugLogSetup, MissingDirectoriesAreMadeNotForOthers) {
-    for (const mode_t mask : {0, 022}) {
+    for (const mode_t mask : {0, 022, 027, 077}) {
         const UmaskGuard umask(mask);
         const std::string top = directory.path(std::to_string(mask));
         const Handle log = initDebug(top + "/a/b//naming.log");
         EXPECT_NE(log, nullptr);
-        EXPECT_EQ(modeOf(top), 0750U);
-        EXPECT_EQ(modeOf(top + "/a"), 0750U);
-        EXPECT_EQ(modeOf(top + "/a/b"), 0750U);
-        EXPECT_EQ(modeOf(top + "/a/b/naming.log"), 0640U);
+        EXPECT_EQ(modeOf(top), 0750U & ~mask);
+        EXPECT_EQ(modeOf(top + "/a"), 0750U & ~mask);
+        EXPECT_EQ(modeOf(top + "/a/b"), 0750U & ~mask);
+        EXPECT_EQ(modeOf(top + "/a/b/naming.log"), 0640U & ~mask);
     }
 }
 
@@ -95,6 +97,24 @@ TEST_F(DebugLogSetup, ExistingDirectoryKeepsItsMode) {
     const Handle log = initDebug(directory.path("logs/naming.log"));
     EXPECT_NE(log, nullptr);
     EXPECT_EQ(modeOf(directory.path("logs")), 0711U);
+}
+
+TEST_F(DebugLogSetup, LinkToADirectoryIsFollowed) {
+    std::filesystem::create_directory(directory.path("elsewhere"));
+    std::filesystem::create_directory_symlink("elsewhere", directory.path("logs"));
+    const Handle log = initDebug(directory.path("logs/naming/naming.log"));
+    EXPECT_NE(log, nullptr);
+    EXPECT_TRUE(std::filesystem::exists(directory.path("elsewhere/naming/naming.log")));
+}
+
+TEST_F(DebugLogSetup, WhatIsNoDirectoryIsNeitherReplacedNorWaitedFor) {
+    makePipe(directory.path("pipe"));
+    std::filesystem::create_symlink("nothing", directory.path("link"));
+    for (const char* const name : {"pipe", "link"}) {
+        EXPECT_EQ(initDebug(directory.path(name) + "/naming.log"), nullptr) << name;
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory.path("nothing")));
+    EXPECT_TRUE(std::filesystem::is_fifo(directory.path("pipe")));
 }
 
 TEST_F(DebugLogSetup, LogThatCannotBeOpenedLeavesANullHandle) {

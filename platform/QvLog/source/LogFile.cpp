@@ -1,0 +1,167 @@
+#include "LogFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+namespace qv::log {
+namespace {
+
+constexpr off_t maximalSize = 10L * 1024 * 1024;
+constexpr int olderFiles = 5;
+constexpr mode_t fileMode = 0640;
+
+// Of all handles in the process, so that two on one file do not shift the older ones twice.
+std::mutex rotation;
+
+// A signal that arrives in the middle costs no record.
+template <class Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+bool hasRoom(off_t size, std::size_t length) {
+    return size == 0 || size + static_cast<off_t>(length) <= maximalSize;
+}
+
+int openFile(const std::string& path, int access) {
+    // Waits neither for a pipe's reader nor, later, for a terminal.
+    constexpr int flags = O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    return uninterrupted([&] { return ::open(path.c_str(), access | flags, fileMode); });
+}
+
+// A disk that was full, or a machine that went down, leaves half a record.
+bool endsInsideLine(int descriptor, off_t size) {
+    char last = '\n';
+    return size > 0 &&
+           uninterrupted([&] { return ::pread(descriptor, &last, 1, size - 1); }) == 1 &&
+           last != '\n';
+}
+
+}  // namespace
+
+LogFile::LogFile(std::string path) : path_(std::move(path)) {
+    const off_t size = open();
+    if (size == kNowhere) {
+        throw std::system_error(errno, std::generic_category(), path_);
+    }
+    // Not of a file that takes this one's place later: the half record that it ends with is most
+    // likely one that another handle is just writing.
+    endsInsideLine_ = endsInsideLine(descriptor_, size);
+}
+
+LogFile::~LogFile() {
+    close();
+}
+
+void LogFile::append(std::string line) {
+    off_t size = follow();
+    if (size != kNowhere && !hasRoom(size, line.size())) {
+        size = makeRoom(line.size());
+    }
+    if (size == kNowhere) {
+        return;
+    }
+    if (endsInsideLine_) {
+        line.insert(line.begin(), '\n');
+    }
+    const ssize_t written =
+        uninterrupted([&] { return ::write(descriptor_, line.data(), line.size()); });
+    if (written > 0) {
+        endsInsideLine_ = line[static_cast<std::size_t>(written) - 1] != '\n';
+    }
+}
+
+// Sees to it that the open file is the one at the path. Its size, or kNowhere when there is none.
+off_t LogFile::follow() {
+    struct stat status = {};
+    if (descriptor_ == -1) {
+        return open();
+    }
+    if (uninterrupted([&] { return ::stat(path_.c_str(), &status); }) == 0) {
+        return status.st_dev == device_ && status.st_ino == inode_ ? status.st_size : open();
+    }
+    // A host that gave up the right to look there may still write to what it has open.
+    return errno == EACCES && ::fstat(descriptor_, &status) == 0 ? status.st_size : open();
+}
+
+off_t LogFile::open() {
+    close();
+    int descriptor = openFile(path_, O_RDWR);
+    if (descriptor == -1 && errno == EACCES) {
+        descriptor = openFile(path_, O_WRONLY);
+    }
+    if (descriptor == -1) {
+        return kNowhere;
+    }
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0 ||
+        !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode))) {
+        ::close(descriptor);
+        errno = EINVAL;
+        return kNowhere;
+    }
+    descriptor_ = descriptor;
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+    endsInsideLine_ = false;
+    return status.st_size;
+}
+
+void LogFile::close() noexcept {
+    if (descriptor_ != -1) {
+        ::close(descriptor_);
+        descriptor_ = -1;
+    }
+}
+
+// Rotates. Where that cannot be done, what the file holds is given up: the newest records are the
+// ones that somebody will look for. The size then, or kNowhere.
+off_t LogFile::makeRoom(std::size_t length) {
+    const std::lock_guard<std::mutex> lock(rotation);
+    off_t size = follow();
+    if (size == kNowhere || hasRoom(size, length)) {
+        return size;
+    }
+    if (shiftOlderFiles()) {
+        size = open();
+        if (size == kNowhere || hasRoom(size, length)) {
+            return size;
+        }
+    }
+    if (uninterrupted([&] { return ::ftruncate(descriptor_, 0); }) != 0) {
+        return kNowhere;
+    }
+    endsInsideLine_ = false;
+    return 0;
+}
+
+// One that cannot be moved is replaced by the next younger, or stays and costs that one. True when
+// the file itself is gone from the path, though another process may have moved it.
+bool LogFile::shiftOlderFiles() const {
+    for (int age = olderFiles; age > 1; --age) {
+        static_cast<void>(std::rename(olderFile(age - 1).c_str(), olderFile(age).c_str()));
+    }
+    return std::rename(path_.c_str(), olderFile(1).c_str()) == 0 || errno == ENOENT;
+}
+
+// "a/naming.log" is followed by "a/naming.1.log".
+std::string LogFile::olderFile(int age) const {
+    const std::size_t dot = path_.rfind('.');
+    const std::size_t slash = path_.rfind('/');
+    const std::size_t nameBegin = slash == std::string::npos ? 0 : slash + 1;
+    const bool hasExtension = dot != std::string::npos && dot > nameBegin && dot + 1 < path_.size();
+    const std::size_t end = hasExtension ? dot : path_.size();
+    return path_.substr(0, end) + '.' + std::to_string(age) + path_.substr(end);
+}
+
+}  // namespace qv::log
