@@ -90,6 +90,7 @@ class QvConfig {
     bool followFile();
     std::string backupFile() const { return backupDir + "/" + fileName; }
     static bool copyFile(const char* from, const char* to);
+    static bool isNoFile(const char* path);
 
     bool loaded = false;
     // Owned. Null until loaded.
@@ -137,12 +138,15 @@ QvConfig<MutexPolicy>::~QvConfig() {
 // One attempt to load.
 template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::readFile() {
+    if (isNoFile(path.c_str())) {
+        return false;
+    }
     std::ifstream file(path);
     if (!file) {
         return false;
     }
     file.seekg(0, std::ios::end);
-    // Sizes are 32 bits wide throughout; what is a directory, say, has a negative one.
+    // Sizes are 32 bits wide throughout; one of 2 GiB, say, is negative.
     const auto size = static_cast<std::int32_t>(file.tellg());
     if (size <= 0) {
         return false;
@@ -264,7 +268,7 @@ bool QvConfig<MutexPolicy>::save() {
 template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::followFile() {
     if (fd == -1) {
-        fd = ::open(path.c_str(), O_WRONLY);
+        fd = isNoFile(path.c_str()) ? -1 : ::open(path.c_str(), O_WRONLY);
         if (fd < 0) {
             return false;
         }
@@ -275,7 +279,7 @@ bool QvConfig<MutexPolicy>::followFile() {
         static_cast<void>(::stat(path.c_str(), &status));
         inode = status.st_ino;
     } else if (status.st_ino != inode) {
-        fd = ::open(path.c_str(), O_WRONLY);
+        fd = S_ISREG(status.st_mode) ? ::open(path.c_str(), O_WRONLY) : -1;
         inode = status.st_ino;
     }
     return true;
@@ -316,6 +320,9 @@ template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::copyFile(const char* from, const char* to) {
     using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
+    if (isNoFile(from)) {
+        return false;
+    }
     File source(std::fopen(from, "r"), &std::fclose);
     if (source == nullptr) {
         return false;
@@ -337,12 +344,24 @@ bool QvConfig<MutexPolicy>::copyFile(const char* from, const char* to) {
         return false;
     }
 
+    if (isNoFile(to)) {
+        return false;
+    }
     File target(std::fopen(to, "w+"), &std::fclose);
     if (target == nullptr || std::fwrite(bytes.get(), 1, size, target.get()) != size) {
         return false;
     }
     std::fflush(target.get());
     return true;
+}
+
+// Whether something stands at the path that counts like a file which cannot be opened. Opening a
+// pipe would wait for its other end, under the lock of all commands; a terminal or a disk has no
+// business here either. Where this cannot be told, opening shows what is there.
+template <class MutexPolicy>
+bool QvConfig<MutexPolicy>::isNoFile(const char* path) {
+    struct stat status = {};
+    return ::stat(path, &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 }  // namespace qor::kevra

@@ -120,8 +120,25 @@ inline CFHolder<CFTypeRef> convertCreate(const std::string& text) {
         CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
 }
 
+// No unit takes more than three bytes, so there is room for the NUL among four a unit.
+inline std::size_t utf8Room(CFStringRef string) {
+    return static_cast<std::size_t>(CFStringGetLength(string)) * 4 + 1;
+}
+
+// Through a buffer with that much room.
+inline bool readUtf8(CFStringRef string, char* buffer, std::string& out) {
+    const std::size_t size = utf8Room(string) - 1;
+    buffer[size] = '\0';
+    if (CFStringGetCString(string, buffer, static_cast<CFIndex>(size), kCFStringEncodingUTF8) ==
+        FALSE) {
+        return false;
+    }
+    out = buffer;
+    return true;
+}
+
 // The string as UTF-8, up to its first NUL. False, with `out` as it was, where it cannot be
-// expressed.
+// expressed, or there is no memory to do it in.
 inline bool convert(CFStringRef string, std::string& out) {
     if (string == nullptr) {
         return false;
@@ -130,25 +147,13 @@ inline bool convert(CFStringRef string, std::string& out) {
         out = text;
         return true;
     }
-    const auto length = static_cast<std::size_t>(CFStringGetLength(string));
-    if (length == 0) {
+    if (CFStringGetLength(string) == 0) {
         out.clear();
         return true;
     }
-    // No unit takes more than three bytes, so there is room for the NUL among four a unit.
-    const std::size_t size = length * 4;
     const std::unique_ptr<char, decltype(&std::free)> buffer(
-        static_cast<char*>(std::malloc(size + 1)), &std::free);
-    if (buffer == nullptr) {
-        return false;
-    }
-    buffer.get()[size] = '\0';
-    if (CFStringGetCString(string, buffer.get(), static_cast<CFIndex>(size),
-                           kCFStringEncodingUTF8) == FALSE) {
-        return false;
-    }
-    out = buffer.get();
-    return true;
+        static_cast<char*>(std::malloc(utf8Room(string))), &std::free);
+    return buffer != nullptr && readUtf8(string, buffer.get(), out);
 }
 
 // The value of a field; false where it is of another kind, or no value of the field's type.
@@ -160,8 +165,17 @@ inline bool convert(CFTypeRef value, int& out) {
 }
 
 inline bool convert(CFTypeRef value, std::string& out) {
-    return CFGetTypeID(value) == TypeInfo<std::string>::GET_CF_TYPE_ID() &&
-           convert(static_cast<CFStringRef>(value), out);
+    if (CFGetTypeID(value) != TypeInfo<std::string>::GET_CF_TYPE_ID()) {
+        return false;
+    }
+    const auto string = static_cast<CFStringRef>(value);
+    if (convert(string, out)) {
+        return true;
+    }
+    // Where that was for want of memory, the field is not one without a value: what was read
+    // without it would be saved without it. This asks for the memory again, and throws.
+    std::string buffer(utf8Room(string), '\0');
+    return readUtf8(string, buffer.data(), out);
 }
 
 // Replaces the dictionary's contents with the message's fields. Where a field cannot be converted,
