@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <google/protobuf/arena.h>
+#include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
@@ -544,6 +545,27 @@ TEST(Copying, ElementsLeaveAndJoinAListOnAnArenaAsCopies) {
     added->set_id(2);
     array->mutable_services()->AddAllocated(added);
     EXPECT_EQ(encodedHex(*array), "0a020802");
+}
+
+TEST(Streams, WhatIsReadJoinsWhatIsThere) {
+    const std::string bytes = fromHex("0a05080112016a");
+    google::protobuf::io::CodedInputStream input(
+        reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
+    ServiceInfoArray array;
+    array.add_services()->set_id(7);
+    EXPECT_TRUE(array.MergeFromCodedStream(&input));
+    EXPECT_TRUE(input.ConsumedEntireMessage());
+    EXPECT_EQ(encodedHex(array), "0a0208070a05080112016a");
+}
+
+TEST(Streams, MergeFailsWhereAFieldIsMissingOrTheInputMalformed) {
+    const Quiet quiet;
+    for (const char* const hex : {"", "08"}) {
+        const std::string bytes = fromHex(hex);
+        google::protobuf::io::CodedInputStream input(
+            reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
+        EXPECT_FALSE(DebugOption().MergeFromCodedStream(&input)) << hex;
+    }
 }
 
 TEST(EnumValidity, IsExactlyWhatIsNamed) {

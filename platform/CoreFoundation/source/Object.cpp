@@ -69,11 +69,7 @@ CFStringRef CFCopyDescription(CFTypeRef object) {
 
 void CFShow(CFTypeRef object) {
     cf::Description description;
-    if (object == nullptr) {
-        description.add("(null)");
-    } else {
-        description.add(asObject(object));
-    }
+    description.add(asObject(object));
     description.add("\n");
     std::fwrite(description.text().data(), 1, description.text().size(), stderr);
 }

@@ -68,7 +68,7 @@ class OldStyleReader {
 
     const Object* read(Refusal& refusal) {
         Ref<const Object> root = readDocument();
-        if (!root || isStopped()) {
+        if (!root) {
             refusal = {reason_, lastLine({begin_, static_cast<std::size_t>(at_ - begin_)})};
             return nullptr;
         }

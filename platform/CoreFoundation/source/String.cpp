@@ -22,9 +22,6 @@ constexpr std::size_t sizeOfUnits(std::size_t count) {
 }
 
 String* makeRoomForAscii(std::size_t count, CFAllocatorRef allocator) {
-    if (count >= PTRDIFF_MAX) {
-        return nullptr;
-    }
     auto* const string = create<String>(allocator, sizeOfAscii(count), count, false);
     if (string != nullptr) {
         const_cast<char*>(string->ascii())[count] = '\0';
@@ -37,9 +34,7 @@ char* asciiOf(String* string) {
 }
 
 String* makeRoomForUnits(std::size_t count, CFAllocatorRef allocator) {
-    return count > PTRDIFF_MAX / sizeof(UniChar)
-               ? nullptr
-               : create<String>(allocator, sizeOfUnits(count), count, true);
+    return create<String>(allocator, sizeOfUnits(count), count, true);
 }
 
 UniChar* unitsOf(String* string) {

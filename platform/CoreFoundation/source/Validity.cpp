@@ -25,16 +25,16 @@ bool holdsPropertyLists(const Dictionary& dictionary) {
     return dictionary.keysAreObjects() && dictionary.valuesAreObjects() &&
            std::all_of(dictionary.entries, dictionary.entries + dictionary.count,
                        [](const Dictionary::Entry& entry) {
-                           return entry.key != nullptr &&
-                                  typeOf(asObject(entry.key)) == Type::String;
+                           return typeOf(asObject(entry.key)) == Type::String;
                        });
 }
 
 // The depth is limited, so a container that holds itself needs no other check: walking into it
 // never comes to an end before the limit does.
 bool isValid(const Object* root, CFPropertyListFormat format) {
-    if (format != kCFPropertyListOpenStepFormat && format != kCFPropertyListXMLFormat_v1_0 &&
-        format != kCFPropertyListBinaryFormat_v1_0) {
+    if (root == nullptr ||
+        (format != kCFPropertyListOpenStepFormat && format != kCFPropertyListXMLFormat_v1_0 &&
+         format != kCFPropertyListBinaryFormat_v1_0)) {
         return false;
     }
     struct Level {
@@ -45,9 +45,6 @@ bool isValid(const Object* root, CFPropertyListFormat format) {
     std::size_t depth = 0;
 
     for (const Object* object = root;;) {
-        if (object == nullptr) {
-            return false;
-        }
         const Type type = typeOf(object);
         if (type == Type::Array || type == Type::Dictionary) {
             const bool isGood = type == Type::Array ? holdsPropertyLists(*asArray(object))
@@ -79,9 +76,6 @@ bool isValid(const Object* root, CFPropertyListFormat format) {
             object = isArray ? asArray(level.container)->objectAt(level.next)
                              : asObject(asDictionary(level.container)->entries[level.next].value);
             ++level.next;
-            if (object == nullptr) {
-                return false;
-            }
         }
     }
 }

@@ -820,7 +820,8 @@ class XmlReader {
         pieces_.shrinkTo(0);
         for (; at < string.length; ++at) {
             const UniChar unit = string.at(at);
-            if (unit > 0x7E || std::strchr("0123456789.eE+-", unit) == nullptr || unit == 0) {
+            // A NUL is let through, and no number then: strtod() ends in front of it.
+            if (unit > 0x7E || std::strchr("0123456789.eE+-", unit) == nullptr) {
                 return false;
             }
             if (!pieces_.append(static_cast<char>(unit))) {

@@ -89,9 +89,6 @@ class XmlWriter {
     }
 
     bool writeValue(const Object* value) {
-        if (value == nullptr) {
-            return false;
-        }
         switch (typeOf(value)) {
             case Type::String:
                 return indent(depth_) && put("<string>") && writeText(*asString(value)) &&
@@ -246,16 +243,11 @@ class XmlWriter {
             if (at < count && !isEscaped && !isPairAtTheEnd && at - start < kLongestStretch) {
                 continue;
             }
-            if (!writeStretch(units + start, at - start)) {
+            if (!writeStretch(units + start, at - start) ||
+                (isEscaped && !put(escapeOf(static_cast<char>(units[at]))))) {
                 return false;
             }
-            start = at;
-            if (isEscaped) {
-                if (!put(escapeOf(static_cast<char>(units[at])))) {
-                    return false;
-                }
-                ++start;
-            }
+            start = isEscaped ? at + 1 : at;
         }
         return true;
     }

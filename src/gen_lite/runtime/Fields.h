@@ -305,8 +305,9 @@ class RepeatedScalarField {
         const std::size_t values = valuesSize();
         if constexpr (packed) {
             return list_.empty() ? 0 : tagSizeOf(number) + lengthDelimitedSize(values);
+        } else {
+            return tagSizeOf(number) * static_cast<std::size_t>(size()) + values;
         }
-        return tagSizeOf(number) * static_cast<std::size_t>(size()) + values;
     }
     std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
         if constexpr (packed) {

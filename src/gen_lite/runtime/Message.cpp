@@ -44,7 +44,6 @@ bool skipField(CodedInputStream* input, std::uint32_t tag) {
             std::uint32_t value = 0;
             return input->ReadLittleEndian32(&value);
         }
-        case WireFormat::WIRETYPE_END_GROUP:
         default:
             return false;
     }

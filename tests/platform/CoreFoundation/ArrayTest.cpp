@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,51 @@ TEST_F(CFArray, NegativeCountIsRefused) {
     const void* values[] = {&one};
     EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, values, -1, &kCFTypeArrayCallBacks), nullptr);
     EXPECT_EQ(CFArrayCreateMutable(kCFAllocatorDefault, -1, &kCFTypeArrayCallBacks), nullptr);
+}
+
+TEST_F(CFArray, MoreValuesThanMemoryCanHoldAreRefused) {
+    const void* values[] = {kCFBooleanTrue};
+    const CFIndex most = std::numeric_limits<CFIndex>::max();
+    const auto pointerSize = static_cast<CFIndex>(sizeof(void*));
+    for (const CFArrayCallBacks* const callBacks : {&kCFTypeArrayCallBacks, &Counting::ofArray}) {
+        for (const CFIndex count : {most, most / pointerSize}) {
+            EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, values, count, callBacks), nullptr);
+        }
+    }
+    // Here it is the array itself, beside its callbacks and values, that is too much.
+    const CFIndex count = (most - static_cast<CFIndex>(sizeof(CFArrayCallBacks))) / pointerSize;
+    EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, values, count, &Counting::ofArray), nullptr);
+}
+
+TEST_F(CFArray, ValuesThatAreNotGivenAreRefused) {
+    EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, nullptr, 1, &kCFTypeArrayCallBacks), nullptr);
+}
+
+// Two of the callbacks for objects, and one of its own: none is left out.
+TEST_F(CFArray, CallBacksForObjectsMayBeMixedWithOthers) {
+    const auto string = makeString("text");
+    const void* values[] = {string.get()};
+    CFArrayCallBacks withoutEqual = kCFTypeArrayCallBacks;
+    withoutEqual.equal = nullptr;
+    CFArrayCallBacks withoutRelease = kCFTypeArrayCallBacks;
+    withoutRelease.release = nullptr;
+    {
+        const auto array = make({string.get()}, &withoutEqual);
+        EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+        EXPECT_TRUE(equal(array.get(), make({string.get()}, &withoutEqual).get()));
+        EXPECT_FALSE(equal(array.get(), make({makeString("text").get()}, &withoutEqual).get()));
+    }
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+    own(CFArrayCreate(kCFAllocatorDefault, values, 1, &withoutRelease));
+    EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+    own(string.get());
+}
+
+TEST_F(CFArray, ThatHoldsObjectsIsNeverEqualToOneThatDoesNot) {
+    const auto ofObjects = make({kCFBooleanTrue}, &kCFTypeArrayCallBacks);
+    const auto ofPointers = make({kCFBooleanTrue}, nullptr);
+    EXPECT_FALSE(equal(ofObjects.get(), ofPointers.get()));
+    EXPECT_FALSE(equal(ofPointers.get(), ofObjects.get()));
 }
 
 TEST_F(CFArray, RetainsItsValuesWhileItLives) {

@@ -33,6 +33,16 @@ TEST(CFData, NegativeLengthIsRefused) {
               nullptr);
 }
 
+TEST(CFData, BytesThatAreNotGivenAreRefused) {
+    EXPECT_EQ(CFDataCreate(kCFAllocatorDefault, nullptr, 1), nullptr);
+    EXPECT_EQ(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, nullptr, 1, kCFAllocatorNull),
+              nullptr);
+    const auto empty =
+        own(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, nullptr, 0, kCFAllocatorNull));
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(CFDataGetLength(empty.get()), 0);
+}
+
 TEST(CFData, EqualBytesAreEqual) {
     EXPECT_TRUE(equal(makeData("a\0b"s).get(), makeData("a\0b"s).get()));
     EXPECT_EQ(CFHash(makeData("a\0b"s).get()), CFHash(makeData("a\0b"s).get()));

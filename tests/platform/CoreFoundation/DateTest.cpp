@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <string>
+
 #include "platform/CoreFoundation/Objects.h"
 
 namespace qv::tests {
@@ -18,6 +21,15 @@ TEST(CFDate, EqualTimesAreEqual) {
     EXPECT_FALSE(equal(makeDate(12).get(), makeInteger(12).get()));
     EXPECT_TRUE(equal(makeDate(0.0).get(), makeDate(-0.0).get()));
     EXPECT_EQ(CFHash(makeDate(0.0).get()), CFHash(makeDate(-0.0).get()));
+}
+
+TEST(CFDate, AllThatAreNoTimeAreEqual) {
+    const auto one = makeDate(std::nan(""));
+    const auto other = makeDate(-std::nan("1"));
+    EXPECT_TRUE(equal(one.get(), other.get()));
+    EXPECT_EQ(CFHash(one.get()), CFHash(other.get()));
+    EXPECT_FALSE(equal(one.get(), makeDate(0).get()));
+    EXPECT_FALSE(equal(makeDate(0).get(), one.get()));
 }
 
 TEST(CFDate, IsWrittenInUtcToTheSecondBefore) {

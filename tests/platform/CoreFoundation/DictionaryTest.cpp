@@ -100,6 +100,126 @@ TEST_F(CFDictionary, NegativeCountIsRefused) {
     EXPECT_EQ(CFDictionaryCreateMutable(kCFAllocatorDefault, -1, nullptr, nullptr), nullptr);
 }
 
+TEST_F(CFDictionary, KeysOrValuesThatAreNotGivenAreRefused) {
+    const void* values[] = {&one};
+    EXPECT_EQ(CFDictionaryCreate(kCFAllocatorDefault, nullptr, values, 1, nullptr, nullptr),
+              nullptr);
+    EXPECT_EQ(CFDictionaryCreate(kCFAllocatorDefault, values, nullptr, 1, nullptr, nullptr),
+              nullptr);
+}
+
+TEST_F(CFDictionary, CopyOfTheCallBacksForObjectsIsForObjects) {
+    const CFDictionaryKeyCallBacks keys = kCFTypeDictionaryKeyCallBacks;
+    const CFDictionaryValueCallBacks values = kCFTypeDictionaryValueCallBacks;
+    const auto dictionary = make({{CFSTR("key"), CFSTR("value")}}, &keys, &values);
+    EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), makeString("key").get()), CFSTR("value"));
+    const auto same = makeDictionary();
+    CFDictionarySetValue(same.get(), makeString("key").get(), makeString("value").get());
+    EXPECT_TRUE(equal(dictionary.get(), same.get()));
+    EXPECT_TRUE(writeDocument(dictionary.get()));
+}
+
+TEST_F(CFDictionary, KeysMayBeObjectsAndValuesNot) {
+    const auto key = makeString("a key of some length");
+    {
+        const auto dictionary =
+            make({{key.get(), &ten}}, &kCFTypeDictionaryKeyCallBacks, &Counting::ofValues);
+        EXPECT_EQ(CFGetRetainCount(key.get()), 2);
+        EXPECT_EQ(Counting::held[&ten], 1);
+        EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), makeString("a key of some length").get()),
+                  &ten);
+        const auto alike =
+            make({{key.get(), &alsoTen}}, &kCFTypeDictionaryKeyCallBacks, &Counting::ofValues);
+        EXPECT_TRUE(equal(dictionary.get(), alike.get()));
+        EXPECT_TRUE(own(CFCopyDescription(dictionary.get())));
+        EXPECT_FALSE(writeDocument(dictionary.get()));
+    }
+    EXPECT_EQ(CFGetRetainCount(key.get()), 1);
+    EXPECT_EQ(Counting::heldInAll(), 0);
+}
+
+TEST_F(CFDictionary, ValuesMayBeObjectsAndKeysNot) {
+    const auto value = makeString("a value of some length");
+    {
+        const auto dictionary =
+            make({{&one, value.get()}}, &Counting::ofKeys, &kCFTypeDictionaryValueCallBacks);
+        EXPECT_EQ(CFGetRetainCount(value.get()), 2);
+        EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &alsoOne), value.get());
+        const auto same = makeString("a value of some length");
+        EXPECT_TRUE(equal(dictionary.get(), make({{&alsoOne, same.get()}}, &Counting::ofKeys,
+                                                 &kCFTypeDictionaryValueCallBacks)
+                                                .get()));
+        EXPECT_FALSE(writeDocument(dictionary.get()));
+    }
+    EXPECT_EQ(CFGetRetainCount(value.get()), 1);
+    EXPECT_EQ(Counting::heldInAll(), 0);
+}
+
+TEST_F(CFDictionary, ThatHoldsObjectsIsNeverEqualToOneThatDoesNot) {
+    const Entries entries = {{CFSTR("key"), CFSTR("value")}};
+    const auto* const keys = &kCFTypeDictionaryKeyCallBacks;
+    const auto* const values = &kCFTypeDictionaryValueCallBacks;
+    const auto ofObjects = make(entries, keys, values);
+    for (const auto& other : {make(entries, nullptr, values), make(entries, keys, nullptr),
+                              make(entries, nullptr, nullptr)}) {
+        EXPECT_FALSE(equal(ofObjects.get(), other.get()));
+        EXPECT_FALSE(equal(other.get(), ofObjects.get()));
+    }
+}
+
+// Two of the callbacks for objects, and others in the place of the rest: none is left out.
+TEST_F(CFDictionary, CallBacksForObjectsMayBeMixedWithOthers) {
+    CFDictionaryKeyCallBacks keys[] = {kCFTypeDictionaryKeyCallBacks, kCFTypeDictionaryKeyCallBacks,
+                                       kCFTypeDictionaryKeyCallBacks};
+    keys[0].release = nullptr;
+    keys[1].equal = nullptr;
+    keys[2].hash = nullptr;
+    CFDictionaryValueCallBacks values[] = {kCFTypeDictionaryValueCallBacks,
+                                           kCFTypeDictionaryValueCallBacks};
+    values[0].release = nullptr;
+    values[1].equal = nullptr;
+    const auto key = makeString("a key of some length");
+    const auto value = makeString("a value of some length");
+    const auto sameKey = makeString("a key of some length");
+    const auto sameValue = makeString("a value of some length");
+    const auto* const objects = &kCFTypeDictionaryValueCallBacks;
+
+    make({{key.get(), value.get()}}, &keys[0], objects);
+    EXPECT_EQ(CFGetRetainCount(key.get()), 2);
+    own(key.get());
+    make({{key.get(), value.get()}}, &kCFTypeDictionaryKeyCallBacks, &values[0]);
+    EXPECT_EQ(CFGetRetainCount(value.get()), 2);
+    own(value.get());
+
+    const auto byAddress = make({{key.get(), value.get()}}, &keys[1], objects);
+    EXPECT_EQ(CFDictionaryGetValue(byAddress.get(), key.get()), value.get());
+    EXPECT_EQ(CFDictionaryGetValue(byAddress.get(), sameKey.get()), nullptr);
+    const auto hashedByAddress = make({{key.get(), value.get()}}, &keys[2], objects);
+    EXPECT_EQ(CFDictionaryGetValue(hashedByAddress.get(), key.get()), value.get());
+    const auto comparedByAddress =
+        make({{key.get(), value.get()}}, &kCFTypeDictionaryKeyCallBacks, &values[1]);
+    EXPECT_TRUE(
+        equal(comparedByAddress.get(),
+              make({{key.get(), value.get()}}, &kCFTypeDictionaryKeyCallBacks, &values[1]).get()));
+    EXPECT_FALSE(equal(
+        comparedByAddress.get(),
+        make({{key.get(), sameValue.get()}}, &kCFTypeDictionaryKeyCallBacks, &values[1]).get()));
+}
+
+TEST_F(CFDictionary, ManyKeysWithoutAHashOfTheirOwnAreFoundByAddress) {
+    const auto dictionary =
+        own(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr));
+    const std::vector<int> numbers(1000, 7);
+    for (const int& number : numbers) {
+        CFDictionarySetValue(dictionary.get(), &number, &number);
+    }
+    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 1000);
+    for (const int& number : numbers) {
+        EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &number), &number);
+    }
+    EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &one), nullptr);
+}
+
 TEST_F(CFDictionary, RetainsKeysAndValuesWhileItLives) {
     {
         const auto dictionary = make({{&one, &ten}, {&two, &ten}});

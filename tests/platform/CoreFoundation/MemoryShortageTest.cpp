@@ -322,6 +322,26 @@ std::string binaryThatIsOldStyleToo() {
     return document + BinaryTrailer{2, 1, 1, 0, kTable}.bytes();
 }
 
+// A set with more members than it has room for at first: strings, or arrays of different lengths.
+std::string binarySet(bool ofArrays) {
+    constexpr std::uint64_t kCount = 12;
+    BinaryDocument document;
+    std::string set = BinaryDocument::head(0xc0, kCount);
+    for (std::uint64_t member = 1; member <= kCount; ++member) {
+        set += bigEndian(member, 1);
+    }
+    document.add(set);
+    for (std::uint64_t member = 1; member <= kCount; ++member) {
+        if (ofArrays) {
+            document.addArray(std::vector<std::uint64_t>(member, kCount + 1));
+        } else {
+            document.addString("member " + std::to_string(member));
+        }
+    }
+    document.addString("element");
+    return document.bytes();
+}
+
 // Every measured document, and what came of it.
 struct Document {
     std::string name;
@@ -364,6 +384,18 @@ const std::vector<Document>& documents() {
         equalKeys.addArray({1});
         equalKeys.addString("second text");
         add("equal binary keys", equalKeys.bytes());
+        std::string pairs;
+        for (int key = 0; key < 100; ++key) {
+            pairs += "key" + std::to_string(key) + "=value;";
+        }
+        add("large old-style dictionary", "{" + pairs + "}");
+        add("large set of strings", binarySet(false));
+        add("large set of arrays", binarySet(true));
+        // What stands behind a lone surrogate is not written; the escaped character ends that.
+        BinaryDocument loneSurrogates;
+        loneSurrogates.add(BinaryDocument::head(0x60, 2000) +
+                           repeated(std::string("\0a\0<\0b\xd8\x00", 8), 500));
+        add("lone surrogates", loneSurrogates.bytes());
         add("binary and old-style", binaryThatIsOldStyleToo());
         add("deep", kNestedXml[2].whole(400));
         add("deep old-style", kNestedOldStyle[2].whole(400));

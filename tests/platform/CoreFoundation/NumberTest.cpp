@@ -141,6 +141,11 @@ TEST(CFNumber, UnknownTypeIsRefused) {
     }
 }
 
+TEST(CFNumber, IsNeitherMadeFromNothingNorPutThere) {
+    EXPECT_EQ(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, nullptr), nullptr);
+    EXPECT_EQ(CFNumberGetValue(makeInteger(5).get(), kCFNumberSInt32Type, nullptr), FALSE);
+}
+
 TEST(CFNumber, WholeNumberOutOfRangeGivesItsLowBits) {
     EXPECT_EQ(take<SInt8>(make(SInt64(300))), (Taken<SInt8>{44, false}));
     EXPECT_EQ(take<SInt8>(make(SInt64(128))), (Taken<SInt8>{-128, false}));
@@ -241,6 +246,35 @@ TEST(CFNumber, NeighboursInPrecisionDiffer) {
     EXPECT_FALSE(equal(make(0.1).get(), make(0.1F).get()));
     EXPECT_TRUE(equal(make(0.1F).get(), make(static_cast<double>(0.1F)).get()));
     EXPECT_EQ(CFHash(make(0.1F).get()), CFHash(make(static_cast<double>(0.1F)).get()));
+}
+
+TEST(CFNumber, AllThatAreNoNumberAreEqual) {
+    const auto one = make(std::nan(""));
+    const auto other = make(-std::nan("1"));
+    EXPECT_TRUE(equal(one.get(), other.get()));
+    EXPECT_EQ(CFHash(one.get()), CFHash(other.get()));
+    EXPECT_FALSE(equal(one.get(), make(0.0).get()));
+    EXPECT_FALSE(equal(make(0.0).get(), one.get()));
+    EXPECT_FALSE(equal(one.get(), make(SInt64(0)).get()));
+}
+
+// A real number beyond what a whole one can be is equal to none, the nearest one included.
+TEST(CFNumber, RealOutOfRangeIsNoWholeNumber) {
+    const auto least = make(std::numeric_limits<SInt64>::min());
+    const auto largest = documentNumber("18446744073709551615");
+    for (const double real :
+         {-9223372036854777856.0, -1e300, 18446744073709551616.0, 1e300, 9223372036854777856.0}) {
+        const auto number = make(real);
+        EXPECT_FALSE(equal(least.get(), number.get())) << real;
+        EXPECT_FALSE(equal(number.get(), least.get())) << real;
+        EXPECT_FALSE(equal(largest.get(), number.get())) << real;
+        EXPECT_FALSE(equal(number.get(), largest.get())) << real;
+        EXPECT_EQ(CFHash(number.get()), CFHash(make(real).get())) << real;
+    }
+    EXPECT_TRUE(
+        equal(documentNumber("9223372036854777856").get(), make(9223372036854777856.0).get()));
+    EXPECT_FALSE(
+        equal(documentNumber("9223372036854777857").get(), make(9223372036854777856.0).get()));
 }
 
 TEST(CFNumber, BothZerosAreOneKey) {

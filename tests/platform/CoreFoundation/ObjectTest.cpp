@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <limits>
 #include <set>
 #include <string>
@@ -139,6 +140,7 @@ TEST(CFObject, IsMadeWithOneReference) {
     EXPECT_EQ(CFGetRetainCount(makeReal(2.5).get()), 1);
     EXPECT_EQ(CFGetRetainCount(readDocument("<dict/>").get()), 1);
     EXPECT_EQ(CFGetRetainCount(own(CFCopyDescription(makeArray().get())).get()), 1);
+    EXPECT_EQ(CFGetRetainCount(makeInteger(1).get()), 1);
 }
 
 TEST(CFObject, RetainingAddsAReferenceAndGivesTheObject) {
@@ -175,8 +177,8 @@ TEST(CFObject, IsEqualToOneMadeAlikeWithTheSameHash) {
     ASSERT_EQ(objects.size(), others.size());
     for (std::size_t index = 0; index < objects.size(); ++index) {
         const CFTypeRef object = objects[index].get();
-        // Neither sets nor errors are compared by what they hold.
-        if (CFGetTypeID(object) == CFSetGetTypeID() || CFGetTypeID(object) == CFErrorGetTypeID()) {
+        // Errors are not compared by what they hold.
+        if (CFGetTypeID(object) == CFErrorGetTypeID()) {
             continue;
         }
         EXPECT_TRUE(equal(object, others[index].get())) << index;
@@ -192,6 +194,22 @@ TEST(CFObject, IsNotEqualToOneThatHoldsSomethingElse) {
                 << one << ' ' << other;
         }
     }
+}
+
+TEST(CFObject, IsNotEqualToNone) {
+    for (const auto& object : oneOfEach()) {
+        EXPECT_FALSE(equal(object.get(), nullptr));
+        EXPECT_FALSE(equal(nullptr, object.get()));
+    }
+    EXPECT_TRUE(equal(nullptr, nullptr));
+}
+
+// Going on with what has ended, or never was an object, would damage others.
+TEST(CFObjectDeathTest, WhatIsNoObjectEndsTheProgram) {
+    alignas(16) const std::uint64_t nothing[8] = {};
+    const auto* const object = static_cast<CFTypeRef>(&nothing);
+    EXPECT_DEATH(CFHash(object), "");
+    EXPECT_DEATH(CFCopyDescription(object), "");
 }
 
 TEST(CFObject, HasADescription) {
@@ -215,6 +233,21 @@ TEST(CFObject, DescriptionSaysWhatItHolds) {
     CFDictionaryAddValue(dictionary.get(), makeString("key").get(), makeString("value").get());
     EXPECT_THAT(description(dictionary.get()), HasSubstr("key"));
     EXPECT_THAT(description(dictionary.get()), HasSubstr("value"));
+}
+
+TEST(CFObject, DescriptionOfNoneSaysSo) {
+    EXPECT_EQ(utf8Of(own(CFCopyDescription(nullptr)).get()), "(null)");
+}
+
+TEST(CFObject, DescriptionOfALargeTreeIsCut) {
+    const auto array = makeArray();
+    for (int index = 0; index < 100000; ++index) {
+        CFArrayAppendValue(array.get(), makeArray().get());
+    }
+    const auto description = own(CFCopyDescription(array.get()));
+    ASSERT_TRUE(description);
+    EXPECT_GT(CFStringGetLength(description.get()), 1000);
+    EXPECT_LT(CFStringGetLength(description.get()), 100000);
 }
 
 TEST(CFObject, ShowWritesEverythingToStandardError) {

@@ -203,6 +203,27 @@ TEST(PropertyListWriting, LoneSurrogateIsLeftOut) {
     EXPECT_EQ(readBack(std::u16string(64, u'a') + u'\xd800'), std::u16string(64, u'a'));
 }
 
+// Stretches end after 64 units, where a pair that would not fit begins the next.
+TEST(PropertyListWriting, LoneSurrogateTakesAtMostTheRestOfItsStretch) {
+    const auto readBack = [](const std::u16string& units) {
+        const auto xml = writeDocument(makeString(units).get());
+        const auto back = readDocument(xml.value_or(""));
+        return back ? unitsOf(static_cast<CFStringRef>(back.get())) : u"none";
+    };
+    const auto letters = [](std::size_t count) { return std::u16string(count, u'a'); };
+    EXPECT_EQ(readBack(u'\xd800' + letters(200)), letters(200 - 63));
+    EXPECT_EQ(readBack(letters(100) + u'\xd800' + letters(200)), letters(100 + 200 - 27));
+    EXPECT_EQ(readBack(u'\xd800' + letters(61) + u"\U0001f600" + letters(10)),
+              u"\U0001f600" + letters(10));
+}
+
+TEST(PropertyListWriting, NothingIsNotWritten) {
+    EXPECT_FALSE(own(CFPropertyListCreateXMLData(kCFAllocatorDefault, nullptr)));
+    for (const CFPropertyListFormat format : kFormats) {
+        EXPECT_FALSE(isValid(nullptr, format));
+    }
+}
+
 TEST(PropertyListWriting, FormatOfItsOwnChoiceIsXmlOnly) {
     CFErrorRef error = nullptr;
     const auto xml = own(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("text"),
@@ -365,6 +386,108 @@ TEST(PropertyListReading, OldStyleEscapeTakesUpToFourDigits) {
     EXPECT_EQ(textOf("\"\\U00e9a\""), u"\u00e9a");
     EXPECT_EQ(textOf("\"\\Ue9 \""), u"\u00e9 ");
     EXPECT_EQ(textOf("\"\\1011\""), u"A1");
+}
+
+// In the one document a filler, in the other the end of a comment.
+TEST(PropertyListReading, OldStyleLinesEndInManyWays) {
+    for (const std::string end : {"\n", "\r", "\r\n", "\u2028", "\u2029"}) {
+        const auto array = makeArray();
+        CFArrayAppendValue(array.get(), CFSTR("a"));
+        CFArrayAppendValue(array.get(), CFSTR("b"));
+        for (const std::string& document :
+             {"(a," + end + "b)" + end, "(a, // not c," + end + "b)"}) {
+            const auto tree = readDocument(document);
+            ASSERT_TRUE(tree) << document;
+            EXPECT_TRUE(equal(tree.get(), array.get())) << document;
+        }
+    }
+}
+
+TEST(PropertyListReading, OldStyleDataMayBeSpacedOut) {
+    for (const std::string space : {" ", "\t", "\n", "\r", "\u2028", "\u2029"}) {
+        const auto tree = readDocument("<" + space + "61" + space + "62" + space + ">");
+        ASSERT_TRUE(tree) << space;
+        EXPECT_TRUE(equal(tree.get(), makeData("ab").get())) << space;
+    }
+    EXPECT_FALSE(readDocument("<61\v62>"));
+    EXPECT_FALSE(readDocument("<6 1>"));
+}
+
+TEST(PropertyListReading, TruthMayHaveAnEndTagOfItsOwn) {
+    EXPECT_EQ(readDocument("<true></true>").get(), kCFBooleanTrue);
+    EXPECT_EQ(readDocument("<false></false>").get(), kCFBooleanFalse);
+    EXPECT_FALSE(readDocument("<false>no</false>"));
+}
+
+TEST(PropertyListReading, EndTagHasToEnd) {
+    EXPECT_TRUE(readDocument("<string>a</string \t\r\n>"));
+    EXPECT_FALSE(readDocument("<string>a</string \t\r\n"));
+    EXPECT_FALSE(readDocument("<string>a</string x>"));
+}
+
+TEST(PropertyListReading, DateHasOneForm) {
+    const auto isDate = [](const std::string& text) {
+        return bool(readDocument("<date>" + text + "</date>"));
+    };
+    EXPECT_TRUE(isDate("2001-01-01T00:00:00Z"));
+    for (const char* const text :
+         {"2001.01-01T00:00:00Z", "2001-01.01T00:00:00Z", "2001-01-01 00:00:00Z",
+          "2001-01-01T00.00:00Z", "2001-01-01T00:00.00Z", "2001-01-01T00:00:00",
+          "2001-x1-01T00:00:00Z", "2001-01-x1T00:00:00Z", "2001-01-01Tx0:00:00Z",
+          "2001-01-01T00:x0:00Z", "2001-01-01T00:00:x0Z"}) {
+        EXPECT_FALSE(isDate(text)) << text;
+    }
+}
+
+TEST(PropertyListReading, DateOfAMonthPastTheFifteenthIsRefused) {
+    EXPECT_TRUE(readDocument("<date>2001-15-01T00:00:00Z</date>"));
+    EXPECT_FALSE(readDocument("<date>2001-16-01T00:00:00Z</date>"));
+    EXPECT_FALSE(readDocument("<date>2001-99-01T00:00:00Z</date>"));
+}
+
+TEST(PropertyListReading, IntegerMayStandBehindWideSpaces) {
+    for (const std::string space : {"\u2000", "\u200b", "\u3000", "\xa0", "\x7f", "\x01"}) {
+        const auto number = readDocument("<integer>" + space + "-" + space + "5</integer>");
+        ASSERT_TRUE(number) << space;
+        EXPECT_TRUE(equal(number.get(), makeInteger(-5).get())) << space;
+    }
+    for (const std::string other : {"\u200c", "\u3001", "\u00a0", "\xa1", "x", "\xe2\x80"}) {
+        EXPECT_FALSE(readDocument("<integer>" + other + "5</integer>")) << other;
+    }
+}
+
+TEST(PropertyListReading, RealMayStandBehindWideSpaces) {
+    for (const std::string space :
+         {" ", "\u2000", "\u200b", "\u3000", "\u0080", "\u00a0", "\x7f", "&#1;"}) {
+        const auto number = readDocument("<real>" + space + "2.5</real>");
+        ASSERT_TRUE(number) << space;
+        EXPECT_TRUE(equal(number.get(), makeReal(2.5).get())) << space;
+    }
+    for (const std::string other : {"\u200c", "\u1fff", "\u3001", "\u00a1", "\u0100", "\u0132", "x",
+                                    "2.5 ", "2.5\u2000", "~"}) {
+        EXPECT_FALSE(readDocument("<real>" + other + "2.5</real>")) << other;
+    }
+    EXPECT_FALSE(readDocument("<real></real>"));
+    EXPECT_FALSE(readDocument("<real> </real>"));
+    EXPECT_FALSE(readDocument(std::string("<real>2\0</real>", 15)));
+}
+
+// Those of base64 and its padding apart.
+TEST(PropertyListReading, OtherCharactersAreLeftOutOfData) {
+    for (const std::string other : {"", " ", "\t", "\r\n", "{", "~", "\x01", "\x0e", "@", "["}) {
+        const auto data = readDocument("<data>YW" + other + "Jj</data>");
+        ASSERT_TRUE(data) << other;
+        EXPECT_TRUE(equal(data.get(), makeData("abc").get())) << other;
+    }
+    EXPECT_FALSE(readDocument("<data>YWJj\u00e9</data>"));
+}
+
+TEST(PropertyListReading, NothingIsNotRead) {
+    CFStringRef given = nullptr;
+    EXPECT_EQ(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, nullptr, 0, &given), nullptr);
+    EXPECT_TRUE(own(given));
+    EXPECT_EQ(CFPropertyListCreateWithData(kCFAllocatorDefault, nullptr, 0, nullptr, nullptr),
+              nullptr);
 }
 
 TEST(PropertyListReading, TreeNeedsTheDocumentNoMore) {

@@ -209,6 +209,7 @@ TEST(CFString, OfARangeWhatLiesInTheStringIsWritten) {
         EXPECT_EQ(written(string.get(), 9, 1), u"");
         EXPECT_EQ(written(string.get(), 0, 0), u"");
         EXPECT_EQ(written(string.get(), 1, -1), u"");
+        EXPECT_EQ(written(string.get(), -1, 2), u"");
     }
 }
 
@@ -262,6 +263,11 @@ TEST(CFString, EqualConstantTextsAreOneString) {
     EXPECT_EQ(utf8Of(CFSTR("services")), "services");
 }
 
+TEST(CFString, ConstantIsAscii) {
+    EXPECT_EQ(__CFStringMakeConstantString("caf\u00e9"), nullptr);
+    EXPECT_EQ(__CFStringMakeConstantString("caf\u00e9"), nullptr);
+}
+
 TEST(CFString, ConstantOutlivesTheTextItWasMadeOf) {
     std::string text = "a text that changes";
     const CFStringRef constant = __CFStringMakeConstantString(text.c_str());
@@ -299,6 +305,15 @@ TEST(CFString, NegativeLengthIsRefused) {
     EXPECT_EQ(CFStringCreateWithBytes(kCFAllocatorDefault, bytes, -1, kCFStringEncodingUTF8, FALSE),
               nullptr);
     EXPECT_EQ(CFStringCreateWithCharacters(kCFAllocatorDefault, units, -1), nullptr);
+}
+
+TEST(CFString, TextThatIsNotGivenIsRefused) {
+    for (const CFStringEncoding encoding : kEncodings) {
+        EXPECT_EQ(CFStringCreateWithCString(kCFAllocatorDefault, nullptr, encoding), nullptr);
+        EXPECT_EQ(CFStringCreateWithBytes(kCFAllocatorDefault, nullptr, 1, encoding, FALSE),
+                  nullptr);
+    }
+    EXPECT_EQ(CFStringCreateWithCharacters(kCFAllocatorDefault, nullptr, 1), nullptr);
 }
 
 }  // namespace
