@@ -119,16 +119,9 @@ struct Unloading {
     ~Unloading() { g_blocks.close(); }
 } g_unloading;
 
-// A sanitizer sees what is done with freed memory only when it is freed.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// What watches the memory sees what is done with a freed object only when it is freed.
+#ifdef QV_SANITIZED
 constexpr bool kIsWatched = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-constexpr bool kIsWatched = true;
-#else
-constexpr bool kIsWatched = false;
-#endif
 #else
 constexpr bool kIsWatched = false;
 #endif
