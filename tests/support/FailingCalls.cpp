@@ -2,9 +2,11 @@
 
 #include <dlfcn.h>
 #include <google/protobuf/message_lite.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -121,7 +123,9 @@ bool mallocFails(std::size_t size) {
     return mallocFails();
 }
 
-void* counted(void* memory) {
+// The same memory by another name, which is not taken over here.
+void* allocate(std::size_t alignment, std::size_t size) {
+    void* const memory = memalign(alignment, size);
     if (memory != nullptr) {
         ++allocations;
     }
@@ -156,11 +160,20 @@ long liveAllocations() {
 }  // namespace qv::tests
 
 QV_INTERPOSED void* malloc(std::size_t size) {
-    if (mallocFails(size)) {
-        return nullptr;
+    return mallocFails(size) ? nullptr : allocate(alignof(std::max_align_t), size);
+}
+
+QV_INTERPOSED void* aligned_alloc(std::size_t alignment, std::size_t size) {
+    return mallocFails() ? nullptr : allocate(alignment, size);
+}
+
+QV_INTERPOSED int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
+    void* const made = mallocFails() ? nullptr : allocate(alignment, size);
+    if (made == nullptr) {
+        return ENOMEM;
     }
-    // The same memory by another name, which is not taken over here.
-    return counted(std::aligned_alloc(alignof(std::max_align_t), size));
+    *memory = made;
+    return 0;
 }
 
 QV_INTERPOSED void* calloc(std::size_t count, std::size_t size) {
@@ -168,7 +181,7 @@ QV_INTERPOSED void* calloc(std::size_t count, std::size_t size) {
     if (__builtin_mul_overflow(count, size, &bytes) || mallocFails()) {
         return nullptr;
     }
-    void* const memory = counted(std::aligned_alloc(alignof(std::max_align_t), bytes));
+    void* const memory = allocate(alignof(std::max_align_t), bytes);
     return memory == nullptr ? nullptr : std::memset(memory, 0, bytes);
 }
 

@@ -21,15 +21,15 @@ int shortSleeps();
 // The next malloc() of exactly `size` bytes gives null. Not with sanitizers, which have their own.
 void failMallocOf(std::size_t size);
 
-// After `count` calls of malloc(), calloc() and realloc() that work, the next gives null, and
-// operator new throws; with the second function, so do all after it. The third takes the order back
-// and says whether it was carried out.
+// After `count` calls of malloc(), calloc(), realloc() and those for aligned memory that work, the
+// next gives null, and operator new throws; with the second function, so do all after it. The third
+// takes the order back and says whether it was carried out.
 void failMallocAfter(int count);
 void failEveryMallocAfter(int count);
 bool mallocFailed();
 
-// How many times malloc(), calloc() and realloc() gave new memory, less those that free() took some
-// back. What an action leaves behind is what the number has grown by. Not with sanitizers.
+// How many times they gave new memory, less those that free() took some back. What an action leaves
+// behind is what the number has grown by. Not with sanitizers.
 long liveAllocations();
 
 // The next SerializeToArray() of any message writes nothing and is false.

@@ -1,7 +1,5 @@
 #include "support/SystemCallTracer.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -13,9 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <map>
 #include <system_error>
@@ -38,7 +34,9 @@ constexpr int kSystemCallStop = SIGTRAP | 0x80;
 int pathArgument(long number) {
     switch (number) {
         case SYS_mkdir:
+        case SYS_rename:
         case SYS_stat:
+        case SYS_unlink:
             return 0;
         case SYS_newfstatat:
         case SYS_openat:
@@ -57,6 +55,7 @@ bool takesOpenFile(long number) {
         case SYS_ftruncate:
         case SYS_lseek:
         case SYS_newfstatat:
+        case SYS_pread64:
         case SYS_read:
         case SYS_readv:
         case SYS_write:
@@ -104,26 +103,27 @@ std::string fileOf(pid_t child, const SystemCall& call) {
 // One child, stop by stop.
 class Tracer {
   public:
-    Tracer(pid_t child, const Fault& fault, TracedRun& run)
-        : child_(child), fault_(fault), run_(run) {}
+    Tracer(pid_t child, const Fault& fault, std::vector<SystemCall>& calls)
+        : child_(child), fault_(fault), calls_(calls) {}
 
-    // To the child's end.
-    void follow() {
+    // To the child's end; its status then.
+    int follow() {
         bool isReady = false;
         int signal = 0;
+        int status = 0;
         while (true) {
             const auto request = isInWindow_ ? PTRACE_SYSCALL : PTRACE_CONT;
             if (isReady && ptrace(request, child_, nullptr, signal) != 0 && errno != ESRCH) {
                 fail("ptrace");
             }
-            if (waitpid(child_, &run_.status, 0) != child_) {
+            if (waitpid(child_, &status, 0) != child_) {
                 fail("waitpid");
             }
-            if (!WIFSTOPPED(run_.status)) {
-                return;
+            if (!WIFSTOPPED(status)) {
+                return status;
             }
             signal = 0;
-            const int stop = WSTOPSIG(run_.status);
+            const int stop = WSTOPSIG(status);
             if (stop == kSystemCallStop) {
                 atSystemCall();
             } else if (stop != SIGSTOP) {
@@ -156,13 +156,22 @@ class Tracer {
     }
 
     bool isAtFault() const {
-        if (!isCounting_ || run_.calls.empty()) {
+        if (!isCounting_ || calls_.empty()) {
             return false;
         }
         if (fault_.kind == Fault::Kind::kShorten) {
-            return run_.calls.back().number == SYS_write && writes_ - 1 == fault_.call;
+            return calls_.back().number == SYS_write && writes_ - 1 == fault_.call;
         }
-        return static_cast<int>(run_.calls.size()) - 1 == fault_.call;
+        return static_cast<int>(calls_.size()) - 1 == fault_.call;
+    }
+
+    // Whether the call is of the kind, and on the file, that fail for good by now.
+    bool isBroken() const {
+        if (!fault_.isForGood || static_cast<int>(calls_.size()) <= fault_.call) {
+            return false;
+        }
+        const SystemCall& first = calls_[static_cast<std::size_t>(fault_.call)];
+        return calls_.back().number == first.number && calls_.back().file == first.file;
     }
 
     void enter(user_regs_struct& registers) {
@@ -182,15 +191,15 @@ class Tracer {
                          registers.r9},
                         {}};
         call.file = fileOf(child_, call);
-        run_.calls.push_back(std::move(call));
+        calls_.push_back(std::move(call));
         writes_ += number == SYS_write ? 1 : 0;
-        if (isAtFault() || (isOutOfMemory_ && asksForMemory(run_.calls.back()))) {
+        if (isAtFault() || (isOutOfMemory_ && asksForMemory(calls_.back())) || isBroken()) {
             strike(registers);
         }
     }
 
     void strike(user_regs_struct& registers) {
-        const SystemCall& call = run_.calls.back();
+        const SystemCall& call = calls_.back();
         isStruck_ = true;
         if (fault_.kind == Fault::Kind::kKillBefore) {
             skip(registers);
@@ -215,7 +224,7 @@ class Tracer {
             return;
         }
         isStruck_ = false;
-        const SystemCall& call = run_.calls.back();
+        const SystemCall& call = calls_.back();
         if (fault_.kind == Fault::Kind::kKillAfter) {
             kill(child_, SIGKILL);
             return;
@@ -243,7 +252,7 @@ class Tracer {
 
     pid_t child_;
     const Fault& fault_;
-    TracedRun& run_;
+    std::vector<SystemCall>& calls_;
     // Whether the child is to stop at system calls; from a few in front of the first that counts.
     bool isInWindow_ = false;
     bool isCounting_ = false;
@@ -255,51 +264,6 @@ class Tracer {
     bool isEntry_ = false;
 };
 
-// A file without a name, for the child's report.
-class Channel {
-  public:
-    Channel() : file_(memfd_create("report", MFD_CLOEXEC)) {
-        if (file_ < 0) {
-            fail("memfd_create");
-        }
-    }
-    ~Channel() { close(file_); }
-    Channel(const Channel&) = delete;
-    Channel& operator=(const Channel&) = delete;
-    Channel(Channel&&) = delete;
-    Channel& operator=(Channel&&) = delete;
-
-    bool put(const std::string& text) const {
-        return write(file_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    }
-
-    std::string get() const {
-        const off_t size = lseek(file_, 0, SEEK_END);
-        std::string text(static_cast<std::size_t>(std::max<off_t>(size, 0)), '\0');
-        if (pread(file_, text.data(), text.size(), 0) != size) {
-            fail("pread");
-        }
-        return text;
-    }
-
-  private:
-    int file_;
-};
-
-[[noreturn]] void runChild(const std::function<std::string()>& body, const Channel& channel) {
-    int result = EXIT_FAILURE;
-    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 && raise(SIGSTOP) == 0) {
-        try {
-            if (channel.put(body())) {
-                result = EXIT_SUCCESS;
-            }
-        } catch (const std::exception& exception) {
-            channel.put(exception.what());
-        }
-    }
-    _exit(result);
-}
-
 }  // namespace
 
 std::string describe(const SystemCall& call) {
@@ -308,8 +272,9 @@ std::string describe(const SystemCall& call) {
         {SYS_fstat, "fstat"},   {SYS_fsync, "fsync"},   {SYS_ftruncate, "ftruncate"},
         {SYS_lseek, "lseek"},   {SYS_mkdir, "mkdir"},   {SYS_mmap, "mmap"},
         {SYS_mremap, "mremap"}, {SYS_munmap, "munmap"}, {SYS_newfstatat, "stat"},
-        {SYS_stat, "stat"},     {SYS_openat, "open"},   {SYS_read, "read"},
-        {SYS_readv, "readv"},   {SYS_write, "write"},   {SYS_writev, "writev"},
+        {SYS_openat, "open"},   {SYS_pread64, "pread"}, {SYS_read, "read"},
+        {SYS_readv, "readv"},   {SYS_rename, "rename"}, {SYS_stat, "stat"},
+        {SYS_unlink, "unlink"}, {SYS_write, "write"},   {SYS_writev, "writev"},
     };
     const auto name = names.find(call.number);
     return (name != names.end() ? name->second : "call " + std::to_string(call.number)) + "(" +
@@ -320,32 +285,16 @@ bool asksForMemory(const SystemCall& call) {
     return call.number == SYS_brk || call.number == SYS_mmap || call.number == SYS_mremap;
 }
 
-bool TracedRun::hasReturned() const {
-    return WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
-}
-
-bool TracedRun::wasKilled() const {
-    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-}
-
 TracedRun runTraced(const std::function<std::string()>& body, const Fault& fault) {
-    const Channel channel;
-    const pid_t child = fork();
-    if (child < 0) {
-        fail("fork");
-    }
-    if (child == 0) {
-        runChild(body, channel);
-    }
     TracedRun run;
-    try {
-        Tracer(child, fault, run).follow();
-    } catch (...) {
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-        throw;
-    }
-    run.report = channel.get();
+    const auto traced = [&body] {
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || raise(SIGSTOP) != 0) {
+            fail("ptrace");
+        }
+        return body();
+    };
+    const auto follow = [&](pid_t child) { return Tracer(child, fault, run.calls).follow(); };
+    static_cast<ChildRun&>(run) = runInChild(traced, follow);
     return run;
 }
 

@@ -10,8 +10,7 @@
 //     };
 //     const TracedRun run = runTraced(body, Fault::fail(3, EIO));
 //
-// A child has the thread that called runTraced(), and only that one's calls are seen. Linux on
-// x86-64.
+// Only the calls of the child's first thread are seen. Linux on x86-64.
 #ifndef QV_TESTS_SYSTEM_CALL_TRACER_H
 #define QV_TESTS_SYSTEM_CALL_TRACER_H
 
@@ -21,6 +20,8 @@
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "support/ChildRun.h"
 
 namespace qv::tests {
 
@@ -35,16 +36,19 @@ struct Fault {
     int error = 0;
     // How many bytes a shortened write() is left with.
     std::size_t length = 0;
+    bool isForGood = false;
 
     // The call is not executed; close() is, since on Linux a close() that fails has closed. Where
     // it asks for memory, all that do after it fail as well, or the C library would get its memory
     // in another way.
-    static Fault fail(int call, int error) { return {Kind::kFail, call, error, 0}; }
+    static Fault fail(int call, int error) { return {Kind::kFail, call, error, 0, false}; }
+    // So do all later ones of the same kind on the same file, to the second mark.
+    static Fault failForGood(int call, int error) { return {Kind::kFail, call, error, 0, true}; }
     static Fault shorten(int write, std::size_t length) {
-        return {Kind::kShorten, write, 0, length};
+        return {Kind::kShorten, write, 0, length, false};
     }
-    static Fault killBefore(int call) { return {Kind::kKillBefore, call, 0, 0}; }
-    static Fault killAfter(int call) { return {Kind::kKillAfter, call, 0, 0}; }
+    static Fault killBefore(int call) { return {Kind::kKillBefore, call, 0, 0, false}; }
+    static Fault killAfter(int call) { return {Kind::kKillAfter, call, 0, 0, false}; }
 };
 
 struct SystemCall {
@@ -59,16 +63,9 @@ std::string describe(const SystemCall& call);
 
 bool asksForMemory(const SystemCall& call);
 
-struct TracedRun {
+struct TracedRun : ChildRun {
     // Those between the marks, up to where the process was killed.
     std::vector<SystemCall> calls;
-    // As waitpid() has it.
-    int status = 0;
-    // What the function returned; empty where it did not come to that.
-    std::string report;
-
-    bool hasReturned() const;
-    bool wasKilled() const;
 };
 
 // Throws std::system_error where the process cannot be traced.

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,9 @@ namespace qv::tests {
 namespace {
 
 constexpr char kMemory[] = "/dev/shm";
+
+// Beyond it, the file is rotated.
+constexpr std::streamoff kLargestLog = std::streamoff{10} * 1024 * 1024;
 
 std::optional<std::string> fastestPlace() {
     if (access(kMemory, W_OK | X_OK) == 0) {
@@ -53,14 +57,13 @@ void writeFile(const std::string& path, const std::string& bytes) {
 ConfigurationFiles::FastDirectory::FastDirectory() : place("TMPDIR", fastestPlace()) {}
 
 ConfigurationFiles::ConfigurationFiles()
-    : configDirectory_("QV_CONFIG_DIR", directory()),
-      logDirectory_("QV_LOG_DIR", directory_.path()) {
+    : configDirectory_("QV_CONFIG_DIR", directory()), logDirectory_("QV_LOG_DIR", logDirectory()) {
     std::filesystem::create_directory(directory());
 }
 
 void ConfigurationFiles::put(const std::optional<std::string>& main,
-                             const std::optional<std::string>& backup) const {
-    std::filesystem::remove(directory_.path("namingService.log"));
+                             const std::optional<std::string>& backup, Log log) const {
+    std::filesystem::remove_all(logDirectory());
     std::filesystem::remove(mainFile());
     std::filesystem::remove_all(directory() + "/backup");
     if (main) {
@@ -70,6 +73,30 @@ void ConfigurationFiles::put(const std::optional<std::string>& main,
         std::filesystem::create_directory(directory() + "/backup");
         writeFile(backupFile(), *backup);
     }
+    if (log != Log::kNoDirectory) {
+        std::filesystem::create_directory(logDirectory());
+    }
+    if (log == Log::kFull || log == Log::kFullAfterStart) {
+        // A record of a start is shorter than 90 bytes, and none is shorter than 60.
+        const std::streamoff room = log == Log::kFull ? 30 : 90;
+        std::ofstream file(logFile(), std::ios::binary);
+        file.seekp(kLargestLog - room - 1);
+        file << '\n' << std::flush;
+        if (!file) {
+            throw std::runtime_error("cannot write " + logFile());
+        }
+    }
+}
+
+std::string ConfigurationFiles::records() const {
+    constexpr std::streamoff kMost = 65536;
+    std::ifstream file(logFile(), std::ios::binary);
+    file.seekg(0, std::ios::end);
+    file.seekg(std::max<std::streamoff>(0, file.tellg() - kMost));
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::string::size_type filling = text.rfind('\0');
+    // And the end of its line.
+    return filling == std::string::npos ? text : text.substr(filling + 2);
 }
 
 void ConfigurationFiles::keep() const {

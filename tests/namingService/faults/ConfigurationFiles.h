@@ -29,16 +29,29 @@ class ConfigurationFiles {
     std::string mainFile() const { return directory() + '/' + kConfigurationName; }
     std::string backupFile() const { return directory() + "/backup/" + kConfigurationName; }
 
+    std::string logDirectory() const { return directory_.path("log"); }
+    std::string logFile() const { return logDirectory() + "/namingService.log"; }
+
     std::optional<std::string> main() const { return readFile(mainFile()); }
     std::optional<std::string> backup() const { return readFile(backupFile()); }
 
+    // What there is of the log: a directory for it, not even that, or a file that the first record
+    // does not fit into any more, or the one after that of a start; or a directory that the
+    // scenario removes.
+    enum class Log { kEmpty, kNoDirectory, kFull, kFullAfterStart, kRemoved };
+
     // Makes the files what they are to be; nothing makes it none, and of the backup also no
-    // directory for it. The log is gone, as at a first start.
-    void put(const std::optional<std::string>& main,
-             const std::optional<std::string>& backup) const;
+    // directory for it.
+    void put(const std::optional<std::string>& main, const std::optional<std::string>& backup,
+             Log log = Log::kEmpty) const;
+
+    // The records in the log's newest file, without what put() filled it with.
+    std::string records() const;
 
     // Copies both files as they are now, to be started from later.
     void keep() const;
+    // Puts the copies in the files' place.
+    void putKept() const { put(keptMain(), keptBackup()); }
 
     // The directory of services that the plug-in starts with, from the files or from the copies. It
     // may restore a file.
