@@ -19,6 +19,25 @@ std::string oneLine(const Json& json) {
     return json.dump(kNoIndent, ' ', kAsciiOnly, Json::error_handler_t::replace) + '\n';
 }
 
+std::string withReplacements(const std::string& text) {
+    if (isUtf8(text)) {
+        return text;
+    }
+    const Json json = text;
+    return Json::parse(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+        return text;
+    }
+    std::string field = "\"";
+    for (const char c : text) {
+        field.append(c == '"' ? 2 : 1, c);
+    }
+    return field + '"';
+}
+
 std::string commandCode(uint32_t code) {
     return fmt::format("{:#06x}", code);
 }
@@ -32,6 +51,14 @@ std::string formatServices(const std::vector<Service>& services, Format format) 
             array.push_back({{"id", service.id}, {"address", service.address}});
         }
         return oneLine(array);
+    }
+    if (format == Format::Csv) {
+        std::string csv = "id,address\r\n";
+        for (const Service& service : services) {
+            csv +=
+                fmt::format("{},{}\r\n", service.id, csvField(withReplacements(service.address)));
+        }
+        return csv;
     }
     if (services.empty()) {
         return "no services\n";
@@ -47,6 +74,15 @@ std::string formatServices(const std::vector<Service>& services, Format format) 
         table += '\n';
     }
     return table;
+}
+
+bool isUtf8(const std::string& text) {
+    try {
+        static_cast<void>(Json(text).dump());
+        return true;
+    } catch (const Json::type_error&) {
+        return false;
+    }
 }
 
 std::string formatInfo(const Plugin& plugin, Format format) {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "KevraCommonMsg.pb.h"
 #include "PluginError.h"
@@ -26,7 +27,7 @@ constexpr int kLongestPath = 2048;
 // Makes a call into the plug-in and turns what it throws into a PluginError. `attempt` says what
 // was tried.
 template <typename Call>
-auto guarded(const std::string& attempt, Call call) -> decltype(call()) {
+auto guarded(std::string_view attempt, Call call) -> decltype(call()) {
     std::string reason;
     try {
         return call();
@@ -72,33 +73,21 @@ std::string loaderError(const std::string& path) {
 
 }  // namespace
 
-// An answer's buffer, given back to the plug-in whatever becomes of it.
-class Plugin::Answer {
-  public:
-    explicit Answer(decltype(QvPluginFree)* release) : release_(release) {}
-    ~Answer() { release_(data_); }
+Plugin::Answer::Answer(Answer&& other) noexcept
+    : release_(other.release_),
+      data_(std::exchange(other.data_, nullptr)),
+      length_(std::exchange(other.length_, 0)),
+      result_(other.result_) {}
 
-    Answer(const Answer&) = delete;
-    Answer& operator=(const Answer&) = delete;
-    Answer(Answer&&) = delete;
-    Answer& operator=(Answer&&) = delete;
-
-    void** data() { return &data_; }
-    int* length() { return &length_; }
-
-    template <typename Message>
-    bool parse(Message& message) const {
-        if (data_ == nullptr || length_ <= 0) {
-            return length_ == 0;
-        }
-        return message.ParseFromArray(data_, length_);
+Plugin::Answer::~Answer() {
+    if (data_ != nullptr) {
+        release_(data_);
     }
+}
 
-  private:
-    decltype(QvPluginFree)* release_;
-    void* data_ = nullptr;
-    int length_ = 0;
-};
+std::string_view Plugin::Answer::bytes() const {
+    return {static_cast<const char*>(data_), static_cast<std::size_t>(length_)};
+}
 
 void Plugin::Unloader::operator()(void* library) const {
     dlclose(library);
@@ -189,10 +178,10 @@ void Plugin::finalizeQuietly() {
     }
 }
 
-int Plugin::call(int command, const std::string& attempt, const std::string* input,
-                 Answer& answer) {
+Plugin::Answer Plugin::attemptCall(uint32_t command, std::string_view input,
+                                   std::string_view attempt) const {
     if (!initialized_) {
-        throw PluginError(attempt + ": the plug-in is not initialised");
+        throw PluginError(fmt::format("{}: the plug-in is not initialised", attempt));
     }
     // Command codes mean something only together with the plug-in they belong to.
     if (id_ != QV_PLUGIN_ID_NAMING_SERVICE) {
@@ -201,57 +190,70 @@ int Plugin::call(int command, const std::string& attempt, const std::string* inp
     }
     const HandlerEntry* row = table_;
     const HandlerEntry* const end = table_ + rows_;
-    while (row != end && row->command != static_cast<uint32_t>(command)) {
+    while (row != end && row->command != command) {
         ++row;
     }
     if (row == end || row->handler == nullptr) {
-        throw PluginError(
+        throw UnknownCommandError(
             fmt::format("{}: the plug-in's table has no command {:#06x}", attempt, command));
     }
-    if (input != nullptr && input->size() > std::numeric_limits<int>::max()) {
-        throw PluginError(attempt + ": the request is longer than a plug-in can take");
+    if (input.size() > std::numeric_limits<int>::max()) {
+        throw PluginError(
+            fmt::format("{}: the request is longer than a plug-in can take", attempt));
     }
-    return guarded(attempt, [&] {
-        return row->handler(command, input == nullptr ? nullptr : input->data(),
-                            input == nullptr ? 0 : static_cast<int>(input->size()), answer.data(),
-                            answer.length());
+    Answer answer(free_);
+    answer.result_ = guarded(attempt, [&] {
+        return row->handler(static_cast<int>(command), input.data(), static_cast<int>(input.size()),
+                            &answer.data_, &answer.length_);
     });
+    if (!answer.possible()) {
+        throw PluginError(fmt::format("{}: the plug-in's answer has the impossible length {}",
+                                      attempt, answer.length_));
+    }
+    return answer;
+}
+
+Plugin::Answer Plugin::call(uint32_t command, std::string_view input) const {
+    return attemptCall(command, input, "cannot execute the command");
+}
+
+Plugin::Answer Plugin::request(uint32_t command, std::string_view input,
+                               const std::string& attempt) const {
+    Answer answer = attemptCall(command, input, attempt);
+    check(answer.result(), attempt);
+    return answer;
 }
 
 void Plugin::registerServices(const std::vector<Service>& services) {
     const std::string attempt = services.size() == 1
                                     ? fmt::format("cannot register service {}", services.front().id)
                                     : fmt::format("cannot register {} services", services.size());
-    qor::kevra::ServiceInfoArray request;
+    qor::kevra::ServiceInfoArray message;
     for (const Service& service : services) {
-        qor::kevra::ServiceInfo* const info = request.add_services();
+        qor::kevra::ServiceInfo* const info = message.add_services();
         info->set_id(service.id);
         info->set_address(service.address);
     }
-    const std::string input = request.SerializeAsString();
-    Answer answer(free_);
-    check(call(QV_COMMAND_REGISTER_SERVICES, attempt, &input, answer), attempt);
+    request(QV_COMMAND_REGISTER_SERVICES, message.SerializeAsString(), attempt);
 }
 
 void Plugin::unregisterServices(const std::vector<int32_t>& ids) {
     const std::string attempt = ids.size() == 1
                                     ? fmt::format("cannot unregister service {}", ids.front())
                                     : fmt::format("cannot unregister {} services", ids.size());
-    qor::kevra::ServiceInfoArray request;
+    qor::kevra::ServiceInfoArray message;
     for (const int32_t id : ids) {
-        request.add_services()->set_id(id);
+        message.add_services()->set_id(id);
     }
-    const std::string input = request.SerializeAsString();
-    Answer answer(free_);
-    check(call(QV_COMMAND_UNREGISTER_SERVICES, attempt, &input, answer), attempt);
+    request(QV_COMMAND_UNREGISTER_SERVICES, message.SerializeAsString(), attempt);
 }
 
 std::vector<Service> Plugin::services() {
     const std::string attempt = "cannot list the services";
-    Answer answer(free_);
-    check(call(QV_COMMAND_GET_SERVICES, attempt, nullptr, answer), attempt);
+    const Answer answer = request(QV_COMMAND_GET_SERVICES, {}, attempt);
     qor::kevra::ServiceInfoArray message;
-    if (!answer.parse(message)) {
+    const std::string_view bytes = answer.bytes();
+    if (!message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
         throw PluginError(attempt + ": the plug-in's answer is no list of services");
     }
     std::vector<Service> services;
@@ -264,12 +266,11 @@ std::vector<Service> Plugin::services() {
 
 void Plugin::setDebugLevel(int32_t level) {
     const std::string attempt = fmt::format("cannot set the debug level to {}", level);
-    qor::kevra::DebugOption request;
-    request.set_plugins(id_);
-    request.set_debug_level(level);
-    const std::string input = request.SerializeAsString();
-    Answer answer(free_);
-    const int result = call(QV_COMMAND_SET_DEBUG_LEVEL, attempt, &input, answer);
+    qor::kevra::DebugOption message;
+    message.set_plugins(id_);
+    message.set_debug_level(level);
+    const int result =
+        attemptCall(QV_COMMAND_SET_DEBUG_LEVEL, message.SerializeAsString(), attempt).result();
     if (result == QV_ERROR_ARGUMENT) {
         throw PluginError(fmt::format("{}: level must be 0 to 7 (the plug-in refused it with {})",
                                       attempt, result));

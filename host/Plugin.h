@@ -8,16 +8,19 @@
 //
 // Every request finds its handler by command code and crosses the interface as serialised bytes, as
 // any host's would; answers are given back to the plug-in. What the plug-in throws is turned into
-// PluginError, as is every result but QV_OK. One thread at a time.
+// PluginError, as is every result but QV_OK, unless it is call() that answers it. One thread at a
+// time, but for call().
 #ifndef QVHOST_PLUGIN_H
 #define QVHOST_PLUGIN_H
 
 #include <QvPlugin.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Service.h"
@@ -29,6 +32,34 @@ class Plugin {
     struct CommandRow {
         uint32_t code = 0;
         std::string name;
+    };
+
+    // What a command answered: its result code, and bytes that are the plug-in's until the object
+    // goes, which gives them back. Must not outlive the Plugin.
+    class Answer {
+      public:
+        Answer(Answer&& other) noexcept;
+        ~Answer();
+
+        Answer(const Answer&) = delete;
+        Answer& operator=(const Answer&) = delete;
+        Answer& operator=(Answer&&) = delete;
+
+        int result() const { return result_; }
+        std::string_view bytes() const;
+
+      private:
+        friend class Plugin;
+
+        explicit Answer(decltype(QvPluginFree)* release) : release_(release) {}
+
+        // The plug-in may say that there are bytes and give none, or fewer than none.
+        bool possible() const { return data_ == nullptr ? length_ == 0 : length_ >= 0; }
+
+        decltype(QvPluginFree)* release_;
+        void* data_ = nullptr;
+        int length_ = 0;
+        int result_ = QV_OK;
     };
 
     // Loads the library and takes its command table; does not initialise it. Throws PluginError
@@ -61,6 +92,12 @@ class Plugin {
     // Throws PluginError. Does nothing when not initialised.
     void finalize();
 
+    // Executes one command with these bytes as its input, and answers whatever result it has. May
+    // run on several threads at once, but not while initialize() or finalize() runs. Throws
+    // UnknownCommandError, and PluginError when the plug-in is not initialised, is not the naming
+    // service's, throws, or answers what cannot be.
+    Answer call(uint32_t command, std::string_view input) const;
+
     // The requests need an initialised plug-in. Each throws PluginError.
     void registerServices(const std::vector<Service>& services);
     void unregisterServices(const std::vector<int32_t>& ids);
@@ -68,8 +105,6 @@ class Plugin {
     void setDebugLevel(int32_t level);
 
   private:
-    class Answer;
-
     struct Unloader {
         void operator()(void* library) const;
     };
@@ -79,7 +114,11 @@ class Plugin {
 
     void finalizeQuietly();
 
-    int call(int command, const std::string& attempt, const std::string* input, Answer& answer);
+    // call(), with what was tried, for the errors.
+    Answer attemptCall(uint32_t command, std::string_view input, std::string_view attempt) const;
+
+    // The same, for requests that cannot go on after any result but QV_OK.
+    Answer request(uint32_t command, std::string_view input, const std::string& attempt) const;
 
     std::string path_;
     std::unique_ptr<void, Unloader> library_;

@@ -12,6 +12,12 @@ class PluginError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The plug-in's table has no such command.
+class UnknownCommandError : public PluginError {
+  public:
+    using PluginError::PluginError;
+};
+
 }  // namespace qv::host
 
 #endif  // QVHOST_PLUGIN_ERROR_H

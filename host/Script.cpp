@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cstddef>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "Numbers.h"
+#include "Quotation.h"
 #include "ScriptError.h"
 #include "Suggestion.h"
 
@@ -16,9 +16,6 @@ namespace qv::host {
 namespace {
 
 constexpr std::string_view kWhiteSpace = " \t\r\v\f";
-constexpr std::string_view kDigits = "0123456789";
-constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
-constexpr std::size_t kLongestQuotation = 40;
 
 struct VerbName {
     std::string_view name;
@@ -58,46 +55,6 @@ std::string_view takeWord(std::string_view& text) {
     return word;
 }
 
-// A message stays one readable line whatever the script holds.
-std::string quoted(std::string_view text) {
-    if (text.size() <= kLongestQuotation) {
-        return fmt::format("'{}'", text);
-    }
-    std::size_t length = kLongestQuotation;
-    while (length > kLongestQuotation - 3 &&
-           (static_cast<unsigned char>(text[length]) & 0xc0) == 0x80) {
-        --length;  // not through the middle of a UTF-8 character
-    }
-    return fmt::format("'{}...'", text.substr(0, length));
-}
-
-bool consistsOf(std::string_view text, std::string_view characters) {
-    return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
-}
-
-// `what` is what the number stands for; `range` is what may be written, for the message.
-int32_t parseNumber(std::string_view text, std::string_view what, std::string_view range) {
-    const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
-    const bool negative = text.substr(0, 1) == "-";
-    const std::string_view digits = text.substr(hexadecimal ? 2 : (negative ? 1 : 0));
-    if (!consistsOf(digits, hexadecimal ? kHexDigits : kDigits)) {
-        throw ScriptError(
-            fmt::format("{} must be a number ({}), not {}", what, range, quoted(text)));
-    }
-    const std::string_view number = hexadecimal ? digits : text;
-    int32_t value = 0;
-    const std::from_chars_result result =
-        std::from_chars(number.data(), number.data() + number.size(), value, hexadecimal ? 16 : 10);
-    if (result.ec != std::errc()) {
-        throw ScriptError(fmt::format("{} {} is out of range ({})", what, quoted(text), range));
-    }
-    return value;
-}
-
-int32_t parseIdentifier(std::string_view text) {
-    return parseNumber(text, "identifier", "-2147483648 to 2147483647, or 0x0 to 0x7fffffff");
-}
-
 const VerbName& findVerb(std::string_view word) {
     std::vector<std::string_view> names;
     for (const VerbName& verb : kVerbs) {
@@ -109,9 +66,9 @@ const VerbName& findVerb(std::string_view word) {
     const std::string_view closest = closestWord(word, names);
     if (!closest.empty()) {
         throw ScriptError(
-            fmt::format("unknown command {} (did you mean '{}'?)", quoted(word), closest));
+            fmt::format("unknown command {} (did you mean '{}'?)", quotation(word), closest));
     }
-    throw ScriptError(fmt::format("unknown command {} (the commands are {})", quoted(word),
+    throw ScriptError(fmt::format("unknown command {} (the commands are {})", quotation(word),
                                   fmt::join(names, ", ")));
 }
 
@@ -160,14 +117,14 @@ std::optional<Command> parseCommand(std::string_view line) {
             }
             // The plug-in decides which levels it takes; the script is wrong only where no 32-bit
             // number stands.
-            command.number = parseNumber(takeWord(rest), "level", "0 to 7");
+            command.number = parseLevel(takeWord(rest));
             break;
         case Command::Verb::List:
         case Command::Verb::Restart:
             break;
     }
     if (!rest.empty()) {
-        throw wrongUse(fmt::format("takes nothing more, but {} follows", quoted(rest)));
+        throw wrongUse(fmt::format("takes nothing more, but {} follows", quotation(rest)));
     }
     return command;
 }

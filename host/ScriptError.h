@@ -1,4 +1,5 @@
-// What is wrong with a script's text, as one line for a person. Never about executing it.
+// What is wrong with a text that a person wrote, a script or a number, as one line for a person.
+// Never about executing it.
 #ifndef QVHOST_SCRIPT_ERROR_H
 #define QVHOST_SCRIPT_ERROR_H
 

@@ -1,16 +1,12 @@
-// One service of the directory, as the host's own code passes it about.
+// One service of the directory, as the host's own code passes it about: the clients' type.
 #ifndef QVHOST_SERVICE_H
 #define QVHOST_SERVICE_H
 
-#include <cstdint>
-#include <string>
+#include <QvClient.h>
 
 namespace qv::host {
 
-struct Service {
-    int32_t id = 0;
-    std::string address;  // arbitrary bytes
-};
+using client::Service;
 
 }  // namespace qv::host
 

@@ -1,10 +1,20 @@
 // A plug-in that behaves as QVHOST_FAKE in the environment says, and notes every call in the file
-// that QVHOST_FAKE_RECORD names, one a line, a request's bytes in hexadecimal.
+// that QVHOST_FAKE_RECORD names, one a line, a request's bytes in hexadecimal. A behaviour of @ and
+// a path is read from that file at every call, so that another process can change it. A host that
+// calls it when it must not ends there and then.
 #include <QvPlugin.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -14,9 +24,58 @@ namespace {
 // {id 5, address "a"} and {id 6, address "b"}.
 constexpr char kTwoServices[] = "\x0a\x05\x08\x05\x12\x01\x61\x0a\x05\x08\x06\x12\x01\x62";
 
+std::atomic<bool> initialized = false;
+std::atomic<int> requestsInside = 0;
+
+constexpr int kLong = 8 * 1024 * 1024;
+
 bool told(const char* behaviour) {
     const char* const value = std::getenv("QVHOST_FAKE");
-    return value != nullptr && std::strcmp(value, behaviour) == 0;
+    if (value == nullptr || *value != '@') {
+        return value != nullptr && std::strcmp(value, behaviour) == 0;
+    }
+    std::ifstream file(value + 1);
+    std::string line;
+    std::getline(file, line);
+    return line == behaviour;
+}
+
+void mustBe(bool right) {
+    if (!right) {
+        std::abort();
+    }
+}
+
+// A request that is being executed.
+class Inside {
+  public:
+    Inside() {
+        ++requestsInside;
+        mustBe(initialized);
+    }
+    ~Inside() { --requestsInside; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+};
+
+// Whether another request came while this one was inside.
+bool meetsAnother() {
+    static std::mutex mutex;
+    static std::condition_variable arrived;
+    static int count = 0;
+    std::unique_lock<std::mutex> lock(mutex);
+    ++count;
+    arrived.notify_all();
+    constexpr std::chrono::minutes kNever(1);
+    return arrived.wait_for(lock, kNever, [] { return count % 2 == 0; });
+}
+
+// Until somebody has opened the pipe that QVHOST_FAKE_PIPE names for writing, and closed it again.
+void waitAtThePipe() {
+    const int pipe = open(std::getenv("QVHOST_FAKE_PIPE"), O_RDONLY | O_CLOEXEC);
+    char byte = 0;
+    mustBe(pipe != -1 && read(pipe, &byte, 1) == 0);
+    close(pipe);
 }
 
 void record(const std::string& line) {
@@ -55,6 +114,7 @@ int answer(const void* bytes, int length, void** out, int* outLen) {
 }
 
 int handle(int command, const void* in, int inLen, void** out, int* outLen) {
+    const Inside inside;
     char text[16];
     static_cast<void>(std::snprintf(text, sizeof text, "%04x ", static_cast<unsigned>(command)));
     std::string line = text;
@@ -65,6 +125,12 @@ int handle(int command, const void* in, int inLen, void** out, int* outLen) {
     }
     record(line);
     throwAsTold("request");
+    if (told("request waits at the pipe")) {
+        waitAtThePipe();
+    }
+    if (told("request meets another") && !meetsAnother()) {
+        return QV_ERROR_ARGUMENT;
+    }
     if (told("request fails")) {
         return QV_ERROR_NO_MEMORY;
     }
@@ -89,6 +155,9 @@ int handle(int command, const void* in, int inLen, void** out, int* outLen) {
         static_cast<void>(answer("\x0a", 1, out, outLen));
         *outLen = -1;
         return QV_OK;
+    }
+    if (told("answers at length")) {
+        return answer(std::string(kLong, 'x').data(), kLong, out, outLen);
     }
     if (told("answers nothing")) {
         return QV_OK;
@@ -116,12 +185,22 @@ int32_t QvPluginGetId(void) {
 
 int QvPluginInitialize(void) {
     record("initialize");
+    mustBe(requestsInside == 0);
     throwAsTold("initialize");
-    return told("initialize fails") ? QV_ERROR_ARGUMENT : QV_OK;
+    if (told("initialize waits at the pipe")) {
+        waitAtThePipe();
+    }
+    if (told("initialize fails")) {
+        return QV_ERROR_ARGUMENT;
+    }
+    initialized = true;
+    return QV_OK;
 }
 
 void QvPluginFinalize(void) {
     record("finalize");
+    mustBe(requestsInside == 0);
+    initialized = false;
     throwAsTold("finalize");
 }
 

@@ -56,6 +56,30 @@ TEST(FormatServices, JsonDrivesNoTerminal) {
     }
 }
 
+TEST(FormatServices, CsvHasAHeaderAndTheEndingsOfItsStandard) {
+    EXPECT_EQ(formatServices({}, Format::Csv), "id,address\r\n");
+    EXPECT_EQ(formatServices({{-1, "a b"}, {2, ""}}, Format::Csv),
+              "id,address\r\n-1,a b\r\n2,\r\n");
+}
+
+TEST(FormatServices, CsvQuotesWhatNeedsIt) {
+    EXPECT_EQ(formatServices({{1, "a,b"}, {2, "\"c\""}, {3, "d\ne"}, {4, "f\r"}}, Format::Csv),
+              "id,address\r\n1,\"a,b\"\r\n2,\"\"\"c\"\"\"\r\n3,\"d\ne\"\r\n4,\"f\r\"\r\n");
+}
+
+TEST(FormatServices, CsvReplacesBytesThatAreNotUtf8) {
+    EXPECT_EQ(formatServices({{1, "a\xff\xc3\xa9"}}, Format::Csv),
+              "id,address\r\n1,a\xef\xbf\xbd\xc3\xa9\r\n");
+}
+
+TEST(IsUtf8, TellsTextFromBytes) {
+    EXPECT_TRUE(isUtf8(""));
+    EXPECT_TRUE(isUtf8("a\xc3\xa9\xf0\x9f\x98\x80"));
+    EXPECT_FALSE(isUtf8("\xff"));
+    EXPECT_FALSE(isUtf8("\xc3"));
+    EXPECT_FALSE(isUtf8("\xed\xa0\x80"));
+}
+
 TEST(FormatInfo, TableShowsPathIdAndCommandsInHexadecimal) {
     const FakePluginControl control;
     const Plugin plugin(QVHOST_FAKE_PLUGIN);

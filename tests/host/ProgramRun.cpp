@@ -5,9 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
+#include <string_view>
 #include <system_error>
 
 // POSIX asks programs to declare it themselves.
@@ -39,17 +42,21 @@ void makePipe(int (&ends)[2]) {
 }
 
 int openFile(const std::string& path, int flags) {
-    const int descriptor = open(path.c_str(), flags | O_CLOEXEC, 0600);
+    const int descriptor = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, 0600);
     check(descriptor != -1, "cannot open " + path);
     return descriptor;
 }
 
-// The caller's environment must not lead the program to the system's files.
+// The caller's environment must not lead the program to the system's files, nor choose its colours.
+constexpr std::string_view kLeftOut[] = {"QV_CONFIG_DIR", "QV_LOG_DIR", "QV_RUN_DIR", "NO_COLOR",
+                                         "TERM"};
+
 std::vector<std::string> cleanEnvironment() {
     std::vector<std::string> clean;
     for (char** variable = environ; *variable != nullptr; ++variable) {
         const std::string text = *variable;
-        if (text.rfind("QV_CONFIG_DIR=", 0) != 0 && text.rfind("QV_LOG_DIR=", 0) != 0) {
+        const std::string name = text.substr(0, text.find('='));
+        if (std::find(std::begin(kLeftOut), std::end(kLeftOut), name) == std::end(kLeftOut)) {
             clean.push_back(text);
         }
     }
@@ -68,7 +75,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 }  // namespace
 
-ProgramRun::ProgramRun() : outputFile_(files_.path("out")) {
+ProgramRun::ProgramRun() : outputFile_(files_.path("out")), errorFile_(files_.path("err")) {
     std::filesystem::create_directory(files_.path("config"));
     files_.write("config/namingService.conf.plist", "<plist version='1.0'><dict/></plist>");
     // A test that writes to a program that has ended must get an error and not end, too.
@@ -90,8 +97,11 @@ void ProgramRun::setOutput(const char* path) {
 }
 
 void ProgramRun::spawn(const std::vector<std::string>& arguments, int input, int output) {
-    std::vector<std::string> words = {program_, "--config-dir", files_.path("config"), "--log-dir",
-                                      files_.path("log")};
+    std::vector<std::string> words = {program_};
+    if (hasDirectories_) {
+        words.insert(words.end(),
+                     {"--config-dir", files_.path("config"), "--log-dir", files_.path("log")});
+    }
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = cleanEnvironment();
     variables.insert(variables.end(), variables_.begin(), variables_.end());
@@ -104,7 +114,7 @@ void ProgramRun::spawn(const std::vector<std::string>& arguments, int input, int
     } else {
         posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     }
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, files_.path("err").c_str(),
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile_.c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -146,11 +156,15 @@ Outcome ProgramRun::run(const std::vector<std::string>& arguments, const std::st
     return outcome;
 }
 
-void ProgramRun::start(const std::vector<std::string>& arguments) {
+void ProgramRun::start(const std::vector<std::string>& arguments, Output output) {
     int in[2];
-    int out[2];
+    int out[2] = {-1, -1};
     makePipe(in);
-    makePipe(out);
+    if (output == kOutputPipe) {
+        makePipe(out);
+    } else {
+        out[1] = openFile(outputFile_, O_WRONLY);
+    }
     spawn(arguments, in[0], out[1]);
     closeDescriptor(in[0]);
     closeDescriptor(out[1]);

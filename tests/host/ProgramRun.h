@@ -43,6 +43,9 @@ class ProgramRun {
     // Writes services.txt and returns its path.
     std::string script(const std::string& text) const { return files_.write("services.txt", text); }
 
+    // The program is not told its directories, which commands that ask a host do not take.
+    void leaveOutDirectories() { hasDirectories_ = false; }
+
     // Another copy of the program; by default the built one.
     void setProgram(const std::string& path) { program_ = path; }
 
@@ -55,11 +58,17 @@ class ProgramRun {
     // of the run's own.
     void setOutput(const char* path);
 
+    // The same of its standard error, which is read here no more; by default a file, too.
+    void setErrors(const std::string& path) { errorFile_ = path; }
+
     // Runs the program to its end with `input` as standard input.
     Outcome run(const std::vector<std::string>& arguments, const std::string& input = "");
 
-    // Starts the program with pipes as standard input and output.
-    void start(const std::vector<std::string>& arguments);
+    enum Output { kOutputPipe, kOutputFile };
+
+    // Starts the program with a pipe as standard input, and another or the file of setOutput() as
+    // standard output.
+    void start(const std::vector<std::string>& arguments, Output output = kOutputPipe);
     void write(const std::string& text) const;
     // Reads output until `text` has appeared or the output ended; returns what was read.
     std::string readUntil(const std::string& text) const;
@@ -75,7 +84,9 @@ class ProgramRun {
     TestFiles files_;
     std::string program_ = QVHOST_PROGRAM;
     std::vector<std::string> variables_;
+    bool hasDirectories_ = true;
     std::string outputFile_;
+    std::string errorFile_;
     bool outputClosed_ = false;
     pid_t child_ = -1;
     int toChild_ = -1;

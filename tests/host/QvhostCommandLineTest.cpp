@@ -60,7 +60,7 @@ TEST(QvhostCommandLine, HelpExplainsEveryCommandWithExamples) {
     }
     EXPECT_THAT(program.run({"init", "--help"}).out, HasSubstr("{\"path\":"));
     EXPECT_THAT(program.run({"run", "--help"}).out, HasSubstr("register ID ADDRESS"));
-    EXPECT_THAT(program.run({"list", "--help"}).out, HasSubstr("[{\"id\":1,"));
+    EXPECT_THAT(program.run({"list", "--offline", "--help"}).out, HasSubstr("[{\"id\":1,"));
     EXPECT_THAT(program.run({"info", "--help"}).out, HasSubstr("0x0200"));
 }
 
@@ -83,14 +83,14 @@ TEST(QvhostCommandLine, OptionsMayFollowTheCommand) {
 TEST(QvhostCommandLine, MissingConfigurationDirectoryIsWrongUse) {
     ProgramRun program;
     const std::string directory = program.files().path("none");
-    const Outcome outcome = program.run({"list", "--config-dir", directory});
+    const Outcome outcome = program.run({"list", "--offline", "--config-dir", directory});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.err, HasSubstr(directory));
 }
 
 TEST(QvhostCommandLine, LogDirectoryThatCannotBeMadeGetsAWarning) {
     ProgramRun program;
-    const Outcome outcome = program.run({"list", "--log-dir", "/dev/null/log"});
+    const Outcome outcome = program.run({"list", "--offline", "--log-dir", "/dev/null/log"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: warning: --log-dir /dev/null/log: "));
 }
@@ -103,7 +103,7 @@ TEST(QvhostCommandLine, WordAfterALoneDoubleDashIsTheOneThatIsWrong) {
 TEST(QvhostCommandLine, MissingPluginFileIsNamed) {
     ProgramRun program;
     const std::string file = program.files().path("libnone.so");
-    const Outcome outcome = program.run({"list", "--plugin", file});
+    const Outcome outcome = program.run({"list", "--offline", "--plugin", file});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: cannot load " + file + ": "));
 }
@@ -187,8 +187,11 @@ TEST(QvhostOutput, FullDeviceIsAFailure) {
     if (access("/dev/full", W_OK) != 0) {
         GTEST_SKIP() << "no /dev/full here";
     }
-    const std::vector<std::vector<std::string>> commands = {
-        {"list"}, {"list", "--json"}, {"info"}, {"--help"}, {"--version"}};
+    const std::vector<std::vector<std::string>> commands = {{"list", "--offline"},
+                                                            {"list", "--offline", "--json"},
+                                                            {"info"},
+                                                            {"--help"},
+                                                            {"--version"}};
     for (const std::vector<std::string>& arguments : commands) {
         ProgramRun program;
         program.setOutput("/dev/full");

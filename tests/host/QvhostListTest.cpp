@@ -15,7 +15,7 @@ using testing::HasSubstr;
 
 TEST(QvhostList, EmptyDirectoryIsSaidInWords) {
     ProgramRun program;
-    const Outcome outcome = program.run({"list"});
+    const Outcome outcome = program.run({"list", "--offline"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "no services\n");
     EXPECT_EQ(outcome.err, "");
@@ -23,21 +23,22 @@ TEST(QvhostList, EmptyDirectoryIsSaidInWords) {
 
 TEST(QvhostList, JsonOfAnEmptyDirectoryIsAnEmptyArray) {
     ProgramRun program;
-    EXPECT_EQ(program.run({"list", "--json"}).out, "[]\n");
+    EXPECT_EQ(program.run({"list", "--offline", "--json"}).out, "[]\n");
 }
 
 TEST(QvhostList, InitialisesAndFinalisesThePlugin) {
     ProgramRun program;
     const std::string record = program.files().path("record");
     program.setVariable("QVHOST_FAKE_RECORD", record);
-    const Outcome outcome = program.run({"list", "--plugin", QVHOST_FAKE_PLUGIN});
+    const Outcome outcome = program.run({"list", "--offline", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(outcome.out, "ID  ADDRESS\n 5  a\n 6  b\n");
     EXPECT_EQ(readFile(record), "initialize\n0202 \nanswer\nfree\nfinalize\n");
 }
 
 TEST(QvhostList, JsonHoldsEveryService) {
     ProgramRun program;
-    const Outcome outcome = program.run({"list", "--json", "--plugin", QVHOST_FAKE_PLUGIN});
+    const Outcome outcome =
+        program.run({"list", "--offline", "--json", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(json::parse(outcome.out),
               json::array({{{"id", 5}, {"address", "a"}}, {{"id", 6}, {"address", "b"}}}));
 }
@@ -47,7 +48,7 @@ TEST(QvhostList, ThrownTextIsReportedAndThePluginFinalised) {
     const std::string record = program.files().path("record");
     program.setVariable("QVHOST_FAKE_RECORD", record);
     program.setVariable("QVHOST_FAKE", "request throws text");
-    const Outcome outcome = program.run({"list", "--plugin", QVHOST_FAKE_PLUGIN});
+    const Outcome outcome = program.run({"list", "--offline", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(
         outcome.err,
@@ -59,7 +60,7 @@ TEST(QvhostList, ThrownTextIsReportedAndThePluginFinalised) {
 TEST(QvhostList, ThrownBadAllocIsReported) {
     ProgramRun program;
     program.setVariable("QVHOST_FAKE", "initialize throws bad_alloc");
-    const Outcome outcome = program.run({"list", "--plugin", QVHOST_FAKE_PLUGIN});
+    const Outcome outcome = program.run({"list", "--offline", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("the plug-in failed: out of memory"));
 }
@@ -67,7 +68,7 @@ TEST(QvhostList, ThrownBadAllocIsReported) {
 TEST(QvhostList, AnotherPluginIsRefused) {
     ProgramRun program;
     program.setVariable("QVHOST_FAKE", "has another id");
-    const Outcome outcome = program.run({"list", "--plugin", QVHOST_FAKE_PLUGIN});
+    const Outcome outcome = program.run({"list", "--offline", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("plug-in 7"));
 }
@@ -75,7 +76,7 @@ TEST(QvhostList, AnotherPluginIsRefused) {
 TEST(QvhostList, SaysThatNothingIsKeptWithoutAFile) {
     ProgramRun program;
     std::filesystem::remove(program.configuration());
-    const Outcome outcome = program.run({"list"});
+    const Outcome outcome = program.run({"list", "--offline"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "no services\n");
     EXPECT_EQ(outcome.err, "qvhost: warning: services are not kept: " + program.configuration() +
@@ -86,7 +87,7 @@ TEST(QvhostList, SaysThatNothingIsKeptWithoutAFile) {
 TEST(QvhostList, SaysThatNothingIsKeptInADamagedFile) {
     ProgramRun program;
     program.files().write("config/namingService.conf.plist", "<plist><array/></plist>");
-    const Outcome outcome = program.run({"list"});
+    const Outcome outcome = program.run({"list", "--offline"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "qvhost: warning: services are not kept: " + program.configuration() +
                                " is no property list with a dictionary as its root\n");
@@ -98,7 +99,7 @@ TEST(QvhostList, DamagedFileThatTheBackupReplacesIsNotWorthAWarning) {
     std::filesystem::rename(program.configuration(),
                             program.files().path("config/backup/namingService.conf.plist"));
     program.files().write("config/namingService.conf.plist", "damaged");
-    EXPECT_EQ(program.run({"list"}).err, "");
+    EXPECT_EQ(program.run({"list", "--offline"}).err, "");
 }
 
 }  // namespace

@@ -135,7 +135,7 @@ TEST(QvhostRun, ErrorInARunningScriptFinalisesThePlugin) {
 TEST(QvhostRun, RegistrationsSurviveTheProcess) {
     ProgramRun program;
     program.run({"run"}, "register 1 a\nregister 2 b\n");
-    EXPECT_EQ(program.run({"list"}).out, "ID  ADDRESS\n 1  a\n 2  b\n");
+    EXPECT_EQ(program.run({"list", "--offline"}).out, "ID  ADDRESS\n 1  a\n 2  b\n");
 }
 
 TEST(QvhostRun, SaysThatNothingIsKeptWithoutAFile) {
@@ -150,7 +150,7 @@ TEST(QvhostRun, SaysThatNothingIsKeptWithoutAFile) {
         EXPECT_EQ(outcome.err,
                   "qvhost: warning: services are not kept: " + program.configuration() +
                       " does not exist (qvhost init makes it)\n");
-        EXPECT_EQ(program.run({"list"}).out, "no services\n");
+        EXPECT_EQ(program.run({"list", "--offline"}).out, "no services\n");
     }
 }
 

@@ -1,0 +1,88 @@
+#include <QvFrame.h>
+#include <QvPlugin.h>
+
+#include <cstddef>
+#include <optional>
+#include <utility>
+
+#include "Connection.h"
+#include "Messages.h"
+#include "QvClient.h"
+
+namespace qv::client {
+
+namespace {
+
+// Puts what was tried in front of why it failed.
+template <typename Action>
+auto attempt(const std::string& what, Action action) -> decltype(action()) {
+    try {
+        return action();
+    } catch (const Error& error) {
+        throw Error(error.kind(), error.code(), what + ": " + error.what());
+    }
+}
+
+std::string counted(const char* verb, std::size_t count, int32_t first) {
+    return std::string("cannot ") + verb +
+           (count == 1 ? " service " + std::to_string(first)
+                       : ' ' + std::to_string(count) + " services");
+}
+
+}  // namespace
+
+Client::Client(const std::string& socketPath, std::chrono::milliseconds timeout)
+    : connection_(std::make_unique<Connection>(socketPath, timeout)) {}
+
+Client::~Client() = default;
+
+void Client::registerServices(const std::vector<Service>& services) {
+    if (services.empty()) {
+        return;
+    }
+    attempt(counted("register", services.size(), services.front().id), [&] {
+        connection_->request(QV_COMMAND_REGISTER_SERVICES, messageOfServices(services));
+    });
+}
+
+void Client::unregisterServices(const std::vector<int32_t>& ids) {
+    if (ids.empty()) {
+        return;
+    }
+    attempt(counted("unregister", ids.size(), ids.front()),
+            [&] { connection_->request(QV_COMMAND_UNREGISTER_SERVICES, messageOfIds(ids)); });
+}
+
+std::vector<Service> Client::services() {
+    return attempt("cannot list the services", [&] {
+        std::optional<std::vector<Service>> services =
+            servicesOf(connection_->request(QV_COMMAND_GET_SERVICES, ""));
+        if (!services) {
+            throw Error(Error::Kind::BrokenAnswer, 0,
+                        "the host's answer is broken: it is no list of services");
+        }
+        return std::move(*services);
+    });
+}
+
+void Client::setDebugLevel(int32_t level) {
+    const std::string what = "cannot set the debug level to " + std::to_string(level);
+    try {
+        connection_->request(QV_COMMAND_SET_DEBUG_LEVEL, messageOfLevel(level));
+    } catch (const Error& error) {
+        const bool isRefusedLevel =
+            error.kind() == Error::Kind::Result && error.code() == QV_ERROR_ARGUMENT;
+        throw Error(error.kind(), error.code(),
+                    what + ": " +
+                        (isRefusedLevel ? "level must be 0 to 7 (the plug-in refused it with " +
+                                              std::to_string(error.code()) + ")"
+                                        : error.what()));
+    }
+}
+
+void Client::ping() {
+    attempt("cannot ping the host",
+            [&] { connection_->request(QV_HOST_COMMAND_PING, std::string()); });
+}
+
+}  // namespace qv::client

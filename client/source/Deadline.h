@@ -1,0 +1,45 @@
+// A point in time by which something has to be done, or none.
+#ifndef QV_CLIENT_DEADLINE_H
+#define QV_CLIENT_DEADLINE_H
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <optional>
+
+namespace qv::client {
+
+class Deadline {
+  public:
+    // From now on.
+    explicit Deadline(std::chrono::milliseconds timeout) {
+        // What is longer would pass the end of the clock's range, and nobody's life.
+        constexpr std::chrono::hours kLongest(24 * 365 * 100);
+        if (timeout < kLongest) {
+            end_ = Clock::now() + timeout;
+        }
+    }
+
+    bool exists() const { return end_.has_value(); }
+
+    bool hasPassed() const { return end_ && Clock::now() >= *end_; }
+
+    // What is left, rounded up; as poll() takes it, so -1 without a deadline.
+    int milliseconds() const {
+        if (!end_) {
+            return -1;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end_ - Clock::now());
+        return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(
+            left.count(), 0, std::numeric_limits<int>::max()));
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    std::optional<Clock::time_point> end_;
+};
+
+}  // namespace qv::client
+
+#endif  // QV_CLIENT_DEADLINE_H

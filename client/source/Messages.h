@@ -1,0 +1,25 @@
+// The messages that requests and answers carry, as bytes.
+#ifndef QV_CLIENT_MESSAGES_H
+#define QV_CLIENT_MESSAGES_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "QvClient.h"
+
+namespace qv::client {
+
+// Throws Error where a message cannot be that long.
+std::string messageOfServices(const std::vector<Service>& services);
+std::string messageOfIds(const std::vector<int32_t>& ids);
+
+std::string messageOfLevel(int32_t level);
+
+// None when the bytes are no list of services.
+std::optional<std::vector<Service>> servicesOf(const std::string& message);
+
+}  // namespace qv::client
+
+#endif  // QV_CLIENT_MESSAGES_H

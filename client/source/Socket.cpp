@@ -1,0 +1,172 @@
+#include "Socket.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "QvClient.h"
+
+namespace qv::client {
+
+namespace {
+
+#ifdef __APPLE__
+constexpr int kSocketType = SOCK_STREAM;
+constexpr int kFlags = MSG_DONTWAIT;
+#else
+constexpr int kSocketType = SOCK_STREAM | SOCK_CLOEXEC;
+constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+#endif
+
+std::string textOf(int error) {
+    return std::generic_category().message(error);
+}
+
+Error cannotConnect(const std::string& path, int error) {
+    return {Error::Kind::CannotConnect, error,
+            "cannot reach the host at " + path + ": " + textOf(error)};
+}
+
+Error lost(int error) {
+    return {Error::Kind::ConnectionLost, error,
+            error == 0 ? "the host closed the connection"
+                       : "the connection to the host was lost: " + textOf(error)};
+}
+
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        throw cannotConnect(path, ENAMETOOLONG);
+    }
+    // An empty name, and one that begins with a NUL, are names of other kinds of sockets.
+    if (path.empty() || path.find('\0') != std::string::npos) {
+        throw cannotConnect(path, ENOENT);
+    }
+    path.copy(address.sun_path, path.size());
+    return address;
+}
+
+// A host that is too busy to take connections makes connect() wait, which poll() knows nothing of.
+void boundConnecting(int descriptor, const Deadline& deadline) {
+    if (deadline.exists()) {
+        const int left = deadline.milliseconds();
+        timeval time = {};
+        time.tv_sec = left / 1000;
+        time.tv_usec = left > 0 ? left % 1000 * 1000 : 1;
+        setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+    }
+}
+
+void connectBy(const Deadline& deadline, int descriptor, const sockaddr_un& address,
+               const std::string& path) {
+    do {
+        boundConnecting(descriptor, deadline);
+        if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+            return;
+        }
+        if (errno != EINTR && errno != EAGAIN) {
+            throw cannotConnect(path, errno);
+        }
+    } while (!deadline.hasPassed());
+    throw Error(Error::Kind::TimedOut, 0,
+                "cannot reach the host at " + path + ": it takes no connection in time");
+}
+
+}  // namespace
+
+Socket::Socket(const std::string& path, const Deadline& deadline) : descriptor_(-1) {
+    const sockaddr_un address = addressOf(path);
+    descriptor_ = socket(AF_UNIX, kSocketType, 0);
+    if (descriptor_ == -1) {
+        throw cannotConnect(path, errno);
+    }
+    try {
+#ifdef __APPLE__
+        const int yes = 1;
+        setsockopt(descriptor_, SOL_SOCKET, SO_NOSIGPIPE, &yes, sizeof yes);
+        fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
+#endif
+        connectBy(deadline, descriptor_, address, path);
+    } catch (const Error&) {
+        close(descriptor_);
+        throw;
+    }
+}
+
+Socket::~Socket() {
+    close(descriptor_);
+}
+
+bool Socket::isReadable() const {
+    pollfd entry = {descriptor_, POLLIN, 0};
+    int ready = -1;
+    do {
+        ready = poll(&entry, 1, 0);
+    } while (ready == -1 && errno == EINTR);
+    return ready > 0;
+}
+
+// For any of the events, which then are those that came.
+void Socket::wait(short& events, const Deadline& deadline) const {
+    while (true) {
+        pollfd entry = {descriptor_, events, 0};
+        const int ready = poll(&entry, 1, deadline.milliseconds());
+        if (ready > 0) {
+            events = entry.revents;
+            return;
+        }
+        if (ready == -1 && errno != EINTR) {
+            throw lost(errno);
+        }
+        if (deadline.hasPassed()) {
+            throw Error(Error::Kind::TimedOut, 0, "the host did not answer in time");
+        }
+    }
+}
+
+std::size_t Socket::send(std::string_view bytes, const Deadline& deadline) const {
+    std::size_t sent = 0;
+    while (sent < bytes.size()) {
+        short events = POLLIN | POLLOUT;
+        wait(events, deadline);
+        if ((events & ~POLLOUT) != 0) {
+            break;
+        }
+        const ssize_t count = ::send(descriptor_, bytes.data() + sent, bytes.size() - sent, kFlags);
+        if (count >= 0) {
+            sent += static_cast<std::size_t>(count);
+        } else if (errno == EPIPE || errno == ECONNRESET) {
+            break;
+        } else if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
+            throw lost(errno);
+        }
+    }
+    return sent;
+}
+
+void Socket::receive(char* bytes, std::size_t size, const Deadline& deadline) const {
+    while (size > 0) {
+        const ssize_t count = recv(descriptor_, bytes, size, kFlags);
+        if (count > 0) {
+            bytes += count;
+            size -= static_cast<std::size_t>(count);
+        } else if (count == 0) {
+            throw lost(0);
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            short events = POLLIN;
+            wait(events, deadline);
+        } else if (errno != EINTR) {
+            throw lost(errno);
+        }
+    }
+}
+
+}  // namespace qv::client

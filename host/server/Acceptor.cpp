@@ -1,0 +1,120 @@
+#include "Acceptor.h"
+
+#include <QvFrame.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <asio/error.hpp>
+#include <chrono>
+#include <exception>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "Access.h"
+#include "Farewell.h"
+#include "StandardStreams.h"
+
+namespace qv::host {
+
+namespace {
+
+// For the system to get again what it was short of.
+constexpr std::chrono::milliseconds kPause(100);
+
+// As many as wait at most when the host stops, or a flood of clients would keep it alive.
+constexpr int kLastClients = 4096;
+
+}  // namespace
+
+Acceptor::Acceptor(asio::io_context& own, asio::io_context& clientsContext, int descriptor,
+                   const ClientList& clients, const ServerSettings& settings,
+                   std::function<void(Socket)> serve)
+    : acceptor_(own, asio::local::stream_protocol(), descriptor),
+      timer_(own),
+      clientsContext_(clientsContext),
+      clients_(clients),
+      settings_(settings),
+      serve_(std::move(serve)) {
+    acceptor_.non_blocking(true);
+}
+
+void Acceptor::accept() {
+    acceptor_.async_accept(clientsContext_.get_executor(),
+                           [this](const asio::error_code& error, Socket socket) {
+                               accepted(error, std::move(socket));
+                           });
+}
+
+void Acceptor::accepted(const asio::error_code& error, Socket socket) {
+    if (stopped_) {
+        if (!error) {
+            // Accepted and not yet looked at when the host stopped.
+            turnAway(socket.native_handle(), QV_HOST_ERROR_STOPPING, "the host is about to end");
+        }
+        return;
+    }
+    if (error && error != asio::error::connection_aborted) {
+        pause(error);
+        return;
+    }
+    if (!error) {
+        paused_ = false;
+        admit(std::move(socket));
+    }
+    accept();
+}
+
+void Acceptor::admit(Socket socket) {
+    try {
+        const Peer peer = peerOf(socket.native_handle());
+        if (!mayUse(peer, geteuid(), settings_.access)) {
+            turnAway(socket.native_handle(), QV_HOST_ERROR_FORBIDDEN,
+                     fmt::format("user {} may not use this host", peer.user));
+            return;
+        }
+        if (clients_.count() >= settings_.maxClients) {
+            turnAway(socket.native_handle(), QV_HOST_ERROR_CLIENTS,
+                     fmt::format("{} clients are connected, and the host takes no more",
+                                 settings_.maxClients));
+            return;
+        }
+        serve_(std::move(socket));
+    } catch (const std::exception& error) {
+        // No memory for this one, or gone already.
+        reportError(fmt::format("cannot serve a client: {}", error.what()));
+    }
+}
+
+void Acceptor::pause(const asio::error_code& error) {
+    // Once, not ten times a second.
+    if (!std::exchange(paused_, true)) {
+        reportError(fmt::format("clients have to wait: cannot accept them: {}", error.message()));
+    }
+    timer_.expires_after(kPause);
+    timer_.async_wait([this](const asio::error_code& cancelled) {
+        if (!cancelled && !stopped_) {
+            accept();
+        }
+    });
+}
+
+void Acceptor::stop(bool last) {
+    stopped_ = true;
+    timer_.cancel();
+    for (int i = 0; last && i < kLastClients; ++i) {
+        asio::error_code error;
+        Socket socket(clientsContext_);
+        acceptor_.accept(socket, error);
+        if (error && error != asio::error::connection_aborted) {
+            break;
+        }
+        if (!error) {
+            admit(std::move(socket));
+        }
+    }
+    asio::error_code ignored;
+    acceptor_.close(ignored);
+}
+
+}  // namespace qv::host

@@ -1,0 +1,27 @@
+// What a resident host is told before it starts. A time of 0 stands for no bound.
+#ifndef QVHOST_SERVER_SETTINGS_H
+#define QVHOST_SERVER_SETTINGS_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "Access.h"
+
+namespace qv::host {
+
+struct ServerSettings {
+    std::string socket;
+    unsigned threads = 4;  // for the clients' requests
+    uint32_t maxMessage = 16 * 1024 * 1024;
+    std::size_t maxClients = 1024;
+    std::chrono::milliseconds idleTimeout{0};
+    std::chrono::milliseconds frameTimeout{10'000};
+    std::chrono::milliseconds stopTimeout{10'000};
+    AccessRules access;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_SERVER_SETTINGS_H

@@ -1,0 +1,74 @@
+# Completion of qvhost in bash 3.2 or newer: source it, or put it into bash-completion's directory under
+# the name qvhost.
+
+# The options of a command; without one, those that may stand before it.
+_qvhost_options() {
+    local help='--help --version' plugin='--plugin --config-dir --log-dir'
+    case $1 in
+        serve) echo "$help $plugin --socket --threads --max-message --max-clients --idle-timeout" \
+            "--frame-timeout --stop-timeout --allow-user --allow-group" ;;
+        register | unregister | level | ping) echo "$help --socket" ;;
+        list) echo "$help $plugin --socket --json --csv --offline --watch --interval" ;;
+        import) echo "$help --socket --format" ;;
+        export) echo "$help --socket --format --replace" ;;
+        init | run | info) echo "$help $plugin --json" ;;
+        "") echo "$help $plugin --socket --json" ;;
+    esac
+}
+
+# What may stand behind an option that takes a value; fails for one that takes none.
+_qvhost_value() {
+    case $1 in
+        --plugin | --socket) compgen -f -- "$2" ;;
+        --config-dir | --log-dir) compgen -d -- "$2" ;;
+        --format) compgen -W 'csv json' -- "$2" ;;
+        --allow-user) compgen -u -- "$2" ;;
+        --allow-group) compgen -g -- "$2" ;;
+        --threads | --max-message | --max-clients | --idle-timeout | --frame-timeout | \
+            --stop-timeout | --interval) ;;
+        *) return 1 ;;
+    esac
+}
+
+_qvhost() {
+    local commands='serve register unregister list level import export ping init run info'
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local command='' word position values
+    COMPREPLY=()
+
+    # bash takes the = of --option=value for a word.
+    if [ "$current" = = ]; then
+        current=''
+    elif [ "$previous" = = ]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    for ((position = 1; position < COMP_CWORD; ++position)); do
+        word=${COMP_WORDS[position]}
+        case $word in
+            = | -*) ;;
+            *)
+                # Not the value of an option.
+                [ "${COMP_WORDS[position - 1]}" = = ] && continue
+                _qvhost_value "${COMP_WORDS[position - 1]}" '' >/dev/null && continue
+                command=$word
+                break
+                ;;
+        esac
+    done
+
+    if values=$(_qvhost_value "$previous" "$current"); then
+        :
+    elif [ "${current#-}" != "$current" ]; then
+        values=$(compgen -W "$(_qvhost_options "$command")" -- "$current")
+    else
+        case $command in
+            "") values=$(compgen -W "$commands" -- "$current") ;;
+            level) values=$(compgen -W '0 1 2 3 4 5 6 7' -- "$current") ;;
+            import | export | run) values=$(compgen -f -- "$current") ;;
+        esac
+    fi
+    local IFS=$'\n'
+    COMPREPLY=($values)
+}
+
+complete -o filenames -F _qvhost qvhost

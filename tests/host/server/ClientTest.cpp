@@ -1,0 +1,146 @@
+#include "Client.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+namespace qv::host {
+namespace {
+
+using Clock = Client::Clock;
+using std::chrono::seconds;
+
+// One in a list, over a pair of connected sockets.
+class Connected {
+  public:
+    explicit Connected(ClientList& list) {
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends_), 0);
+        client_.emplace(list, ends_[0]);
+    }
+    ~Connected() {
+        client_.reset();
+        ::close(ends_[0]);
+        ::close(ends_[1]);
+    }
+    Connected(const Connected&) = delete;
+    Connected& operator=(const Connected&) = delete;
+
+    Client& client() { return *client_; }
+
+    bool canBeRead() const { return ::recv(ends_[0], &byte, 1, 0) != 0; }
+    bool canBeWritten() const { return ::send(ends_[0], "x", 1, MSG_NOSIGNAL) == 1; }
+    bool sends() const { return ::send(ends_[1], "x", 1, MSG_NOSIGNAL) == 1; }
+
+  private:
+    static inline char byte = 0;
+    int ends_[2] = {-1, -1};
+    std::optional<Client> client_;
+};
+
+TEST(Client, IsCountedWhileItLives) {
+    ClientList list;
+    EXPECT_EQ(list.count(), 0U);
+    {
+        const Connected first(list);
+        const Connected second(list);
+        EXPECT_EQ(list.count(), 2U);
+    }
+    EXPECT_EQ(list.count(), 0U);
+}
+
+TEST(Client, ThatIsReadForTooLongIsReadNoMoreButMayBeAnswered) {
+    ClientList list;
+    Connected late(list);
+    const Clock::time_point start = Clock::now();
+    late.client().reads(start + seconds(10));
+    list.sweep(start + seconds(9));
+    EXPECT_TRUE(late.canBeRead());
+    EXPECT_EQ(late.client().ending(), Client::Ending::ByItself);
+    list.sweep(start + seconds(10));
+    EXPECT_FALSE(late.canBeRead());
+    EXPECT_TRUE(late.canBeWritten());
+    EXPECT_EQ(late.client().ending(), Client::Ending::TimedOut);
+}
+
+TEST(Client, ThatDoesNotTakeItsAnswerIsCutOff) {
+    ClientList list;
+    Connected deaf(list);
+    const Clock::time_point start = Clock::now();
+    deaf.client().writes(start + seconds(10));
+    list.sweep(start + seconds(9));
+    EXPECT_TRUE(deaf.canBeWritten());
+    list.sweep(start + seconds(10));
+    EXPECT_FALSE(deaf.canBeWritten());
+    EXPECT_FALSE(deaf.canBeRead());
+}
+
+TEST(Client, WhoseRequestIsExecutedHasTimeWithoutEnd) {
+    ClientList list;
+    Connected busy(list);
+    Connected unbounded(list);
+    const Clock::time_point start = Clock::now();
+    busy.client().reads(start + seconds(10));
+    busy.client().works();
+    unbounded.client().reads({});
+    list.sweep(start + std::chrono::hours(10'000));
+    for (Connected* client : {&busy, &unbounded}) {
+        EXPECT_TRUE(client->canBeRead());
+        EXPECT_TRUE(client->canBeWritten());
+    }
+}
+
+TEST(Client, ThatIsLateDoesNotHurtAnother) {
+    ClientList list;
+    Connected late(list);
+    Connected other(list);
+    const Clock::time_point start = Clock::now();
+    late.client().reads(start + seconds(1));
+    other.client().reads(start + seconds(3));
+    list.sweep(start + seconds(2));
+    EXPECT_FALSE(late.canBeRead());
+    EXPECT_TRUE(other.canBeRead());
+}
+
+TEST(Client, StoppedWhatHasArrivedIsReadAndNoMoreArrives) {
+    ClientList list;
+    Connected client(list);
+    EXPECT_TRUE(client.sends());
+    bool emptied = false;
+    list.stop([&] { emptied = true; });
+    EXPECT_FALSE(client.sends());
+    EXPECT_TRUE(client.canBeRead());
+    EXPECT_FALSE(client.canBeRead());
+    EXPECT_TRUE(client.canBeWritten());
+    EXPECT_EQ(client.client().ending(), Client::Ending::Stopped);
+    EXPECT_FALSE(emptied);
+}
+
+TEST(Client, ThatIsTheLastToGoIsHeardOf) {
+    ClientList list;
+    auto first = std::make_unique<Connected>(list);
+    auto second = std::make_unique<Connected>(list);
+    int emptied = 0;
+    list.stop([&] { ++emptied; });
+    second.reset();
+    EXPECT_EQ(emptied, 0);
+    first.reset();
+    EXPECT_EQ(emptied, 1);
+    ClientList empty;
+    empty.stop([&] { ++emptied; });
+    EXPECT_EQ(emptied, 2);
+}
+
+TEST(Client, DroppedNothingGoesInOrOut) {
+    ClientList list;
+    Connected client(list);
+    list.drop();
+    EXPECT_FALSE(client.canBeRead());
+    EXPECT_FALSE(client.canBeWritten());
+}
+
+}  // namespace
+}  // namespace qv::host
