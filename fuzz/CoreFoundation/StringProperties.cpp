@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "CoreFoundation/Require.h"
 #include "CoreFoundation/Tree.h"
 #include "platform/CoreFoundation/Objects.h"
+#include "support/Require.h"
 
 namespace qv::fuzz {
 namespace {

@@ -98,6 +98,20 @@ Tree dictionaryRead(std::vector<Tree> entries) {
     return tree;
 }
 
+// The deepest nesting that is read and written.
+constexpr int kDeepest = 1024;
+
+// As deep as its document form: there a UID is a dictionary.
+int depthOf(const Tree& tree) {
+    int deepest = 0;
+    for (const Tree& element : tree.elements) {
+        deepest = std::max(deepest, depthOf(element));
+    }
+    const bool isContainer =
+        tree.kind == Kind::kArray || tree.kind == Kind::kDictionary || tree.kind == Kind::kUid;
+    return deepest + (isContainer ? 1 : 0);
+}
+
 }  // namespace
 
 bool operator==(const Tree& one, const Tree& other) {
@@ -163,7 +177,8 @@ Tree readBack(const Tree& tree) {
         }
     } else if (tree.kind == Kind::kDate) {
         if (canBeSaid(tree.number)) {
-            back.number = std::floor(tree.number);
+            // Added to 0, -0 is 0.
+            back.number = std::floor(tree.number) + 0.0;
         } else {
             back.kind = Kind::kAny;
         }
@@ -197,6 +212,15 @@ bool canBeSaid(double date) {
     // 0001-01-01T00:00:00Z and 10000-01-01T00:00:00Z.
     const bool isWithinTheYears = date >= -63113904000.0 && date < 252423993600.0;
     return isWithinTheYears && std::floor(date + 1e-4) == std::floor(date);
+}
+
+bool hasDateThatCannotBeSaid(const Tree& tree) {
+    return anyNode(
+        tree, [](const Tree& node) { return node.kind == Kind::kDate && !canBeSaid(node.number); });
+}
+
+bool cannotBeRead(const Tree& tree) {
+    return hasDateThatCannotBeSaid(tree) || depthOf(tree) > kDeepest;
 }
 
 }  // namespace qv::fuzz

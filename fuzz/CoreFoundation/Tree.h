@@ -58,7 +58,7 @@ Tree treeOf(CFTypeRef object);
 //  - a string loses one leading U+FEFF, and a key may thereby become equal to a later one, which
 //  wins;
 //  - a dictionary that holds just "CF$UID" and a number comes back as a UID;
-//  - -0 comes back as 0, a date without the fraction of its second;
+//  - -0 comes back as 0, a date too, and a date without the fraction of its second;
 //  - a date of which canBeSaid() does not hold becomes kAny, and so does a string with a lone
 //    surrogate, of which some is lost, and a dictionary with such a key.
 Tree readBack(const Tree& tree);
@@ -84,6 +84,12 @@ bool isWellFormed(const std::u16string& units);
 // 9999, and not so little before a second that it is rounded up to it, which then may be the
 // minute's 61st.
 bool canBeSaid(double date);
+
+// Another date, or no tree at all, may come back then.
+bool hasDateThatCannotBeSaid(const Tree& tree);
+
+// Whether the tree's own document may be refused.
+bool cannotBeRead(const Tree& tree);
 
 }  // namespace qv::fuzz
 

@@ -95,4 +95,10 @@ void checkMessageProperties(std::size_t type, const std::uint8_t* data, std::siz
     kTypes[type % messageTypeCount()].check(data, size);
 }
 
+void checkMessageProperties(const std::uint8_t* data, std::size_t size) {
+    if (size != 0) {
+        checkMessageProperties(data[0], data + 1, size - 1);
+    }
+}
+
 }  // namespace qv::fuzz

@@ -20,6 +20,9 @@ std::size_t messageTypeIndex(const std::string& name);
 // road into a message leaves the same. Aborts, saying what did not hold, otherwise.
 void checkMessageProperties(std::size_t type, const std::uint8_t* data, std::size_t size);
 
+// The same with the type in the first byte.
+void checkMessageProperties(const std::uint8_t* data, std::size_t size);
+
 }  // namespace qv::fuzz
 
 #endif  // QV_FUZZ_MESSAGE_PROPERTIES_H

@@ -6,8 +6,6 @@
 #include "gen_lite/MessageProperties.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size != 0) {
-        qv::fuzz::checkMessageProperties(data[0], data + 1, size - 1);
-    }
+    qv::fuzz::checkMessageProperties(data, size);
     return 0;
 }

@@ -6,12 +6,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <exception>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "gen_lite/Hex.h"
+#include "support/Corpus.h"
 
 namespace qv::tests {
 namespace {
@@ -39,11 +38,15 @@ TEST(MessageProperties, HoldForEveryMeasuredInputAsEveryType) {
     EXPECT_EQ(count, 5000);
 }
 
+TEST(MessageProperties, HoldForTheCorpus) {
+    checkCorpus("messages_fuzz", fuzz::checkMessageProperties);
+}
+
 void writeSeeds(const std::string& folder) {
     int count = 0;
     forEachInput([&](const std::string& name, const std::string& bytes) {
-        std::ofstream seed(folder + "/wire-" + std::to_string(count++), std::ios::binary);
-        seed << static_cast<char>(fuzz::messageTypeIndex(name)) << bytes;
+        writeSeed(folder, "wire-" + std::to_string(count++),
+                  static_cast<char>(fuzz::messageTypeIndex(name)) + bytes);
     });
 }
 
@@ -51,15 +54,5 @@ void writeSeeds(const std::string& folder) {
 }  // namespace qv::tests
 
 int main(int argc, char* argv[]) {
-    try {
-        testing::InitGoogleTest(&argc, argv);
-        if (argc > 1) {
-            qv::tests::writeSeeds(argv[1]);
-            return 0;
-        }
-        return RUN_ALL_TESTS();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 1;
-    }
+    return qv::tests::testOrWriteSeeds(argc, argv, {qv::tests::writeSeeds});
 }

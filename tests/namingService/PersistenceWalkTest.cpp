@@ -3,7 +3,6 @@
 //
 // QV_TEST_SEED in the environment repeats the walk of one seed.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -11,15 +10,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/ConfigurationDocuments.h"
+#include "support/DirectoryModel.h"
 #include "support/EnvironmentVariable.h"
 #include "support/Files.h"
 #include "support/LoadedPlugin.h"
@@ -30,137 +29,49 @@ namespace {
 
 constexpr int kSteps = 10000;
 
-using Directory = std::map<std::int32_t, std::string>;
+Directory directoryOf(const Services& services) {
+    Directory directory;
+    for (const auto& [id, address] : services) {
+        directory[id] = {id, address};
+    }
+    return directory;
+}
 
-// A file's bytes and what loading them gives. `note` is a key that is not the plug-in's own.
-struct Document {
-    std::string bytes;
-    bool isGood = false;
-    Directory services;
-    int note = 0;
-};
-
-Services listOf(const Directory& services) {
-    return {services.begin(), services.end()};
+// Here every service has both fields.
+Services listOf(const Directory& directory) {
+    Services services;
+    for (const auto& [id, service] : directory) {
+        services.emplace_back(id, service.address.value());
+    }
+    return services;
 }
 
 std::string noteOf(int note) {
     return "\t<key>Note</key>\n\t<integer>" + std::to_string(note) + "</integer>\n";
 }
 
+// The key that is not the plug-in's own, in any document of this test.
+int noteIn(const std::string& bytes) {
+    return std::atoi(bytes.c_str() + bytes.find("<integer>", bytes.find("Note")) + 9);
+}
+
 // Addresses are stored up to their first NUL.
 Document savedDocument(const Directory& memory, int note) {
-    Directory stored;
-    for (const auto& [id, address] : memory) {
-        stored[id] = address.substr(0, address.find('\0'));
+    Directory stored = memory;
+    for (auto& [id, service] : stored) {
+        service.address->resize(std::strlen(service.address->c_str()));
     }
-    return {document(entryOf(listOf(stored)) + noteOf(note)), true, stored, note};
+    return {document(entryOf(listOf(stored)) + noteOf(note)), true, stored};
 }
 
-bool canBeSaved(const Directory& memory) {
-    for (const auto& [id, address] : memory) {
-        if (address == "\xff") {
-            return false;
+std::optional<Document> savedAfter(const Document& loaded, const Directory& memory) {
+    for (const auto& [id, service] : memory) {
+        if (service.address == "\xff") {
+            return std::nullopt;
         }
     }
-    return true;
+    return savedDocument(memory, noteIn(loaded.bytes));
 }
-
-// How a directory comes out when it is copied like a file, which the file system decides: as an
-// empty file, where the directory's end is its start; otherwise not at all.
-bool directoriesAreEmptyFiles(const std::string& path) {
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY);
-    const off_t end = ::lseek(descriptor, 0, SEEK_END);
-    ::close(descriptor);
-    return end == -1 || static_cast<std::int32_t>(end) == 0;
-}
-
-// The plug-in and the disk as they should be. What the plug-in does, the model does after it; what
-// somebody else does to the files is told to it.
-class Model {
-  public:
-    Model(std::string path, bool copiesDirectories)
-        : path_(std::move(path)), copiesDirectories_(copiesDirectories) {}
-
-    void initialize() {
-        memory.clear();
-        isLoaded_ = false;
-        for (int restores = 0; !mainFile || !mainFile->isGood; ++restores) {
-            if (isDirectory || !backup || restores == 3) {
-                return;
-            }
-            mainFile = backup;
-        }
-        isLoaded_ = true;
-        memory = mainFile->services;
-        note_ = mainFile->note;
-        inode_ = inode();
-    }
-
-    void finalize() {
-        descriptors -= isOpen_ ? 1 : 0;
-        isOpen_ = false;
-    }
-
-    void registerServices(const Services& request) {
-        bool isChanged = false;
-        for (const auto& [id, address] : request) {
-            const auto [entry, isNew] = memory.emplace(id, address);
-            isChanged = isChanged || isNew || entry->second != address;
-            entry->second = address;
-        }
-        if (isChanged && isLoaded_ && canBeSaved(memory)) {
-            save();
-        }
-    }
-
-    Directory memory;
-    // What stands at the path: a file, a directory, or neither.
-    std::optional<Document> mainFile;
-    bool isDirectory = false;
-    std::optional<Document> backup;
-    std::size_t descriptors = 0;
-
-  private:
-    ino_t inode() const {
-        struct stat status = {};
-        return ::stat(path_.c_str(), &status) == 0 ? status.st_ino : 0;
-    }
-
-    // What was open before stays so.
-    void open() {
-        isOpen_ = !isDirectory;
-        descriptors += isOpen_ ? 1 : 0;
-    }
-
-    void save() {
-        if (mainFile) {
-            backup = mainFile;
-        } else if (isDirectory && copiesDirectories_) {
-            backup = Document();
-        }
-        if (!isOpen_) {
-            if (!mainFile) {
-                return;
-            }
-            open();
-        }
-        if ((!mainFile && !isDirectory) || inode_ != inode()) {
-            open();
-            inode_ = inode();
-        }
-        if (isOpen_) {
-            mainFile = savedDocument(memory, note_);
-        }
-    }
-
-    std::string path_;
-    bool copiesDirectories_;
-    bool isLoaded_ = false;
-    bool isOpen_ = false;
-    ino_t inode_ = 0;
-    int note_ = 0;
-};
 
 class Walk {
   public:
@@ -247,11 +158,12 @@ class Walk {
     }
 
     Directory anyServices() {
-        Directory services;
+        Services services;
         for (int count = 1 + below(4); count > 0; --count) {
-            services[anyId()] = std::string(static_cast<std::size_t>(below(30)), 'x');
+            const std::int32_t id = anyId();
+            services.emplace_back(id, std::string(static_cast<std::size_t>(below(30)), 'x'));
         }
-        return services;
+        return directoryOf(services);
     }
 
     Document goodDocument() {
@@ -261,19 +173,17 @@ class Walk {
                 return {"<plist><dict><key>Note</key><integer>" + std::to_string(note) +
                             "</integer></dict></plist>",
                         true,
-                        {},
-                        note};
+                        {}};
             case 1: {
                 const std::string entry = entryOf({{2, "a"}, {1, "b"}, {2, "c"}});
-                return {document(entry + noteOf(note)), true, {{1, "b"}, {2, "c"}}, note};
+                return {document(entry + noteOf(note)), true, directoryOf({{1, "b"}, {2, "c"}})};
             }
             case 2:
                 return {document("<key>Address</key><dict><key>services</key><array><dict/>"
                                  "<string/></array></dict>" +
                                  noteOf(note)),
                         true,
-                        {},
-                        note};
+                        {}};
             default:
                 return savedDocument(anyServices(), note);
         }
@@ -300,11 +210,13 @@ class Walk {
 
     const char* registerSome() {
         Services request;
+        std::vector<StoredService> services;
         for (int count = below(4); count > 0; --count) {
-            request.emplace_back(anyId(), anyAddress());
+            const auto& [id, address] = request.emplace_back(anyId(), anyAddress());
+            services.push_back({id, address});
         }
         EXPECT_EQ(plugin_.registerServices(request), QV_OK);
-        model_.registerServices(request);
+        model_.registerServices(services);
         return "register";
     }
 
@@ -378,7 +290,7 @@ class Walk {
     const EnvironmentVariable variable_{"QV_CONFIG_DIR", directory_.path()};
     const std::string path_ = directory_.path(kConfigurationFile);
     const std::string backup_ = directory_.path("backup/") + kConfigurationFile;
-    Model model_{path_, directoriesAreEmptyFiles(directory_.path())};
+    DirectoryModel model_{path_, savedAfter};
 };
 
 void walk(std::uint32_t seed) {

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <exception>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -14,6 +12,7 @@
 #include "CoreFoundation/StringProperties.h"
 #include "gen_lite/Hex.h"
 #include "platform/CoreFoundation/Base64.h"
+#include "support/Corpus.h"
 
 namespace qv::tests {
 namespace {
@@ -47,12 +46,11 @@ void forEachString(Take take) {
 }
 
 void checkDocument(const std::string& bytes) {
-    fuzz::checkPropertyListProperties(reinterpret_cast<const std::uint8_t*>(bytes.data()),
-                                      bytes.size());
+    checkInput(fuzz::checkPropertyListProperties, bytes);
 }
 
 void checkString(const std::string& bytes) {
-    fuzz::checkStringProperties(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    checkInput(fuzz::checkStringProperties, bytes);
 }
 
 TEST(PropertyListProperties, HoldForEveryMeasuredDocument) {
@@ -100,29 +98,30 @@ TEST(StringProperties, HoldForEveryPairOfBytes) {
     }
 }
 
-void writeSeeds(const std::string& documents, const std::string& strings) {
-    const auto into = [](const std::string& folder) {
-        return [folder](const std::string& name, const std::string& bytes) {
-            std::ofstream(folder + "/" + name, std::ios::binary) << bytes;
-        };
-    };
-    forEachDocument(into(documents));
-    forEachString(into(strings));
+TEST(PropertyListProperties, HoldForTheCorpus) {
+    checkCorpus("plist_fuzz", fuzz::checkPropertyListProperties);
+}
+
+TEST(StringProperties, HoldForTheCorpus) {
+    checkCorpus("cfstring_fuzz", fuzz::checkStringProperties);
+}
+
+void writeDocuments(const std::string& folder) {
+    forEachDocument([&folder](const std::string& name, const std::string& bytes) {
+        writeSeed(folder, name, bytes);
+    });
+}
+
+void writeStrings(const std::string& folder) {
+    forEachString([&folder](const std::string& name, const std::string& bytes) {
+        writeSeed(folder, name, bytes);
+    });
 }
 
 }  // namespace
 }  // namespace qv::tests
 
 int main(int argc, char* argv[]) {
-    try {
-        testing::InitGoogleTest(&argc, argv);
-        if (argc > 2) {
-            qv::tests::writeSeeds(argv[1], argv[2]);
-            return 0;
-        }
-        return RUN_ALL_TESTS();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 1;
-    }
+    return qv::tests::testOrWriteSeeds(argc, argv,
+                                       {qv::tests::writeDocuments, qv::tests::writeStrings});
 }

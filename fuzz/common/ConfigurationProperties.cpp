@@ -1,0 +1,70 @@
+#include "common/ConfigurationProperties.h"
+
+#include "common/StoredDocument.h"
+#include "gen_lite/WireFormat.h"
+#include "namingService/ModelledPlugin.h"
+#include "support/Input.h"
+#include "support/Require.h"
+
+namespace qv::fuzz {
+
+void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
+    Input input(data, size);
+    const bool hasFile = input.byte() == 'F';
+    const bool hasBackup = input.byte() == 'B';
+    const std::int32_t id = input.number();
+    const std::string address = input.text();
+
+    ModelledPlugin plugin;
+    ModelledFiles& files = plugin.files;
+    if (hasFile) {
+        files.write(input.longText());
+    }
+    if (hasBackup) {
+        files.writeBackup(input.rest());
+    }
+    const bool isFileGood = files.model.mainFile && files.model.mainFile->isGood;
+    const std::optional<tests::Document> source =
+        isFileGood ? files.model.mainFile : files.model.backup;
+    const bool isLoaded = source && source->isGood;
+
+    plugin.initialize();
+    plugin.check();
+    require(files.model.memory == (isLoaded ? source->services : tests::Directory()),
+            "the start has other services");
+
+    const tests::Directory before = files.model.memory;
+    plugin.registerServices(encodedService(id, address));
+    plugin.check();
+    const std::optional<tests::Directory> stored = asStored(files.model.memory);
+    const bool isSaved = isLoaded && stored && !(files.model.memory == before);
+    if (isSaved) {
+        require(files.model.backup && files.model.backup->bytes == source->bytes,
+                "the backup is not the file as it was");
+    }
+
+    // What is saved has the services of before, and where no document can say all that is with
+    // them, the backup is left.
+    const tests::Directory kept = !isSaved                       ? before
+                                  : files.model.mainFile->isGood ? files.model.mainFile->services
+                                                                 : source->services;
+    plugin.finalize();
+    plugin.initialize();
+    plugin.check();
+    require(files.model.memory == kept, "the second start has other services");
+}
+
+std::string configurationInput(const std::optional<std::string>& file,
+                               const std::optional<std::string>& backup) {
+    std::string input = file ? "F" : "-";
+    input += backup ? "B" : "-";
+    input += std::string("\x07\x01") + "a";
+    if (file) {
+        input += static_cast<char>(file->size() >> 8);
+        input += static_cast<char>(file->size() & 0xFF);
+        input += *file;
+    }
+    return input + backup.value_or("");
+}
+
+}  // namespace qv::fuzz

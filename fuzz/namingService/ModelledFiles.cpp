@@ -1,0 +1,110 @@
+#include "namingService/ModelledFiles.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <utility>
+
+#include "common/StoredDocument.h"
+#include "support/ConfigurationDocuments.h"
+#include "support/EnvironmentVariable.h"
+#include "support/Files.h"
+#include "support/Require.h"
+#include "support/TemporaryDirectory.h"
+
+namespace qv::fuzz {
+namespace {
+
+using tests::kConfigurationFile;
+
+struct Scratch {
+    Scratch() { std::filesystem::create_directory(directory.path("backup")); }
+
+    tests::TemporaryDirectory directory;
+    tests::EnvironmentVariable configuration{"QV_CONFIG_DIR", directory.path()};
+    tests::EnvironmentVariable log{"QV_LOG_DIR", directory.path()};
+    std::string file = directory.path(kConfigurationFile);
+    std::string backup = directory.path("backup/") + kConfigurationFile;
+};
+
+const Scratch& scratch() {
+    static const Scratch scratch;
+    return scratch;
+}
+
+int lowestFreeDescriptor() {
+    const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ::close(descriptor);
+    return descriptor;
+}
+
+std::optional<std::string> bytesOf(const std::optional<tests::Document>& document) {
+    return document ? std::optional(document->bytes) : std::nullopt;
+}
+
+}  // namespace
+
+ModelledFiles::ModelledFiles() : model(scratch().file, savedAfter) {
+    std::filesystem::remove(scratch().file);
+    std::filesystem::remove(scratch().backup);
+    lowestFreeDescriptor_ = lowestFreeDescriptor();
+}
+
+ModelledFiles::~ModelledFiles() {
+    // To look at every descriptor takes as long as all the rest.
+    if (model.descriptors == 0) {
+        require(lowestFreeDescriptor() == lowestFreeDescriptor_, "a file is left open");
+        return;
+    }
+    const auto open = tests::descriptorsBelow(scratch().directory.path());
+    require(open.size() == model.descriptors, "other files are left open than it lost");
+    for (const int descriptor : open) {
+        ::close(descriptor);
+    }
+}
+
+void ModelledFiles::write(std::string bytes) {
+    if (model.isDirectory) {
+        remove();
+    }
+    tests::writeFile(scratch().file, bytes);
+    model.mainFile = documentOf(std::move(bytes));
+}
+
+void ModelledFiles::replace(std::string bytes) {
+    // Written first, while the inode of the file that it replaces is still taken.
+    tests::writeFile(scratch().file + ".new", bytes);
+    remove();
+    std::filesystem::rename(scratch().file + ".new", scratch().file);
+    model.mainFile = documentOf(std::move(bytes));
+}
+
+void ModelledFiles::replaceByDirectory() {
+    remove();
+    std::filesystem::create_directory(scratch().file);
+    model.isDirectory = true;
+}
+
+void ModelledFiles::remove() {
+    std::filesystem::remove(scratch().file);
+    model.mainFile.reset();
+    model.isDirectory = false;
+}
+
+void ModelledFiles::writeBackup(std::string bytes) {
+    tests::writeFile(scratch().backup, bytes);
+    model.backup = documentOf(std::move(bytes));
+}
+
+void ModelledFiles::removeBackup() {
+    std::filesystem::remove(scratch().backup);
+    model.backup.reset();
+}
+
+void ModelledFiles::check() const {
+    require(tests::contentOf(scratch().file) == bytesOf(model.mainFile), "the file is another");
+    require(tests::contentOf(scratch().backup) == bytesOf(model.backup), "the backup is another");
+}
+
+}  // namespace qv::fuzz

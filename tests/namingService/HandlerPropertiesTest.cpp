@@ -1,0 +1,62 @@
+// The properties that the fuzz target looks at, for sequences of calls: the corpus, and each
+// measured list of services as a request.
+
+#include "namingService/HandlerProperties.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "gen_lite/Hex.h"
+#include "support/Corpus.h"
+
+namespace qv::tests {
+namespace {
+
+// Calls `take` with a name and the bytes of each: a start, the request, a restart, the removal.
+template <class Take>
+void forEachRequest(Take take) {
+    int count = 0;
+    std::ifstream file(QV_TEST_DATA_DIR "/wire.jsonl");
+    for (std::string line; std::getline(file, line);) {
+        const auto vector = nlohmann::json::parse(line);
+        const std::string request = fromHex(vector["input"]);
+        if (vector["type"] == "ServiceInfoArray" && request.size() <= UINT8_MAX) {
+            const std::string text = static_cast<char>(request.size()) + request;
+            take("wire-" + std::to_string(count++),
+                 "g\x01\x01"
+                 "aiR" +
+                     text + "sU" + text);
+        }
+    }
+}
+
+TEST(HandlerProperties, HoldForTheCorpus) {
+    checkCorpus("handlers_fuzz", fuzz::checkHandlerProperties);
+}
+
+TEST(HandlerProperties, HoldForEveryMeasuredRequest) {
+    int count = 0;
+    forEachRequest([&count](const std::string& name, const std::string& bytes) {
+        SCOPED_TRACE(name);
+        checkInput(fuzz::checkHandlerProperties, bytes);
+        ++count;
+    });
+    EXPECT_GT(count, 150);
+}
+
+void writeSeeds(const std::string& folder) {
+    forEachRequest([&folder](const std::string& name, const std::string& bytes) {
+        writeSeed(folder, name, bytes);
+    });
+}
+
+}  // namespace
+}  // namespace qv::tests
+
+int main(int argc, char* argv[]) {
+    return qv::tests::testOrWriteSeeds(argc, argv, {qv::tests::writeSeeds});
+}
