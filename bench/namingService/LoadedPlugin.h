@@ -1,4 +1,4 @@
-// The plug-in as a host loads it, and the services that benchmarks put into it.
+// The plug-in as a host loads it.
 #ifndef QV_BENCH_LOADED_PLUGIN_H
 #define QV_BENCH_LOADED_PLUGIN_H
 
@@ -12,32 +12,9 @@
 
 #include "QvPlugin.h"
 #include "namingService.pb.h"
+#include "support/Services.h"
 
 namespace qv::bench {
-
-inline std::string addressOf(int id) {
-    return "unix:/var/run/lorx/service-" + std::to_string(id) + ".sock";
-}
-
-template <class Array>
-Array servicesUpTo(int count) {
-    Array array;
-    for (int id = 0; id < count; ++id) {
-        auto* service = array.add_services();
-        service->set_id(id);
-        service->set_address(addressOf(id));
-    }
-    return array;
-}
-
-// The request to register one service.
-inline std::string registration(int id, const std::string& address) {
-    qor::kevra::ServiceInfoArray array;
-    auto* service = array.add_services();
-    service->set_id(id);
-    service->set_address(address);
-    return array.SerializeAsString();
-}
 
 // Loaded, not initialised.
 class LoadedPlugin {

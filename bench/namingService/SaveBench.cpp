@@ -19,7 +19,8 @@
 #include <string>
 
 #include "LoadedPlugin.h"
-#include "Places.h"
+#include "support/Places.h"
+#include "support/Services.h"
 #include "support/SleepingThread.h"
 
 namespace {

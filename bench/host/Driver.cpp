@@ -1,0 +1,102 @@
+#include "Driver.h"
+
+#include <algorithm>
+#include <array>
+#include <asio/basic_stream_socket.hpp>
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/system_error.hpp>
+#include <asio/write.hpp>
+#include <cstddef>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace qv::bench {
+
+namespace {
+
+using Protocol = asio::local::stream_protocol;
+using Socket = asio::basic_stream_socket<Protocol, asio::io_context::executor_type>;
+
+constexpr std::size_t kBufferSize = 65'536;
+
+// Of what arrives at once, enough to see that it is what it should be.
+constexpr std::size_t kCompared = 64;
+
+}  // namespace
+
+class Driver::Client {
+  public:
+    Client(asio::io_context& context, const std::string& path, std::vector<std::string> requests,
+           const std::string& answer, std::int64_t& unsent)
+        : socket_(context), requests_(std::move(requests)), answer_(answer), unsent_(unsent) {
+        socket_.connect(Protocol::endpoint(path));
+    }
+
+    void send() {
+        if (unsent_ == 0) {
+            return;
+        }
+        --unsent_;
+        asio::write(socket_, asio::buffer(requests_[turn_]));
+        turn_ = (turn_ + 1) % requests_.size();
+        read();
+    }
+
+  private:
+    void read() {
+        socket_.async_read_some(asio::buffer(buffer_),
+                                [this](const asio::error_code& error, std::size_t count) {
+                                    if (error) {
+                                        throw asio::system_error(error, "a server is gone");
+                                    }
+                                    received(count);
+                                });
+    }
+
+    void received(std::size_t count) {
+        if (count > answer_.size() - received_ ||
+            std::memcmp(buffer_.data(), answer_.data() + received_, std::min(count, kCompared)) !=
+                0) {
+            throw std::runtime_error("a server gave another answer than before");
+        }
+        received_ += count;
+        if (received_ == answer_.size()) {
+            received_ = 0;
+            send();
+        } else {
+            read();
+        }
+    }
+
+    Socket socket_;
+    const std::vector<std::string> requests_;
+    std::size_t turn_ = 0;
+    const std::string answer_;
+    std::size_t received_ = 0;
+    std::int64_t& unsent_;
+    std::array<char, kBufferSize> buffer_ = {};
+};
+
+Driver::Driver(const std::string& path, std::vector<std::vector<std::string>> requests,
+               const std::string& answer) {
+    for (std::vector<std::string>& list : requests) {
+        clients_.push_back(
+            std::make_unique<Client>(context_, path, std::move(list), answer, unsent_));
+    }
+}
+
+Driver::~Driver() = default;
+
+void Driver::run(std::int64_t count) {
+    unsent_ = count;
+    context_.restart();
+    for (const std::unique_ptr<Client>& client : clients_) {
+        client->send();
+    }
+    context_.run();
+}
+
+}  // namespace qv::bench

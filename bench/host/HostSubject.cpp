@@ -1,0 +1,72 @@
+#include "HostSubject.h"
+
+#include <QvPlugin.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "namingService.pb.h"
+#include "support/Services.h"
+
+namespace qv::bench {
+
+namespace {
+
+using Services = qor::kevra::ServiceInfoArray;
+
+// The file that registrations are saved to, and the directory of its backup.
+const Place& withFile(const Place& place) {
+    std::ofstream(place.path("namingService.conf.plist"))
+        << "<plist version=\"1.0\"><dict/></plist>";
+    std::filesystem::create_directory(place.path("backup"));
+    return place;
+}
+
+}  // namespace
+
+HostSubject::HostSubject(int threads)
+    : process_({QVHOST_PROGRAM, "--config-dir", withFile(place_).path(), "--log-dir", place_.path(),
+                "serve", "--threads", std::to_string(threads)},
+               listenOn(path_)),
+      connection_(path_) {}
+
+void HostSubject::hold(int count) {
+    ask(frame(QV_COMMAND_UNREGISTER_SERVICES,
+              servicesUpTo<Services>(kMostServices).SerializeAsString()));
+    ask(frame(QV_COMMAND_REGISTER_SERVICES, servicesUpTo<Services>(count).SerializeAsString()));
+    const std::string answer = ask(frame(QV_COMMAND_GET_SERVICES, ""));
+    Services listing;
+    if (!listing.ParseFromString(answer.substr(QV_FRAME_HEADER_SIZE)) ||
+        listing.services_size() != count) {
+        throw std::runtime_error("the host does not have the services that it was given");
+    }
+}
+
+std::vector<std::string> HostSubject::requests(Work work, int client) {
+    switch (work) {
+        case Work::Ping:
+            return {frame(QV_HOST_COMMAND_PING, "")};
+        case Work::Listing:
+            return {frame(QV_COMMAND_GET_SERVICES, "")};
+        case Work::UnchangedRegistration:
+            return {frame(QV_COMMAND_REGISTER_SERVICES, registration(client, addressOf(client)))};
+        case Work::Change:
+            return {
+                frame(QV_COMMAND_REGISTER_SERVICES, registration(client, addressOf(client) + ".a")),
+                frame(QV_COMMAND_REGISTER_SERVICES,
+                      registration(client, addressOf(client) + ".b"))};
+    }
+    throw std::logic_error("no such work");
+}
+
+std::string HostSubject::ask(const std::string& request) {
+    std::string answer = connection_.ask(request);
+    if (headerOf(answer).code != QV_OK) {
+        throw std::runtime_error("the host refused a request: " +
+                                 answer.substr(QV_FRAME_HEADER_SIZE));
+    }
+    return answer;
+}
+
+}  // namespace qv::bench

@@ -1,0 +1,31 @@
+// Keeps a server and this program, its client, on one processor for as long as it lives. Two that
+// only wait for each other gain nothing from a second one, and waking that costs a virtual machine
+// several times the request.
+#ifndef QV_BENCH_ONE_PROCESSOR_H
+#define QV_BENCH_ONE_PROCESSOR_H
+
+#include <sched.h>
+#include <sys/types.h>
+
+#include <vector>
+
+namespace qv::bench {
+
+class OneProcessor {
+  public:
+    // Throws std::exception.
+    explicit OneProcessor(pid_t server);
+    ~OneProcessor();
+
+    OneProcessor(const OneProcessor&) = delete;
+    OneProcessor& operator=(const OneProcessor&) = delete;
+
+  private:
+    // What this program, and so the server that it started, had before.
+    cpu_set_t all_ = {};
+    std::vector<pid_t> threads_;
+};
+
+}  // namespace qv::bench
+
+#endif  // QV_BENCH_ONE_PROCESSOR_H

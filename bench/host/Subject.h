@@ -1,0 +1,44 @@
+// A server with a directory of services, as the benchmark sees it.
+#ifndef QV_BENCH_SUBJECT_H
+#define QV_BENCH_SUBJECT_H
+
+#include <string>
+#include <vector>
+
+#include "ServerProcess.h"
+
+namespace qv::bench {
+
+enum class Work { Ping, Listing, UnchangedRegistration, Change };
+
+// Services beyond these are nobody's.
+constexpr int kMostServices = 1'000;
+
+// Each client changes a service of its own.
+constexpr int kMostClients = 64;
+
+class Subject {
+  public:
+    Subject() = default;
+    virtual ~Subject() = default;
+    Subject(const Subject&) = delete;
+    Subject& operator=(const Subject&) = delete;
+
+    // Puts so many services into the directory, and nothing else.
+    virtual void hold(int count) = 0;
+
+    // What a client sends for this work, one after the other, over and over. All have the same
+    // answer.
+    virtual std::vector<std::string> requests(Work work, int client) = 0;
+
+    // Sends a request and returns its answer. Throws std::runtime_error when it was not carried
+    // out.
+    virtual std::string ask(const std::string& request) = 0;
+
+    virtual const std::string& path() const = 0;
+    virtual const ServerProcess& process() const = 0;
+};
+
+}  // namespace qv::bench
+
+#endif  // QV_BENCH_SUBJECT_H
