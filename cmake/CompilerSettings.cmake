@@ -33,3 +33,12 @@ endif()
 if(QV_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# The counters stand in a file that every process maps (scripts/coverage names it), so that those count
+# that are killed or end without their exit handlers. That takes the relocation, and, since many
+# processes and threads share a counter, the atomic steps.
+if(QV_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic
+    "SHELL:-mllvm -runtime-counter-relocation")
+  add_link_options(-fprofile-instr-generate)
+endif()

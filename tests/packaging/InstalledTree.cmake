@@ -1,0 +1,88 @@
+# One case of the tests of an installed tree; CMakeLists.txt beside this file names them.
+
+cmake_minimum_required(VERSION 3.25)
+
+set(work "${SCRATCH_DIR}/${CASE}")
+file(REMOVE_RECURSE "${work}")
+file(MAKE_DIRECTORY "${work}")
+
+# run(VARIABLE COMMAND...): what the command prints; fails where it fails.
+function(run variable)
+  execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE result
+    WORKING_DIRECTORY "${work}")
+  if(NOT result EQUAL 0)
+    list(JOIN ARGN " " command)
+    message(FATAL_ERROR "${command}: ${result}\n${output}${errors}")
+  endif()
+  set(${variable} "${output}" PARENT_SCOPE)
+endfunction()
+
+function(expect actual expected)
+  if(NOT "${actual}" STREQUAL "${expected}")
+    message(FATAL_ERROR "expected:\n${expected}\nbut it is:\n${actual}")
+  endif()
+endfunction()
+
+# build(FOLDER): a project of its own, against the installed tree alone.
+function(build folder)
+  run(ignored "${CMAKE_COMMAND}" -S "${folder}" -B "${work}/build" -G "${GENERATOR}"
+    "-DCMAKE_PREFIX_PATH=${PREFIX}" "-DCMAKE_C_COMPILER=${C_COMPILER}"
+    "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" -DCMAKE_CXX_FLAGS=-Werror)
+  run(ignored "${CMAKE_COMMAND}" --build "${work}/build")
+endfunction()
+
+if(CASE STREQUAL "EveryFileIsInItsPlace")
+  file(REMOVE_RECURSE "${PREFIX}")
+  run(ignored "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${work}/first")
+  file(RENAME "${work}/first" "${PREFIX}")
+  file(GLOB_RECURSE files LIST_DIRECTORIES FALSE RELATIVE "${PREFIX}" "${PREFIX}/*")
+  list(SORT files)
+  list(JOIN files "\n" files)
+  file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/installed-files.txt" expected)
+  list(TRANSFORM expected REPLACE "@LIBDIR@" "${LIBDIR}")
+  list(SORT expected)
+  list(JOIN expected "\n" expected)
+  expect("${files}" "${expected}")
+
+elseif(CASE STREQUAL "HostProjectLoadsThePlugin")
+  build("${SOURCE_DIR}/examples/host")
+  run(listing "${CMAKE_COMMAND}" -E env "QV_CONFIG_DIR=${work}" "QV_LOG_DIR=${work}"
+    "${work}/build/exampleHost" 2 tcp://127.0.0.1:9000 1 /run/a.sock)
+  expect("${listing}" "1 /run/a.sock\n2 tcp://127.0.0.1:9000\n")
+
+elseif(CASE STREQUAL "ClientProjectLinksTheLibrary")
+  build("${CMAKE_CURRENT_LIST_DIR}/client")
+  run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "${work}/build/client")
+  expect("${path}" "/elsewhere/namingService.sock\n")
+
+elseif(CASE STREQUAL "PkgConfigTellsTheSame")
+  set(ENV{PKG_CONFIG_PATH} "${PREFIX}/${LIBDIR}/pkgconfig")
+  run(flags pkg-config --cflags --libs lorx-naming-service)
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  run(ignored "${CXX_COMPILER}" -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/client/main.cpp" -o client ${flags})
+  run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "LD_LIBRARY_PATH=${PREFIX}/${LIBDIR}"
+    "${work}/client")
+  expect("${path}" "/elsewhere/namingService.sock\n")
+  run(flags pkg-config --cflags lorx-naming-service)
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  run(ignored "${C_COMPILER}" -std=c11 "${SOURCE_DIR}/examples/client/list.c" -o list ${flags})
+  foreach(variable IN ITEMS plugin definitiondir)
+    run(path pkg-config --variable=${variable} lorx-naming-service)
+    string(STRIP "${path}" path)
+    if(NOT EXISTS "${path}")
+      message(FATAL_ERROR "${variable} is ${path}, which is not there")
+    endif()
+  endforeach()
+
+elseif(CASE STREQUAL "QvhostFindsThePlugin")
+  run(made "${PREFIX}/bin/qvhost" --config-dir "${work}/state" init)
+  file(WRITE "${work}/script" "register 7 /run/a.sock\n")
+  run(ignored "${PREFIX}/bin/qvhost" --config-dir "${work}/state" --log-dir "${work}" run script)
+  run(listing "${PREFIX}/bin/qvhost" --config-dir "${work}/state" --log-dir "${work}"
+    list --offline --csv)
+  string(REPLACE "\r" "" listing "${listing}")
+  expect("${listing}" "id,address\n7,/run/a.sock\n")
+
+else()
+  message(FATAL_ERROR "no case ${CASE}")
+endif()
