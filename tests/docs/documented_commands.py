@@ -1,0 +1,114 @@
+"""Executes every command that the documents print.
+
+    documented_commands.py SOURCE_FOLDER QVHOST
+
+qvhost's are executed as they are printed, in the order of the documents, in a folder of their own, where a
+resident host serves; a command fails when its exit status is not 0. A script of the project is executed by
+.ci/run, which this looks for there, since it would build everything again.
+"""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+
+SOURCE, QVHOST = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+DOCUMENTS = ["README.md", *sorted(f"docs/{path.name}" for path in (SOURCE / "docs").glob("*.md"))]
+PAGES = sorted((SOURCE / "docs/man").iterdir())
+
+# Not in .ci/run, with what is wrong about running it there.
+NOT_IN_CI = {"scripts/bench": "takes minutes, and means nothing on a machine that is busy"}
+
+
+def printed_commands():
+    """Where each stands, and how it is printed."""
+    for name in DOCUMENTS:
+        text = (SOURCE / name).read_text()
+        spans = re.findall(r"^    (\S.*)$|`((?:build/bin/)?qvhost[^`]*|scripts/[^`]*|mkdir [^`]*)`", text, re.MULTILINE)
+        for block, span in spans:
+            command = re.sub(r"\s+", " ", block or span)
+            command = command.removeprefix("ExecStart=")
+            if re.match(r"(build/bin/|/usr/bin/)?qvhost \S|scripts/|mkdir ", command):
+                yield name, command
+    for page in PAGES:
+        examples = re.search(r"^\.SH EXAMPLES\n\.nf\n(.*?)^\.fi$", page.read_text(), re.MULTILINE | re.DOTALL)
+        for line in examples.group(1).splitlines() if examples else []:
+            yield page.name, line.replace("\\-", "-")
+
+
+def wait_until_it_serves(process):
+    said = ""
+    for line in process.stderr:
+        said += line
+        if "serving on" in line:
+            return
+    sys.exit(f"the host does not serve: {said}")
+
+
+def serve(arguments, environment):
+    process = subprocess.Popen([QVHOST, *arguments], env=environment, stderr=subprocess.PIPE, text=True)
+    wait_until_it_serves(process)
+    return process
+
+
+def end(process):
+    process.send_signal(signal.SIGTERM)
+    if process.wait() != 0:
+        sys.exit(f"the host ended with {process.returncode}: {process.stderr.read()}")
+
+
+def execute(where, command, environment):
+    # What the reader puts in: a directory, a group that there is, one of the choices.
+    words = command.replace("DIR", "directory").replace("vornak", str(os.getgid())).split()
+    program = words[0].rpartition("/")[2]
+    if program == "qvhost" and "serve" in words:
+        own = [] if "--socket" in words else ["--socket", "other.sock"]
+        end(serve(words[1:] + own, environment))
+        return
+    if program == "qvhost":
+        words[0] = QVHOST
+    done = subprocess.run(words, env=environment, stdin=subprocess.DEVNULL, capture_output=True, text=True)
+    if done.returncode != 0:
+        sys.exit(f"{where} prints \"{command}\", which ends with {done.returncode}: {done.stderr}")
+
+
+def check_script(where, command):
+    script = command.split()[0]
+    if not os.access(SOURCE / script, os.X_OK):
+        sys.exit(f"{where} prints \"{command}\", and there is no such script")
+    steps = (SOURCE / ".ci/run").read_text().splitlines()
+    if script not in NOT_IN_CI and not any(step.split()[:1] == [script] for step in steps):
+        sys.exit(f"{where} prints \"{command}\", and .ci/run does not run it")
+
+
+def main():
+    # One that several documents print is executed once: an export makes no file a second time.
+    commands = {}
+    for where, command in printed_commands():
+        commands.setdefault(command, where)
+    with tempfile.TemporaryDirectory() as folder:
+        os.chdir(folder)
+        environment = dict(os.environ, QV_RUN_DIR=folder, QV_LOG_DIR=folder, QV_CONFIG_DIR=folder)
+        subprocess.run([QVHOST, "init"], env=environment, check=True, stdout=subprocess.DEVNULL)
+        pathlib.Path("log").mkdir()
+        host = serve(["serve"], environment)
+        executed = 0
+        for command, where in commands.items():
+            # A synopsis, of which the page of the manual says what goes in: "level N", "COMMAND --help".
+            if re.search(r"\b[A-Z]{2,}\b", command.replace("DIR", "")) or command.endswith(" N"):
+                continue
+            if command.startswith("scripts/"):
+                check_script(where, command)
+            else:
+                execute(where, command, environment)
+            executed += 1
+        end(host)
+    if executed < 20:
+        sys.exit(f"only {executed} commands were found in the documents")
+    print(f"{executed} commands")
+
+
+main()
