@@ -41,6 +41,10 @@ class Collector {
     explicit Collector(std::string name) : name_(std::move(name)) {}
 
     void add(int32_t id, std::string address, std::size_t line) {
+        if (address.find('\0') != std::string::npos) {
+            problem(line, "the address holds a zero byte, behind which nothing would be saved");
+            return;
+        }
         const auto [place, isNew] = lines_.emplace(id, line);
         if (!isNew) {
             problem(line, fmt::format("identifier {} is there twice, first in line {}", id,

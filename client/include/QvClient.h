@@ -44,7 +44,9 @@ namespace qv::client {
 
 struct Service {
     int32_t id = 0;
-    std::string address;  // arbitrary bytes
+    // Any bytes. The directory cannot be saved as long as it holds an address that is not UTF-8,
+    // and of an address with a zero byte only what stands in front of that is saved.
+    std::string address;
 };
 
 // What went wrong, as one line for a person: what was tried, and why it failed.

@@ -95,7 +95,7 @@ Socket::Socket(const std::string& path, const Deadline& deadline) : descriptor_(
         fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
 #endif
         connectBy(deadline, descriptor_, address, path);
-    } catch (const Error&) {
+    } catch (...) {
         close(descriptor_);
         throw;
     }

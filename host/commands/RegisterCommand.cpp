@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -8,6 +10,7 @@
 #include "ExitStatus.h"
 #include "HostConnection.h"
 #include "Numbers.h"
+#include "Output.h"
 #include "Service.h"
 #include "UsageError.h"
 
@@ -37,7 +40,13 @@ int registerServices(const std::vector<std::string>& words, const CommonOptions&
     std::vector<Service> services;
     services.reserve(words.size() / 2);
     for (std::size_t i = 0; i < words.size(); i += 2) {
-        services.push_back({parseIdentifier(words[i]), words[i + 1]});
+        const int32_t id = parseIdentifier(words[i]);
+        if (!isUtf8(words[i + 1])) {
+            // The plug-in would take it, and save nothing any more, whoever registers.
+            throw UsageError(
+                fmt::format("the address of {} is not UTF-8, and could not be saved", id));
+        }
+        services.push_back({id, words[i + 1]});
     }
     connectToHost(options).registerServices(services);
     return kSuccess;

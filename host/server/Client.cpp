@@ -39,6 +39,11 @@ void ClientList::drop() {
     }
 }
 
+void ClientList::forget() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    emptied_ = nullptr;
+}
+
 void ClientList::add(Client& client) {
     const std::lock_guard<std::mutex> lock(mutex_);
     clients_.insert(&client);

@@ -32,6 +32,9 @@ class ClientList {
     // Ends every conversation, what is owed to the client included.
     void drop();
 
+    // Nobody is told any more when the last has gone.
+    void forget();
+
   private:
     friend class Client;
 

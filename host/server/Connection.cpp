@@ -29,6 +29,10 @@ namespace {
 // end neither fills the memory nor keeps a thread.
 constexpr std::size_t kEnough = std::size_t{256} * 1024;
 
+// So many short requests may have arrived, each of which saves the directory, that a client would
+// keep a thread for minutes. It goes on when the others had their turn.
+constexpr std::chrono::milliseconds kTurn(10);
+
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
     Connection(Socket socket, ClientList& clients, PluginService& service,
@@ -116,7 +120,9 @@ void Connection::readMore() {
 void Connection::answerRequests() {
     std::optional<Frame> request;
     bool any = false;
-    while (answers_.size() < kEnough && (request = reader_.next())) {
+    const Client::Clock::time_point end = Client::Clock::now() + kTurn;
+    while (answers_.size() < kEnough && (!any || Client::Clock::now() < end) &&
+           (request = reader_.next())) {
         service_.answer(*request, answers_);
         any = true;
     }

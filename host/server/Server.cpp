@@ -149,6 +149,8 @@ void Server::Work::run() {
     } catch (...) {
         clientsContext_.stop();
         join();
+        // Those that are left go after what would be told of it.
+        clients_.forget();
         throw;
     }
     join();

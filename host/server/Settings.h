@@ -1,4 +1,5 @@
-// What a resident host is told before it starts. A time of 0 stands for no bound.
+// What a resident host is told before it starts. A time of 0 stands for no bound, but
+// for stopTimeout, which must have one.
 #ifndef QVHOST_SERVER_SETTINGS_H
 #define QVHOST_SERVER_SETTINGS_H
 

@@ -67,8 +67,9 @@ _qvhost() {
             import | export | run) values=$(compgen -f -- "$current") ;;
         esac
     fi
-    local IFS=$'\n'
-    COMPREPLY=($values)
+    while IFS= read -r word; do
+        [ -z "$word" ] || COMPREPLY+=("$word")
+    done <<<"$values"
 }
 
 complete -o filenames -F _qvhost qvhost

@@ -27,6 +27,8 @@ def printed_commands():
     """Where each stands, and how it is printed."""
     for name in DOCUMENTS:
         text = (SOURCE / name).read_text()
+        if blank := re.search(r"@[A-Z]+@", text):
+            sys.exit(f"{name} has to be filled in at {blank.group()}")
         spans = re.findall(r"^    (\S.*)$|`((?:build/bin/)?qvhost[^`]*|scripts/[^`]*|mkdir [^`]*)`", text, re.MULTILINE)
         for block, span in spans:
             command = re.sub(r"\s+", " ", block or span)

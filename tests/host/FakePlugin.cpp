@@ -18,6 +18,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -127,6 +128,10 @@ int handle(int command, const void* in, int inLen, void** out, int* outLen) {
     throwAsTold("request");
     if (told("request waits at the pipe")) {
         waitAtThePipe();
+    }
+    if (told("request waits at the pipe and takes long")) {
+        waitAtThePipe();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     if (told("request meets another") && !meetsAnother()) {
         return QV_ERROR_ARGUMENT;

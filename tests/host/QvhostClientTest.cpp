@@ -1,3 +1,4 @@
+#include <QvClient.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -77,6 +78,7 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"register", "1", "a", "2"}, "register needs an address after each identifier"},
         {{"register", "1", "a", "x", "b"}, "identifier must be a number"},
         {{"register"}, "is required"},
+        {{"register", "1", "a", "2", "b\xff"}, "the address of 2 is not UTF-8"},
         {{"unregister"}, "is required"},
         {{"unregister", "1", "2147483648"}, "identifier '2147483648' is out of range"},
         {{"level"}, "is required"},
@@ -107,7 +109,7 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
 }
 
 TEST_F(QvhostClient, ListsForPrograms) {
-    done({"register", "1", "a,b", "2", "\x1b\xff"});
+    client::Client(host_.socket()).registerServices({{1, "a,b"}, {2, "\x1b\xff"}});
     EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n1,\"a,b\"\r\n2,\x1b\xef\xbf\xbd\r\n");
     EXPECT_EQ(json::parse(done({"--json", "list"})),
               json::array(
@@ -252,7 +254,7 @@ TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
 }
 
 TEST_F(QvhostClient, ExportLosesNoBytesUntold) {
-    done({"register", "1", "a", "5", "b\xff", "9", "\xc3"});
+    client::Client(host_.socket()).registerServices({{1, "a"}, {5, "b\xff"}, {9, "\xc3"}});
     for (const char* format : {"csv", "json"}) {
         const Outcome outcome = run({"export", path("out.txt"), "--format", format});
         EXPECT_EQ(outcome.status, 1);

@@ -1,5 +1,5 @@
 // The file that records are appended to, with the older ones beside it. None of them grows past the
-// limit, whoever else appends to them.
+// limit by more than a record, whoever else appends to them.
 //
 // Each record goes to the file that stands at the path then: where it was removed, moved away or
 // rotated by another handle or process, it is made anew. What is neither a regular file nor a

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "HostProcess.h"
+#include "Pipe.h"
 #include "RawClient.h"
 
 namespace qv::host {
@@ -58,6 +59,24 @@ TEST(ServeBadClients, TooLongARequestIsRefusedBehindTheAnswersBeforeIt) {
     EXPECT_EQ(answers[1].number, 2U);
     EXPECT_EQ(answers[1].bytes, "the request has 101 bytes, and the host takes 100");
     EXPECT_TRUE(other.works());
+}
+
+// Else somebody with many of them would keep a thread for as long as all of them take.
+TEST(ServeBadClients, SlowRequestsThatArriveTogetherAreAnsweredOneByOne) {
+    HostProcess host;
+    host.useFakePlugin("request waits at the pipe and takes long");
+    Pipe pipe(host);
+    ASSERT_TRUE(host.start({"--threads", "1"}));
+    const RawClient client(host.socket());
+    const std::string request = frame(QV_COMMAND_REGISTER_SERVICES, 1);
+    ASSERT_TRUE(client.send(request + request));
+    pipe.meetRequest();
+    pipe.letGo();
+    // The other one waits now.
+    EXPECT_TRUE(client.receive());
+    pipe.meetRequest();
+    pipe.letGo();
+    EXPECT_TRUE(client.receive());
 }
 
 // A socket that is closed with unread bytes in it would be an error to the client.
