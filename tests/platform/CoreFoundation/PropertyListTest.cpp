@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/CoreFoundation/Documents.h"
@@ -388,14 +389,27 @@ TEST(PropertyListReading, OldStyleEscapeTakesUpToFourDigits) {
     EXPECT_EQ(textOf("\"\\1011\""), u"A1");
 }
 
+// The pattern with the filler in place of each underline.
+std::string filled(std::string_view pattern, std::string_view filler) {
+    std::string text;
+    for (const char each : pattern) {
+        if (each == '_') {
+            text += filler;
+        } else {
+            text += each;
+        }
+    }
+    return text;
+}
+
 // In the one document a filler, in the other the end of a comment.
 TEST(PropertyListReading, OldStyleLinesEndInManyWays) {
-    for (const std::string end : {"\n", "\r", "\r\n", "\u2028", "\u2029"}) {
+    for (const char* const end : {"\n", "\r", "\r\n", "\u2028", "\u2029"}) {
         const auto array = makeArray();
         CFArrayAppendValue(array.get(), CFSTR("a"));
         CFArrayAppendValue(array.get(), CFSTR("b"));
-        for (const std::string& document :
-             {"(a," + end + "b)" + end, "(a, // not c," + end + "b)"}) {
+        for (const char* const pattern : {"(a,_b)_", "(a, // not c,_b)"}) {
+            const std::string document = filled(pattern, end);
             const auto tree = readDocument(document);
             ASSERT_TRUE(tree) << document;
             EXPECT_TRUE(equal(tree.get(), array.get())) << document;
@@ -404,8 +418,8 @@ TEST(PropertyListReading, OldStyleLinesEndInManyWays) {
 }
 
 TEST(PropertyListReading, OldStyleDataMayBeSpacedOut) {
-    for (const std::string space : {" ", "\t", "\n", "\r", "\u2028", "\u2029"}) {
-        const auto tree = readDocument("<" + space + "61" + space + "62" + space + ">");
+    for (const char* const space : {" ", "\t", "\n", "\r", "\u2028", "\u2029"}) {
+        const auto tree = readDocument(filled("<_61_62_>", space));
         ASSERT_TRUE(tree) << space;
         EXPECT_TRUE(equal(tree.get(), makeData("ab").get())) << space;
     }
@@ -446,13 +460,13 @@ TEST(PropertyListReading, DateOfAMonthPastTheFifteenthIsRefused) {
 }
 
 TEST(PropertyListReading, IntegerMayStandBehindWideSpaces) {
-    for (const std::string space : {"\u2000", "\u200b", "\u3000", "\xa0", "\x7f", "\x01"}) {
-        const auto number = readDocument("<integer>" + space + "-" + space + "5</integer>");
+    for (const char* const space : {"\u2000", "\u200b", "\u3000", "\xa0", "\x7f", "\x01"}) {
+        const auto number = readDocument(filled("<integer>_-_5</integer>", space));
         ASSERT_TRUE(number) << space;
         EXPECT_TRUE(equal(number.get(), makeInteger(-5).get())) << space;
     }
-    for (const std::string other : {"\u200c", "\u3001", "\u00a0", "\xa1", "x", "\xe2\x80"}) {
-        EXPECT_FALSE(readDocument("<integer>" + other + "5</integer>")) << other;
+    for (const char* const other : {"\u200c", "\u3001", "\u00a0", "\xa1", "x", "\xe2\x80"}) {
+        EXPECT_FALSE(readDocument(filled("<integer>_5</integer>", other))) << other;
     }
 }
 
