@@ -26,10 +26,9 @@ void forEachRequest(Take take) {
         const std::string request = fromHex(vector["input"]);
         if (vector["type"] == "ServiceInfoArray" && request.size() <= UINT8_MAX) {
             const std::string text = static_cast<char>(request.size()) + request;
-            take("wire-" + std::to_string(count++),
-                 "g\x01\x01"
-                 "aiR" +
-                     text + "sU" + text);
+            std::string steps = "g\x01\x01";
+            steps.append("aiR").append(text).append("sU").append(text);
+            take("wire-" + std::to_string(count++), steps);
         }
     }
 }
