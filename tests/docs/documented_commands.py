@@ -7,6 +7,7 @@ resident host serves; a command fails when its exit status is not 0. A script of
 .ci/run, which this looks for there, since it would build everything again.
 """
 
+import atexit
 import os
 import pathlib
 import re
@@ -52,6 +53,8 @@ def wait_until_it_serves(process):
 
 def serve(arguments, environment):
     process = subprocess.Popen([QVHOST, *arguments], env=environment, stderr=subprocess.PIPE, text=True)
+    # It must not outlive a failure.
+    atexit.register(process.kill)
     wait_until_it_serves(process)
     return process
 

@@ -4,6 +4,7 @@ Run by installed-packages, as root of a machine that is thrown away. No service 
 the service is started as its unit says.
 """
 
+import atexit
 import glob
 import os
 import pwd
@@ -62,6 +63,8 @@ class Service:
         self.process = subprocess.Popen(
             settings["ExecStart"].split(), preexec_fn=as_user(settings["User"]),
             stderr=subprocess.PIPE, text=True)
+        # It must not outlive a failure.
+        atexit.register(self.process.kill)
         self.said = self.process.stderr.readline()
         if "serving" not in self.said:
             raise AssertionError(self.said + self.process.stderr.read())
