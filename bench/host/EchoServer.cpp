@@ -13,12 +13,14 @@
 #include <asio/basic_stream_socket.hpp>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
+#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/write.hpp>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <string>
@@ -90,26 +92,26 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::vector<unsigned char> answer_;
 };
 
-using Acceptor = asio::basic_socket_acceptor<Protocol, Executor>;
-
-void accept(Acceptor& acceptor) {
-    acceptor.async_accept([&acceptor](const asio::error_code& error, Socket socket) {
-        if (!error) {
-            std::make_shared<Connection>(std::move(socket))->read();
-            accept(acceptor);
-        }
-    });
-}
-
-void serve(int threadCount) {
-    asio::io_context context;
-    Acceptor acceptor(context, Protocol(), kListeningSocket);
-    accept(acceptor);
+// Each client stays on one of the threads, as it does in the host.
+void serve(std::size_t threadCount) {
+    std::deque<asio::io_context> contexts;
+    std::vector<asio::executor_work_guard<Executor>> work;
     std::vector<std::thread> threads;
-    threads.reserve(static_cast<std::size_t>(threadCount));
-    for (int i = 0; i < threadCount; ++i) {
+    for (std::size_t i = 0; i < threadCount; ++i) {
+        asio::io_context& context = contexts.emplace_back(1);
+        work.emplace_back(context.get_executor());
         threads.emplace_back([&context] { context.run(); });
     }
+    asio::io_context own{1};
+    asio::basic_socket_acceptor<Protocol, Executor> acceptor(own, Protocol(), kListeningSocket);
+    asio::error_code error;
+    for (std::size_t client = 0; !error; ++client) {
+        Socket socket = acceptor.accept(contexts[client % threadCount], error);
+        if (!error) {
+            std::make_shared<Connection>(std::move(socket))->read();
+        }
+    }
+    work.clear();
     for (std::thread& thread : threads) {
         thread.join();
     }
@@ -124,7 +126,7 @@ int main(int argc, char** argv) {
         return EXIT_FAILURE;
     }
     try {
-        serve(threadCount);
+        serve(static_cast<std::size_t>(threadCount));
     } catch (const std::exception& error) {
         static_cast<void>(std::fprintf(stderr, "echo_server: %s\n", error.what()));
         return EXIT_FAILURE;

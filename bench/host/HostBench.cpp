@@ -27,7 +27,7 @@ namespace {
 using namespace qv::bench;
 
 // As many as `qvhost serve` has by itself on a small machine.
-constexpr int kThreads = 4;
+constexpr int kThreads = 2;
 
 template <class Tested>
 Subject* tested = nullptr;

@@ -47,7 +47,7 @@ constexpr char kFooter[] =
 
 // As the options have them.
 struct ServeOptions {
-    unsigned threads = std::max(4U, std::thread::hardware_concurrency());
+    unsigned threads = std::max(ServerSettings().threads, std::thread::hardware_concurrency());
     uint32_t maxMessage = ServerSettings().maxMessage;
     std::size_t maxClients = ServerSettings().maxClients;
     std::string idleTimeout = "0";
@@ -118,7 +118,8 @@ void addServeCommand(CommandLine& line) {
                  [&common = line.options(), options] { return serve(common, *options); });
     command
         .add_option("--threads", options->threads,
-                    "Requests executed at once; by default one a processor, and 4 at least")
+                    "Threads that serve the clients, and as many again while requests take long; "
+                    "by default one a processor, and 2 at least")
         ->type_name("N")
         ->check(CLI::Range(1, 1024));
     command.add_option("--max-message", options->maxMessage, "Longest request in bytes")

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <asio/error.hpp>
+#include <asio/socket_base.hpp>
 #include <chrono>
 #include <exception>
 #include <new>
@@ -27,45 +28,46 @@ constexpr int kLastClients = 4096;
 
 }  // namespace
 
-Acceptor::Acceptor(asio::io_context& own, asio::io_context& clientsContext, int descriptor,
-                   const ClientList& clients, const ServerSettings& settings,
-                   std::function<void(Socket)> serve)
+Acceptor::Acceptor(asio::io_context& own, ClientThreads& threads, int descriptor,
+                   const ClientList& clients, const ServerSettings& settings, Serve serve)
     : acceptor_(own, asio::local::stream_protocol(), descriptor),
       timer_(own),
-      clientsContext_(clientsContext),
+      threads_(threads),
       clients_(clients),
       settings_(settings),
       serve_(std::move(serve)) {
     acceptor_.non_blocking(true);
 }
 
-void Acceptor::accept() {
-    acceptor_.async_accept(clientsContext_.get_executor(),
-                           [this](const asio::error_code& error, Socket socket) {
-                               accepted(error, std::move(socket));
-                           });
+// Not for the client itself: which thread has the fewest is known when it is there.
+void Acceptor::wait() {
+    acceptor_.async_wait(asio::socket_base::wait_read, [this](const asio::error_code& failure) {
+        if (stopped_) {
+            return;
+        }
+        const asio::error_code error = failure ? failure : accept();
+        if (error && error != asio::error::would_block &&
+            error != asio::error::connection_aborted) {
+            pause(error);
+            return;
+        }
+        wait();
+    });
 }
 
-void Acceptor::accepted(const asio::error_code& error, Socket socket) {
-    if (stopped_) {
-        if (!error) {
-            // Accepted and not yet looked at when the host stopped.
-            turnAway(socket.native_handle(), QV_HOST_ERROR_STOPPING, "the host is about to end");
-        }
-        return;
-    }
-    if (error && error != asio::error::connection_aborted) {
-        pause(error);
-        return;
-    }
+asio::error_code Acceptor::accept() {
+    ClientThread& thread = threads_.next();
+    Socket socket(thread.context());
+    asio::error_code error;
+    acceptor_.accept(socket, error);
     if (!error) {
         paused_ = false;
-        admit(std::move(socket));
+        admit(std::move(socket), thread);
     }
-    accept();
+    return error;
 }
 
-void Acceptor::admit(Socket socket) {
+void Acceptor::admit(Socket socket, ClientThread& thread) {
     try {
         const Peer peer = peerOf(socket.native_handle());
         if (!mayUse(peer, geteuid(), settings_.access)) {
@@ -79,7 +81,7 @@ void Acceptor::admit(Socket socket) {
                                  settings_.maxClients));
             return;
         }
-        serve_(std::move(socket));
+        serve_(std::move(socket), thread);
     } catch (const std::exception& error) {
         // No memory for this one, or gone already.
         reportError(fmt::format("cannot serve a client: {}", error.what()));
@@ -94,7 +96,7 @@ void Acceptor::pause(const asio::error_code& error) {
     timer_.expires_after(kPause);
     timer_.async_wait([this](const asio::error_code& cancelled) {
         if (!cancelled && !stopped_) {
-            accept();
+            wait();
         }
     });
 }
@@ -103,14 +105,9 @@ void Acceptor::stop(bool last) {
     stopped_ = true;
     timer_.cancel();
     for (int i = 0; last && i < kLastClients; ++i) {
-        asio::error_code error;
-        Socket socket(clientsContext_);
-        acceptor_.accept(socket, error);
+        const asio::error_code error = accept();
         if (error && error != asio::error::connection_aborted) {
             break;
-        }
-        if (!error) {
-            admit(std::move(socket));
         }
     }
     asio::error_code ignored;

@@ -10,6 +10,7 @@
 #include <functional>
 
 #include "Client.h"
+#include "ClientThreads.h"
 #include "Settings.h"
 #include "Socket.h"
 
@@ -17,31 +18,32 @@ namespace qv::host {
 
 class Acceptor {
   public:
-    // Accepts in `own`, for sockets of `clientsContext`, from the descriptor, which becomes its
-    // own. Throws std::system_error.
-    Acceptor(asio::io_context& own, asio::io_context& clientsContext, int descriptor,
-             const ClientList& clients, const ServerSettings& settings,
-             std::function<void(Socket)> serve);
+    using Serve = std::function<void(Socket, ClientThread&)>;
 
-    void start() { accept(); }
+    // Waits in `own` for clients of `threads`, at the descriptor, which becomes its own. Throws
+    // std::system_error.
+    Acceptor(asio::io_context& own, ClientThreads& threads, int descriptor,
+             const ClientList& clients, const ServerSettings& settings, Serve serve);
+
+    void start() { wait(); }
 
     // Takes no more. Those that are connected already come in first where the socket goes with the
     // host; they stay for its successor where it does not.
     void stop(bool last);
 
   private:
-    void accept();
-    void accepted(const asio::error_code& error, Socket socket);
-    void admit(Socket socket);
+    void wait();
+    asio::error_code accept();
+    void admit(Socket socket, ClientThread& thread);
     void pause(const asio::error_code& error);
 
     asio::basic_socket_acceptor<asio::local::stream_protocol, asio::io_context::executor_type>
         acceptor_;
     asio::steady_timer timer_;
-    asio::io_context& clientsContext_;
+    ClientThreads& threads_;
     const ClientList& clients_;
     const ServerSettings& settings_;
-    std::function<void(Socket)> serve_;
+    Serve serve_;
     bool paused_ = false;
     bool stopped_ = false;
 };

@@ -35,10 +35,12 @@ constexpr std::chrono::milliseconds kTurn(10);
 
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
-    Connection(Socket socket, ClientList& clients, PluginService& service,
-               const ServerSettings& settings)
+    Connection(Socket socket, ClientThreads& threads, ClientThread& thread, ClientList& clients,
+               PluginService& service, const ServerSettings& settings)
         : socket_(std::move(socket)),
           client_(clients, socket_.native_handle()),
+          threads_(threads),
+          place_(thread),
           service_(service),
           settings_(settings),
           reader_(settings.maxMessage) {
@@ -60,6 +62,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     void readMore();
+    void execute();
     void answerRequests();
     void write();
     void written();
@@ -69,6 +72,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // In this order: the client must leave its list before the socket is closed.
     Socket socket_;
     Client client_;
+    ClientThreads& threads_;
+    ClientThread::Place place_;
     PluginService& service_;
     const ServerSettings& settings_;
     FrameReader reader_;
@@ -112,9 +117,20 @@ void Connection::readMore() {
                     return;
                 }
                 self->reader_.received(count);
-                self->answerRequests();
+                self->execute();
             });
         });
+}
+
+void Connection::execute() {
+    const Client::Clock::time_point begin = Client::Clock::now();
+    if (threads_.slowTimes().include(begin)) {
+        asio::post(threads_.shared(),
+                   [self = shared_from_this()] { self->go([&] { self->answerRequests(); }); });
+    } else {
+        answerRequests();
+        threads_.slowTimes().executed(begin, Client::Clock::now());
+    }
 }
 
 void Connection::answerRequests() {
@@ -191,9 +207,9 @@ void Connection::written() {
     } else if (reader_.empty()) {
         readMore();
     } else {
-        // In its turn: other clients wait for this thread, and the stack has an end.
+        // Other clients wait for this thread, and the stack has an end.
         asio::post(socket_.get_executor(),
-                   [self = shared_from_this()] { self->go([&] { self->answerRequests(); }); });
+                   [self = shared_from_this()] { self->go([&] { self->execute(); }); });
     }
 }
 
@@ -225,9 +241,10 @@ void Connection::refuse(uint32_t code, std::string_view text) {
 
 }  // namespace
 
-void serveClient(Socket socket, ClientList& clients, PluginService& service,
-                 const ServerSettings& settings) {
-    std::make_shared<Connection>(std::move(socket), clients, service, settings)->read();
+void serveClient(Socket socket, ClientThreads& threads, ClientThread& thread, ClientList& clients,
+                 PluginService& service, const ServerSettings& settings) {
+    std::make_shared<Connection>(std::move(socket), threads, thread, clients, service, settings)
+        ->read();
 }
 
 }  // namespace qv::host

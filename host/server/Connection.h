@@ -1,21 +1,21 @@
 // One client's conversation: reads requests, has them executed, sends the answers. It lives until
 // the client or the host ends it, and nobody keeps it. At any time it reads, or executes, or
-// writes, so that it needs no lock; different ones run on as many threads as run the socket's
-// context.
+// writes, so that it needs no lock on whatever thread it is.
 #ifndef QVHOST_SERVER_CONNECTION_H
 #define QVHOST_SERVER_CONNECTION_H
 
 #include "Client.h"
+#include "ClientThreads.h"
 #include "PluginService.h"
 #include "Settings.h"
 #include "Socket.h"
 
 namespace qv::host {
 
-// Begins it. All but the socket must outlive the run of the socket's context. Throws
+// Begins it, with a socket of the thread's context. All but the socket must outlive that. Throws
 // std::bad_alloc and std::system_error, with the socket closed.
-void serveClient(Socket socket, ClientList& clients, PluginService& service,
-                 const ServerSettings& settings);
+void serveClient(Socket socket, ClientThreads& threads, ClientThread& thread, ClientList& clients,
+                 PluginService& service, const ServerSettings& settings);
 
 }  // namespace qv::host
 

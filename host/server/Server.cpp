@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
 #include <asio/signal_set.hpp>
@@ -13,15 +12,13 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
-#include <exception>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "Acceptor.h"
 #include "Client.h"
+#include "ClientThreads.h"
 #include "Connection.h"
 #include "DescriptorLimit.h"
 #include "ListeningSocket.h"
@@ -58,18 +55,6 @@ Milliseconds sweepInterval(const ServerSettings& settings) {
     return std::max(interval, kShortest);
 }
 
-// What throws here was of one client, whose connection is gone with it.
-void runClients(asio::io_context& context) {
-    for (;;) {
-        try {
-            context.run();
-            return;
-        } catch (const std::exception& error) {
-            reportError(fmt::format("a client was lost: {}", error.what()));
-        }
-    }
-}
-
 }  // namespace
 
 // The clients' requests run on threads of their own, all of which may be inside the plug-in;
@@ -79,6 +64,7 @@ class Server::Work {
     Work(Plugin& plugin, ServerSettings settings, std::function<void()> initialize)
         : settings_(std::move(settings)),
           service_(plugin, std::move(initialize)),
+          threads_(settings_.threads),
           // Before there is a socket to leave behind.
           stopSignals_(control_, SIGTERM, SIGINT),
           reloadSignals_(control_, SIGHUP),
@@ -103,7 +89,7 @@ class Server::Work {
     PluginService service_;
     ClientList clients_;
     // What the clients that are left use goes after them.
-    asio::io_context clientsContext_;
+    ClientThreads threads_;
     asio::io_context control_{1};
     asio::signal_set stopSignals_;
     asio::signal_set reloadSignals_;
@@ -123,21 +109,13 @@ void Server::Work::run() {
     }
     service_.initialize();
     socket_->listen();
-    acceptor_.emplace(
-        control_, clientsContext_, socket_->release(), clients_, settings_,
-        [this](Socket socket) { serveClient(std::move(socket), clients_, service_, settings_); });
-    std::vector<std::thread> threads;
-    auto work = asio::make_work_guard(clientsContext_);
-    const auto join = [&] {
-        work.reset();
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-    };
+    acceptor_.emplace(control_, threads_, socket_->release(), clients_, settings_,
+                      [this](Socket socket, ClientThread& thread) {
+                          serveClient(std::move(socket), threads_, thread, clients_, service_,
+                                      settings_);
+                      });
     try {
-        for (unsigned i = 0; i < settings_.threads; ++i) {
-            threads.emplace_back([this] { runClients(clientsContext_); });
-        }
+        threads_.start();
         acceptor_->start();
         awaitStop();
         awaitReload();
@@ -147,13 +125,12 @@ void Server::Work::run() {
         sweep();
         control_.run();
     } catch (...) {
-        clientsContext_.stop();
-        join();
+        threads_.abandon();
         // Those that are left go after what would be told of it.
         clients_.forget();
         throw;
     }
-    join();
+    threads_.join();
     service_.finalize();
 }
 

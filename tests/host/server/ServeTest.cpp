@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -15,6 +16,8 @@
 #include <vector>
 
 #include "HostProcess.h"
+#include "NotifySocket.h"
+#include "Pipe.h"
 #include "RawClient.h"
 #include "support/LoadedPlugin.h"
 
@@ -163,6 +166,52 @@ TEST(Serve, RequestsOfDifferentClientsAreInThePluginAtOnce) {
     ASSERT_TRUE(second.send(frame(QV_COMMAND_REGISTER_SERVICES, 2)));
     EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
     EXPECT_EQ(second.receive()->code, uint32_t{QV_OK});
+}
+
+// On the thread of another, its request would wait for the other one's.
+TEST(Serve, ClientGetsTheThreadThatAnotherOneLeft) {
+    HostProcess host;
+    host.useFakePlugin("request meets another");
+    const NotifySocket manager(host);
+    // For the manager to hear soon who is there.
+    ASSERT_TRUE(host.start({"--threads", "2", "--frame-timeout", "0.04"}));
+    const RawClient first(host.socket());
+    EXPECT_TRUE(first.works());
+    {
+        const RawClient leaver(host.socket());
+        manager.waitFor("clients: 2");
+    }
+    manager.waitFor("clients: 1");
+    const RawClient second(host.socket());
+    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
+    ASSERT_TRUE(second.send(frame(QV_COMMAND_REGISTER_SERVICES, 2)));
+    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
+    EXPECT_EQ(second.receive()->code, uint32_t{QV_OK});
+}
+
+TEST(Serve, AfterALongRequestTheNextKeepsNobodyWaiting) {
+    HostProcess host;
+    host.useFakePlugin("request waits at the pipe");
+    Pipe pipe(host);
+    ASSERT_TRUE(host.start({"--threads", "2"}));
+    const RawClient first(host.socket());
+    const RawClient other(host.socket());
+    const RawClient besideFirst(host.socket());
+    EXPECT_TRUE(besideFirst.works());
+    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
+    pipe.meetRequest();
+    // What follows has ten times this.
+    const auto begin = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - begin < std::chrono::seconds(1)) {
+        ASSERT_TRUE(other.works());
+    }
+    pipe.letGo();
+    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
+    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 2)));
+    pipe.meetRequest();
+    EXPECT_TRUE(besideFirst.works());
+    pipe.letGo();
+    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
 }
 
 TEST(Serve, ThousandClientsAtOnceAreServed) {

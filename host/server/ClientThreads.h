@@ -1,0 +1,104 @@
+// The threads that the clients' requests are executed on. Mostly that is where they were read: each
+// thread that reads has a context and clients of its own, since threads that share a context wake
+// each other at every request.
+//
+// That makes clients wait for each other, which is fine while it is short. Once a request took
+// long, as one does that waits for the disk, those that come next are handed over, for ten times as
+// long, to threads that share them. So clients wait for each other a tenth of the time at most.
+#ifndef QVHOST_SERVER_CLIENT_THREADS_H
+#define QVHOST_SERVER_CLIENT_THREADS_H
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <thread>
+#include <vector>
+
+#include "SlowTimes.h"
+
+namespace qv::host {
+
+// Threads that run one context.
+class ContextThreads {
+  public:
+    // The hint is that of the context.
+    explicit ContextThreads(int hint) : context_(hint) {}
+
+    asio::io_context& context() { return context_; }
+
+    // Throws std::system_error.
+    void start(std::size_t count);
+
+    // Waits until nothing is under way.
+    void join();
+
+    // The same, and abandons what is under way.
+    void abandon();
+
+  private:
+    asio::io_context context_;
+    asio::executor_work_guard<asio::io_context::executor_type> work_{context_.get_executor()};
+    std::vector<std::thread> threads_;
+};
+
+// Reads for its clients.
+class ClientThread {
+  public:
+    // A client's, for as long as it lives.
+    class Place {
+      public:
+        explicit Place(ClientThread& thread) : thread_(thread) { ++thread_.clients_; }
+        ~Place() { --thread_.clients_; }
+
+        Place(const Place&) = delete;
+        Place& operator=(const Place&) = delete;
+
+      private:
+        ClientThread& thread_;
+    };
+
+    std::size_t clients() const { return clients_; }
+    ContextThreads& thread() { return thread_; }
+    asio::io_context& context() { return thread_.context(); }
+
+  private:
+    // Clients that are abandoned go with the context.
+    std::atomic<std::size_t> clients_ = 0;
+    ContextThreads thread_{1};
+};
+
+class ClientThreads {
+  public:
+    // So many read, and as many share what is handed over.
+    explicit ClientThreads(std::size_t count);
+
+    // Throws std::system_error; those that were started are to be abandoned then.
+    void start();
+
+    // To be called when there are no clients any more.
+    void join();
+
+    // Ends with whatever is under way.
+    void abandon();
+
+    // The one with the fewest clients.
+    ClientThread& next();
+
+    // Tells when to hand over, and is to be told of what was executed where it was read.
+    SlowTimes& slowTimes() { return slowTimes_; }
+
+    // Of the threads that share.
+    asio::io_context& shared() { return sharing_.context(); }
+
+  private:
+    std::deque<ClientThread> reading_;
+    // Its clients go before the contexts of their sockets.
+    ContextThreads sharing_;
+    SlowTimes slowTimes_;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_SERVER_CLIENT_THREADS_H

@@ -1,0 +1,35 @@
+// Tells by how long requests took whether it is a time of slow ones, as when changes are saved to a
+// disk. For any number of threads.
+#ifndef QVHOST_SERVER_SLOW_TIMES_H
+#define QVHOST_SERVER_SLOW_TIMES_H
+
+#include <atomic>
+#include <chrono>
+
+namespace qv::host {
+
+class SlowTimes {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    void executed(Clock::time_point begin, Clock::time_point end) {
+        if (end - begin >= kLong) {
+            until_ = (end + kTimes * (end - begin)).time_since_epoch().count();
+        }
+    }
+
+    bool include(Clock::time_point now) const { return now.time_since_epoch().count() < until_; }
+
+  private:
+    // Many times what it costs to hand a request over to another thread.
+    static constexpr std::chrono::milliseconds kLong{1};
+
+    // A slow time is so many times as long as the request that began it.
+    static constexpr int kTimes = 10;
+
+    std::atomic<Clock::rep> until_ = Clock::time_point::min().time_since_epoch().count();
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_SERVER_SLOW_TIMES_H
