@@ -42,6 +42,10 @@ class LoadedPlugin {
         table_[0].handler(QV_COMMAND_REGISTER_SERVICES, bytes.data(),
                           static_cast<int>(bytes.size()), nullptr, nullptr);
     }
+    void unregisterServices(const std::string& bytes) const {
+        table_[1].handler(QV_COMMAND_UNREGISTER_SERVICES, bytes.data(),
+                          static_cast<int>(bytes.size()), nullptr, nullptr);
+    }
     void getServices() const {
         void* answer = nullptr;
         int length = 0;

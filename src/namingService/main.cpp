@@ -3,8 +3,6 @@
 
 #include <cstdlib>
 #include <iterator>
-#include <memory>
-#include <utility>
 
 #include "QvGeneral.h"
 #include "QvPlugin.h"
@@ -12,14 +10,12 @@
 #include "configuration.h"
 #include "namingService.h"
 #include "namingService.pb.h"
-#include "spare.h"
 
 using qor::kevra::kLogDebug;
 using qor::kevra::kLogInfo;
 using qor::kevra::kLogWarning;
 using qor::kevra::NamingService;
 using qor::kevra::ServiceInfoArray;
-using qor::kevra::Spare;
 
 void* g_debugLogContext = nullptr;
 
@@ -27,16 +23,6 @@ namespace {
 
 NamingService* g_namingService = nullptr;
 QvNotificationCallback g_notify = QvPluginNullNotify;
-
-// Listing makes a message of the whole directory each time. Most of the work would be to allocate
-// its elements, so the last one is kept. That takes the memory of one more directory, and at most
-// some 128 bytes a service besides.
-Spare<ServiceInfoArray> spareAnswer;
-
-// Not when the directory has shrunk to less than half of what the message could hold.
-bool isWorthKeeping(const ServiceInfoArray& answer) {
-    return answer.services().ClearedCount() <= answer.services_size();
-}
 
 // Register and unregister differ in the registry's operation and in the name that they log.
 int changeServices(const char* name, void (NamingService::*change)(const ServiceInfoArray&),
@@ -65,9 +51,10 @@ int unregisterServices(int /*command*/, const void* in, int inLen, void** /*out*
     return changeServices("unregisterServices", &NamingService::unregisterServices, in, inLen);
 }
 
-// Hands the answer to the host in a buffer of its exact size, or null where it is empty.
+// Hands the answer, whose size is cached, to the host in a buffer of that size, or null where it is
+// empty.
 int encodeAnswer(const ServiceInfoArray& answer, void** out, int* outLen) {
-    const int size = answer.ByteSize();
+    const int size = answer.GetCachedSize();
     *outLen = size;
     if (size == 0) {
         *out = nullptr;
@@ -91,13 +78,7 @@ int getServices(int /*command*/, const void* /*in*/, int /*inLen*/, void** out, 
     if (out == nullptr || outLen == nullptr) {
         return QV_ERROR_ARGUMENT;
     }
-    std::unique_ptr<ServiceInfoArray> answer = spareAnswer.take();
-    g_namingService->getServices(*answer);
-    const int result = encodeAnswer(*answer, out, outLen);
-    if (isWorthKeeping(*answer)) {
-        spareAnswer.giveBack(std::move(answer));
-    }
-    return result;
+    return encodeAnswer(*g_namingService->getServices(), out, outLen);
 }
 
 const HandlerEntry handlerArr[] = {
@@ -136,7 +117,6 @@ void QvPluginFinalize(void) {
     delete g_namingService;
     g_namingService = nullptr;
     qor::kevra::closeConfiguration();
-    spareAnswer.drop();
 }
 
 int QvPluginGetHandlers(const HandlerEntry** handlers, int32_t* count, void** reserved) {

@@ -23,12 +23,12 @@ void NamingService::registerServices(const ServiceInfoArray& request) {
                service.address().c_str());
         const auto [entry, isNew] = serviceMap.try_emplace(service.id(), service);
         if (isNew) {
-            unsaved = true;
+            unsaved = unlisted = true;
         } else if (entry->second.address() != service.address()) {
             // Copied before it is put in place, so that no memory costs no entry.
             ServiceInfo replacement(service);
             entry->second.Swap(&replacement);
-            unsaved = true;
+            unsaved = unlisted = true;
         }
     }
     if (unsaved) {
@@ -41,19 +41,19 @@ void NamingService::registerServices(const ServiceInfoArray& request) {
 void NamingService::unregisterServices(const ServiceInfoArray& request) {
     const Guard<Mutex> guard(mutex);
     for (const ServiceInfo& service : request.services()) {
-        serviceMap.erase(service.id());
+        if (serviceMap.erase(service.id()) != 0) {
+            unlisted = true;
+        }
     }
 }
 
-void NamingService::getServices(ServiceInfoArray& answer) {
-    answer.Clear();
+NamingService::Listing NamingService::getServices() {
     const Guard<Mutex> guard(mutex);
-    answer.mutable_services()->Reserve(static_cast<int>(serviceMap.size()));
-    for (const auto& [id, service] : serviceMap) {
-        ServiceInfo* copy = answer.add_services();
-        copy->set_id(service.id());
-        copy->set_address(service.address());
+    if (unlisted) {
+        makeListing();
+        unlisted = false;
     }
+    return Listing(listing, listingMutex);
 }
 
 // Of services that are stored under one identifier the last counts.
@@ -66,6 +66,24 @@ void NamingService::load() {
         // They were saved in this order.
         serviceMap.try_emplace(serviceMap.end(), service.id())->second.Swap(&service);
     }
+}
+
+void NamingService::makeListing() {
+    const std::lock_guard hold(listingMutex);
+    const int size = static_cast<int>(serviceMap.size());
+    const int capacity = listing.services_size() + listing.services().ClearedCount();
+    if (size < capacity / 2) {
+        // The memory of a directory that was much larger goes back.
+        ServiceInfoArray().Swap(&listing);
+    }
+    listing.Clear();
+    listing.mutable_services()->Reserve(size);
+    for (const auto& [id, service] : serviceMap) {
+        ServiceInfo* entry = listing.add_services();
+        entry->set_id(service.id());
+        entry->set_address(service.address());
+    }
+    static_cast<void>(listing.ByteSizeLong());
 }
 
 // The whole directory, each time. Where it cannot be stored, the services stay registered, and the

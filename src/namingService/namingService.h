@@ -3,6 +3,8 @@
 #define QV_NAMING_SERVICE_H
 
 #include <map>
+#include <mutex>
+#include <shared_mutex>
 
 #include "QvLock.h"
 #include "namingService.pb.h"
@@ -26,19 +28,41 @@ class NamingService {
     // passed over. Memory only: what is saved keeps them until a registration saves again.
     void unregisterServices(const ServiceInfoArray& request);
 
-    // Replaces the answer's contents with all services, in ascending order of their identifiers,
-    // each with both fields present.
-    void getServices(ServiceInfoArray& answer);
+    // A message of all services, in ascending order of their identifiers, each with both fields
+    // present; its size is cached. Any number of threads may hold it at once, and should let it go
+    // soon: the first listing after a change waits for that, with the lock.
+    class Listing {
+      public:
+        const ServiceInfoArray& operator*() const { return services; }
+
+      private:
+        friend class NamingService;
+
+        Listing(const ServiceInfoArray& services, std::shared_mutex& mutex)
+            : services(services), hold(mutex) {}
+
+        const ServiceInfoArray& services;
+        const std::shared_lock<std::shared_mutex> hold;
+    };
+    Listing getServices();
 
   private:
     void load();
     void save();
+    void makeListing();
 
     // Keyed by the service's identifier. Guarded by `mutex`.
     std::map<int, ServiceInfo> serviceMap;
     // Whether a registration changed the map and has not come to its end, for want of memory, so
     // that the next one has to save what it did. Guarded by `mutex`.
     bool unsaved = false;
+    // What the last listing gave, and whether the map changed since. It is kept because to make it
+    // anew each time would take several times as long as to serialise it; it takes the memory of
+    // one more directory, and at most some 128 bytes a service besides. Guarded by `mutex`; who
+    // reads it without has locked `listingMutex`, which is always locked second.
+    ServiceInfoArray listing;
+    bool unlisted = true;
+    std::shared_mutex listingMutex;
     // Declared last, so that it is destroyed before the map it guards.
     Mutex mutex;
 };

@@ -159,7 +159,11 @@ class Message : public MessageLite {
     std::size_t ByteSizeLong() const final {
         std::size_t size = 0;
         forEachField([&size](const auto& field) { size += field.byteSize(); });
-        cachedSize_.store(static_cast<int>(size), std::memory_order_relaxed);
+        // Threads that serialise one message at the same time would take its memory from each other
+        // by writing what is there.
+        if (GetCachedSize() != static_cast<int>(size)) {
+            cachedSize_.store(static_cast<int>(size), std::memory_order_relaxed);
+        }
         return size;
     }
     int ByteSize() const { return static_cast<int>(ByteSizeLong()); }
