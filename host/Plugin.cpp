@@ -1,5 +1,6 @@
 #include "Plugin.h"
 
+#include <QvResult.h>
 #include <QvUtil.h>
 #include <dlfcn.h>
 #include <fmt/format.h>
@@ -44,23 +45,11 @@ auto guarded(std::string_view attempt, Call call) -> decltype(call()) {
 }
 
 void check(int result, const std::string& attempt) {
-    const char* meaning = "a result that the interface does not define";
-    switch (result) {
-        case QV_OK:
-            return;
-        case QV_ERROR_SERIALIZE:
-            meaning = "the answer could not be serialised";
-            break;
-        case QV_ERROR_ARGUMENT:
-            meaning = "the request is not valid";
-            break;
-        case QV_ERROR_NO_MEMORY:
-            meaning = "no memory for the answer";
-            break;
-        default:
-            break;
+    if (result == QV_OK) {
+        return;
     }
-    throw PluginError(fmt::format("{}: the plug-in answered {} ({})", attempt, result, meaning));
+    throw PluginError(
+        fmt::format("{}: the plug-in answered {} ({})", attempt, result, resultMeaning(result)));
 }
 
 // The loader begins most of its messages with the file's name, which ours names already.

@@ -1,6 +1,6 @@
 #include "Connection.h"
 
-#include <QvPlugin.h>
+#include <QvResult.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -34,22 +34,8 @@ Error resultError(uint32_t result, const std::string& text) {
         return {Error::Kind::Refused, code,
                 "the host refused: " + (text.empty() ? "result " + std::to_string(code) : text)};
     }
-    const char* meaning = "a result that the interface does not define";
-    switch (result) {
-        case QV_ERROR_SERIALIZE:
-            meaning = "the answer could not be serialised";
-            break;
-        case QV_ERROR_ARGUMENT:
-            meaning = "the request is not valid";
-            break;
-        case QV_ERROR_NO_MEMORY:
-            meaning = "no memory for the answer";
-            break;
-        default:
-            break;
-    }
     return {Error::Kind::Result, code,
-            "the plug-in answered " + std::to_string(result) + " (" + meaning + ")"};
+            "the plug-in answered " + std::to_string(result) + " (" + resultMeaning(code) + ")"};
 }
 
 std::string frame(const QvFrameHeader& header, const std::string& input) {
