@@ -1,5 +1,6 @@
 #include "Connection.h"
 
+#include <QvPlugin.h>
 #include <QvResult.h>
 
 #include <algorithm>
