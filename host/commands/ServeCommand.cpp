@@ -45,9 +45,13 @@ constexpr char kFooter[] =
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
 
+// More would wait for each other at the directory's lock.
+constexpr unsigned kMostThreadsByDefault = 8;
+
 // As the options have them.
 struct ServeOptions {
-    unsigned threads = std::max(ServerSettings().threads, std::thread::hardware_concurrency());
+    unsigned threads = std::clamp(std::thread::hardware_concurrency(), ServerSettings().threads,
+                                  kMostThreadsByDefault);
     uint32_t maxMessage = ServerSettings().maxMessage;
     std::size_t maxClients = ServerSettings().maxClients;
     std::string idleTimeout = "0";
@@ -119,7 +123,7 @@ void addServeCommand(CommandLine& line) {
     command
         .add_option("--threads", options->threads,
                     "Threads that serve the clients, and as many again while requests take long; "
-                    "by default one a processor, and 2 at least")
+                    "by default one a processor, from 2 to 8")
         ->type_name("N")
         ->check(CLI::Range(1, 1024));
     command.add_option("--max-message", options->maxMessage, "Longest request in bytes")
