@@ -1,29 +1,32 @@
 """The life of an installation: installed, used, killed, damaged, misused, upgraded, removed, purged.
 
-Run by installed-packages, as root of a machine that is thrown away. No service manager runs there, so
-the service is started as its unit says.
+Run by installed-packages, as root of a machine that is thrown away, whose service manager runs the
+service.
 """
 
-import atexit
 import glob
+import grp
 import os
 import pwd
-import re
 import resource
 import signal
 import socket
 import struct
 import subprocess
 import sys
+import time
 import unittest
 
 PACKAGES, SOURCE = sys.argv[1:3]
 NAMES = ["lorx-naming-service", "lorx-naming-service-host", "lorx-naming-service-dev"]
+SERVICE, SOCKET_UNIT = "lorx-naming-service.service", "lorx-naming-service.socket"
 STATE = "/var/lib/Vornak/LorxCore"
 CONFIGURATION = STATE + "/namingService.conf.plist"
+LOG = "/var/log/Vornak/LorxCore/namingService.log"
 SOCKET = "/run/Vornak/LorxCore/namingService.sock"
 REGISTER, LIST = 0x0200, 0x0202
 FORBIDDEN, TOO_LONG = 21001, 21003
+RUNNING, OFF = ("active", "enabled"), ("inactive", "disabled")
 
 
 def run(*command, **options):
@@ -43,37 +46,81 @@ def contents(path):
         return file.read()
 
 
-def as_user(name):
+def as_user(name, *groups):
     entry = pwd.getpwnam(name)
 
     def change():
-        os.setgroups([])
+        os.setgroups(groups)
         os.setgid(entry.pw_gid)
         os.setuid(entry.pw_uid)
 
     return change
 
 
-class Service:
-    """One run of what the unit starts, as its user."""
+def systemctl(*arguments):
+    return run("systemctl", *arguments)
 
-    def __init__(self):
-        with open("/usr/lib/systemd/system/lorx-naming-service.service", encoding="utf-8") as unit:
-            settings = dict(re.findall(r"^(\w+)=(.*)$", unit.read(), re.MULTILINE))
-        self.process = subprocess.Popen(
-            settings["ExecStart"].split(), preexec_fn=as_user(settings["User"]),
-            stderr=subprocess.PIPE, text=True)
-        # It must not outlive a failure.
-        atexit.register(self.process.kill)
-        self.said = self.process.stderr.readline()
-        if "serving" not in self.said:
-            raise AssertionError(self.said + self.process.stderr.read())
 
-    def end(self, number):
-        self.process.send_signal(number)
-        status = self.process.wait(60)
-        self.process.stderr.close()
-        return status
+def shown(unit, *properties):
+    """What the service manager knows of a unit, value by value."""
+    lines = systemctl("show", "--property=" + ",".join(properties), unit).splitlines()
+    values = dict(line.split("=", 1) for line in lines)
+    return tuple(values[name] for name in properties)
+
+
+def state(unit):
+    return shown(unit, "ActiveState", "UnitFileState")
+
+
+def main_process():
+    return int(shown(SERVICE, "MainPID")[0])
+
+
+def start():
+    # The manager would refuse to start it as often as this story does.
+    systemctl("reset-failed", SERVICE)
+    systemctl("start", SERVICE)
+
+
+def wait_until(condition):
+    end = time.monotonic() + 20
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError(systemctl("show", SERVICE, SOCKET_UNIT))
+        time.sleep(0.05)
+
+
+def running():
+    return run("systemctl", "list-units", "--quiet", "--plain", "lorx-*").splitlines()
+
+
+def left():
+    return run("find", "/etc", "/run", "/usr", "/var", "-iname", "*lorx*")
+
+
+def list_as(name, *groups):
+    return subprocess.run(["qvhost", "list"], preexec_fn=as_user(name, *groups),
+                          capture_output=True, text=True)
+
+
+def documented(program):
+    """What the operators' page prints of it."""
+    with open(SOURCE + "/docs/operations.md", encoding="utf-8") as page:
+        return [line.strip() for line in page if line.startswith(f"    {program} ")]
+
+
+def packages_of_version(version):
+    folder = "/tmp/" + version
+    os.mkdir(folder)
+    for package in glob.glob(PACKAGES + "/*.deb"):
+        run("dpkg-deb", "--raw-extract", package, "/tmp/tree")
+        with open("/tmp/tree/DEBIAN/control", "r+", encoding="utf-8") as control:
+            text = control.read().replace("1.0.0", version)
+            control.seek(0)
+            control.write(text)
+        run("dpkg-deb", "--build", "-Znone", "--root-owner-group", "/tmp/tree", folder)
+        run("rm", "-r", "/tmp/tree")
+    return glob.glob(folder + "/*.deb")
 
 
 class Client:
@@ -81,6 +128,7 @@ class Client:
 
     def __init__(self):
         self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(60)
         self.socket.connect(SOCKET)
 
     def send(self, data):
@@ -119,56 +167,86 @@ class Client:
 class InstalledPackages(unittest.TestCase):
     """One story in the order of its steps."""
 
-    def test_1_installing_makes_user_directories_and_an_empty_configuration(self):
+    def test_01_installing_makes_directories_and_an_empty_configuration_and_starts_the_service(self):
         run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
         user = pwd.getpwnam("lorxcore")
         for path, mode in ((STATE, 0o750), (STATE + "/backup", 0o700), (CONFIGURATION, 0o600),
-                           ("/var/log/Vornak/LorxCore", 0o750), ("/run/Vornak/LorxCore", 0o755)):
+                           ("/var/log/Vornak/LorxCore", 0o750), (LOG, 0o600),
+                           ("/run/Vornak/LorxCore", 0o755), (SOCKET, 0o600)):
             status = os.stat(path)
             self.assertEqual((path, status.st_uid, status.st_mode & 0o777), (path, user.pw_uid, mode))
-        run("systemd-analyze", "verify", "--man=no", "lorx-naming-service.service",
-            "lorx-naming-service.socket")
+        run("systemd-analyze", "verify", "--man=no", SERVICE, SOCKET_UNIT)
+        self.assertEqual(state(SERVICE), RUNNING)
+        self.assertEqual(state(SOCKET_UNIT), OFF)
+        self.assertEqual(os.stat(f"/proc/{main_process()}").st_uid, user.pw_uid)
+        self.assertEqual(listing(), [])
 
-    def test_2_what_two_processes_register_survives_a_kill(self):
-        service = Service()
+    def test_02_the_service_can_do_little_more_than_it_has_to(self):
+        run("systemd-analyze", "security", "--threshold=10", SERVICE)
+
+    def test_03_what_two_processes_register_survives_a_kill(self):
         writers = [
             subprocess.Popen(["qvhost", "register", str(i), f"/run/{i}.sock"]) for i in (1, 2)]
         self.assertEqual([writer.wait() for writer in writers], [0, 0])
-        self.assertEqual(service.end(signal.SIGKILL), -signal.SIGKILL)
-        service = Service()
+        killed = main_process()
+        os.kill(killed, signal.SIGKILL)
+        wait_until(lambda: state(SERVICE) == RUNNING and main_process() != killed)
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
-        self.assertEqual(service.end(signal.SIGTERM), 0)
+        systemctl("stop", SERVICE)
+        self.assertEqual(shown(SERVICE, "ActiveState", "Result", "ExecMainStatus"),
+                         ("inactive", "success", "0"))
         self.assertFalse(os.path.exists(SOCKET))
+        start()
 
-    def test_3_damage_is_mended_from_the_backup(self):
-        service = Service()
+    def test_04_damage_is_mended_from_the_backup(self):
         run("qvhost", "register", "3", "/run/3.sock")
-        service.end(signal.SIGKILL)
+        systemctl("stop", SERVICE)
         with open(CONFIGURATION, "r+b") as file:
             file.write(b"damage")
-        service = Service()
+        start()
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
-        service.end(signal.SIGTERM)
 
-    def test_4_a_client_without_the_right_is_refused(self):
-        service = Service()
-        refused = subprocess.run(["qvhost", "list"], preexec_fn=as_user("nobody"),
-                                 capture_output=True, text=True)
+    def test_05_a_reload_reads_the_file_and_disconnects_nobody(self):
+        process, client = main_process(), Client()
+        usual = client.ask(LIST)
+        run("qvhost", "unregister", "2")
+        self.assertEqual(listing(), ["1,/run/1.sock"])
+        systemctl("reload", SERVICE)
+        # The manager has told the service then, and does not wait for it.
+        wait_until(lambda: listing() == ["1,/run/1.sock", "2,/run/2.sock"])
+        self.assertEqual(client.ask(LIST), usual)
+        client.close()
+        self.assertEqual((state(SERVICE), main_process()), (RUNNING, process))
+
+    def test_06_a_client_without_the_right_is_refused(self):
+        refused = list_as("nobody")
         self.assertEqual((refused.returncode, refused.stdout), (1, ""))
         self.assertIn("Permission denied", refused.stderr)
         # The mode alone is not what keeps others out.
         os.chmod(SOCKET, 0o666)
-        refused = subprocess.run(["qvhost", "list"], preexec_fn=as_user("nobody"),
-                                 capture_output=True, text=True)
+        refused = list_as("nobody")
         self.assertEqual((refused.returncode, refused.stdout), (1, ""))
         self.assertIn("may not use this host", refused.stderr)
         self.assertEqual(len(listing()), 2)
-        service.end(signal.SIGTERM)
 
-    def test_5_a_thousand_clients_are_served_at_once(self):
+    def test_07_a_group_is_let_in_by_an_edited_unit(self):
+        run("groupadd", "vornak")
+        group = grp.getgrnam("vornak").gr_gid
+        edits = f"/etc/systemd/system/{SERVICE}.d"
+        os.mkdir(edits)
+        with open(edits + "/override.conf", "w", encoding="utf-8") as override:
+            override.write("[Service]\nExecStart=\n"
+                           "ExecStart=/usr/bin/qvhost serve --allow-group vornak\n")
+        systemctl("daemon-reload")
+        systemctl("restart", SERVICE)
+        self.assertEqual(list_as("nobody", group).returncode, 0)
+        self.assertIn("may not use this host", list_as("nobody").stderr)
+        systemctl("revert", SERVICE)
+        systemctl("restart", SERVICE)
+
+    def test_08_a_thousand_clients_are_served_at_once(self):
         limit = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
         resource.setrlimit(resource.RLIMIT_NOFILE, (min(limit, 4096), limit))
-        service = Service()
         clients = [Client() for _ in range(1000)]
         for number, client in enumerate(clients):
             client.send(struct.pack("<III", LIST, 0, number))
@@ -178,10 +256,8 @@ class InstalledPackages(unittest.TestCase):
             self.assertEqual(client.answer(), (0, number, expected[2]))
         for client in clients:
             client.close()
-        service.end(signal.SIGTERM)
 
-    def test_6_a_client_that_misbehaves_hurts_nobody_else(self):
-        service = Service()
+    def test_09_a_client_that_misbehaves_hurts_nobody_else(self):
         good = Client()
         usual = good.ask(LIST)
 
@@ -207,9 +283,11 @@ class InstalledPackages(unittest.TestCase):
 
         for client in (good, stopped, endless, garbage, deaf):
             client.close()
-        self.assertEqual(service.end(signal.SIGTERM), 0)
+        systemctl("stop", SERVICE)
+        self.assertEqual(shown(SERVICE, "Result", "ExecMainStatus"), ("success", "0"))
+        start()
 
-    def test_7_a_host_project_is_built_against_the_packages(self):
+    def test_10_a_host_project_is_built_against_the_packages(self):
         run("cmake", "-S", SOURCE + "/examples/host", "-B", "/tmp/host")
         run("cmake", "--build", "/tmp/host")
         os.mkdir("/tmp/state")
@@ -217,32 +295,84 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual(run("/tmp/host/exampleHost", "5", "/run/5.sock", env=environment),
                          "5 /run/5.sock\n")
 
-    def test_8_an_upgrade_keeps_the_configuration(self):
-        before = contents(CONFIGURATION)
-        os.mkdir("/tmp/next")
-        for package in glob.glob(PACKAGES + "/*.deb"):
-            run("dpkg-deb", "--raw-extract", package, "/tmp/tree")
-            with open("/tmp/tree/DEBIAN/control", "r+", encoding="utf-8") as control:
-                text = control.read().replace("1.0.0", "1.0.1")
-                control.seek(0)
-                control.write(text)
-            run("dpkg-deb", "--build", "--root-owner-group", "/tmp/tree", "/tmp/next/")
-            run("rm", "-r", "/tmp/tree")
-        run("dpkg", "--install", *glob.glob("/tmp/next/*.deb"))
+    def test_11_an_upgrade_keeps_the_configuration_and_restarts_the_service(self):
+        before, process = contents(CONFIGURATION), main_process()
+        run("dpkg", "--install", *packages_of_version("1.0.1"))
         self.assertIn("1.0.1", run("dpkg-query", "--show", NAMES[1]))
         self.assertEqual(contents(CONFIGURATION), before)
-        service = Service()
+        self.assertEqual(state(SERVICE), RUNNING)
+        self.assertNotEqual(main_process(), process)
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
-        service.end(signal.SIGTERM)
 
-    def test_9_removal_keeps_the_directory_and_purge_takes_it(self):
+    def test_12_a_disabled_service_stays_disabled_over_an_upgrade(self):
+        systemctl("disable", "--now", SERVICE)
+        run("dpkg", "--install", *packages_of_version("1.0.2"))
+        self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (OFF, OFF))
+
+    def test_13_a_masked_service_is_no_hindrance_to_an_upgrade(self):
+        systemctl("mask", SERVICE)
+        run("dpkg", "--install", *packages_of_version("1.0.3"))
+        self.assertEqual(state(SERVICE), ("inactive", "masked"))
+        systemctl("unmask", SERVICE)
+
+    def test_14_the_socket_starts_the_service_with_its_first_client(self):
+        systemctl("enable", "--now", SERVICE)
+        for command in documented("systemctl"):
+            run(*command.split())
+        status = os.stat(SOCKET)
+        self.assertEqual((status.st_uid, status.st_mode & 0o777),
+                         (pwd.getpwnam("lorxcore").pw_uid, 0o600))
+        self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (OFF, RUNNING))
+        self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
+        self.assertEqual(state(SERVICE), ("active", "disabled"))
+        # The socket is the manager's: clients wait there for the next service.
+        systemctl("stop", SERVICE)
+        self.assertEqual(len(listing()), 2)
+        process = main_process()
+        run("dpkg", "--install", *packages_of_version("1.0.4"))
+        self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (("active", "disabled"), RUNNING))
+        self.assertNotEqual(main_process(), process)
+        self.assertEqual(os.stat(SOCKET).st_ino, status.st_ino)
+        self.assertEqual(len(listing()), 2)
+
+    def test_15_removal_stops_the_service_and_keeps_the_directory(self):
+        systemctl("enable", SERVICE)
         run("dpkg", "--remove", *NAMES)
         self.assertFalse(os.path.exists("/usr/bin/qvhost"))
+        self.assertFalse(os.path.exists(SOCKET))
         self.assertTrue(os.path.exists(CONFIGURATION))
+        self.assertEqual(running(), [])
+
+    def test_16_what_is_installed_again_is_as_it_was(self):
+        run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
+        self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (RUNNING, RUNNING))
+        self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
+
+    def test_17_a_purge_takes_everything(self):
         run("dpkg", "--purge", *NAMES)
-        left = run("find", "/etc", "/run", "/usr", "/var", "-iname", "*lorx*")
-        self.assertEqual(left, "")
+        self.assertEqual(running(), [])
+        self.assertEqual(left(), "")
+
+    def test_18_installed_where_no_manager_runs_it_starts_with_the_machine(self):
+        run("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /run/systemd && exec dpkg "$@"',
+            "dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
+        systemctl("daemon-reload")
+        self.assertEqual(state(SERVICE), ("inactive", "enabled"))
+        self.assertIn(SERVICE, shown("multi-user.target", "Wants")[0].split())
+        run("dpkg", "--purge", *NAMES)
+        self.assertEqual(left(), "")
+
+    def test_19_it_may_be_masked_beforehand(self):
+        systemctl("mask", SERVICE)
+        run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
+        self.assertEqual(state(SERVICE), ("inactive", "masked"))
+        run("dpkg", "--purge", *NAMES)
+        systemctl("unmask", SERVICE)
+        self.assertEqual(left(), "")
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], failfast=True, verbosity=2)
+    story = unittest.main(argv=sys.argv[:1], failfast=True, verbosity=2, exit=False)
+    if not story.result.wasSuccessful():
+        subprocess.run(["journalctl", "--boot", "--no-pager", "--unit=lorx-*"], check=False)
+        sys.exit(1)
