@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cstddef>
-
 namespace qv::host {
 
 namespace {
@@ -13,15 +11,18 @@ constexpr std::size_t kLongestQuotation = 40;
 }  // namespace
 
 std::string quotation(std::string_view text) {
-    if (text.size() <= kLongestQuotation) {
-        return fmt::format("'{}'", text);
+    return fmt::format("'{}'", shortened(text, kLongestQuotation));
+}
+
+std::string shortened(std::string_view text, std::size_t longest) {
+    if (text.size() <= longest) {
+        return std::string(text);
     }
-    std::size_t length = kLongestQuotation;
-    while (length > kLongestQuotation - 3 &&
-           (static_cast<unsigned char>(text[length]) & 0xc0) == 0x80) {
-        --length;  // not through the middle of a UTF-8 character
+    std::size_t length = longest;
+    while (length > longest - 3 && (static_cast<unsigned char>(text[length]) & 0xc0) == 0x80) {
+        --length;
     }
-    return fmt::format("'{}...'", text.substr(0, length));
+    return fmt::format("{}...", text.substr(0, length));
 }
 
 }  // namespace qv::host

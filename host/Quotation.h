@@ -2,6 +2,7 @@
 #ifndef QVHOST_QUOTATION_H
 #define QVHOST_QUOTATION_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,9 @@ namespace qv::host {
 
 // 'text', or the beginning of a long one.
 std::string quotation(std::string_view text);
+
+// The text, or as much of it as fits without a cut through a UTF-8 character, and dots.
+std::string shortened(std::string_view text, std::size_t longest);
 
 }  // namespace qv::host
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -140,14 +141,17 @@ class WatchedIterator {
 class JsonHandler : public nlohmann::json_sax<Json> {
   public:
     JsonHandler(std::string_view text, Collector& collector)
-        : counted_(text.data()), farthest_(text.data()), collector_(collector) {}
+        : counted_(text.data()),
+          farthest_(text.data()),
+          end_(text.data() + text.size()),
+          collector_(collector) {}
 
     const char** farthest() { return &farthest_; }
 
     bool null() override { return value("null"); }
     bool boolean(bool) override { return value("a boolean"); }
     bool number_float(double, const std::string&) override {
-        return value("no whole number of 32 bits");
+        return value(place_ == Place::Id ? "no whole number of 32 bits" : "a number");
     }
     bool number_integer(std::int64_t number) override { return identifier(number); }
     bool number_unsigned(std::uint64_t number) override {
@@ -216,15 +220,19 @@ class JsonHandler : public nlohmann::json_sax<Json> {
         return true;
     }
 
-    bool parse_error(std::size_t, const std::string&,
+    bool parse_error(std::size_t, const std::string& token,
                      const nlohmann::detail::exception& error) override {
+        constexpr int kNumberOverflow = 406;
+        if (error.id == kNumberOverflow) {
+            number_float(std::numeric_limits<double>::infinity(), token);
+            return false;
+        }
         // The library names itself and the place before it says what is wrong.
-        const std::string text = error.what();
+        const std::string text = withWholeCharacter(error.what(), token);
         const std::size_t start = text.find("syntax error");
-        const std::string what = start == std::string::npos ? text : text.substr(start);
         constexpr std::size_t kLongest = 160;
-        collector_.problem(line(),
-                           what.size() > kLongest ? what.substr(0, kLongest) + "..." : what);
+        collector_.problem(
+            line(), shortened(start == std::string::npos ? text : text.substr(start), kLongest));
         return false;
     }
 
@@ -252,6 +260,19 @@ class JsonHandler : public nlohmann::json_sax<Json> {
         return true;
     }
 
+    // The library stops at the first byte that it does not expect, which may begin a character.
+    std::string withWholeCharacter(std::string text, const std::string& token) const {
+        const std::size_t place = text.rfind(token);
+        if (place == std::string::npos || token.empty() ||
+            static_cast<unsigned char>(token.back()) < 0x80) {
+            return text;
+        }
+        const char* const next = std::find_if(
+            farthest_, end_, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
+        return text.insert(place + token.size(), farthest_,
+                           static_cast<std::size_t>(next - farthest_));
+    }
+
     // A value that is not what its place asks for.
     bool value(const std::string& what) {
         if (place_ != Place::Id && place_ != Place::Address) {
@@ -276,6 +297,7 @@ class JsonHandler : public nlohmann::json_sax<Json> {
 
     const char* counted_;
     const char* farthest_;
+    const char* end_;
     std::size_t line_ = 1;
     Collector& collector_;
     Place place_ = Place::Start;
@@ -324,7 +346,7 @@ ReadServices readServices(const std::string& text, const std::string& name,
     }
     Collector collector(name);
     if (format ? *format == Format::Json : looksLikeJson(content)) {
-        readJson(content, collector);
+        readJson(text, collector);  // The JSON library takes the mark away itself.
     } else {
         readCsv(content, collector);
     }

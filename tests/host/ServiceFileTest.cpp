@@ -15,6 +15,7 @@ namespace qv::host {
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Le;
@@ -67,6 +68,10 @@ TEST(ReadServices, ZeroBytesAreRefusedBecauseNothingBehindThemIsSaved) {
 TEST(ReadServices, ByteOrderMarkIsNoText) {
     EXPECT_EQ(servicesOf("\xef\xbb\xbfid,address\r\n1,a\r\n"), (Pairs{{1, "a"}}));
     EXPECT_EQ(servicesOf("\xef\xbb\xbf[{\"id\":1,\"address\":\"a\"}]"), (Pairs{{1, "a"}}));
+    EXPECT_THAT(readText("\xef\xbb\xbf\xef\xbb\xbf[]", Format::Json).problems,
+                ElementsAre(HasSubstr("file:1: syntax error")));
+    EXPECT_THAT(readText("\xef\xbb\xbf\xef\xbb\xbfid,address\n", Format::Csv).problems,
+                ElementsAre("file:1: the first line must be id,address"));
 }
 
 TEST(ReadServices, WhatIsWrittenIsReadBack) {
@@ -130,6 +135,11 @@ TEST(ReadServices, WrongPlacesInJsonAreNamed) {
          "file:3: the id must be a number, and is a string"},
         {"[{\n\"id\":1.5\n,\"address\":\"a\"}]",
          "file:2: the id must be a number, and is no whole number of 32 bits"},
+        {"[{\"id\":\n-1e999}, 1]",
+         "file:2: the id must be a number, and is no whole number of 32 bits"},
+        {"[1e999]", "file:1: here must be an object with id and address, not a number"},
+        {"[1.5]", "file:1: here must be an object with id and address, not a number"},
+        {"[{\"id\":1,\"address\":1.5}]", "file:1: the address must be a string, and is a number"},
         {"[{\"id\":true,\"address\":\"a\"}]", "file:1: the id must be a number, and is a boolean"},
         {"[{\n\"id\":2147483648\n}]",
          "file:2: the id must be a number, and is out of range (-2147483648 to 2147483647)"},
@@ -168,6 +178,26 @@ TEST(ReadServices, DamagedJsonIsNamedWithItsLine) {
     EXPECT_THAT(problemsOf("[{\"id\":1,\"address\":\"\\ud800\"}]"), SizeIs(1));
     EXPECT_THAT(problemsOf("[\"" + std::string(100000, 'x')),
                 ElementsAre(SizeIs(Le(std::size_t{300}))));
+}
+
+TEST(ReadServices, WhatIsNoJsonIsShownInWholeCharacters) {
+    EXPECT_THAT(problemsOf("[{\xe2\x80\x9cid\xe2\x80\x9d:1}]"),
+                ElementsAre(HasSubstr("last read: '[{\xe2\x80\x9c'")));
+    EXPECT_THAT(problemsOf("[\xc3\xa9"), ElementsAre(HasSubstr("last read: '[\xc3\xa9'")));
+    EXPECT_THAT(problemsOf("[{1\xc3\xa9"), ElementsAre(EndsWith("expected string literal")));
+    EXPECT_THAT(problemsOf("[\xc3"), ElementsAre(HasSubstr("last read: '[\xc3'")));
+}
+
+TEST(ReadServices, LongMessagesEndWithAWholeCharacter) {
+    for (int before = 0; before < 3; ++before) {
+        std::string text = "[{\"id\":1,\"address\":\"" + std::string(before, 'x');
+        for (int count = 0; count < 100; ++count) {
+            text += "\xe2\x82\xac";
+        }
+        const std::vector<std::string> problems = problemsOf(text);
+        ASSERT_THAT(problems, ElementsAre(EndsWith("\xe2\x82\xac...")));
+        EXPECT_THAT(problems[0], SizeIs(Le(std::size_t{171})));
+    }
 }
 
 TEST(ReadServices, DeepJsonEndsAtItsFirstWrongPlace) {
