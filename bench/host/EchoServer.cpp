@@ -13,7 +13,6 @@
 #include <asio/basic_stream_socket.hpp>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
-#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/write.hpp>
@@ -24,9 +23,10 @@
 #include <exception>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
+
+#include "ContextThreads.h"
 
 namespace {
 
@@ -92,27 +92,22 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::vector<unsigned char> answer_;
 };
 
-// Each client stays on one of the threads, as it does in the host.
+// Each client stays on one of the threads, which run as the host's do.
 void serve(std::size_t threadCount) {
-    std::deque<asio::io_context> contexts;
-    std::vector<asio::executor_work_guard<Executor>> work;
-    std::vector<std::thread> threads;
+    std::deque<qv::host::ContextThreads> threads;
     for (std::size_t i = 0; i < threadCount; ++i) {
-        asio::io_context& context = contexts.emplace_back(1);
-        work.emplace_back(context.get_executor());
-        threads.emplace_back([&context] { context.run(); });
+        threads.emplace_back(1).start(1);
     }
     asio::io_context own{1};
     asio::basic_socket_acceptor<Protocol, Executor> acceptor(own, Protocol(), kListeningSocket);
     asio::error_code error;
     for (std::size_t client = 0; !error; ++client) {
-        Socket socket = acceptor.accept(contexts[client % threadCount], error);
+        Socket socket = acceptor.accept(threads[client % threadCount].context(), error);
         if (!error) {
             std::make_shared<Connection>(std::move(socket))->read();
         }
     }
-    work.clear();
-    for (std::thread& thread : threads) {
+    for (qv::host::ContextThreads& thread : threads) {
         thread.join();
     }
 }
