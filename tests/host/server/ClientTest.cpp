@@ -106,10 +106,10 @@ TEST(Client, ThatIsLateDoesNotHurtAnother) {
 }
 
 TEST(Client, StoppedWhatHasArrivedIsReadAndNoMoreArrives) {
+    bool emptied = false;
     ClientList list;
     Connected client(list);
     EXPECT_TRUE(client.sends());
-    bool emptied = false;
     list.stop([&] { emptied = true; });
     EXPECT_FALSE(client.sends());
     EXPECT_TRUE(client.canBeRead());

@@ -20,7 +20,6 @@ constexpr std::size_t kStackSize = 8UL * 512 * 1024;
 #else
 constexpr std::size_t kStackSize = 512UL * 1024;
 #endif
-constexpr rlim_t kMemory = 256UL * 1024 * 1024;
 constexpr rlim_t kProcessorSeconds = 120;
 
 void lower(__rlimit_resource resource, rlim_t value) {
@@ -30,6 +29,7 @@ void lower(__rlimit_resource resource, rlim_t value) {
 
 void limitMemory() {
 #ifndef QV_SANITIZED
+    constexpr rlim_t kMemory = 256UL * 1024 * 1024;
     // Of the fields, all in pages, the sixth is what the limit counts.
     std::ifstream sizes("/proc/self/statm");
     rlim_t pages = 0;

@@ -12,6 +12,13 @@
 #define CF_EXTERN_C_END
 #endif
 
+// An enumeration that a caller may give any number, which C++ allows only where its type is given.
+#ifdef __cplusplus
+#define CF_ENUM(type) enum : type
+#else
+#define CF_ENUM(type) enum
+#endif
+
 #define CF_EXPORT extern __attribute__((visibility("default")))
 
 CF_EXTERN_C_BEGIN

@@ -15,7 +15,7 @@ CF_EXPORT CFTypeID CFBooleanGetTypeID(void);
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 // How a number is given and taken. A type of the second group is another name of one of the first.
-typedef enum {
+typedef CF_ENUM(int) {
     kCFNumberSInt8Type = 1,
     kCFNumberSInt16Type = 2,
     kCFNumberSInt32Type = 3,

@@ -20,7 +20,7 @@ CF_EXTERN_C_BEGIN
 
 typedef CFTypeRef CFPropertyListRef;
 
-typedef enum {
+typedef CF_ENUM(int) {
     kCFPropertyListOpenStepFormat = 1,
     kCFPropertyListXMLFormat_v1_0 = 100,
     kCFPropertyListBinaryFormat_v1_0 = 200
