@@ -267,10 +267,11 @@ class JsonHandler : public nlohmann::json_sax<Json> {
             static_cast<unsigned char>(token.back()) < 0x80) {
             return text;
         }
+        const char* const end = farthest_ + std::min<std::ptrdiff_t>(3, end_ - farthest_);
         const char* const next = std::find_if(
-            farthest_, end_, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
-        return text.insert(place + token.size(), farthest_,
-                           static_cast<std::size_t>(next - farthest_));
+            farthest_, end, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
+        text.insert(place + token.size(), farthest_, static_cast<std::size_t>(next - farthest_));
+        return text;
     }
 
     // A value that is not what its place asks for.

@@ -23,6 +23,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -94,12 +95,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
 // Each client stays on one of the threads, which run as the host's do.
 void serve(std::size_t threadCount) {
+    asio::io_context own{1};
+    asio::basic_socket_acceptor<Protocol, Executor> acceptor(own, Protocol(), kListeningSocket);
     std::deque<qv::host::ContextThreads> threads;
     for (std::size_t i = 0; i < threadCount; ++i) {
         threads.emplace_back(1).start(1);
     }
-    asio::io_context own{1};
-    asio::basic_socket_acceptor<Protocol, Executor> acceptor(own, Protocol(), kListeningSocket);
     asio::error_code error;
     for (std::size_t client = 0; !error; ++client) {
         Socket socket = acceptor.accept(threads[client % threadCount].context(), error);
@@ -108,8 +109,10 @@ void serve(std::size_t threadCount) {
         }
     }
     for (qv::host::ContextThreads& thread : threads) {
+        thread.context().stop();
         thread.join();
     }
+    throw std::system_error(error, "cannot accept a client");
 }
 
 }  // namespace

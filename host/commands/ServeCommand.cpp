@@ -45,12 +45,14 @@ constexpr char kFooter[] =
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
 
-// More would wait for each other at the directory's lock.
+// One a processor. With fewer, no two requests are executed at once; more would wait for each other
+// at the directory's lock.
+constexpr unsigned kFewestThreadsByDefault = 2;
 constexpr unsigned kMostThreadsByDefault = 8;
 
 // As the options have them.
 struct ServeOptions {
-    unsigned threads = std::clamp(std::thread::hardware_concurrency(), ServerSettings().threads,
+    unsigned threads = std::clamp(std::thread::hardware_concurrency(), kFewestThreadsByDefault,
                                   kMostThreadsByDefault);
     uint32_t maxMessage = ServerSettings().maxMessage;
     std::size_t maxClients = ServerSettings().maxClients;
@@ -122,7 +124,7 @@ void addServeCommand(CommandLine& line) {
                  [&common = line.options(), options] { return serve(common, *options); });
     command
         .add_option("--threads", options->threads,
-                    "Threads that serve the clients, and as many again while requests take long; "
+                    "Threads that serve the clients; others help them while requests take long; "
                     "by default one a processor, from 2 to 8")
         ->type_name("N")
         ->check(CLI::Range(1, 1024));

@@ -1,5 +1,6 @@
 #include "Client.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <utility>
@@ -74,7 +75,7 @@ Client::~Client() {
 void Client::sweep(Clock::time_point now) {
     Clock::rep until = watch_.load();
     const Clock::rep time = now.time_since_epoch().count();
-    if (until == 0 || (until > 0 ? until : -until) > time ||
+    if (until == 0 || (until > 0 ? until : -until) > time || isReadyFor(until > 0) ||
         !watch_.compare_exchange_strong(until, 0)) {
         return;
     }
@@ -94,6 +95,11 @@ void Client::stop() {
 
 void Client::drop() {
     shutDown(SHUT_RDWR);
+}
+
+bool Client::isReadyFor(bool reading) const {
+    pollfd socket = {socket_, static_cast<short>(reading ? POLLIN : POLLOUT), 0};
+    return ::poll(&socket, 1, 0) != 0;
 }
 
 void Client::shutDown(int how) const {

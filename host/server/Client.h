@@ -74,6 +74,8 @@ class Client {
 
   private:
     void watch(Clock::rep until) { watch_.store(until); }
+    // Whether it has done what it is waited for, and its thread just has not come to it.
+    bool isReadyFor(bool reading) const;
     void shutDown(int how) const;
 
     ClientList& list_;

@@ -2,30 +2,48 @@
 
 #include <algorithm>
 
+#include "Socket.h"
+
 namespace qv::host {
 
+namespace {
+
+// Who changes without end keeps one at the disk, and a second one another at the lock.
+constexpr std::size_t kFewestSharing = 4;
+
+}  // namespace
+
+// With what a context opens for its first socket: a shortage is better met now than when a client
+// comes.
+ClientThread::ClientThread() {
+    const Socket first(context());
+}
+
 ClientThreads::ClientThreads(std::size_t count)
-    : reading_(count), sharing_(static_cast<int>(count)) {}
+    : reading_(count),
+      sharingCount_(std::max(count, kFewestSharing)),
+      sharing_(static_cast<int>(sharingCount_)) {}
 
 void ClientThreads::start() {
     for (ClientThread& reader : reading_) {
-        reader.thread().start(1);
+        reader.threads().start(1);
     }
-    sharing_.start(reading_.size());
+    sharing_.start(sharingCount_);
 }
 
 void ClientThreads::join() {
     sharing_.join();
     for (ClientThread& reader : reading_) {
-        reader.thread().join();
+        reader.threads().join();
     }
 }
 
 void ClientThreads::abandon() {
-    sharing_.abandon();
     for (ClientThread& reader : reading_) {
-        reader.thread().abandon();
+        reader.context().stop();
     }
+    sharing_.context().stop();
+    join();
 }
 
 ClientThread& ClientThreads::next() {

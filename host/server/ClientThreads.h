@@ -4,7 +4,8 @@
 //
 // That makes clients wait for each other, which is fine while it is short. Once a request took
 // long, as one does that waits for the disk, those that come next are handed over, for ten times as
-// long, to threads that share them. So clients wait for each other a tenth of the time at most.
+// long, to threads that share them. So clients wait for each other's long requests for a tenth of
+// the time at most.
 #ifndef QVHOST_SERVER_CLIENT_THREADS_H
 #define QVHOST_SERVER_CLIENT_THREADS_H
 
@@ -34,19 +35,26 @@ class ClientThread {
         ClientThread& thread_;
     };
 
+    // Throws std::system_error.
+    ClientThread();
+
     std::size_t clients() const { return clients_; }
-    ContextThreads& thread() { return thread_; }
-    asio::io_context& context() { return thread_.context(); }
+    ContextThreads& threads() { return threads_; }
+    asio::io_context& context() { return threads_.context(); }
 
   private:
-    // Clients that are abandoned go with the context.
+    // Declared first: clients that are abandoned are counted off when the context goes.
     std::atomic<std::size_t> clients_ = 0;
-    ContextThreads thread_{1};
+    ContextThreads threads_{1};
 };
 
 class ClientThreads {
   public:
-    // So many read, and as many share what is handed over.
+    // What one that reads has open: Asio's epoll, its timer and what wakes it.
+    static constexpr std::size_t kDescriptors = 3;
+
+    // So many read, and as many, or a few more, share what is handed over. Throws
+    // std::system_error.
     explicit ClientThreads(std::size_t count);
 
     // Throws std::system_error; those that were started are to be abandoned then.
@@ -55,7 +63,7 @@ class ClientThreads {
     // To be called when there are no clients any more.
     void join();
 
-    // Ends with whatever is under way.
+    // Waits for the requests that are executed, and for nothing else.
     void abandon();
 
     // The one with the fewest clients.
@@ -69,6 +77,7 @@ class ClientThreads {
 
   private:
     std::deque<ClientThread> reading_;
+    const std::size_t sharingCount_;
     // Its clients go before the contexts of their sockets.
     ContextThreads sharing_;
     SlowTimes slowTimes_;

@@ -42,9 +42,4 @@ void ContextThreads::join() {
     }
 }
 
-void ContextThreads::abandon() {
-    context_.stop();
-    join();
-}
-
 }  // namespace qv::host

@@ -20,11 +20,9 @@ class ContextThreads {
     // Throws std::system_error.
     void start(std::size_t count);
 
-    // Waits until nothing is under way.
+    // Waits until nothing is under way, or, where the context is stopped, until nothing runs; what
+    // is left goes with the context.
     void join();
-
-    // The same, and abandons what is under way.
-    void abandon();
 
   private:
     asio::io_context context_;

@@ -32,7 +32,8 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-// What is open besides the clients: the socket, its lock, the plug-in's files, and to spare.
+// What is open besides the clients and their threads: the socket, its lock, the plug-in's files,
+// and to spare.
 constexpr std::size_t kOtherDescriptors = 64;
 
 std::unique_ptr<ListeningSocket> takeSocket(const ServerSettings& settings) {
@@ -102,7 +103,9 @@ class Server::Work {
 };
 
 void Server::Work::run() {
-    if (raiseDescriptorLimit() < settings_.maxClients + kOtherDescriptors) {
+    if (raiseDescriptorLimit() < settings_.maxClients +
+                                     settings_.threads * ClientThreads::kDescriptors +
+                                     kOtherDescriptors) {
         reportError(
             fmt::format("warning: the limit of open files lets fewer than {} clients in at once",
                         settings_.maxClients));

@@ -1,4 +1,4 @@
-// The resident host: a socket, the plug-in behind it, and as many threads as the settings say.
+// The resident host: a socket, the plug-in behind it, and threads that serve its clients.
 //
 // Signals: SIGTERM and SIGINT stop it. Requests that have arrived are answered first, for as long
 // as the settings give them; a second signal cuts that short, so that no client can hold it, and a

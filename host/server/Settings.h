@@ -14,7 +14,7 @@ namespace qv::host {
 
 struct ServerSettings {
     std::string socket;
-    unsigned threads = 2;  // for the clients' requests
+    unsigned threads = 2;  // that read; others help them while requests take long
     uint32_t maxMessage = 16 * 1024 * 1024;
     std::size_t maxClients = 1024;
     std::chrono::milliseconds idleTimeout{0};

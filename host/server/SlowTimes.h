@@ -14,7 +14,10 @@ class SlowTimes {
 
     void executed(Clock::time_point begin, Clock::time_point end) {
         if (end - begin >= kLong) {
-            until_ = (end + kTimes * (end - begin)).time_since_epoch().count();
+            const Clock::rep until = (end + kTimes * (end - begin)).time_since_epoch().count();
+            Clock::rep earlier = until_;
+            while (earlier < until && !until_.compare_exchange_weak(earlier, until)) {
+            }
         }
     }
 

@@ -30,7 +30,7 @@ class NamingService {
 
     // A message of all services, in ascending order of their identifiers, each with both fields
     // present; its size is cached. Any number of threads may hold it at once, and should let it go
-    // soon: the first listing after a change waits for that, with the lock.
+    // soon: the first listing after a change waits for them, and holds the directory meanwhile.
     class Listing {
       public:
         const ServiceInfoArray& operator*() const { return services; }
@@ -59,7 +59,7 @@ class NamingService {
     // What the last listing gave, and whether the map changed since. It is kept because to make it
     // anew each time would take several times as long as to serialise it; it takes the memory of
     // one more directory, and at most some 128 bytes a service besides. Guarded by `mutex`; who
-    // reads it without has locked `listingMutex`, which is always locked second.
+    // reads it without holds `listingMutex`, which is always locked second.
     ServiceInfoArray listing;
     bool unlisted = true;
     std::shared_mutex listingMutex;

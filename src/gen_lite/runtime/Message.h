@@ -159,8 +159,8 @@ class Message : public MessageLite {
     std::size_t ByteSizeLong() const final {
         std::size_t size = 0;
         forEachField([&size](const auto& field) { size += field.byteSize(); });
-        // Threads that serialise one message at the same time would take its memory from each other
-        // by writing what is there.
+        // Threads that serialise one message at the same time would pass its memory back and forth
+        // if they wrote what is there.
         if (GetCachedSize() != static_cast<int>(size)) {
             cachedSize_.store(static_cast<int>(size), std::memory_order_relaxed);
         }

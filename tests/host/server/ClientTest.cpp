@@ -33,6 +33,10 @@ class Connected {
 
     bool canBeRead() const { return ::recv(ends_[0], &byte, 1, 0) != 0; }
     bool canBeWritten() const { return ::send(ends_[0], "x", 1, MSG_NOSIGNAL) == 1; }
+    void fill() const {
+        while (canBeWritten()) {
+        }
+    }
     bool sends() const { return ::send(ends_[1], "x", 1, MSG_NOSIGNAL) == 1; }
 
   private:
@@ -73,9 +77,26 @@ TEST(Client, ThatDoesNotTakeItsAnswerIsCutOff) {
     deaf.client().writes(start + seconds(10));
     list.sweep(start + seconds(9));
     EXPECT_TRUE(deaf.canBeWritten());
+    deaf.fill();
     list.sweep(start + seconds(10));
-    EXPECT_FALSE(deaf.canBeWritten());
     EXPECT_FALSE(deaf.canBeRead());
+}
+
+TEST(Client, ThatActedInTimeDoesNotPayForABusyThread) {
+    ClientList list;
+    Connected sender(list);
+    Connected receiver(list);
+    const Clock::time_point start = Clock::now();
+    sender.client().reads(start + seconds(10));
+    receiver.client().writes(start + seconds(10));
+    EXPECT_TRUE(sender.sends());
+    list.sweep(start + seconds(20));
+    EXPECT_TRUE(sender.sends());
+    EXPECT_EQ(sender.client().ending(), Client::Ending::ByItself);
+    EXPECT_TRUE(receiver.canBeWritten());
+    receiver.fill();
+    list.sweep(start + seconds(20));
+    EXPECT_FALSE(receiver.canBeRead());
 }
 
 TEST(Client, WhoseRequestIsExecutedHasTimeWithoutEnd) {

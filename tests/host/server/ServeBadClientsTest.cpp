@@ -235,10 +235,11 @@ TEST(ServeBadClients, OneTooManyIsToldSoUntilAnotherLeaves) {
 TEST(ServeBadClients, MoreThanTheSystemHasFilesForHaveToWait) {
     HostProcess host;
     host.setPreparation([] {
-        const rlimit few = {50, 50};
+        const rlimit few = {90, 90};
         ::setrlimit(RLIMIT_NOFILE, &few);
     });
-    ASSERT_TRUE(host.start());
+    // Which have descriptors of their own, that no client may take from them.
+    ASSERT_TRUE(host.start({"--threads", "20"}));
     EXPECT_THAT(host.errors(), HasSubstr("warning: the limit of open files lets fewer than 1024"));
     std::vector<std::unique_ptr<RawClient>> clients;
     for (int i = 0; i < 100; ++i) {

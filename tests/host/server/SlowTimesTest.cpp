@@ -37,5 +37,12 @@ TEST(SlowTimes, LongRequestBeginsOneTenTimesAsLong) {
     EXPECT_FALSE(times.include(kStart + milliseconds(71)));
 }
 
+TEST(SlowTimes, ShorterOneDoesNotEndALongerOne) {
+    SlowTimes times;
+    times.executed(kStart, kStart + milliseconds(100));
+    times.executed(kStart + milliseconds(99), kStart + milliseconds(101));
+    EXPECT_TRUE(times.include(kStart + milliseconds(1000)));
+}
+
 }  // namespace
 }  // namespace qv::host
