@@ -1,6 +1,7 @@
 #include "ClientThreads.h"
 
 #include <algorithm>
+#include <system_error>
 
 #include "Socket.h"
 
@@ -16,7 +17,11 @@ constexpr std::size_t kFewestSharing = 4;
 // With what a context opens for its first socket: a shortage is better met now than when a client
 // comes.
 ClientThread::ClientThread() {
-    const Socket first(context());
+    try {
+        const Socket first(context());
+    } catch (const std::system_error& error) {
+        throw std::system_error(error.code(), "cannot make a thread for clients");
+    }
 }
 
 ClientThreads::ClientThreads(std::size_t count)

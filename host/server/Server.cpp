@@ -64,6 +64,7 @@ class Server::Work {
   public:
     Work(Plugin& plugin, ServerSettings settings, std::function<void()> initialize)
         : settings_(std::move(settings)),
+          descriptorLimit_(raiseDescriptorLimit()),
           service_(plugin, std::move(initialize)),
           threads_(settings_.threads),
           // Before there is a socket to leave behind.
@@ -87,6 +88,8 @@ class Server::Work {
     std::string status() const;
 
     const ServerSettings settings_;
+    // Before the threads open theirs.
+    const std::size_t descriptorLimit_;
     PluginService service_;
     ClientList clients_;
     // What the clients that are left use goes after them.
@@ -103,9 +106,8 @@ class Server::Work {
 };
 
 void Server::Work::run() {
-    if (raiseDescriptorLimit() < settings_.maxClients +
-                                     settings_.threads * ClientThreads::kDescriptors +
-                                     kOtherDescriptors) {
+    if (descriptorLimit_ < settings_.maxClients + settings_.threads * ClientThreads::kDescriptors +
+                               kOtherDescriptors) {
         reportError(
             fmt::format("warning: the limit of open files lets fewer than {} clients in at once",
                         settings_.maxClients));

@@ -214,20 +214,32 @@ TEST(Serve, AfterALongRequestTheNextKeepsNobodyWaiting) {
     EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
 }
 
+TEST(Serve, ThreadsThatThereAreNoFilesForAreNotBegun) {
+    HostProcess host;
+    host.setPreparation([] {
+        const rlimit few = {40, 40};
+        ::setrlimit(RLIMIT_NOFILE, &few);
+    });
+    EXPECT_FALSE(host.start({"--threads", "20"}));
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_THAT(host.errors(), HasSubstr("cannot make a thread for clients: Too many open files"));
+    EXPECT_FALSE(std::filesystem::exists(host.socket()));
+}
+
 TEST(Serve, ThousandClientsAtOnceAreServed) {
     rlimit limit = {};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    if (limit.rlim_max < 1200) {
+    if (limit.rlim_max < 1400) {
         GTEST_SKIP() << "the system allows only " << limit.rlim_max << " open files";
     }
     HostProcess host;
-    // Which the host raises.
+    // Which the host raises, for its threads and for the clients.
     host.setPreparation([limit] {
         rlimit low = limit;
         low.rlim_cur = 100;
         ::setrlimit(RLIMIT_NOFILE, &low);
     });
-    ASSERT_TRUE(host.start());
+    ASSERT_TRUE(host.start({"--threads", "40"}));
     limit.rlim_cur = limit.rlim_max;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     std::vector<std::unique_ptr<RawClient>> clients;
