@@ -235,11 +235,11 @@ TEST(ServeBadClients, OneTooManyIsToldSoUntilAnotherLeaves) {
 TEST(ServeBadClients, MoreThanTheSystemHasFilesForHaveToWait) {
     HostProcess host;
     host.setPreparation([] {
-        const rlimit few = {90, 90};
+        const rlimit few = {100, 100};
         ::setrlimit(RLIMIT_NOFILE, &few);
     });
     // Which have descriptors of their own, that no client may take from them.
-    ASSERT_TRUE(host.start({"--threads", "20"}));
+    ASSERT_TRUE(host.start({"--threads", "25"}));
     EXPECT_THAT(host.errors(), HasSubstr("warning: the limit of open files lets fewer than 1024"));
     std::vector<std::unique_ptr<RawClient>> clients;
     for (int i = 0; i < 100; ++i) {
