@@ -45,8 +45,8 @@ constexpr char kFooter[] =
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
 
-// One a processor. With fewer, no two requests are executed at once; more would wait for each other
-// at the directory's lock.
+// One a processor. With a single one, no two short requests are executed at once; more would wait
+// for each other at the directory's lock.
 constexpr unsigned kFewestThreadsByDefault = 2;
 constexpr unsigned kMostThreadsByDefault = 8;
 
