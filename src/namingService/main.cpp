@@ -22,9 +22,11 @@ void* g_debugLogContext = nullptr;
 namespace {
 
 NamingService* g_namingService = nullptr;
+
 QvNotificationCallback g_notify = QvPluginNullNotify;
 
-// Register and unregister differ in the registry's operation and in the name that they log.
+// Executes a registration or an unregistration. They differ in the registry's operation and in the
+// name that they log.
 int changeServices(const char* name, void (NamingService::*change)(const ServiceInfoArray&),
                    const void* in, int inLen) {
     QV_LOG(kLogDebug, "%s in", name);
@@ -32,7 +34,7 @@ int changeServices(const char* name, void (NamingService::*change)(const Service
         return QV_ERROR_ARGUMENT;
     }
     ServiceInfoArray request;
-    // What was decoded before a fault counts, so the result does not.
+    // The result is ignored on purpose: the services in front of a fault are registered.
     static_cast<void>(request.ParseFromArray(in, inLen));
     if (!request.IsInitialized()) {
         QV_LOG(kLogWarning, "%s fail to unserialize pb from bytes", name);
@@ -51,10 +53,16 @@ int unregisterServices(int /*command*/, const void* in, int inLen, void** /*out*
     return changeServices("unregisterServices", &NamingService::unregisterServices, in, inLen);
 }
 
-// Hands the answer, whose size is cached, to the host in a buffer of that size, or null where it is
-// empty.
-int encodeAnswer(const ServiceInfoArray& answer, void** out, int* outLen) {
-    const int size = answer.GetCachedSize();
+int getServices(int /*command*/, const void* /*in*/, int /*inLen*/, void** out, int* outLen) {
+    QV_LOG(kLogDebug, "%s in", "getServices");
+    if (out == nullptr || outLen == nullptr) {
+        return QV_ERROR_ARGUMENT;
+    }
+    // The registry's lock is free again when this returns. A host that is slow to give memory, or a
+    // large answer, keeps no other command waiting.
+    ServiceInfoArray answer;
+    g_namingService->getServices(answer);
+    const int size = answer.ByteSize();
     *outLen = size;
     if (size == 0) {
         *out = nullptr;
@@ -66,19 +74,11 @@ int encodeAnswer(const ServiceInfoArray& answer, void** out, int* outLen) {
         return QV_ERROR_NO_MEMORY;
     }
     if (!answer.SerializeToArray(*out, size)) {
-        // The buffer stays with the host, which frees it as it would a good answer.
+        // The buffer stays with the host, which frees it like a good answer.
         QV_LOG(kLogWarning, "%s serialize error", "getServices");
         return QV_ERROR_SERIALIZE;
     }
     return QV_OK;
-}
-
-int getServices(int /*command*/, const void* /*in*/, int /*inLen*/, void** out, int* outLen) {
-    QV_LOG(kLogDebug, "%s in", "getServices");
-    if (out == nullptr || outLen == nullptr) {
-        return QV_ERROR_ARGUMENT;
-    }
-    return encodeAnswer(*g_namingService->getServices(), out, outLen);
 }
 
 const HandlerEntry handlerArr[] = {
@@ -111,7 +111,7 @@ int QvPluginInitialize(void) {
 
 void QvPluginFinalize(void) {
     QV_LOG(kLogInfo, "%s enter", "QvPluginFinalize");
-    // The log goes first on purpose: nothing after this point logs.
+    // The log goes first on purpose. Nothing after this point logs.
     LorxReleaseDbgLog(g_debugLogContext);
     g_debugLogContext = nullptr;
     delete g_namingService;

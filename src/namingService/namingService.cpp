@@ -7,12 +7,19 @@ namespace qor::kevra {
 
 namespace {
 
-// In the configuration's root. The fields of a service are stored in lower case, this is not.
+// The key of the directory in the configuration's root. It begins with a capital letter, unlike the
+// keys of a service.
 constexpr const char* kStorageKey = "Address";
+
+// Whether the directory holds a change that no registration has tried to save. This is so after a
+// registration that ran out of memory. The component that made the registration repeats it, and
+// the repetition changes nothing but must reach the file. Guarded by the directory's mutex.
+bool g_saveIsDue = false;
 
 }  // namespace
 
 NamingService::NamingService() {
+    g_saveIsDue = false;
     load();
 }
 
@@ -23,71 +30,53 @@ void NamingService::registerServices(const ServiceInfoArray& request) {
                service.address().c_str());
         const auto [entry, isNew] = serviceMap.try_emplace(service.id(), service);
         if (isNew) {
-            unsaved = unlisted = true;
+            g_saveIsDue = true;
         } else if (entry->second.address() != service.address()) {
-            // Copied before it is put in place, so that no memory costs no entry.
+            // A copy that runs out of memory leaves the stored service as it is.
             ServiceInfo replacement(service);
             entry->second.Swap(&replacement);
-            unsaved = unlisted = true;
+            g_saveIsDue = true;
         }
     }
-    if (unsaved) {
+    if (g_saveIsDue && request.services_size() != 0) {
         QV_LOG(kLogDebug, "%s Save address", "NamingService::registerServices");
         save();
-        unsaved = false;
+        g_saveIsDue = false;
     }
 }
 
 void NamingService::unregisterServices(const ServiceInfoArray& request) {
     const Guard<Mutex> guard(mutex);
     for (const ServiceInfo& service : request.services()) {
-        if (serviceMap.erase(service.id()) != 0) {
-            unlisted = true;
-        }
+        serviceMap.erase(service.id());
     }
 }
 
-NamingService::Listing NamingService::getServices() {
+void NamingService::getServices(ServiceInfoArray& answer) {
+    answer.Clear();
     const Guard<Mutex> guard(mutex);
-    if (unlisted) {
-        makeListing();
-        unlisted = false;
+    answer.mutable_services()->Reserve(static_cast<int>(serviceMap.size()));
+    for (const auto& [id, service] : serviceMap) {
+        ServiceInfo* const entry = answer.add_services();
+        entry->set_id(service.id());
+        entry->set_address(service.address());
     }
-    return Listing(listing, listingMutex);
 }
 
-// Of services that are stored under one identifier the last counts.
+// Of several stored services with one identifier the last one counts.
 void NamingService::load() {
     ServiceInfoArray stored;
     if (!g_cfg->get(stored, kStorageKey)) {
         return;
     }
     for (ServiceInfo& service : *stored.mutable_services()) {
-        // They were saved in this order.
+        // The file lists the services in ascending order, so the end is the right hint.
         serviceMap.try_emplace(serviceMap.end(), service.id())->second.Swap(&service);
     }
 }
 
-void NamingService::makeListing() {
-    const std::lock_guard hold(listingMutex);
-    const int size = static_cast<int>(serviceMap.size());
-    const int capacity = listing.services_size() + listing.services().ClearedCount();
-    if (size < capacity / 2) {
-        // The memory of a directory that was much larger goes back.
-        ServiceInfoArray().Swap(&listing);
-    }
-    listing.Clear();
-    listing.mutable_services()->Reserve(size);
-    for (const auto& [id, service] : serviceMap) {
-        ServiceInfo* entry = listing.add_services();
-        entry->set_id(service.id());
-        entry->set_address(service.address());
-    }
-    static_cast<void>(listing.ByteSizeLong());
-}
-
-// The whole directory, each time. Where it cannot be stored, the services stay registered, and the
-// next save tries again with all of them.
+// Writes the whole directory. A failure is not reported: the directory keeps the services, and the
+// next save writes all of them.
 void NamingService::save() {
     ServiceInfoArray all;
     all.mutable_services()->Reserve(static_cast<int>(serviceMap.size()));

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
+#include <thread>
 
 #include "support/FailingCalls.h"
 #include "support/LoadedPlugin.h"
@@ -322,6 +324,98 @@ TEST_F(Calls, NoMemoryForTheAnswerLeavesItsLength) {
                 ElementsAre(kGetIn, R"(LorxWriteDbgLog(4, "%s malloc error, no resource.", )"
                                     R"("getServices malloc error, no resource."))"));
     EXPECT_THAT(plugin_.getServices(), ElementsAre(Service(1, address)));
+}
+
+// The host's allocator may make a thread wait, for example while it gives memory back.
+TEST_F(Calls, ListingStalledInTheAnswersAllocationDelaysNoOtherCommand) {
+    // The recording libraries are for one thread at a time.
+    startRecording(-1);
+    const std::string address(54321, 'x');
+    plugin_.registerServices({{1, address}});
+    const std::string listing = encode({{1, address}});
+    Answer answer;
+    std::thread lister([&] {
+        stallMallocOf(listing.size());
+        answer = plugin_.execute(0x0202, "");
+    });
+    awaitStalledMalloc();
+    EXPECT_EQ(plugin_.unregisterServices({1}), 0);
+    EXPECT_THAT(plugin_.getServices(), IsEmpty());
+    EXPECT_EQ(plugin_.registerServices({{2, "b"}}), 0);
+    EXPECT_THAT(plugin_.getServices(), ElementsAre(Service(2, "b")));
+    resumeMalloc();
+    lister.join();
+    EXPECT_EQ(answer.result, 0);
+    EXPECT_EQ(answer.bytes, listing);
+}
+
+TEST_F(Calls, ListingLeavesNothingBehind) {
+    startRecording(-1);
+    Services services;
+    for (int id = 0; id < 1000; ++id) {
+        services.emplace_back(id, "unix:/run/vornak/services/" + std::to_string(id));
+    }
+    plugin_.registerServices(services);
+    const auto list = [this] {
+        void* answer = nullptr;
+        int length = 0;
+        plugin_.handler(0x0202)(0, nullptr, 0, &answer, &length);
+        plugin_.free(answer);
+        startRecording(-1);
+    };
+    list();
+    plugin_.unregisterServices({7});
+    startRecording(-1);
+    const long before = liveAllocations();
+    list();
+    EXPECT_EQ(liveAllocations(), before);
+}
+
+// A registration that stored its service and then ran out of memory, in front of its save.
+class UnsavedChange : public Calls {
+  protected:
+    void SetUp() override {
+        Calls::SetUp();
+        startRecording(-1);
+        const std::string request = encode({{5, "a"}});
+        const CommandHandler handler = plugin_.handler(0x0200);
+        for (int allocations = 0; plugin_.getServices().empty(); ++allocations) {
+            bool hasThrown = false;
+            failMallocAfter(allocations);
+            try {
+                handler(0, request.data(), static_cast<int>(request.size()), nullptr, nullptr);
+            } catch (const std::bad_alloc&) {
+                hasThrown = true;
+            }
+            mallocFailed();
+            ASSERT_TRUE(hasThrown);
+        }
+        startRecording();
+    }
+};
+
+TEST_F(UnsavedChange, IsNotSavedByAnEmptyRegistration) {
+    plugin_.execute(0x0200, "");
+    EXPECT_THAT(recordedCalls(), ElementsAre(kRegisterIn));
+}
+
+TEST_F(UnsavedChange, IsSavedByTheRepeatedRegistration) {
+    plugin_.execute(0x0200, "");
+    plugin_.registerServices({{5, "a"}});
+    EXPECT_THAT(recordedCalls(), ElementsAre(kRegisterIn, kRegisterIn, registered(5, "a"), kSave));
+    startRecording();
+    plugin_.registerServices({{5, "a"}});
+    EXPECT_THAT(recordedCalls(), ElementsAre(kRegisterIn, registered(5, "a")));
+}
+
+TEST_F(UnsavedChange, IsForgottenByFinalize) {
+    plugin_.finalize();
+    plugin_.initialize();
+    startRecording();
+    plugin_.execute(0x0200, encode({{5, "a"}}));
+    plugin_.execute(0x0200, encode({{5, "a"}}));
+    EXPECT_THAT(recordedCalls(), ElementsAre(kRegisterIn, registered(5, "a"), kSave, kRegisterIn,
+                                             registered(5, "a")));
 }
 #endif
 

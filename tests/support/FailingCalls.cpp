@@ -4,6 +4,7 @@
 #include <google/protobuf/message_lite.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -93,6 +94,7 @@ bool google::protobuf::MessageLite::SerializeToArray(void* data, int size) const
 namespace {
 
 thread_local std::size_t refusedSize = 0;
+thread_local std::size_t stalledSize = 0;
 thread_local int mallocsUntilFailure = -1;
 thread_local bool laterOnesFail = false;
 thread_local bool aMallocFailed = false;
@@ -115,7 +117,38 @@ bool mallocFails() {
     return true;
 }
 
+// Semaphores, because nothing here may allocate.
+struct Semaphore {
+    Semaphore() { sem_init(&value, 0, 0); }
+    ~Semaphore() { sem_destroy(&value); }
+    Semaphore(const Semaphore&) = delete;
+    Semaphore& operator=(const Semaphore&) = delete;
+
+    void post() { sem_post(&value); }
+    void wait() {
+        while (sem_wait(&value) != 0) {
+        }
+    }
+
+    sem_t value{};
+};
+
+Semaphore& mallocStalls() {
+    static Semaphore semaphore;
+    return semaphore;
+}
+
+Semaphore& mallocMayGoOn() {
+    static Semaphore semaphore;
+    return semaphore;
+}
+
 bool mallocFails(std::size_t size) {
+    if (size == stalledSize && size != 0) {
+        stalledSize = 0;
+        mallocStalls().post();
+        mallocMayGoOn().wait();
+    }
     if (size == refusedSize && size != 0) {
         refusedSize = 0;
         return true;
@@ -138,6 +171,18 @@ namespace qv::tests {
 
 void failMallocOf(std::size_t size) {
     refusedSize = size;
+}
+
+void stallMallocOf(std::size_t size) {
+    stalledSize = size;
+}
+
+void awaitStalledMalloc() {
+    mallocStalls().wait();
+}
+
+void resumeMalloc() {
+    mallocMayGoOn().post();
 }
 
 void failMallocAfter(int count) {

@@ -21,6 +21,12 @@ int shortSleeps();
 // The next malloc() of exactly `size` bytes gives null. Not with sanitizers, which have their own.
 void failMallocOf(std::size_t size);
 
+// The thread's next malloc() of exactly `size` bytes waits for resumeMalloc(). awaitStalledMalloc()
+// returns when a thread waits there. One thread at a time. Not with sanitizers.
+void stallMallocOf(std::size_t size);
+void awaitStalledMalloc();
+void resumeMalloc();
+
 // After `count` calls of malloc(), calloc(), realloc() and those for aligned memory that work, the
 // next gives null, and operator new throws; with the second function, so do all after it. The third
 // takes the order back and says whether it was carried out.
