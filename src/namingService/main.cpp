@@ -23,7 +23,9 @@ namespace {
 
 NamingService* g_namingService = nullptr;
 
-QvNotificationCallback g_notify = QvPluginNullNotify;
+// The callback that the host gave last, never null. The plug-in keeps the callback and does not
+// call it. The attribute stops the compiler from removing a variable that nothing here reads.
+[[gnu::used]] QvNotificationCallback g_notify = QvPluginNullNotify;
 
 // Executes a registration or an unregistration. They differ in the registry's operation and in the
 // name that they log.

@@ -4,6 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
 #include "gen_lite/AllMessages.h"
 #include "support/LoadedPlugin.h"
 #include "support/SharedLibrary.h"
@@ -29,12 +33,42 @@ TEST(PluginLibrary, IsGoneAfterUse) {
     EXPECT_EQ(dlopen(QV_PLUGIN_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
+// The memory of the loaded library at which a symbol of the file stands. The dynamic linker does
+// not know symbols that are not exported.
+char* addressOf(const LoadedPlugin& plugin, const std::string& symbol) {
+    Dl_info library = {};
+    if (dladdr(reinterpret_cast<void*>(plugin.getId), &library) == 0) {
+        throw std::runtime_error("the plug-in is not loaded");
+    }
+    return static_cast<char*>(library.dli_fbase) + definedSymbols(QV_PLUGIN_FILE).at(symbol);
+}
+
+void notify() {}
+
+TEST(PluginLibrary, KeepsTheNotificationCallback) {
+    const LoadedPlugin plugin;
+    const auto kept = [&plugin] {
+        QvNotificationCallback callback = nullptr;
+        std::memcpy(&callback, addressOf(plugin, "(anonymous namespace)::g_notify"),
+                    sizeof callback);
+        return callback;
+    };
+    const auto none =
+        reinterpret_cast<QvNotificationCallback>(addressOf(plugin, "QvPluginNullNotify"));
+    EXPECT_EQ(kept(), none);
+    plugin.setNotificationCallback(notify);
+    EXPECT_EQ(kept(), notify);
+    plugin.setNotificationCallback(nullptr);
+    EXPECT_EQ(kept(), none);
+    none();
+}
+
 template <class T>
 class CarriedMessage : public testing::Test {};
 TYPED_TEST_SUITE(CarriedMessage, AllMessages<testing::Types>, MessageName);
 
 TYPED_TEST(CarriedMessage, IsInside) {
-    static const std::set<std::string> inside = definedSymbols(QV_PLUGIN_FILE);
+    static const Symbols inside = definedSymbols(QV_PLUGIN_FILE);
     EXPECT_EQ(inside.count("vtable for qor::kevra::" + MessageName::GetName<TypeParam>(0)), 1U);
 }
 

@@ -1,45 +1,56 @@
-// What is in a library file.
+// The symbols of a library file.
 #ifndef QV_TESTS_SHARED_LIBRARY_H
 #define QV_TESTS_SHARED_LIBRARY_H
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
 
 namespace qv::tests {
 
-// The symbols that nm lists with these options, one a line, by name.
-inline std::set<std::string> listedSymbols(const std::string& options, const std::string& file) {
+// Maps each symbol's name to its value.
+using Symbols = std::map<std::string, std::uintptr_t>;
+
+// Returns the symbols that nm lists with these options.
+inline Symbols listedSymbols(const std::string& options, const std::string& file) {
     const std::string command = "nm " + options + " '" + file + "'";
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(::popen(command.c_str(), "r"),
                                                                  ::pclose);
-    std::set<std::string> symbols;
+    Symbols symbols;
     char line[4096];
     while (output != nullptr && std::fgets(line, sizeof line, output.get()) != nullptr) {
         // The value in sixteen digits, a blank, the kind, a blank, the name.
-        std::string symbol(line);
-        symbol.erase(symbol.find_last_not_of('\n') + 1);
-        symbol.erase(0, 19);
+        std::string name(line);
+        name.erase(name.find_last_not_of('\n') + 1);
+        name.erase(0, 19);
 #ifdef __APPLE__
-        symbol.erase(0, 1);
+        name.erase(0, 1);
 #endif
-        symbols.insert(symbol);
+        symbols[name] = static_cast<std::uintptr_t>(std::strtoull(line, nullptr, 16));
     }
     return symbols;
 }
 
-// The names that the library shows to the dynamic linker.
+// Returns the names that the library shows to the dynamic linker.
 inline std::set<std::string> exportedSymbols(const std::string& file) {
 #ifdef __APPLE__
-    return listedSymbols("-gU", file);
+    const Symbols symbols = listedSymbols("-gU", file);
 #else
-    return listedSymbols("-D --defined-only", file);
+    const Symbols symbols = listedSymbols("-D --defined-only", file);
 #endif
+    std::set<std::string> names;
+    for (const auto& [name, value] : symbols) {
+        names.insert(name);
+    }
+    return names;
 }
 
-// All that it defines, as C++ spells it.
-inline std::set<std::string> definedSymbols(const std::string& file) {
+// Returns all symbols that the library defines, with their names in C++ spelling.
+inline Symbols definedSymbols(const std::string& file) {
     return listedSymbols("-C --defined-only", file);
 }
 
