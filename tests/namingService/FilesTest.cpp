@@ -113,6 +113,7 @@ const std::string kMainSaved = "main, then main+new; file main+new, backup main"
 const std::string kBackupSaved = "backup, then backup+new; file backup+new, backup backup";
 const std::string kSavedWithoutBackup = "main, then main+new; file main+new, backup none";
 const std::string kNothing = "nothing, then nothing; file none, backup none";
+const std::string kNothingButEmptyMain = "nothing, then nothing; file empty, backup none";
 const std::string kNothingButBackup = "nothing, then nothing; file none, backup backup";
 
 // What is put at a path. What stood there has been moved to elsewhere("good").
@@ -369,8 +370,8 @@ INSTANTIATE_TEST_SUITE_P(
                     same("Pipe", inPlaceOfOnlyBackup<pipe>, kNothing),
                     same("LinkToAPipe", inPlaceOfOnlyBackup<linkToPipe>, kNothing),
                     same("Socket", inPlaceOfOnlyBackup<socket>, kNothing),
-                    same("NullDevice", inPlaceOfOnlyBackup<nullDevice>, kNothing),
-                    same("ZeroDevice", inPlaceOfOnlyBackup<zeroDevice>, kNothing),
+                    same("NullDevice", inPlaceOfOnlyBackup<nullDevice>, kNothingButEmptyMain),
+                    same("ZeroDevice", inPlaceOfOnlyBackup<zeroDevice>, kNothingButEmptyMain),
                     same("EightGibibytes", inPlaceOfOnlyBackup<eightGibibytes>,
                          "nothing, then nothing; file empty, backup huge"),
                     same("FourGibibytesMore", inPlaceOfOnlyBackup<fourGibibytesMore>, kBackupSaved),
@@ -476,6 +477,26 @@ INSTANTIATE_TEST_SUITE_P(Each, FilesOfARunningHost,
                                          Thing{"NullDevice", nullDevice},
                                          Thing{"FullDevice", fullDevice}),
                          [](const testing::TestParamInfo<Thing>& info) { return info.param.name; });
+
+TEST(FileOfARunningHost, IsMadeAnewOnceADeviceInItsPlaceIsGone) {
+    const LoadedPlugin plugin;
+    const Layout layout;
+    const EnvironmentVariable variable("QV_CONFIG_DIR", layout.configDirectory());
+    plugin.initialize();
+    plugin.registerServices({{2, "before"}});
+    fs::remove(layout.mainFile());
+    nullDevice(layout, layout.mainFile());
+    plugin.registerServices({{2, "into the device"}});
+    fs::remove(layout.mainFile());
+    plugin.registerServices({{2, "after"}});
+    EXPECT_THAT(contentOf(layout.mainFile()),
+                testing::Optional(documentOf({{1, "main"}, {2, "after"}})));
+    EXPECT_EQ(modeOf(layout.mainFile()), 0600U);
+    plugin.finalize();
+    for (const int descriptor : descriptorsBelow(layout.path())) {
+        ::close(descriptor);
+    }
+}
 
 class FileModes : public testing::TestWithParam<mode_t> {
   protected:

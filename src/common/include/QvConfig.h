@@ -90,7 +90,8 @@ class QvConfig {
     bool followFile();
     std::string backupFile() const { return backupDir + "/" + fileName; }
     static bool copyFile(const char* from, const char* to);
-    static bool isNoFile(const char* path);
+    static int openForWriting(const char* path);
+    static bool isPipeOrDirectory(const char* path);
 
     bool loaded = false;
     // Owned. Null until loaded.
@@ -138,7 +139,7 @@ QvConfig<MutexPolicy>::~QvConfig() {
 // One attempt to load.
 template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::readFile() {
-    if (isNoFile(path.c_str())) {
+    if (isPipeOrDirectory(path.c_str())) {
         return false;
     }
     std::ifstream file(path);
@@ -262,13 +263,13 @@ bool QvConfig<MutexPolicy>::save() {
     return true;
 }
 
-// Sees to it that `fd` is the file at `path`. A descriptor of a file that is there no longer stays
-// open to the end of the process: another thread of the host may be using its number, given out
-// again.
+// Makes `fd` the file at `path`. False if the file was never open and cannot be opened.
+//
+// A descriptor that is replaced is not closed. It stays open until the process ends.
 template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::followFile() {
     if (fd == -1) {
-        fd = isNoFile(path.c_str()) ? -1 : ::open(path.c_str(), O_WRONLY);
+        fd = openForWriting(path.c_str());
         if (fd < 0) {
             return false;
         }
@@ -279,7 +280,7 @@ bool QvConfig<MutexPolicy>::followFile() {
         static_cast<void>(::stat(path.c_str(), &status));
         inode = status.st_ino;
     } else if (status.st_ino != inode) {
-        fd = S_ISREG(status.st_mode) ? ::open(path.c_str(), O_WRONLY) : -1;
+        fd = openForWriting(path.c_str());
         inode = status.st_ino;
     }
     return true;
@@ -320,7 +321,7 @@ template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::copyFile(const char* from, const char* to) {
     using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-    if (isNoFile(from)) {
+    if (isPipeOrDirectory(from)) {
         return false;
     }
     File source(std::fopen(from, "r"), &std::fclose);
@@ -344,7 +345,7 @@ bool QvConfig<MutexPolicy>::copyFile(const char* from, const char* to) {
         return false;
     }
 
-    if (isNoFile(to)) {
+    if (isPipeOrDirectory(to)) {
         return false;
     }
     File target(std::fopen(to, "w+"), &std::fclose);
@@ -355,13 +356,18 @@ bool QvConfig<MutexPolicy>::copyFile(const char* from, const char* to) {
     return true;
 }
 
-// Whether something stands at the path that counts like a file which cannot be opened. Opening a
-// pipe would wait for its other end, under the lock of all commands; a terminal or a disk has no
-// business here either. Where this cannot be told, opening shows what is there.
 template <class MutexPolicy>
-bool QvConfig<MutexPolicy>::isNoFile(const char* path) {
+int QvConfig<MutexPolicy>::openForWriting(const char* path) {
+    return isPipeOrDirectory(path) ? -1 : ::open(path, O_WRONLY);
+}
+
+// Whether the path names something that is treated like a file that cannot be opened. Opening a
+// pipe would wait for its other end, while the lock of all commands is held. A directory has a size
+// on some file systems and none on others, where it would pass for an empty file.
+template <class MutexPolicy>
+bool QvConfig<MutexPolicy>::isPipeOrDirectory(const char* path) {
     struct stat status = {};
-    return ::stat(path, &status) == 0 && !S_ISREG(status.st_mode);
+    return ::stat(path, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISDIR(status.st_mode));
 }
 
 }  // namespace qor::kevra
