@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "support/CancelledThread.h"
 #include "support/EnvironmentVariable.h"
 #include "support/Files.h"
 #include "support/LoadedPlugin.h"
@@ -25,6 +26,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr char kAllLevels[] =
@@ -141,6 +143,16 @@ TEST_F(Log, WhatTakesItsPlaceCostsRecordsOnly) {
         plugin_.getServices();
         EXPECT_THAT(lines().back(), EndsWith("getServices in"));
     }
+}
+
+TEST_F(Log, CancelledThreadOfTheHostEndsAfterItsCommand) {
+    Services listed;
+    EXPECT_TRUE(isCancelledAfter([&] {
+        plugin_.unregisterServices({1});
+        listed = plugin_.getServices();
+    }));
+    EXPECT_THAT(listed, IsEmpty());
+    expectService();
 }
 
 }  // namespace

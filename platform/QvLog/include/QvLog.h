@@ -4,9 +4,10 @@
  * Levels are syslog's: 0 emerg, 1 alert, 2 crit, 3 err, 4 warning, 5 notice, 6 info, 7 debug. A
  * record is written when its level is at or below the handle's threshold.
  *
- * Every function takes a null handle, which stands for a log that is not open: nothing is enabled,
+ * Every function accepts a null handle, which means a log that is not open: nothing is enabled and
  * nothing is written. No function throws, and none reports a failure to write: a full disk costs
- * records, never the service. All functions are safe to call from several threads at once, except
+ * records, never the service. A thread that is being cancelled (pthread_cancel) ends after the call
+ * of the log, not inside it. All functions are safe to call from several threads at once, except
  * that a handle must not be in use when LorxReleaseDbgLog() is called on it.
  */
 #ifndef QV_LOG_H

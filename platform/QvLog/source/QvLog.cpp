@@ -4,6 +4,7 @@
 #include <new>
 
 #include "DebugLog.h"
+#include "QvCancellation.h"
 
 using qv::log::DebugLog;
 
@@ -13,6 +14,7 @@ void* LorxOpenDbgLog(const char* path, const char* module, int level) {
     if (path == nullptr) {
         return nullptr;
     }
+    const qv::CancellationGuard guard;
     try {
         return new DebugLog(path, module != nullptr ? module : "", level);
     } catch (...) {
@@ -28,6 +30,7 @@ void LorxWriteDbgLog(void* handle, int level, const char* format, ...) {
     if (handle == nullptr) {
         return;
     }
+    const qv::CancellationGuard guard;
     std::va_list arguments;
     va_start(arguments, format);
     static_cast<DebugLog*>(handle)->write(level, format, arguments);
@@ -41,6 +44,7 @@ void LorxSetDbgLogLevel(void* handle, int level) {
 }
 
 void LorxReleaseDbgLog(void* handle) {
+    const qv::CancellationGuard guard;
     delete static_cast<DebugLog*>(handle);
 }
 

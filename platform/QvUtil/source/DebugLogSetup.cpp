@@ -3,6 +3,7 @@
 #include <string>
 
 #include "ConfiguredDebugLevel.h"
+#include "QvCancellation.h"
 #include "QvLog.h"
 #include "QvUtil.h"
 #include "environment.h"
@@ -44,6 +45,7 @@ int QvInitDebugByConfig(void** handle, const char* configName, const char* modul
     if (logPath == nullptr || LorxOpenDbgLog == nullptr) {
         return -1;
     }
+    const qv::CancellationGuard guard;
     try {
         const std::string path = logFilePath(logPath);
         makeParentDirectories(path);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "OpenLog.h"
+#include "support/CancelledThread.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
 
@@ -342,6 +343,22 @@ TEST_F(DebugLog, ThresholdCanBeSetWhileOthersWrite) {
     LorxSetDbgLogLevel(log.get(), 7);
     LorxWriteDbgLog(log.get(), 7, "last");
     EXPECT_EQ(textsOf(path).back(), "last");
+}
+
+TEST_F(DebugLog, CancelledThreadWritesItsRecordAndThenEnds) {
+    const Handle log = openLog(path);
+    EXPECT_TRUE(isCancelledAfter([&] { LorxWriteDbgLog(log.get(), 7, "the last words"); }));
+    LorxWriteDbgLog(log.get(), 7, "of another thread");
+    EXPECT_THAT(textsOf(path), ElementsAre("the last words", "of another thread"));
+}
+
+TEST_F(DebugLog, CancelledThreadOpensAndClosesALogAndThenEnds) {
+    EXPECT_TRUE(isCancelledAfter([&] {
+        void* const log = LorxOpenDbgLog(path.c_str(), "namingService", 7);
+        LorxWriteDbgLog(log, 7, "one");
+        LorxReleaseDbgLog(log);
+    }));
+    EXPECT_THAT(textsOf(path), ElementsAre("one"));
 }
 
 }  // namespace

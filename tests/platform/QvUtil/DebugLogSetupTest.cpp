@@ -10,6 +10,7 @@
 
 #include "QvLog.h"
 #include "QvUtil.h"
+#include "support/CancelledThread.h"
 #include "support/EnvironmentVariable.h"
 #include "support/FileModes.h"
 #include "support/SpecialFiles.h"
@@ -148,6 +149,13 @@ TEST_F(DebugLogSetup, NullConfigAndModuleAreTaken) {
     EXPECT_EQ(QvInitDebugByConfig(&handle, nullptr, nullptr, directory.path("naming.log").c_str()),
               0);
     LorxReleaseDbgLog(handle);
+}
+
+TEST_F(DebugLogSetup, CancelledThreadOpensItsLogAndThenEnds) {
+    Handle log(nullptr, LorxReleaseDbgLog);
+    EXPECT_TRUE(
+        qv::tests::isCancelledAfter([&] { log = initDebug(directory.path("naming.log")); }));
+    EXPECT_NE(log, nullptr);
 }
 
 }  // namespace
