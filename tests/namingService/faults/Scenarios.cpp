@@ -80,24 +80,6 @@ void startAndRemoveLog(const LoadedPlugin& plugin, const ConfigurationFiles& /*f
     std::filesystem::remove_all(std::getenv("QV_LOG_DIR"));
 }
 
-void startAndList(const LoadedPlugin& plugin, const ConfigurationFiles& /*files*/) {
-    plugin.initialize();
-    plugin.getServices();
-}
-
-void startListAndRegisterMany(const LoadedPlugin& plugin, const ConfigurationFiles& /*files*/) {
-    plugin.initialize();
-    plugin.getServices();
-    plugin.registerServices(number(30));
-}
-
-void startListAndUnregister(const LoadedPlugin& plugin, const ConfigurationFiles& /*files*/) {
-    plugin.initialize();
-    plugin.getServices();
-    plugin.unregisterServices({1, 2});
-    plugin.registerServices({kSaved[0]});
-}
-
 void startSaveAndList(const LoadedPlugin& plugin, const ConfigurationFiles& files) {
     startAndSave(plugin, files);
     plugin.getServices();
@@ -198,6 +180,7 @@ class Notes {
         size_ += line.size();
         text_.at(size_++) = '\n';
     }
+    void clear() { size_ = 0; }
     std::string text() const { return {text_.data(), size_}; }
 
   private:
@@ -289,6 +272,7 @@ void live(const Scenario& scenario, const LoadedPlugin& plugin, const Configurat
 std::string inChild(const Scenario& scenario, const LoadedPlugin& plugin,
                     const ConfigurationFiles& files, const Interference& interference) {
     static Notes notes;
+    notes.clear();
     const std::map<std::string, int> openBefore = openFiles();
     useUpKeptObjects();
     long held = 0;
@@ -376,12 +360,7 @@ std::vector<Scenario> scenariosOfFew() {
         {"RegistrationOfWhatIsKnown", logged, earlier, Log::kEmpty, start, registration(kSaved)},
         {"RegistrationWithoutFiles", std::nullopt, std::nullopt, Log::kEmpty, start, request},
         {"Unregistration", logged, earlier, Log::kEmpty, start, unregistration(kSaved)},
-        {"FirstList", logged, earlier, Log::kEmpty, start, kListing},
-        {"ListWithKeptAnswer", logged, earlier, Log::kEmpty, startAndList, kListing},
-        {"ListWithKeptAnswerTooSmall", saved, earlier, Log::kEmpty, startListAndRegisterMany,
-         kListing},
-        {"ListWithKeptAnswerTooLarge", saved, earlier, Log::kEmpty, startListAndUnregister,
-         kListing},
+        {"List", logged, earlier, Log::kEmpty, start, kListing},
         {"ChangeOfLevel", logged, earlier, Log::kEmpty, start, changeOfLevel(7)},
         {"RefusedChangeOfLevel", logged, earlier, Log::kEmpty, start, changeOfLevel(8),
          QV_ERROR_ARGUMENT},
@@ -437,6 +416,19 @@ TracedRun play(const Scenario& scenario, const LoadedPlugin& plugin,
                                  return false;
                              }};
     return runTraced([&] { return inChild(scenario, plugin, files, trace); }, fault);
+}
+
+ChildRun playTwice(const Scenario& scenario, const LoadedPlugin& plugin,
+                   const ConfigurationFiles& files) {
+    const Interference none{[] { return 0L; }, [] { return false; }};
+    const auto life = [&] {
+        files.put(scenario.main, scenario.backup, scenario.log);
+        return inChild(scenario, plugin, files, none);
+    };
+    return runInChild([&] {
+        life();
+        return life();
+    });
 }
 
 ChildRun playUpToOperation(const Scenario& scenario, const LoadedPlugin& plugin,

@@ -74,12 +74,14 @@ struct Interference {
     std::function<bool()> end;
 };
 
-// Goes through a scenario, in a child: with one in front of the operation and one behind it, with a
-// fault in it, or without it, up to where it would begin.
+// Plays a scenario in a child process: with an interference around the operation, with a fault in the
+// operation, twice in one process, or up to the operation.
 ChildRun play(const Scenario& scenario, const LoadedPlugin& plugin, const ConfigurationFiles& files,
               const Interference& interference);
 TracedRun play(const Scenario& scenario, const LoadedPlugin& plugin,
                const ConfigurationFiles& files, const Fault& fault = {});
+ChildRun playTwice(const Scenario& scenario, const LoadedPlugin& plugin,
+                   const ConfigurationFiles& files);
 ChildRun playUpToOperation(const Scenario& scenario, const LoadedPlugin& plugin,
                            const ConfigurationFiles& files);
 
