@@ -8,7 +8,6 @@
 #include "ObjectMemory.h"
 #include "QvPlistConvert.h"
 #include "common/MemoryShortage.h"
-#include "common/StoredMessages.h"
 #include "platform/CoreFoundation/Objects.h"
 
 namespace qv::tests {
@@ -61,25 +60,6 @@ TEST(PlistConvertMemoryShortage, DictionaryIsWholeOrRefused) {
         });
         EXPECT_GE(count, 3);
     }
-}
-
-TEST(PlistConvertMemoryShortage, DictionaryOfMoreFieldsIsWholeOrRefused) {
-    qor::kevra::ProxyData message;
-    message.set_protocol(INT_MIN);
-    message.set_server_addr(kAddresses[0]);
-    message.set_port(INT_MAX);
-    message.set_user_name(kAddresses[1]);
-    const auto expected = makeDictionary();
-    ASSERT_TRUE(convert(message, expected.get()));
-    ASSERT_EQ(CFDictionaryGetCount(expected.get()), 4);
-    const int count = sweepShortages([&](Shortage& shortage) {
-        const auto dictionary = makeDictionary();
-        bool converted = false;
-        EXPECT_TRUE(shortage.during([&] { converted = convert(message, dictionary.get()); }));
-        EXPECT_TRUE(converted || shortage.happened());
-        EXPECT_TRUE(!converted || equal(dictionary.get(), expected.get()));
-    });
-    EXPECT_GE(count, 5);
 }
 
 TEST(PlistConvertMemoryShortage, ArrayIsWholeOrNone) {

@@ -13,7 +13,6 @@
 #include <type_traits>
 #include <vector>
 
-#include "common/StoredMessages.h"
 #include "platform/CoreFoundation/Objects.h"
 
 namespace qv::tests {
@@ -23,9 +22,7 @@ using google::protobuf::RepeatedPtrField;
 using qor::kevra::CFArrayTypeInfo;
 using qor::kevra::convert;
 using qor::kevra::convertCreate;
-using qor::kevra::DebugOption;
 using qor::kevra::Int32TypeInfo;
-using qor::kevra::ProxyData;
 using qor::kevra::ServiceInfo;
 using qor::kevra::TypeInfo;
 
@@ -110,7 +107,6 @@ TEST(TypeTraits, NameTheKindThatIsStored) {
         std::is_same_v<Int32TypeInfo, qor::kevra::CFNumberTypeInfo<int, kCFNumberSInt32Type>>);
     EXPECT_EQ(Int32TypeInfo::CF_TYPE_ID, CFNumberGetTypeID());
     EXPECT_EQ(TypeInfo<ServiceInfo>::CF_TYPE_ID, CFDictionaryGetTypeID());
-    EXPECT_EQ(TypeInfo<ProxyData>::CF_TYPE_ID, CFDictionaryGetTypeID());
     EXPECT_EQ(TypeInfo<std::string>::GET_CF_TYPE_ID(), CFStringGetTypeID());
     EXPECT_EQ(CFArrayTypeInfo::CF_TYPE_ID, CFArrayGetTypeID());
 }
@@ -179,12 +175,6 @@ TEST(MessageToDictionary, AddressThatIsNotUtf8LeavesTheIdentifier) {
 
 TEST(MessageToDictionary, NullDictionaryIsRefused) {
     EXPECT_FALSE(convert(makeService(1, "a"), static_cast<CFMutableDictionaryRef>(nullptr)));
-}
-
-TEST(MessageToDictionary, MessageThatLacksARequiredFieldIsRefused) {
-    const auto dictionary = dictionaryOf("other", kCFBooleanTrue);
-    EXPECT_FALSE(convert(DebugOption(), dictionary.get()));
-    EXPECT_EQ(at(dictionary, "other"), kCFBooleanTrue);
 }
 
 TEST(MessageToDictionary, OnlyTheDictionaryKeepsWhatIsStored) {
@@ -290,13 +280,6 @@ TEST(DictionaryToMessage, NullDictionaryIsRefused) {
     EXPECT_EQ(service.id(), 5);
 }
 
-TEST(DictionaryToMessage, MessageThatLacksARequiredFieldAfterwardsIsRefused) {
-    DebugOption option;
-    EXPECT_FALSE(convert(dictionaryOf("debug_level", makeInteger(3).get()).get(), option));
-    EXPECT_EQ(option.debug_level(), 3);
-    EXPECT_TRUE(convert(dictionaryOf("plugins", makeInteger(1).get()).get(), option));
-}
-
 TEST(FieldToArray, KeepsTheOrder) {
     CFArrayRef array = nullptr;
     ASSERT_TRUE(convertCreate(makeServices({"c", "a", "b"}), array));
@@ -376,16 +359,6 @@ TEST(ArrayToField, NullElementEmptiesTheField) {
     auto services = makeServices({"former"});
     EXPECT_FALSE(convert(array.get(), services));
     EXPECT_THAT(services, IsEmpty());
-}
-
-TEST(ArrayToField, ElementThatLacksARequiredFieldEmptiesTheField) {
-    const auto good = dictionaryOf("plugins", makeInteger(1).get());
-    RepeatedPtrField<DebugOption> options;
-    EXPECT_TRUE(convert(static_cast<CFArrayRef>(arrayOf({good.get(), good.get()}).get()), options));
-    EXPECT_EQ(options.size(), 2);
-    EXPECT_FALSE(convert(
-        static_cast<CFArrayRef>(arrayOf({good.get(), makeDictionary().get()}).get()), options));
-    EXPECT_EQ(options.size(), 0);
 }
 
 TEST(ArrayToField, ElementsAreReusedAndHoldNothingOfTheFormer) {
@@ -481,53 +454,6 @@ TEST(StringToText, WhatCannotBeExpressedLeavesTheTargetAlone) {
     EXPECT_FALSE(convert(makeString(std::u16string(1, u'\xd800')).get(), text));
     EXPECT_FALSE(convert(makeString(std::u16string{u'\xdc00', u'a'}).get(), text));
     EXPECT_EQ(text, "former");
-}
-
-TEST(StoredFields, MakeAnotherMessageStorable) {
-    ProxyData proxy;
-    proxy.set_server_addr("proxy.\u4e2d");
-    proxy.set_port(8080);
-    proxy.set_user_name("");
-    // No stored field.
-    proxy.set_password("secret");
-    const auto dictionary = makeDictionary();
-    ASSERT_TRUE(convert(proxy, dictionary.get()));
-    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 3);
-    EXPECT_TRUE(equal(at(dictionary, "server_addr"), makeString("proxy.\u4e2d").get()));
-    EXPECT_TRUE(equal(at(dictionary, "port"), makeInteger(8080).get()));
-    EXPECT_TRUE(equal(at(dictionary, "user_name"), makeString("").get()));
-
-    ProxyData read;
-    EXPECT_TRUE(convert(dictionary.get(), read));
-    EXPECT_EQ(read.server_addr(), "proxy.\u4e2d");
-    EXPECT_EQ(read.port(), 8080);
-    EXPECT_TRUE(read.has_user_name());
-    EXPECT_FALSE(read.has_protocol());
-    EXPECT_FALSE(read.has_password());
-}
-
-TEST(StoredFields, MakeListsOfAnotherMessageStorable) {
-    RepeatedPtrField<ProxyData> proxies;
-    proxies.Add()->set_port(1);
-    proxies.Add()->set_server_addr("b");
-    CFArrayRef array = nullptr;
-    ASSERT_TRUE(convertCreate(proxies, array));
-    const auto owner = own(array);
-    RepeatedPtrField<ProxyData> read;
-    EXPECT_TRUE(convert(array, read));
-    ASSERT_EQ(read.size(), 2);
-    EXPECT_EQ(read[0].port(), 1);
-    EXPECT_EQ(read[1].server_addr(), "b");
-}
-
-TEST(StoredFields, FieldsInFrontOfOneThatFailsStay) {
-    ProxyData proxy;
-    proxy.set_protocol(1);
-    proxy.set_server_addr("\xff");
-    proxy.set_port(2);
-    const auto dictionary = makeDictionary();
-    EXPECT_FALSE(convert(proxy, dictionary.get()));
-    EXPECT_TRUE(equal(dictionary.get(), dictionaryOf("protocol", makeInteger(1).get()).get()));
 }
 
 TEST(PlistConvert, ThreadsWorkOnObjectsOfTheirOwn) {

@@ -191,7 +191,7 @@ bool QvConfig<MutexPolicy>::get(T& message, const char* key) {
     if (key == nullptr || !loaded) {
         return false;
     }
-    const CFHolder<CFStringRef> name = createKey(key);
+    const CFHolder<CFStringRef> name = createString(key);
     if (!name) {
         return false;
     }
@@ -211,7 +211,7 @@ bool QvConfig<MutexPolicy>::set(const T& message, const char* key) {
     if (key == nullptr || !loaded) {
         return false;
     }
-    const CFHolder<CFStringRef> name = createKey(key);
+    const CFHolder<CFStringRef> name = createString(key);
     if (!name) {
         return false;
     }
@@ -221,7 +221,7 @@ bool QvConfig<MutexPolicy>::set(const T& message, const char* key) {
     }
     // A message of no elements is an empty dictionary.
     if (message.services_size() != 0) {
-        const CFHolder<CFStringRef> listName = createKey(kListKey);
+        const CFHolder<CFStringRef> listName = createString(kListKey);
         CFArrayRef list = nullptr;
         if (!listName || !convertCreate(message.services(), list)) {
             return false;

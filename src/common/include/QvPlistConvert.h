@@ -1,15 +1,12 @@
-// Protobuf messages as property-list values, and back.
+// Conversion between protobuf messages and property-list values.
 //
-// A message becomes a dictionary whose keys are its fields' names, a repeated message field an
-// array of such dictionaries, an integer a number and a string a string; absent fields stay absent.
-// Reading passes over what does not fit: a field whose value is of another kind, and keys that no
-// field has.
+// A service is stored as a dictionary with the keys "id", a number, and "address", a string. A
+// field that is absent in the message has no key. A repeated field is stored as an array of such
+// dictionaries. Reading ignores other keys and values of
+// another kind than the field has.
 //
-// Which fields of a message are stored is said once, by its StoredFields; with those every function
-// here takes the message.
-//
-// All functions are safe to call from several threads on different objects. A failure is a false
-// result, with nothing left of what was created on the way; only std::bad_alloc escapes.
+// A function that fails returns false and releases what it created. Only std::bad_alloc is thrown.
+// Every function may run on several threads at once, on different objects.
 #ifndef QV_PLIST_CONVERT_H
 #define QV_PLIST_CONVERT_H
 
@@ -17,14 +14,10 @@
 #include <google/protobuf/repeated_field.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
-#include <tuple>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -34,7 +27,7 @@
 
 namespace qor::kevra {
 
-// What kind a stored value must be of: what CFGetTypeID() says of it.
+// The type traits say which type id the stored form of a program type has.
 
 // A message is stored as a dictionary.
 template <class T>
@@ -54,7 +47,7 @@ class TypeInfo<std::string> {
     }
 };
 
-// A number that the program has as a T and CoreFoundation as a kNumberType.
+// A number that is a T in the program and a kNumberType in CoreFoundation.
 template <class T, long kNumberType>
 class CFNumberTypeInfo {
   public:
@@ -67,67 +60,65 @@ const CFTypeID CFNumberTypeInfo<T, kNumberType>::CF_TYPE_ID = CFNumberGetTypeID(
 using Int32TypeInfo = CFNumberTypeInfo<int, 3>;
 static_assert(Int32TypeInfo::CF_NUM_TYPE == kCFNumberSInt32Type);
 
-// One field of a message: the key it is stored under, and functions of the message that say whether
-// it is present, give it, and set it.
-template <class Has, class Get, class Set>
-struct StoredField {
-    const char* key;
-    Has has;
-    Get get;
-    Set set;
-};
-template <class Has, class Get, class Set>
-StoredField(const char*, Has, Get, Set) -> StoredField<Has, Get, Set>;
-
-// The fields of a message that are stored, in the order in which they are: a tuple `kFields`.
-template <class Message>
-struct StoredFields;
-
-template <>
-struct StoredFields<ServiceInfo> {
-    static constexpr auto kFields = std::make_tuple(
-        StoredField{"id", [](const ServiceInfo& service) { return service.has_id(); },
-                    [](const ServiceInfo& service) { return service.id(); },
-                    [](ServiceInfo& service, int id) { service.set_id(id); }},
-        StoredField{
-            "address", [](const ServiceInfo& service) { return service.has_address(); },
-            [](const ServiceInfo& service) -> const std::string& { return service.address(); },
-            [](ServiceInfo& service, std::string address) {
-                service.set_address(std::move(address));
-            }});
-};
-
-inline CFHolder<CFStringRef> createKey(const char* key) {
+// Creates a string from UTF-8 up to its first NUL. Null if the bytes are not UTF-8 or memory runs
+// out.
+inline CFHolder<CFStringRef> createString(const char* text) {
     return CFHolder<CFStringRef>(
-        CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8));
+        CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8));
 }
 
+// Creates an empty dictionary. Null if memory runs out.
 inline CFHolder<CFMutableDictionaryRef> createDictionary() {
     return CFHolder<CFMutableDictionaryRef>(CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
-// The values of fields.
-
-inline CFHolder<CFTypeRef> convertCreate(int number) {
-    return CFHolder<CFTypeRef>(CFNumberCreate(
-        kCFAllocatorDefault, static_cast<CFNumberType>(Int32TypeInfo::CF_NUM_TYPE), &number));
+// Adds a value under a new key. False if the value is null or memory runs out.
+inline bool addValue(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value) {
+    if (value == nullptr) {
+        return false;
+    }
+    CFDictionaryAddValue(dictionary, key, value);
+    // CFDictionaryAddValue() does not report that memory ran out.
+    return CFDictionaryContainsKey(dictionary, key) != FALSE;
 }
 
-// Null where the bytes, up to the first NUL, are not UTF-8.
-inline CFHolder<CFTypeRef> convertCreate(const std::string& text) {
-    return CFHolder<CFTypeRef>(
-        CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
+// Replaces the dictionary's contents with the fields of the service that are present. If the
+// address cannot be converted, the identifier stays in the dictionary.
+inline bool convert(const ServiceInfo& service, CFMutableDictionaryRef dictionary) {
+    if (dictionary == nullptr || !service.IsInitialized()) {
+        return false;
+    }
+    CFDictionaryRemoveAllValues(dictionary);
+    if (service.has_id()) {
+        const CFHolder<CFStringRef> key = createString("id");
+        if (!key) {
+            return false;
+        }
+        const int id = service.id();
+        const CFHolder<CFNumberRef> number(CFNumberCreate(
+            kCFAllocatorDefault, static_cast<CFNumberType>(Int32TypeInfo::CF_NUM_TYPE), &id));
+        if (!addValue(dictionary, key.get(), number.get())) {
+            return false;
+        }
+    }
+    if (!service.has_address()) {
+        return true;
+    }
+    const CFHolder<CFStringRef> key = createString("address");
+    return key && addValue(dictionary, key.get(), createString(service.address().c_str()).get());
 }
 
-// No unit takes more than three bytes, so there is room for the NUL among four a unit.
-inline std::size_t utf8Room(CFStringRef string) {
+// Returns how many bytes the string takes in UTF-8 at most, with a NUL. A UTF-16 unit takes three
+// bytes at most, so four a unit leave room for the NUL.
+inline std::size_t utf8Size(CFStringRef string) {
     return static_cast<std::size_t>(CFStringGetLength(string)) * 4 + 1;
 }
 
-// Through a buffer with that much room.
+// Reads the string up to its first NUL through a buffer of utf8Size() bytes. False if the string
+// has no UTF-8 form; `out` stays as it is then.
 inline bool readUtf8(CFStringRef string, char* buffer, std::string& out) {
-    const std::size_t size = utf8Room(string) - 1;
+    const std::size_t size = utf8Size(string) - 1;
     buffer[size] = '\0';
     if (CFStringGetCString(string, buffer, static_cast<CFIndex>(size), kCFStringEncodingUTF8) ==
         FALSE) {
@@ -137,8 +128,8 @@ inline bool readUtf8(CFStringRef string, char* buffer, std::string& out) {
     return true;
 }
 
-// The string as UTF-8, up to its first NUL. False, with `out` as it was, where it cannot be
-// expressed, or there is no memory to do it in.
+// Converts the string to UTF-8 up to its first NUL. False if the string is null or has no UTF-8
+// form, or if memory for the buffer runs out; `out` stays as it is then.
 inline bool convert(CFStringRef string, std::string& out) {
     if (string == nullptr) {
         return false;
@@ -152,83 +143,53 @@ inline bool convert(CFStringRef string, std::string& out) {
         return true;
     }
     const std::unique_ptr<char, decltype(&std::free)> buffer(
-        static_cast<char*>(std::malloc(utf8Room(string))), &std::free);
+        static_cast<char*>(std::malloc(utf8Size(string))), &std::free);
     return buffer != nullptr && readUtf8(string, buffer.get(), out);
 }
 
-// The value of a field; false where it is of another kind, or no value of the field's type.
-
-inline bool convert(CFTypeRef value, int& out) {
-    return CFGetTypeID(value) == Int32TypeInfo::CF_TYPE_ID &&
-           CFNumberGetValue(static_cast<CFNumberRef>(value),
-                            static_cast<CFNumberType>(Int32TypeInfo::CF_NUM_TYPE), &out) != FALSE;
+// Returns the value under the key, or null. Throws if memory for the key runs out. Treating the
+// field as absent would drop it at the next save.
+inline CFTypeRef valueOf(CFDictionaryRef dictionary, const char* key) {
+    const CFHolder<CFStringRef> name = createString(key);
+    if (!name) {
+        throw std::bad_alloc();
+    }
+    return CFDictionaryGetValue(dictionary, name.get());
 }
 
-inline bool convert(CFTypeRef value, std::string& out) {
-    if (CFGetTypeID(value) != TypeInfo<std::string>::GET_CF_TYPE_ID()) {
-        return false;
-    }
-    const auto string = static_cast<CFStringRef>(value);
-    if (convert(string, out)) {
-        return true;
-    }
-    // Where that was for want of memory, the field is not one without a value: what was read
-    // without it would be saved without it. This asks for the memory again, and throws.
-    std::string buffer(utf8Room(string), '\0');
-    return readUtf8(string, buffer.data(), out);
-}
-
-// Replaces the dictionary's contents with the message's fields. Where a field cannot be converted,
-// those in front of it stay.
-template <class Message>
-bool convert(const Message& message, CFMutableDictionaryRef dictionary) {
-    if (dictionary == nullptr || !message.IsInitialized()) {
-        return false;
-    }
-    CFDictionaryRemoveAllValues(dictionary);
-    const auto add = [&](const auto& field) {
-        if (!field.has(message)) {
-            return true;
-        }
-        const CFHolder<CFStringRef> key = createKey(field.key);
-        if (!key) {
-            return false;
-        }
-        const CFHolder<CFTypeRef> value = convertCreate(field.get(message));
-        if (!value) {
-            return false;
-        }
-        CFDictionaryAddValue(dictionary, key.get(), value.get());
-        // Without memory for one more it is not there, and nothing says so.
-        return CFDictionaryContainsKey(dictionary, key.get()) != FALSE;
-    };
-    return std::apply([&](const auto&... fields) { return (add(fields) && ...); },
-                      StoredFields<Message>::kFields);
-}
-
-// Sets the fields that the dictionary has a fitting value for, and leaves the others as they are.
-template <class Message>
-bool convert(CFDictionaryRef dictionary, Message& message) {
+// Sets the fields for which the dictionary has a fitting value. The other fields stay as they are.
+inline bool convert(CFDictionaryRef dictionary, ServiceInfo& service) {
     if (dictionary == nullptr) {
         return false;
     }
-    const auto read = [&](const auto& field) {
-        const CFHolder<CFStringRef> key = createKey(field.key);
-        if (!key) {
-            // Not a field that is absent: what was read without it would be saved without it.
-            throw std::bad_alloc();
+    CFTypeRef const id = valueOf(dictionary, "id");
+    int number = 0;
+    if (id != nullptr && CFGetTypeID(id) == Int32TypeInfo::CF_TYPE_ID &&
+        CFNumberGetValue(static_cast<CFNumberRef>(id),
+                         static_cast<CFNumberType>(Int32TypeInfo::CF_NUM_TYPE), &number) != FALSE) {
+        service.set_id(number);
+    }
+    CFTypeRef const address = valueOf(dictionary, "address");
+    if (address != nullptr && CFGetTypeID(address) == TypeInfo<std::string>::GET_CF_TYPE_ID()) {
+        const auto string = static_cast<CFStringRef>(address);
+        std::string text;
+        bool isRead = convert(string, text);
+        if (!isRead) {
+            // The string has no UTF-8 form, or memory ran out. Asking for the memory once more
+            // throws in the second case. Treating the address as absent would drop it at the next
+            // save.
+            std::string buffer(utf8Size(string), '\0');
+            isRead = readUtf8(string, buffer.data(), text);
         }
-        const void* const value = CFDictionaryGetValue(dictionary, key.get());
-        std::decay_t<decltype(field.get(message))> converted{};
-        if (value != nullptr && convert(static_cast<CFTypeRef>(value), converted)) {
-            field.set(message, std::move(converted));
+        if (isRead) {
+            service.set_address(std::move(text));
         }
-    };
-    std::apply([&](const auto&... fields) { (read(fields), ...); }, StoredFields<Message>::kFields);
-    return message.IsInitialized();
+    }
+    return service.IsInitialized();
 }
 
-// An array of dictionaries, owned by the caller; `out` is left as it was where there is none.
+// Creates an array with a dictionary for each message, in order. The caller owns the array. On
+// failure `out` stays as it is.
 template <class Message>
 bool convertCreate(const google::protobuf::RepeatedPtrField<Message>& field, CFArrayRef& out) {
     std::vector<CFHolder<CFMutableDictionaryRef>> owners;
@@ -253,8 +214,9 @@ bool convertCreate(const google::protobuf::RepeatedPtrField<Message>& field, CFA
     return true;
 }
 
-// All or nothing: replaces the field's contents, and leaves it empty where one element is no
-// dictionary or cannot be converted. Elements of the field are kept for reuse.
+// Replaces the field's contents with a message for each dictionary of the array. If an element is
+// not a dictionary or cannot be converted, the field becomes empty. The field keeps its former
+// elements for reuse.
 template <class Message>
 bool convert(CFArrayRef array, google::protobuf::RepeatedPtrField<Message>& field) {
     if (array == nullptr) {
@@ -262,7 +224,7 @@ bool convert(CFArrayRef array, google::protobuf::RepeatedPtrField<Message>& fiel
     }
     field.Clear();
     const CFIndex count = CFArrayGetCount(array);
-    // Add() would lose the new element where there is no memory for its place.
+    // Without room for its place in the list, Add() would leak the new element.
     field.Reserve(static_cast<int>(count));
     for (CFIndex index = 0; index < count; ++index) {
         Message* const message = field.Add();
@@ -276,14 +238,15 @@ bool convert(CFArrayRef array, google::protobuf::RepeatedPtrField<Message>& fiel
     return true;
 }
 
-// The same for the array under a key. Where there is none, the field is left as it was.
+// Does the same with the array under a key of the dictionary. If the key is missing or its value is
+// not an array, the field stays as it is.
 template <class Message>
 bool convert(CFDictionaryRef dictionary, const char* key,
              google::protobuf::RepeatedPtrField<Message>& field) {
     if (dictionary == nullptr || key == nullptr) {
         return false;
     }
-    const CFHolder<CFStringRef> name = createKey(key);
+    const CFHolder<CFStringRef> name = createString(key);
     if (!name) {
         return false;
     }
