@@ -14,6 +14,10 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
 add_compile_options(-Wall -Wextra)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Checks what a lock guards (QvThreadSafety.h).
+  add_compile_options(-Wthread-safety)
+endif()
 if(QV_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

@@ -7,7 +7,6 @@
 #include "QvGeneral.h"
 #include "QvPlugin.h"
 #include "QvUtil.h"
-#include "configuration.h"
 #include "namingService.h"
 #include "namingService.pb.h"
 
@@ -15,11 +14,17 @@ using qor::kevra::kLogDebug;
 using qor::kevra::kLogInfo;
 using qor::kevra::kLogWarning;
 using qor::kevra::NamingService;
+using qor::kevra::NullMutex;
+using qor::kevra::QvConfig;
 using qor::kevra::ServiceInfoArray;
 
 void* g_debugLogContext = nullptr;
+QvConfig<NullMutex>* g_cfg = nullptr;
 
 namespace {
+
+constexpr const char* kConfigurationFile = "namingService.conf.plist";
+constexpr std::size_t kLongestPath = 2048;
 
 NamingService* g_namingService = nullptr;
 
@@ -36,7 +41,7 @@ int changeServices(const char* name, void (NamingService::*change)(const Service
         return QV_ERROR_ARGUMENT;
     }
     ServiceInfoArray request;
-    // The result is ignored on purpose: the services in front of a fault are registered.
+    // The result is ignored: the services in front of a fault are registered (compatibility C1).
     static_cast<void>(request.ParseFromArray(in, inLen));
     if (!request.IsInitialized()) {
         QV_LOG(kLogWarning, "%s fail to unserialize pb from bytes", name);
@@ -65,6 +70,7 @@ int getServices(int /*command*/, const void* /*in*/, int /*inLen*/, void** out, 
     ServiceInfoArray answer;
     g_namingService->getServices(answer);
     const int size = answer.ByteSize();
+    // The length stays when no memory is left for the answer (compatibility C5).
     *outLen = size;
     if (size == 0) {
         *out = nullptr;
@@ -76,7 +82,7 @@ int getServices(int /*command*/, const void* /*in*/, int /*inLen*/, void** out, 
         return QV_ERROR_NO_MEMORY;
     }
     if (!answer.SerializeToArray(*out, size)) {
-        // The buffer stays with the host, which frees it like a good answer.
+        // The host frees the buffer like a good answer (compatibility C4).
         QV_LOG(kLogWarning, "%s serialize error", "getServices");
         return QV_ERROR_SERIALIZE;
     }
@@ -98,12 +104,14 @@ int32_t QvPluginGetId(void) {
 
 int QvPluginInitialize(void) {
     if (g_debugLogContext == nullptr) {
-        QvInitDebugByConfig(&g_debugLogContext, qor::kevra::kConfigurationName, "namingService",
+        QvInitDebugByConfig(&g_debugLogContext, kConfigurationFile, "namingService",
                             "/var/log/Vornak/LorxCore/namingService.log");
     }
     QV_LOG(kLogInfo, "%s enter", "QvPluginInitialize");
     if (g_cfg == nullptr) {
-        qor::kevra::openConfiguration();
+        char path[kLongestPath] = {};
+        // A path that is too long gives null, and the configuration stays unloaded.
+        g_cfg = new QvConfig<NullMutex>(QvGetFilePath(path, sizeof path, kConfigurationFile));
     }
     if (g_namingService == nullptr) {
         g_namingService = new NamingService;
@@ -113,12 +121,13 @@ int QvPluginInitialize(void) {
 
 void QvPluginFinalize(void) {
     QV_LOG(kLogInfo, "%s enter", "QvPluginFinalize");
-    // The log goes first on purpose. Nothing after this point logs.
+    // The log goes first, also when none is open. Nothing logs after this point (compatibility C9).
     LorxReleaseDbgLog(g_debugLogContext);
     g_debugLogContext = nullptr;
     delete g_namingService;
     g_namingService = nullptr;
-    qor::kevra::closeConfiguration();
+    delete g_cfg;
+    g_cfg = nullptr;
 }
 
 int QvPluginGetHandlers(const HandlerEntry** handlers, int32_t* count, void** reserved) {

@@ -1,14 +1,13 @@
 #include "namingService.h"
 
 #include "QvGeneral.h"
-#include "configuration.h"
 
 namespace qor::kevra {
 
 namespace {
 
 // The key of the directory in the configuration's root. It begins with a capital letter, unlike the
-// keys of a service.
+// keys of a service (compatibility C25).
 constexpr const char* kStorageKey = "Address";
 
 // Whether the directory holds a change that no registration has tried to save. This is so after a
@@ -31,6 +30,7 @@ void NamingService::registerServices(const ServiceInfoArray& request) {
         const auto [entry, isNew] = serviceMap.try_emplace(service.id(), service);
         if (isNew) {
             g_saveIsDue = true;
+            // Only the address is compared (compatibility C6).
         } else if (entry->second.address() != service.address()) {
             // A copy that runs out of memory leaves the stored service as it is.
             ServiceInfo replacement(service);

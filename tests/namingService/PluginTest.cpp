@@ -343,31 +343,5 @@ TEST(Directory, HoldsAMillionServices) {
     EXPECT_THAT(plugin.getServices(), IsEmpty());
 }
 
-#if defined(__linux__) && !defined(QV_SANITIZED)
-TEST(Directory, ThatHasShrunkKeepsNoMemoryForItsListing) {
-    constexpr std::size_t kMany = 10'000;
-    Services all;
-    std::vector<std::int32_t> ids;
-    for (std::size_t i = 0; i < kMany; ++i) {
-        ids.push_back(static_cast<std::int32_t>(i));
-        all.emplace_back(ids.back(), std::string(100, 'a'));
-    }
-    const LoadedPlugin plugin;
-    plugin.initialize();
-    plugin.registerServices(all);
-    // In small steps, too.
-    while (ids.size() != 1) {
-        EXPECT_EQ(plugin.getServices().size(), ids.size());
-        const auto rest = ids.begin() + static_cast<std::ptrdiff_t>((2 * ids.size() + 1) / 3);
-        plugin.unregisterServices({rest, ids.end()});
-        ids.erase(rest, ids.end());
-    }
-    EXPECT_EQ(plugin.getServices().size(), 1U);
-    const std::size_t memory = mallinfo2().uordblks;
-    plugin.finalize();
-    EXPECT_LT(memory, mallinfo2().uordblks + kMany * 10);
-}
-#endif
-
 }  // namespace
 }  // namespace qv::tests

@@ -24,7 +24,7 @@ constexpr std::array<std::string_view, 8> levelNames = {"emerg",   "alert",  "cr
 constexpr std::size_t textLimit = 8192;
 constexpr std::size_t moduleLimit = 64;
 
-// Without the bytes at the end that only begin a UTF-8 sequence.
+// Returns the text without an incomplete UTF-8 sequence at its end.
 std::string_view wholeCharacters(std::string_view text) {
     const std::size_t longest = std::min<std::size_t>(text.size(), 3);
     for (std::size_t count = 1; count <= longest; ++count) {
@@ -44,7 +44,7 @@ void appendText(std::string& record, const char* format, std::va_list arguments)
     char buffer[textLimit];
     const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
     if (length < 0) {
-        // An argument that cannot be converted. The format still tells which record this was.
+        // An argument cannot be converted. The format still tells which record this is.
         text::appendEscaped(record, std::string_view(format).substr(0, textLimit));
         record += " ... (not formatted)";
         return;
@@ -79,7 +79,7 @@ void DebugLog::write(int level, const char* format, std::va_list arguments) noex
     if (format == nullptr || !isEnabled(level)) {
         return;
     }
-    // A caller may log between a failed call and its look at errno.
+    // A caller may log between a failed call and the line that reads errno.
     const int callersErrno = errno;
     try {
         std::string record(levelNames.at(static_cast<std::size_t>(level)));
@@ -89,14 +89,14 @@ void DebugLog::write(int level, const char* format, std::va_list arguments) noex
         appendText(record, format, arguments);
         writeRecord(record);
     } catch (...) {
-        // A log that cannot be written costs records, and there is nowhere else to tell of it.
+        // The record is lost. There is no other place to report that.
     }
     errno = callersErrno;
 }
 
 void DebugLog::writeRecord(const std::string& record) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    // Under the lock, so that the times in the file ascend.
+    const MutexLock lock(mutex_);
+    // The record is formatted under the lock, so that the times in the file ascend.
     const spdlog::details::log_msg message(spdlog::source_loc{}, {}, spdlog::level::info, record);
     spdlog::memory_buf_t line;
     formatter_->format(message, line);

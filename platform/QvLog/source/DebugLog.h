@@ -1,7 +1,7 @@
-// One open log file: what a handle of QvLog.h stands for.
+// One open log, which is what a handle of QvLog.h points to.
 //
-// Construction throws when the file cannot be opened; nothing else throws. All members may be
-// called from several threads at once.
+// Construction throws if the file cannot be opened; nothing else throws. All members may be called
+// from several threads at once.
 #ifndef QV_LOG_DEBUG_LOG_H
 #define QV_LOG_DEBUG_LOG_H
 
@@ -10,16 +10,16 @@
 #include <atomic>
 #include <cstdarg>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "LogFile.h"
+#include "QvThreadSafety.h"
 
 namespace qv::log {
 
 class DebugLog {
   public:
-    // A level outside 0 to 7 means the nearest of them.
+    // Opens the file at `path`. A level outside 0 to 7 becomes the nearest valid level.
     DebugLog(const char* path, const char* module, int level);
     ~DebugLog();
 
@@ -35,6 +35,7 @@ class DebugLog {
     // Ignores a level outside 0 to 7.
     void setLevel(int level) noexcept;
 
+    // Writes one record if its level is enabled. A record that cannot be written is lost.
     void write(int level, const char* format, std::va_list arguments) noexcept;
 
   private:
@@ -43,10 +44,9 @@ class DebugLog {
     const std::string module_;
     std::atomic<int> level_;
 
-    std::mutex mutex_;
-    // Both guarded by `mutex_`.
-    const std::unique_ptr<spdlog::formatter> formatter_;
-    LogFile file_;
+    Mutex mutex_;
+    const std::unique_ptr<spdlog::formatter> formatter_ QV_GUARDED_BY(mutex_);
+    LogFile file_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace qv::log

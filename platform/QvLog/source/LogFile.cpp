@@ -5,9 +5,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <mutex>
 #include <system_error>
 #include <utility>
+
+#include "QvThreadSafety.h"
 
 namespace qv::log {
 namespace {
@@ -16,10 +17,11 @@ constexpr off_t maximalSize = 10L * 1024 * 1024;
 constexpr int olderFiles = 5;
 constexpr mode_t fileMode = 0640;
 
-// Of all handles in the process, so that two on one file do not shift the older ones twice.
-std::mutex rotation;
+// Held during a rotation by any handle of the process. Two handles on one file would otherwise
+// shift the older files twice.
+Mutex rotation;
 
-// A signal that arrives in the middle costs no record.
+// Repeats the call while a signal interrupts it, so that no record is lost.
 template <class Call>
 auto uninterrupted(Call call) {
     auto result = call();
@@ -34,12 +36,12 @@ bool hasRoom(off_t size, std::size_t length) {
 }
 
 int openFile(const std::string& path, int access) {
-    // Waits neither for a pipe's reader nor, later, for a terminal.
+    // O_NONBLOCK: waits neither for the reader of a pipe nor, later, for a terminal.
     constexpr int flags = O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     return uninterrupted([&] { return ::open(path.c_str(), access | flags, fileMode); });
 }
 
-// A disk that was full, or a machine that went down, leaves half a record.
+// Returns whether the file ends with a part of a record. A full disk or a power failure leaves one.
 bool endsInsideLine(int descriptor, off_t size) {
     char last = '\n';
     return size > 0 &&
@@ -54,8 +56,8 @@ LogFile::LogFile(std::string path) : path_(std::move(path)) {
     if (size == kNowhere) {
         throw std::system_error(errno, std::generic_category(), path_);
     }
-    // Not of a file that takes this one's place later: the half record that it ends with is most
-    // likely one that another handle is just writing.
+    // Only the first file is asked. A file that replaces it later may end with a record that
+    // another handle is just writing.
     endsInsideLine_ = endsInsideLine(descriptor_, size);
 }
 
@@ -81,7 +83,8 @@ void LogFile::append(std::string line) {
     }
 }
 
-// Sees to it that the open file is the one at the path. Its size, or kNowhere when there is none.
+// Opens the file at the path if another file is open. Returns the size of the open file, or
+// kNowhere if none can be opened.
 off_t LogFile::follow() {
     struct stat status = {};
     if (descriptor_ == -1) {
@@ -90,7 +93,7 @@ off_t LogFile::follow() {
     if (uninterrupted([&] { return ::stat(path_.c_str(), &status); }) == 0) {
         return status.st_dev == device_ && status.st_ino == inode_ ? status.st_size : open();
     }
-    // A host that gave up the right to look there may still write to what it has open.
+    // A host that gave up the right to search the directory may still write to the open file.
     return errno == EACCES && ::fstat(descriptor_, &status) == 0 ? status.st_size : open();
 }
 
@@ -124,10 +127,10 @@ void LogFile::close() noexcept {
     }
 }
 
-// Rotates. Where that cannot be done, what the file holds is given up: the newest records are the
-// ones that somebody will look for. The size then, or kNowhere.
+// Makes room for `length` bytes: rotates, or empties the file if it cannot be renamed, because the
+// newest records are the ones that people look for. Returns the size afterwards, or kNowhere.
 off_t LogFile::makeRoom(std::size_t length) {
-    const std::lock_guard<std::mutex> lock(rotation);
+    const MutexLock lock(rotation);
     off_t size = follow();
     if (size == kNowhere || hasRoom(size, length)) {
         return size;
@@ -145,8 +148,9 @@ off_t LogFile::makeRoom(std::size_t length) {
     return 0;
 }
 
-// One that cannot be moved is replaced by the next younger, or stays and costs that one. True when
-// the file itself is gone from the path, though another process may have moved it.
+// Renames each file to the name of the next older one. A file that cannot be renamed is overwritten
+// by the next younger one, or stays and the younger one is lost. Returns whether the path is free,
+// also if another process has renamed the file.
 bool LogFile::shiftOlderFiles() const {
     for (int age = olderFiles; age > 1; --age) {
         static_cast<void>(std::rename(olderFile(age - 1).c_str(), olderFile(age).c_str()));
@@ -154,7 +158,7 @@ bool LogFile::shiftOlderFiles() const {
     return std::rename(path_.c_str(), olderFile(1).c_str()) == 0 || errno == ENOENT;
 }
 
-// "a/naming.log" is followed by "a/naming.1.log".
+// Returns the name of an older file: "a/naming.1.log" for "a/naming.log" and age 1.
 std::string LogFile::olderFile(int age) const {
     const std::size_t dot = path_.rfind('.');
     const std::size_t slash = path_.rfind('/');

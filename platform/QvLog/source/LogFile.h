@@ -1,9 +1,9 @@
-// The file that records are appended to, with the older ones beside it. None of them grows past the
-// limit by more than a record, whoever else appends to them.
+// The log file that records are appended to, and its older files. No file grows past the limit by
+// more than one record, even if other processes append to it.
 //
-// Each record goes to the file that stands at the path then: where it was removed, moved away or
-// rotated by another handle or process, it is made anew. What is neither a regular file nor a
-// character device such as /dev/null is not written to, and nothing ever waits.
+// Each record goes to the file that is at the path at that moment. If the file was removed, moved
+// away or rotated by another handle or process, the next record creates it anew. Only a regular
+// file and a character device such as /dev/null are written to. No operation waits.
 //
 // Not safe to use from several threads at once.
 #ifndef QV_LOG_LOG_FILE_H
@@ -25,8 +25,9 @@ class LogFile {
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
-    // The line, its newline included, goes out in one write(), so that those of several handles or
-    // processes do not mix. It is lost where it cannot be written. Throws std::bad_alloc only.
+    // Appends the line, which ends with a newline, in one write(), so that the lines of several
+    // handles or processes do not mix. A line that cannot be written is lost. Throws
+    // std::bad_alloc.
     void append(std::string line);
 
   private:
@@ -41,7 +42,7 @@ class LogFile {
 
     const std::string path_;
     int descriptor_ = -1;
-    // Of the open file.
+    // The identity of the open file.
     dev_t device_ = 0;
     ino_t inode_ = 0;
     bool endsInsideLine_ = false;

@@ -1,9 +1,9 @@
-// A configuration file: a property list whose root is a dictionary, with a backup copy of the same
-// name in the directory "backup" beside it.
+// A configuration file: a property list whose root is a dictionary. A copy of the same name is kept
+// in the directory "backup" beside the file.
 //
-// The file is read once, when the object is constructed. Where it is missing or damaged, the backup
-// takes its place first. Where that does not help either, the object is unloaded for its whole
-// life: get(), set() and save() are false, and no file is ever made from nothing.
+// The constructor reads the file. If the file is missing or damaged, the constructor first replaces
+// it with the backup. If neither file can be read, the object stays unloaded for its whole life:
+// get(), set() and save() return false, and no file is created (compatibility C12).
 //
 //     QvConfig<NullMutex> config("/a/b/namingService.conf.plist");
 //     ServiceInfoArray services;
@@ -13,11 +13,12 @@
 //         config.save();
 //     }
 //
-// save() rewrites the file in place, after it has copied what the file held to the backup. So one
-// of the two is whole at any time, and a process that watches the file keeps watching the same one.
-// The order is part of the product: other components read both files.
+// save() copies the file to the backup and then rewrites the file in place. Other components read
+// both files, and a process that watches the file keeps watching the same inode. A process that is
+// killed in the middle of the write, or a disk that is full, leaves a file that mixes old and new
+// bytes.
 //
-// No operation says why it failed, and none throws but for want of memory.
+// No operation says why it failed. An operation throws only std::bad_alloc.
 #ifndef QV_CONFIG_H
 #define QV_CONFIG_H
 
@@ -39,70 +40,72 @@
 
 namespace qor::kevra {
 
-// Where the owner of the object excludes all others already.
-class NullMutex {
+// Locks nothing. The owner of the object excludes simultaneous calls.
+class QV_CAPABILITY("mutex") NullMutex {
   public:
-    void lock() {}
-    void unlock() {}
+    void lock() QV_ACQUIRE() {}
+    void unlock() QV_RELEASE() {}
 };
 
-// The policy says how calls on one object exclude each other. Two processes, or two objects, on one
-// file are not coordinated; save() only sees that the file was replaced or removed, and follows.
+// MutexPolicy is the lock that each operation holds. Two objects on one file are not coordinated,
+// and neither are two processes. save() only notices that the file was replaced or removed.
 template <class MutexPolicy>
 class QvConfig {
   public:
-    // Reads the file, and remembers whether that worked. The path has to hold a "/"; without one
-    // this throws std::length_error. Null makes an object that stays unloaded.
+    // Reads the file at `path`. Null makes an object that stays unloaded. Throws std::length_error
+    // if the path holds no "/" (compatibility C11).
     explicit QvConfig(const char* path);
 
-    // Does not save.
+    // Closes the file. Does not save.
     ~QvConfig();
     QvConfig(const QvConfig&) = delete;
     QvConfig& operator=(const QvConfig&) = delete;
 
-    // Fills the message's `services` from the dictionary that is stored under the key. False where
-    // there is none. A dictionary without a list leaves the message as it is; a list with an
-    // element that is no service empties it.
+    // Fills the message's `services` with the list that is stored under the key. Returns false if
+    // no dictionary is stored there. A dictionary without a list leaves the message as it is. A
+    // list with an element that is not a service empties the message (compatibility C22).
     template <class T>
     bool get(T& message, const char* key);
 
-    // Replaces what is stored under the key, in memory. False, with nothing replaced, where the
-    // message cannot be converted: where a service's address is not UTF-8, for one.
+    // Replaces the value under the key in memory. Returns false and replaces nothing if the message
+    // cannot be converted, for example because an address is not UTF-8.
     template <class T>
     bool set(const T& message, const char* key);
 
-    // Writes everything to the file. True once it was written; whether all of it was, and whether
-    // it reached the disk, is not looked at.
+    // Copies the file to the backup and writes everything to the file. Returns true once the bytes
+    // are handed to the system. Whether all of them were written, and whether they reached the
+    // disk, is not checked (compatibility C18).
     bool save();
 
-    // Replaces the backup by the file's bytes, or the file by the backup's.
+    // Copies the file over the backup, or the backup over the file.
     bool copytobackup();
     bool copyfrombackup();
 
   private:
-    static constexpr int kMostRestores = 2;  // that are followed by another attempt to read
+    static constexpr int kMostRestores = 3;
     static constexpr const char* kListKey = "services";
 
-    // The operations that others are made of; the caller holds the lock.
-    bool readFile();
-    bool backUp();
-    bool restore();
-    bool followFile();
-    std::string backupFile() const { return backupDir + "/" + fileName; }
+    // The steps of the operations.
+    bool readFile() QV_REQUIRES(mutex);
+    bool backUp() QV_REQUIRES(mutex);
+    bool restore() QV_REQUIRES(mutex);
+    bool followFile() QV_REQUIRES(mutex);
+    std::string backupFile() const QV_REQUIRES(mutex) { return backupDir + "/" + fileName; }
     static bool copyFile(const char* from, const char* to);
     static int openForWriting(const char* path);
     static bool isPipeOrDirectory(const char* path);
 
-    bool loaded = false;
-    // Owned. Null until loaded.
-    CFHolder<CFMutableDictionaryRef> root;
-    // Open for writing from the first save() on; -1 before.
-    int fd = -1;
-    std::string path;
-    std::string backupDir;
-    std::string fileName;
-    // Of the file when it was last seen; 0 where that is not known.
-    std::uint64_t inode = 0;
+    // True once the file was read. Only the constructor sets it.
+    bool loaded QV_GUARDED_BY(mutex) = false;
+    // The file's root. Owned; null until loaded.
+    CFHolder<CFMutableDictionaryRef> root QV_GUARDED_BY(mutex);
+    // The descriptor through which save() writes. -1 until the first save.
+    int fd QV_GUARDED_BY(mutex) = -1;
+    std::string path QV_GUARDED_BY(mutex);
+    std::string backupDir QV_GUARDED_BY(mutex);
+    std::string fileName QV_GUARDED_BY(mutex);
+    // The inode of the file when it was last seen, or 0.
+    std::uint64_t inode QV_GUARDED_BY(mutex) = 0;
     MutexPolicy mutex;
 };
 
@@ -113,16 +116,15 @@ QvConfig<MutexPolicy>::QvConfig(const char* itsPath) {
     }
     const Guard<MutexPolicy> guard(mutex);
     path = itsPath;
-    // Without a "/" there is no directory to put a backup in: the length of -1 is refused by
-    // assign().
+    // Without a "/" there is no directory for the backup. assign() refuses the length -1.
     const int slash = static_cast<int>(path.find_last_of('/'));
     fileName = path.substr(static_cast<std::size_t>(slash) + 1);
     backupDir.assign(itsPath, static_cast<std::size_t>(slash));
     backupDir += "/backup";
 
-    // The last restore is not read: what the backup holds stands in the file then, for whoever
-    // looks.
-    for (int restores = 0; !readFile(); ++restores) {
+    // The file is read three times at most and restored three times at most. The last restore is
+    // not followed by a read (compatibility C13).
+    for (int restores = 1; !readFile(); ++restores) {
         if (!restore() || restores == kMostRestores) {
             return;
         }
@@ -136,7 +138,7 @@ QvConfig<MutexPolicy>::~QvConfig() {
     }
 }
 
-// One attempt to load.
+// Makes one attempt to load the file.
 template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::readFile() {
     if (isPipeOrDirectory(path.c_str())) {
@@ -147,7 +149,7 @@ bool QvConfig<MutexPolicy>::readFile() {
         return false;
     }
     file.seekg(0, std::ios::end);
-    // Sizes are 32 bits wide throughout; one of 2 GiB, say, is negative.
+    // Sizes are 32 bits wide, so 2 GiB is negative (compatibility C15).
     const auto size = static_cast<std::int32_t>(file.tellg());
     if (size <= 0) {
         return false;
@@ -167,8 +169,8 @@ bool QvConfig<MutexPolicy>::readFile() {
     CFHolder<CFPropertyListRef> content(CFPropertyListCreateFromXMLData(
         kCFAllocatorDefault, data.get(), kCFPropertyListMutableContainers, nullptr));
     data = {};
-    // Validity for the binary format, in which the file is not: what it allows is what has always
-    // been taken.
+    // The file is XML, but its validity is checked for the binary format. That decides which trees
+    // count as damaged (compatibility C14).
     if (!content || CFGetTypeID(content.get()) != CFDictionaryGetTypeID() ||
         CFPropertyListIsValid(content.get(), kCFPropertyListBinaryFormat_v1_0) == FALSE) {
         return false;
@@ -199,7 +201,7 @@ bool QvConfig<MutexPolicy>::get(T& message, const char* key) {
     if (value == nullptr || CFGetTypeID(value) != TypeInfo<T>::CF_TYPE_ID) {
         return false;
     }
-    // The result is of no interest: a list that is no list counts like none at all.
+    // The result is ignored: a value that is not a list counts like no list.
     convert(static_cast<CFDictionaryRef>(value), kListKey, *message.mutable_services());
     return message.IsInitialized();
 }
@@ -219,7 +221,7 @@ bool QvConfig<MutexPolicy>::set(const T& message, const char* key) {
     if (!dictionary || !message.IsInitialized()) {
         return false;
     }
-    // A message of no elements is an empty dictionary.
+    // A message without elements is stored as an empty dictionary.
     if (message.services_size() != 0) {
         const CFHolder<CFStringRef> listName = createString(kListKey);
         CFArrayRef list = nullptr;
@@ -231,7 +233,7 @@ bool QvConfig<MutexPolicy>::set(const T& message, const char* key) {
     }
     CFDictionaryRemoveValue(root.get(), name.get());
     CFDictionaryAddValue(root.get(), name.get(), dictionary.get());
-    // Without memory for one more it is not there, and nothing says so.
+    // CFDictionaryAddValue() does not report that memory ran out.
     return CFDictionaryContainsKey(root.get(), name.get()) != FALSE;
 }
 
@@ -241,7 +243,7 @@ bool QvConfig<MutexPolicy>::save() {
     if (!loaded) {
         return false;
     }
-    // A backup that cannot be written must not keep the file from being.
+    // A backup that cannot be written does not stop the save (compatibility C16).
     static_cast<void>(backUp());
     if (!followFile()) {
         return false;
@@ -252,12 +254,12 @@ bool QvConfig<MutexPolicy>::save() {
     }
     const auto length = static_cast<std::int32_t>(CFDataGetLength(data.get()));
     if (::lseek(fd, 0, SEEK_SET) == -1 ||
-        // In one call, so that a reader hardly ever sees half of it.
+        // One call, so that a reader rarely sees a part of it. A short write is not noticed.
         ::write(fd, CFDataGetBytePtr(data.get()), static_cast<std::size_t>(length)) < 0) {
         return false;
     }
-    // Neither result counts: the bytes are written, and what may not have been cut off follows the
-    // first complete element, behind which nobody reads.
+    // Both results are ignored (compatibility C18). Readers stop at the end of the first element,
+    // so old bytes behind it do no harm.
     [[maybe_unused]] const int truncated = ::ftruncate(fd, length);
     ::fsync(fd);
     return true;
@@ -265,7 +267,8 @@ bool QvConfig<MutexPolicy>::save() {
 
 // Makes `fd` the file at `path`. False if the file was never open and cannot be opened.
 //
-// A descriptor that is replaced is not closed. It stays open until the process ends.
+// The descriptor of a file that was replaced or removed stays open until the process ends
+// (compatibility C19).
 template <class MutexPolicy>
 bool QvConfig<MutexPolicy>::followFile() {
     if (fd == -1) {
@@ -276,6 +279,7 @@ bool QvConfig<MutexPolicy>::followFile() {
     }
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0) {
+        // Compatibility C20.
         fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         static_cast<void>(::stat(path.c_str(), &status));
         inode = status.st_ino;
@@ -305,8 +309,7 @@ bool QvConfig<MutexPolicy>::backUp() {
     }
     struct stat status = {};
     if (::stat(backupDir.c_str(), &status) != 0) {
-        // Without the right to search it, so only root can use it: the product's core runs as root,
-        // and nobody else is to read the backup.
+        // Nobody may search the directory, so only root can use it (compatibility C17).
         static_cast<void>(::mkdir(backupDir.c_str(), 0600));
     }
     return copyFile(path.c_str(), backupFile().c_str());

@@ -1,5 +1,5 @@
-// What every plug-in of the product shares: its diagnostic log, the set-debug-level command, and
-// the callback that stands for none.
+// What every plug-in of the product shares: the diagnostic log, the set-debug-level command, and
+// the notification callback that does nothing.
 #ifndef QV_GENERAL_H
 #define QV_GENERAL_H
 
@@ -17,7 +17,7 @@ enum LogLevel { kLogError = 3, kLogWarning = 4, kLogInfo = 6, kLogDebug = 7 };
 }  // namespace qor::kevra
 
 // Writes one line to the plug-in's log. The format's first %s is the name of the function that
-// logs. Nothing is formatted, and no argument evaluated, when the level is not enabled.
+// logs. If the level is not enabled, nothing is formatted and no argument is evaluated.
 #define QV_LOG(level, ...)                                            \
     do {                                                              \
         if (LorxIsEnableLog(g_debugLogContext, (level)) != 0) {       \
@@ -25,12 +25,12 @@ enum LogLevel { kLogError = 3, kLogWarning = 4, kLogInfo = 6, kLogDebug = 7 };
         }                                                             \
     } while (false)
 
-// The handler of QV_COMMAND_SET_DEBUG_LEVEL: takes a serialised DebugOption and sets the threshold
-// of the plug-in's log and of the utility library. Returns QV_ERROR_ARGUMENT for no input and for a
-// level above 7, a negative one included. Works whether or not a log is open; takes no lock.
+// Handles QV_COMMAND_SET_DEBUG_LEVEL: reads a serialised DebugOption and sets the threshold of the
+// plug-in's log and of the utility library. Returns QV_ERROR_ARGUMENT if there is no input, or if
+// the level is negative or above 7. Works without an open log. Takes no lock.
 int SetDebugLevel(int command, const void* in, int inLen, void** out, int* outLen);
 
-// The notification callback that does nothing.
+// Does nothing. It is the notification callback of a host that has set none.
 extern "C" void QvPluginNullNotify(void);
 
 #endif  // QV_GENERAL_H

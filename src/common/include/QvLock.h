@@ -6,7 +6,8 @@
 //         ... the data that `mutex` guards ...
 //     }
 //
-// Both report failure by throwing a plain std::string, which the plug-ins let pass to their host.
+// Both report a failure by throwing a plain std::string, which nothing in a plug-in catches: the
+// host gets it (compatibility C10).
 #ifndef QV_LOCK_H
 #define QV_LOCK_H
 
@@ -16,11 +17,14 @@
 #include <cerrno>
 #include <string>
 
+#include "QvThreadSafety.h"
+
 namespace qor::kevra {
 
-class Mutex {
+class QV_CAPABILITY("mutex") Mutex {
   public:
-    // Throws "fail to pthread_mutex_init". A shortage that may pass is waited out, without limit.
+    // Waits without limit while the system is short of resources for a mutex. Throws "fail to
+    // pthread_mutex_init" on any other error.
     Mutex() {
         int result = pthread_mutex_init(&mutex_, nullptr);
         while (result == EAGAIN) {
@@ -36,12 +40,12 @@ class Mutex {
     Mutex& operator=(const Mutex&) = delete;
 
     // Throws "fail to get the lock"; the lock is not held then.
-    void lock() {
+    void lock() QV_ACQUIRE() {
         if (pthread_mutex_lock(&mutex_) != 0) {
             throw std::string("fail to get the lock");
         }
     }
-    void unlock() { pthread_mutex_unlock(&mutex_); }
+    void unlock() QV_RELEASE() { pthread_mutex_unlock(&mutex_); }
 
   private:
     static constexpr useconds_t kRetryMicroseconds = 100;
@@ -49,12 +53,12 @@ class Mutex {
     pthread_mutex_t mutex_{};
 };
 
-// Holds a lock from construction, which throws what lock() throws, to the end of the scope.
+// Holds a lock from construction to the end of the scope. Construction throws what lock() throws.
 template <class Lock>
-class Guard {
+class QV_SCOPED_CAPABILITY Guard {
   public:
-    explicit Guard(Lock& lock) : lock_(lock) { lock_.lock(); }
-    ~Guard() { lock_.unlock(); }
+    explicit Guard(Lock& lock) QV_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+    ~Guard() QV_RELEASE() { lock_.unlock(); }
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
 

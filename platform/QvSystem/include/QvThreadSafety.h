@@ -1,0 +1,55 @@
+// What a lock guards, in words that clang checks (-Wthread-safety); other compilers ignore them.
+//
+//     Mutex mutex;
+//     int count QV_GUARDED_BY(mutex);           // only read and written while `mutex` is held
+//     void increment() QV_REQUIRES(mutex);      // only called while `mutex` is held
+#ifndef QV_THREAD_SAFETY_H
+#define QV_THREAD_SAFETY_H
+
+#include <mutex>
+
+#if defined(__clang__)
+#define QV_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
+#else
+#define QV_THREAD_ATTRIBUTE(attribute)
+#endif
+
+// For a class that is a lock, and for a class that holds one from construction to destruction.
+#define QV_CAPABILITY(name) QV_THREAD_ATTRIBUTE(capability(name))
+#define QV_SCOPED_CAPABILITY QV_THREAD_ATTRIBUTE(scoped_lockable)
+
+// For data.
+#define QV_GUARDED_BY(mutex) QV_THREAD_ATTRIBUTE(guarded_by(mutex))
+
+// For functions.
+#define QV_REQUIRES(...) QV_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define QV_ACQUIRE(...) QV_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define QV_RELEASE(...) QV_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define QV_NO_THREAD_SAFETY_ANALYSIS QV_THREAD_ATTRIBUTE(no_thread_safety_analysis)
+
+namespace qv {
+
+// std::mutex and std::lock_guard, which clang does not know to be locks in every standard library.
+class QV_CAPABILITY("mutex") Mutex {
+  public:
+    void lock() QV_ACQUIRE() { mutex_.lock(); }
+    void unlock() QV_RELEASE() { mutex_.unlock(); }
+
+  private:
+    std::mutex mutex_;
+};
+
+class QV_SCOPED_CAPABILITY MutexLock {
+  public:
+    explicit MutexLock(Mutex& mutex) QV_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~MutexLock() QV_RELEASE() { mutex_.unlock(); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+  private:
+    Mutex& mutex_;
+};
+
+}  // namespace qv
+
+#endif  // QV_THREAD_SAFETY_H
