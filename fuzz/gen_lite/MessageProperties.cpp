@@ -1,6 +1,7 @@
 #include "gen_lite/MessageProperties.h"
 
 #include <google/protobuf/arena.h>
+#include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
 #include <cstdio>
@@ -63,6 +64,11 @@ void check(const std::uint8_t* data, std::size_t size) {
     require(base->ParsePartialFromZeroCopyStream(&stream) == parsed &&
                 base->SerializePartialAsString() == encoded,
             type, "a stream reads otherwise");
+    google::protobuf::io::CodedInputStream input(data, length);
+    require(
+        (again.ParsePartialFromCodedStream(&input) && input.ConsumedEntireMessage()) == parsed &&
+            again.SerializePartialAsString() == encoded,
+        type, "a coded stream reads otherwise");
 }
 
 struct Type {

@@ -63,14 +63,10 @@ class Fields {
     // Whether the last text began.
     bool hasText() const { return hasText_; }
 
-    bool skip() {
-        hasZero_ = hasZero_ || tag_ >> 3 == 0;
-        return skipValue(tag_, depth_);
-    }
+    bool skip() { return skipValue(tag_, depth_); }
 
-    // Once there is no next: whether all was well. The number 0 is no field's, which counts when
-    // the rest was read.
-    bool isGood() const { return isGood_ && !hasZero_; }
+    // Once there is no next: whether all was well.
+    bool isGood() const { return isGood_; }
 
     bool fail() {
         isGood_ = false;
@@ -142,7 +138,6 @@ class Fields {
     int depth_;
     std::uint32_t tag_ = 0;
     bool isGood_ = true;
-    bool hasZero_ = false;
     bool hasText_ = false;
 };
 

@@ -1,7 +1,6 @@
 // Kinds of fields beyond those of the product's own messages: what a definition file may add.
 
 #include <gmock/gmock.h>
-#include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -10,16 +9,13 @@
 
 #include "everyKind.pb.h"
 #include "gen_lite/Hex.h"
+#include "gen_lite/Parsing.h"
 
 namespace qv::tests {
 namespace {
 
 using namespace qor::kevra::every::kind;
 using testing::ElementsAre;
-
-std::string encodedHex(const google::protobuf::MessageLite& message) {
-    return toHex(message.SerializePartialAsString());
-}
 
 template <class T>
 T partlyParsed(const std::string& hex) {

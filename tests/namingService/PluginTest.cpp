@@ -229,6 +229,16 @@ TEST(RegisterServices, UnknownFieldsAreNotKept) {
     EXPECT_EQ(plugin.execute(0x0202, "").bytes, std::string("\x0a\x04\x08\x05\x12\x00", 6));
 }
 
+TEST(RegisterServices, ServicesBehindAFieldOfNumberZeroAreRegistered) {
+    const InitializedPlugin plugin;
+    // 32 bits with field number 0, between the elements and then within one.
+    const std::string zero("\x05\x44\x33\x22\x11");
+    plugin.execute(0x0200, encode({{1, "a"}}) + zero + encode({{2, "b"}}) + "\x0a\x07" + zero +
+                               "\x08\x03" + encode({{4, "d"}}));
+    EXPECT_THAT(plugin.getServices(),
+                ElementsAre(Service(1, "a"), Service(2, "b"), Service(3, ""), Service(4, "d")));
+}
+
 TEST(UnregisterServices, RemovesWhatIsThereAndPassesOverTheRest) {
     const InitializedPlugin plugin;
     plugin.registerServices({{1, "a"}, {2, "b"}, {3, "c"}});

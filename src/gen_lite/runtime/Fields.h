@@ -72,7 +72,7 @@ bool readDelimited(CodedInputStream* input, ReadContents readContents) {
 template <class T>
 bool readMessage(CodedInputStream* input, T* message) {
     return readDelimited(input, [&] {
-        if (!input->IncrementRecursionDepth() || !message->MergePartialFromCodedStream(input) ||
+        if (!input->IncrementRecursionDepth() || !message->readFields(input) ||
             !input->ConsumedEntireMessage()) {
             return false;
         }

@@ -18,6 +18,12 @@ bool skipGroup(CodedInputStream* input, int number) {
 
 }  // namespace
 
+void setLimits(CodedInputStream* input) {
+    if (input->RecursionBudget() == CodedInputStream::GetDefaultRecursionLimit()) {
+        input->SetRecursionLimit(kRecursionLimit);
+    }
+}
+
 bool skipField(CodedInputStream* input, std::uint32_t tag) {
     switch (WireFormat::GetTagWireType(tag)) {
         case WireFormat::WIRETYPE_VARINT: {

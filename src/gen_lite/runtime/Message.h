@@ -35,8 +35,12 @@ namespace qor::kevra::wire {
 using google::protobuf::MessageLite;
 using google::protobuf::internal::ParseContext;
 
-// How deep groups and messages may nest in an array or a string. A stream has a limit of its own.
+// How deep groups and messages may nest within the outermost message.
 constexpr int kRecursionLimit = 64;
+
+// Gives a stream this limit in place of the runtime's own default. A limit that the caller has set
+// stays.
+void setLimits(CodedInputStream* input);
 
 // Reads past a field of any number, zero too, with all that it holds. False when it is malformed,
 // cut, or nested too deep.
@@ -127,29 +131,32 @@ class Message : public MessageLite {
         return MergePartialFromCodedStream(input) && IsInitializedWithErrors();
     }
 
-    // Reads fields until the input's end, its limit, or an end-group tag; the caller asks the
-    // input's ConsumedEntireMessage() which it was. Zero is no field's number: input that uses it
-    // is read to its end like any other, and then counts as malformed.
+    // Reads fields until the input's end, its limit, or an end-group tag. The caller asks the
+    // input's ConsumedEntireMessage() which of them it was.
     bool MergePartialFromCodedStream(CodedInputStream* input) {
+        setLimits(input);
+        return readFields(input);
+    }
+
+    // Does the same for a message within another, whose input has its limit.
+    bool readFields(CodedInputStream* input) {
         return std::apply(
             [input](auto&... field) {
-                bool wellFormed = true;
                 while (const std::uint32_t tag = input->ReadTag()) {
                     bool good = false;
                     const bool known =
                         ((field.accepts(tag) && (good = field.read(tag, input), true)) || ...);
                     if (!known) {
                         if (WireFormat::GetTagWireType(tag) == WireFormat::WIRETYPE_END_GROUP) {
-                            return wellFormed;
+                            return true;
                         }
                         good = skipField(input, tag);
-                        wellFormed = wellFormed && WireFormat::GetTagFieldNumber(tag) != 0;
                     }
                     if (!good) {
                         return false;
                     }
                 }
-                return wellFormed;
+                return true;
             },
             self().fields());
     }
@@ -216,7 +223,7 @@ class Message : public MessageLite {
         }
         CodedInputStream input(static_cast<const std::uint8_t*>(data), static_cast<int>(size));
         input.SetRecursionLimit(kRecursionLimit);
-        return MergePartialFromCodedStream(&input) && input.ConsumedEntireMessage();
+        return readFields(&input) && input.ConsumedEntireMessage();
     }
 
     // Atomic because threads that only read a message may serialise it at the same time.
