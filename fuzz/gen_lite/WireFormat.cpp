@@ -7,6 +7,7 @@ namespace qv::fuzz {
 namespace {
 
 constexpr int kDeepest = 64;
+constexpr std::size_t kReadBytes = 64 << 20;
 
 enum Wire : std::uint32_t {
     kVarint = 0,
@@ -21,7 +22,8 @@ enum Wire : std::uint32_t {
 // and nothing is read behind that.
 class Fields {
   public:
-    explicit Fields(std::string_view bytes, int depth = 0) : rest_(bytes), depth_(depth) {}
+    explicit Fields(std::string_view bytes, int depth = 0)
+        : rest_(bytes.substr(0, kReadBytes)), depth_(depth) {}
 
     // Reads on to the next field. At the end, and at what is no field, there is none.
     bool next() {

@@ -72,6 +72,13 @@ inline constexpr Road<T> kRoads[] = {
          google::protobuf::MessageLite* const base = message;
          return base->ParseFromString(bytes);
      }},
+    {"MessageLiteParseFromCodedStream",
+     [](T* message, const std::string& bytes) {
+         google::protobuf::MessageLite* const base = message;
+         google::protobuf::io::CodedInputStream input(
+             reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
+         return base->ParseFromCodedStream(&input) && input.ConsumedEntireMessage();
+     }},
     {"ParseFromIstream",
      [](T* message, const std::string& bytes) {
          std::istringstream stream(bytes);

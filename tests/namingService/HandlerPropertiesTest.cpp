@@ -11,6 +11,9 @@
 #include <string>
 
 #include "gen_lite/Hex.h"
+#include "gen_lite/LargeInput.h"
+#include "gen_lite/WireFormat.h"
+#include "namingService/ModelledPlugin.h"
 #include "support/Corpus.h"
 
 namespace qv::tests {
@@ -45,6 +48,13 @@ TEST(HandlerProperties, HoldForEveryMeasuredRequest) {
         ++count;
     });
     EXPECT_GT(count, 150);
+}
+
+TEST(HandlerProperties, HoldForARequestOfMoreThan64MiB) {
+    fuzz::ModelledPlugin plugin;
+    plugin.initialize();
+    plugin.registerServices(largeInput(8, fuzz::encodedService(2, "abcd")));
+    plugin.check();
 }
 
 void writeSeeds(const std::string& folder) {

@@ -12,6 +12,7 @@
 #include <malloc.h>
 #endif
 
+#include "gen_lite/LargeInput.h"
 #include "support/LoadedPlugin.h"
 
 namespace qv::tests {
@@ -237,6 +238,12 @@ TEST(RegisterServices, ServicesBehindAFieldOfNumberZeroAreRegistered) {
                                "\x08\x03" + encode({{4, "d"}}));
     EXPECT_THAT(plugin.getServices(),
                 ElementsAre(Service(1, "a"), Service(2, "b"), Service(3, ""), Service(4, "d")));
+}
+
+TEST(RegisterServices, ServicesBehind64MiBAreNotRegistered) {
+    const InitializedPlugin plugin;
+    plugin.execute(0x0200, largeInput(5, encode({{2, "abc"}, {3, ""}})));
+    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, ""), Service(2, "")));
 }
 
 TEST(UnregisterServices, RemovesWhatIsThereAndPassesOverTheRest) {

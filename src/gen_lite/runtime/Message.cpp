@@ -19,6 +19,9 @@ bool skipGroup(CodedInputStream* input, int number) {
 }  // namespace
 
 void setLimits(CodedInputStream* input) {
+    if (input->BytesUntilTotalBytesLimit() < 0) {
+        input->SetTotalBytesLimit(kInputLimit);
+    }
     if (input->RecursionBudget() == CodedInputStream::GetDefaultRecursionLimit()) {
         input->SetRecursionLimit(kRecursionLimit);
     }
@@ -59,7 +62,7 @@ std::string readRemaining(const char** position, ParseContext* context) {
     // Byte by byte, because only Done() knows where the input really ends: the context pads what it
     // hands out, and padding must not be taken for input.
     std::string bytes;
-    while (!context->Done(position)) {
+    while (bytes.size() <= kInputLimit && !context->Done(position)) {
         bytes.push_back(**position);
         ++*position;
     }

@@ -20,8 +20,8 @@
 #include <google/protobuf/message_lite.h>
 #include <google/protobuf/parse_context.h>
 
+#include <algorithm>
 #include <atomic>
-#include <limits>
 #include <string>
 #include <tuple>
 
@@ -35,18 +35,22 @@ namespace qor::kevra::wire {
 using google::protobuf::MessageLite;
 using google::protobuf::internal::ParseContext;
 
+// The bytes of an input that a parse reads. At this limit the parse fails, and the message keeps
+// what came before, as at the end of an input that is cut.
+constexpr int kInputLimit = 64 << 20;
+
 // How deep groups and messages may nest within the outermost message.
 constexpr int kRecursionLimit = 64;
 
-// Gives a stream this limit in place of the runtime's own default. A limit that the caller has set
-// stays.
+// Gives a stream these two limits in place of the runtime's own defaults. A limit that the caller
+// has set stays, unless it is the runtime's default.
 void setLimits(CodedInputStream* input);
 
 // Reads past a field of any number, zero too, with all that it holds. False when it is malformed,
 // cut, or nested too deep.
 bool skipField(CodedInputStream* input, std::uint32_t tag);
 
-// Reads all that is left of a parse that the runtime began.
+// Reads what is left of a parse that the runtime began, up to one byte more than kInputLimit.
 std::string readRemaining(const char** position, ParseContext* context);
 
 template <class T>
@@ -216,13 +220,14 @@ class Message : public MessageLite {
             self().fields());
     }
 
-    // A message is smaller than 2 GiB; more than that is no message.
+    // Hands on one byte more than a parse reads, so that the parse fails at its limit.
     bool mergePartialFromBytes(const void* data, std::size_t size) {
-        if (size > std::numeric_limits<int>::max()) {
-            return false;
-        }
-        CodedInputStream input(static_cast<const std::uint8_t*>(data), static_cast<int>(size));
+        const std::size_t handedOn = std::min<std::size_t>(size, kInputLimit + 1);
+        CodedInputStream input(static_cast<const std::uint8_t*>(data), static_cast<int>(handedOn));
         input.SetRecursionLimit(kRecursionLimit);
+        if (size > kInputLimit) {
+            input.SetTotalBytesLimit(kInputLimit);
+        }
         return readFields(&input) && input.ConsumedEntireMessage();
     }
 
