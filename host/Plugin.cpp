@@ -4,8 +4,10 @@
 #include <QvUtil.h>
 #include <dlfcn.h>
 #include <fmt/format.h>
+#include <google/protobuf/io/coded_stream.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -242,7 +244,12 @@ std::vector<Service> Plugin::services() {
     const Answer answer = request(QV_COMMAND_GET_SERVICES, {}, attempt);
     qor::kevra::ServiceInfoArray message;
     const std::string_view bytes = answer.bytes();
-    if (!message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
+    const int size = static_cast<int>(bytes.size());
+    google::protobuf::io::CodedInputStream input(
+        reinterpret_cast<const std::uint8_t*>(bytes.data()), size);
+    // A listing may be longer than what a parse reads by default.
+    input.SetTotalBytesLimit(size);
+    if (!message.ParseFromCodedStream(&input) || !input.ConsumedEntireMessage()) {
         throw PluginError(attempt + ": the plug-in's answer is no list of services");
     }
     std::vector<Service> services;

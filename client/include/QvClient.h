@@ -59,7 +59,7 @@ class QV_CLIENT_EXPORT Error : public std::runtime_error {
         ConnectionLost,  // code() is the system's error number; 0 when the host closed it
         TimedOut,
         BrokenAnswer,  // what came is no answer to the request
-        TooLong,       // the request has more bytes than a message can; nothing was sent
+        TooLong,       // the request has more bytes than the plug-in reads; nothing was sent
     };
 
     Error(Kind kind, int32_t code, const std::string& text);

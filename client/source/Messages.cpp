@@ -1,9 +1,10 @@
 #include "Messages.h"
 
 #include <QvPlugin.h>
+#include <google/protobuf/io/coded_stream.h>
 
 #include <cstddef>
-#include <limits>
+#include <cstdint>
 
 #include "KevraCommonMsg.pb.h"
 #include "namingService.pb.h"
@@ -13,7 +14,8 @@ namespace qv::client {
 namespace {
 
 std::string serialised(const google::protobuf::MessageLite& message) {
-    if (message.ByteSizeLong() > std::numeric_limits<int>::max()) {
+    // The plug-in would read the first 64 MiB only, and report success.
+    if (message.ByteSizeLong() > qor::kevra::wire::kInputLimit) {
         throw Error(Error::Kind::TooLong, 0, "the request is too long for a message");
     }
     return message.SerializeAsString();
@@ -48,7 +50,12 @@ std::string messageOfLevel(int32_t level) {
 
 std::optional<std::vector<Service>> servicesOf(const std::string& message) {
     qor::kevra::ServiceInfoArray array;
-    if (!array.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
+    const int size = static_cast<int>(message.size());
+    google::protobuf::io::CodedInputStream input(
+        reinterpret_cast<const std::uint8_t*>(message.data()), size);
+    // A listing may be longer than what a parse reads by default.
+    input.SetTotalBytesLimit(size);
+    if (!array.ParseFromCodedStream(&input) || !input.ConsumedEntireMessage()) {
         return std::nullopt;
     }
     std::vector<Service> services;

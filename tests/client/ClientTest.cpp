@@ -168,6 +168,26 @@ TEST(Client, CarriesMoreThanASocketHolds) {
     EXPECT_EQ(client.services().at(0).address, address);
 }
 
+TEST(Client, ListsMoreThanAParseReadsByDefault) {
+    const std::string address(qor::kevra::wire::kInputLimit / 2, 'x');
+    ScriptedServer server({answering(QV_OK, listOf({{1, address}, {2, address}, {3, "c"}}))});
+    Client client(server.path());
+    const std::vector<Service> services = client.services();
+    ASSERT_EQ(services.size(), 3U);
+    EXPECT_EQ(services[1].address, address);
+    EXPECT_EQ(services[2].address, "c");
+}
+
+TEST(ClientErrors, RefuseARequestOfWhichThePluginWouldReadOnlyAPart) {
+    ScriptedServer server({answering(QV_OK, "")});
+    Client client(server.path());
+    const std::string address(qor::kevra::wire::kInputLimit, 'x');
+    EXPECT_EQ(failureOf([&] {
+                  client.registerServices({{1, address}});
+              }).kind,
+              Error::Kind::TooLong);
+}
+
 TEST(ClientErrors, SayWhyTheHostCannotBeReached) {
     const tests::TemporaryDirectory directory;
     const std::string missing = directory.path("none.sock");

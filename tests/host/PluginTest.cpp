@@ -74,6 +74,13 @@ TEST(Plugin, ServicesAreReadFromTheAnswerWhichIsGivenBack) {
     EXPECT_THAT(control.record(), ElementsAre("initialize", "0202 ", "answer", "free"));
 }
 
+TEST(Plugin, ServicesOfAnAnswerBeyond64MiBAreRead) {
+    const FakePluginControl control("answers beyond 64 MiB");
+    Plugin plugin(QVHOST_FAKE_PLUGIN);
+    plugin.initialize();
+    EXPECT_EQ(plugin.services().size(), 2U);
+}
+
 TEST(Plugin, NoAnswerIsAnEmptyDirectory) {
     const FakePluginControl control("answers nothing");
     Plugin plugin(QVHOST_FAKE_PLUGIN);
