@@ -1,56 +1,23 @@
 #include "DefinitionCheck.h"
 
+#include <google/protobuf/compiler/cpp/names.h>
 #include <google/protobuf/descriptor.pb.h>
 
 #include <set>
-#include <vector>
 
 #include "FieldNames.h"
 
 namespace qor::kevra::codegen {
 namespace {
 
+namespace cpp = google::protobuf::compiler::cpp;
+
 using google::protobuf::Descriptor;
 using google::protobuf::EnumDescriptor;
+using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
 using google::protobuf::FileOptions;
-
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts(1);
-    for (const char c : text) {
-        if (c == separator) {
-            parts.emplace_back();
-        } else {
-            parts.back().push_back(c);
-        }
-    }
-    return parts;
-}
-
-// Names that no declaration may have, and the names of other namespaces that generated code uses.
-bool isReserved(const std::string& name) {
-    static const std::set<std::string> reserved{
-        "alignas",      "alignof",      "and",      "and_eq",        "asm",
-        "auto",         "bitand",       "bitor",    "bool",          "break",
-        "case",         "catch",        "char",     "char16_t",      "char32_t",
-        "class",        "compl",        "const",    "const_cast",    "constexpr",
-        "continue",     "decltype",     "default",  "delete",        "do",
-        "double",       "dynamic_cast", "else",     "enum",          "errno",
-        "explicit",     "export",       "extern",   "false",         "float",
-        "for",          "friend",       "goto",     "google",        "if",
-        "inline",       "int",          "long",     "mutable",       "namespace",
-        "new",          "noexcept",     "not",      "not_eq",        "nullptr",
-        "operator",     "or",           "or_eq",    "private",       "protected",
-        "public",       "qor",          "register", "return",        "short",
-        "signed",       "sizeof",       "static",   "static_assert", "static_cast",
-        "std",          "struct",       "switch",   "template",      "this",
-        "thread_local", "throw",        "true",     "try",           "typedef",
-        "typeid",       "typename",     "union",    "unsigned",      "using",
-        "virtual",      "void",         "volatile", "wchar_t",       "while",
-        "wire",         "xor",          "xor_eq"};
-    return reserved.count(name) != 0;
-}
 
 // What the generator does not know; empty when it knows all of the file.
 std::string unsupported(const FileDescriptor& file) {
@@ -90,38 +57,33 @@ std::string unsupported(const FileDescriptor& file) {
     return {};
 }
 
-// Types, and the values of enums, which stand beside their type and not within it.
-std::vector<std::string> topLevelNames(const FileDescriptor& file) {
-    std::vector<std::string> names;
+// Returns what is wrong with the file's names, or an empty string. libprotoc has another name for
+// whatever is called like a keyword of C++. Rarer clashes, such as a type named std, fail when the
+// generated code is compiled.
+std::string badName(const FileDescriptor& file) {
+    const std::string unusable = ": the name cannot be used in C++";
+    std::set<std::string> names;
     for (int e = 0; e < file.enum_type_count(); ++e) {
         const EnumDescriptor& type = *file.enum_type(e);
-        names.push_back(type.name());
+        if (cpp::ClassName(&type) != type.name()) {
+            return type.full_name() + unusable;
+        }
+        names.insert(type.name());
         for (int v = 0; v < type.value_count(); ++v) {
-            names.push_back(type.value(v)->name());
+            const EnumValueDescriptor& value = *type.value(v);
+            if (cpp::EnumValueName(&value) != value.name()) {
+                return value.full_name() + unusable;
+            }
+            names.insert(value.name());
         }
     }
     for (int m = 0; m < file.message_type_count(); ++m) {
-        names.push_back(file.message_type(m)->name());
-    }
-    return names;
-}
-
-// What the names of the file cannot be in C++; empty when all is well.
-std::string badName(const FileDescriptor& file) {
-    const std::vector<std::string> package = split(file.package(), '.');
-    for (const std::string& part : package) {
-        // Our own first part is the only place for that name.
-        if (isReserved(part) && (&part != &package.front() || part != "qor")) {
-            return file.package() + ": the package's name cannot be used in C++";
+        const Descriptor& message = *file.message_type(m);
+        // Message is the base class of the generated ones.
+        if (cpp::ClassName(&message) != message.name() || message.name() == "Message") {
+            return message.full_name() + unusable;
         }
-    }
-    std::set<std::string> names;
-    for (const std::string& name : topLevelNames(file)) {
-        // The base class of the generated ones is Message.
-        if (isReserved(name) || name == "Message") {
-            return file.package() + "." + name + ": the name cannot be used in C++";
-        }
-        names.insert(name);
+        names.insert(message.name());
     }
     for (int m = 0; m < file.message_type_count(); ++m) {
         const Descriptor& message = *file.message_type(m);
@@ -130,10 +92,12 @@ std::string badName(const FileDescriptor& file) {
         members.insert({"fields", "self", "kTypeName"});
         for (int f = 0; f < message.field_count(); ++f) {
             const FieldDescriptor& field = *message.field(f);
+            if (cpp::FieldName(&field) != field.lowercase_name()) {
+                return field.full_name() + unusable;
+            }
             for (const std::string& member : memberNames(field)) {
-                if (isReserved(member) || !members.insert(member).second) {
-                    return field.full_name() + ": its member " + member +
-                           " cannot be used in C++, or is used already";
+                if (!members.insert(member).second) {
+                    return field.full_name() + ": its member " + member + " is used already";
                 }
             }
         }

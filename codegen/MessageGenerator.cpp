@@ -1,5 +1,6 @@
 #include "MessageGenerator.h"
 
+#include <google/protobuf/compiler/cpp/names.h>
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/printer.h>
 #include <google/protobuf/io/zero_copy_stream.h>
@@ -23,6 +24,7 @@ using google::protobuf::EnumDescriptor;
 using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
+using google::protobuf::compiler::cpp::StripProto;
 using google::protobuf::io::Printer;
 
 using Variables = std::map<std::string, std::string>;
@@ -48,11 +50,6 @@ std::string identifierOf(std::string text) {
 // "qor.kevra" -> "qor::kevra"
 std::string cppScope(const std::string& dotted) {
     return replaceAll(dotted, ".", "::");
-}
-
-std::string baseName(const FileDescriptor& file) {
-    const std::string& name = file.name();
-    return name.substr(0, name.rfind(".proto"));
 }
 
 std::string codecOf(const FieldDescriptor& field) {
@@ -376,9 +373,10 @@ void printMessage(Printer* out, const Descriptor& message) {
 }
 
 void printHeader(Printer* out, const FileDescriptor& file) {
-    const Variables variables{{"file", file.name()},
-                              {"guard", "QV_GENERATED_" + identifierOf(baseName(file)) + "_PB_H"},
-                              {"scope", cppScope(file.package())}};
+    const Variables variables{
+        {"file", file.name()},
+        {"guard", "QV_GENERATED_" + identifierOf(StripProto(file.name())) + "_PB_H"},
+        {"scope", cppScope(file.package())}};
     out->Print(variables,
                "// Made by protoc-gen-kevra from $file$. Not to be edited.\n"
                "#ifndef $guard$\n"
@@ -424,7 +422,7 @@ void printSource(Printer* out, const FileDescriptor& file) {
         "#include \"$base$.pb.h\"\n"
         "\n"
         "// The whole of every class, whether or not anything calls it.\n",
-        "file", file.name(), "base", baseName(file));
+        "file", file.name(), "base", StripProto(file.name()));
     for (int m = 0; m < file.message_type_count(); ++m) {
         out->Print("template class qor::kevra::wire::Message<$name$>;\n", "name",
                    cppScope(file.message_type(m)->full_name()));
@@ -451,7 +449,7 @@ bool MessageGenerator::Generate(const FileDescriptor* file, const std::string& /
     }
     const auto write = [&](const std::string& suffix, auto print) {
         const std::unique_ptr<google::protobuf::io::ZeroCopyOutputStream> stream(
-            context->Open(baseName(*file) + suffix));
+            context->Open(StripProto(file->name()) + suffix));
         Printer out(stream.get(), '$');
         print(&out, *file);
     };
