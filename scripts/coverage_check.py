@@ -82,13 +82,9 @@ class File:
 def read_coverage(build):
     """The files by their names in the source tree."""
     here = pathlib.Path.cwd()
-    # Copies that the build makes, of the runtime's headers.
-    copies = (here / build / "src", here / "src")
     files = {}
     for record in json.loads((build / "coverage.json").read_text())["data"][0]["files"]:
         path = pathlib.Path(record["filename"])
-        if copies[0] in path.parents:
-            path = copies[1] / path.relative_to(copies[0])
         if record["segments"]:
             files[str(path.relative_to(here))] = File(record, path)
     return files
