@@ -12,7 +12,7 @@
 //     33       date: a real number of 8 bytes, seconds since 2001-01-01T00:00:00Z
 //     4n       data of n bytes
 //     5n       string of n ISO Latin 1 bytes
-//     6n       string of n UTF-16 units
+//     6n       string of n UTF-16 units, at least one
 //     8n       archive's reference: number of n+1 bytes, which must be below 2^32
 //     An, Cn   array, set: n references to objects
 //     Dn       dictionary: n references to its keys, then n to their values; no key is a container
@@ -455,6 +455,9 @@ class BinaryReader {
     }
 
     const Object* makeUtf16(const Header& header) {
+        if (header.length == 0) {
+            return refuse("a UTF-16 string of no units");
+        }
         if (!fits(header.contents, header.length, sizeof(UniChar))) {
             return nullptr;
         }

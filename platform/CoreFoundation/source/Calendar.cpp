@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace cf {
 namespace {
@@ -19,7 +20,7 @@ constexpr int kDaysInYear = 365;
 // From the start of year 0, a leap year, to the start of the reference year.
 constexpr int kDaysBeforeReference = 5 * kDaysInCycle + kDaysInYear + 1;
 
-// The three months after December are there for dates that name them.
+// The months after December are there for dates that name them. Any further month adds no days.
 constexpr int kDaysBeforeMonth[] = {0,   0,   31,  59,  90,  120, 151, 181,
                                     212, 243, 273, 304, 334, 365, 0,   0};
 
@@ -40,6 +41,9 @@ bool isLeap(int yearInCycle) {
 }
 
 int daysBeforeMonth(int month, bool leap) {
+    if (month >= static_cast<int>(std::size(kDaysBeforeMonth))) {
+        return 0;
+    }
     return kDaysBeforeMonth[month] + (month > 2 && leap ? 1 : 0);
 }
 

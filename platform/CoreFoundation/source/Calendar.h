@@ -15,8 +15,8 @@ struct GregorianDate {
     std::int32_t second;
 };
 
-// Seconds since 2001-01-01T00:00:00Z. Fields out of their usual range carry over; only the month
-// must be one of 0 to 15.
+// Returns the seconds since 2001-01-01T00:00:00Z. Fields out of their usual range carry over,
+// except the month: a month after 15 adds no days, and no month may be negative.
 double absoluteTime(std::int64_t year, int month, int day, int hour, int minute, int second);
 
 // The date and time that contain the moment. Moments too far away to have one, and what is no

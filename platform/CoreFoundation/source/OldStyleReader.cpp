@@ -8,7 +8,8 @@
 //   array      = "(" [ value { "," value } [ "," ] ] ")"
 //   dictionary = "{" pairs "}"             of equal keys the last value counts
 //   pairs      = { string [ "=" value ] ";" }      without a value the key is the value
-//   data       = "<" { hex hex | space | line end } ">"
+//   data       = "<" { hex hex | space | line end } ">"     the low byte of a character beyond ASCII
+//                                                           counts as a hex digit
 //   string     = bare character { bare character }     letter, digit, or one of _ $ / : . -
 //              | '"' { character | escape } '"'
 //              | "'" { character | escape } "'"
@@ -18,8 +19,9 @@
 //              | "\" any other character, for itself
 //   filler     = { space | line end | "//" ... line end | "/*" ... "*/" }
 //
-// A comment may end with the document. The document is well-formed UTF-8, of which one U+FEFF at the
-// start is left out. It is at most 512 levels deep, and so read by functions that call each other.
+// A comment may end with the document. A document in UTF-16 may have lone surrogates in its strings
+// and comments. Nothing may stand inside of more than 512 containers; the functions that read a
+// document call each other to that depth.
 //
 // A value that cannot be read ends the array around it like one that is not there, and a key likewise
 // the pairs: what follows is looked at from where reading stopped, for an unfinished quoted string from
@@ -27,16 +29,17 @@
 // clang-format on
 #include "OldStyleReader.h"
 
+#include <algorithm>
+#include <iterator>
+#include <string_view>
 #include <utility>
 
 #include "Array.h"
-#include "Buffer.h"
 #include "Data.h"
 #include "Dictionary.h"
 #include "NextStepLatin.h"
 #include "String.h"
 #include "Text.h"
-#include "Unicode.h"
 
 namespace cf {
 
@@ -44,33 +47,35 @@ namespace {
 
 constexpr std::size_t kMaximumOldStyleNesting = 512;
 
-constexpr std::string_view kLineSeparator = "\xE2\x80\xA8";
-constexpr std::string_view kParagraphSeparator = "\xE2\x80\xA9";
-
-bool isOctalDigit(char byte) {
-    return byte >= '0' && byte <= '7';
+bool isLineEnd(UniChar unit) {
+    constexpr UniChar kLineSeparator = 0x2028;
+    constexpr UniChar kParagraphSeparator = 0x2029;
+    return unit == '\n' || unit == '\r' || unit == kLineSeparator || unit == kParagraphSeparator;
 }
 
-bool isBare(char byte) {
-    const char lower = static_cast<char>(byte | 0x20);
-    return (lower >= 'a' && lower <= 'z') || isDigit(byte) || byte == '_' || byte == '$' ||
-           byte == '/' || byte == ':' || byte == '.' || byte == '-';
+bool isOctalDigit(UniChar unit) {
+    return unit >= '0' && unit <= '7';
+}
+
+bool isBare(UniChar unit) {
+    const int lower = unit | 0x20;
+    return (lower >= 'a' && lower <= 'z') || isDigit(unit) || unit == '_' || unit == '$' ||
+           unit == '/' || unit == ':' || unit == '.' || unit == '-';
 }
 
 class OldStyleReader {
   public:
-    OldStyleReader(std::string_view document, bool containersAreMutable)
+    OldStyleReader(const Buffer<UniChar>& document, bool containersAreMutable)
         : containersAreMutable_(containersAreMutable),
           begin_(document.data()),
-          at_(document.data()),
-          end_(document.data() + document.size()),
+          at_(begin_),
+          end_(begin_ + document.size()),
           indentationLeft_(mostWritten(document.size())) {}
 
     const Object* read(Refusal& refusal) {
-        Ref<const Object> root = readDocument();
+        Value root = readDocument();
         if (!root) {
-            refusal = {reason_, lastLine({begin_, static_cast<std::size_t>(at_ - begin_)})};
-            return nullptr;
+            refusal = {reason_, lastLine(begin_, at_)};
         }
         return root.pass();
     }
@@ -78,7 +83,10 @@ class OldStyleReader {
   private:
     using Value = Ref<const Object>;
 
-    std::string_view rest() const { return {at_, static_cast<std::size_t>(end_ - at_)}; }
+    // Whether the cursor is at these two characters.
+    bool isAt(char first, char second) const {
+        return end_ - at_ >= 2 && at_[0] == first && at_[1] == second;
+    }
 
     // The first reason since a value was last there counts: others come of it.
     Value refuse(const char* reason) {
@@ -107,16 +115,9 @@ class OldStyleReader {
     }
 
     Value readDocument() {
-        if (startsWith(rest(), kUtf8Mark)) {
-            at_ += kUtf8Mark.size();
-        }
         if (at_ == end_) {
             return refuse("no text");
         }
-        if (utf16Length(rest()) == kIllFormed) {
-            return refuse("text that is not well-formed UTF-8");
-        }
-        const char* const start = at_;
         if (!skipFiller()) {
             return made(makeDictionary());
         }
@@ -127,24 +128,19 @@ class OldStyleReader {
         if (typeOf(root.get()) != Type::String) {
             return refuse("text behind the end");
         }
-        at_ = start;
+        at_ = begin_;
         return readPairs(1);
     }
 
-    // Whether something follows it.
+    // Goes behind the filler at the cursor. Returns whether something follows it.
     bool skipFiller() {
         while (at_ < end_) {
-            const char byte = *at_;
-            if (byte == ' ' || (byte >= '\t' && byte <= '\r')) {
+            if (*at_ == ' ' || *at_ == '\t' || *at_ == '\v' || *at_ == '\f' || isLineEnd(*at_)) {
                 ++at_;
-            } else if (startsWith(rest(), kLineSeparator) ||
-                       startsWith(rest(), kParagraphSeparator)) {
-                at_ += kLineSeparator.size();
-            } else if (startsWith(rest(), "//")) {
-                skipLine();
-            } else if (startsWith(rest(), "/*")) {
-                const std::size_t end = rest().find("*/", 2);
-                at_ = end == std::string_view::npos ? end_ : at_ + end + 2;
+            } else if (isAt('/', '/')) {
+                at_ = std::find_if(at_, end_, isLineEnd);
+            } else if (isAt('/', '*')) {
+                skipComment();
             } else {
                 return true;
             }
@@ -152,24 +148,23 @@ class OldStyleReader {
         return false;
     }
 
-    void skipLine() {
-        while (at_ < end_ && *at_ != '\n' && *at_ != '\r' && !startsWith(rest(), kLineSeparator) &&
-               !startsWith(rest(), kParagraphSeparator)) {
-            ++at_;
-        }
+    void skipComment() {
+        constexpr char kEnd[] = {'*', '/'};
+        at_ = std::search(at_ + 2, end_, std::begin(kEnd), std::end(kEnd));
+        at_ = at_ == end_ ? end_ : at_ + std::size(kEnd);
     }
 
-    bool follows(char byte) { return skipFiller() && *at_ == byte; }
+    bool follows(char character) { return skipFiller() && *at_ == character; }
 
-    bool take(char byte) {
-        if (!follows(byte)) {
+    bool take(char character) {
+        if (!follows(character)) {
             return false;
         }
         ++at_;
         return true;
     }
 
-    // A value inside of `depth` containers, or none.
+    // Reads a value inside of `depth` containers, or none.
     Value readValue(std::size_t depth) {
         if (indentationLeft_ < depth) {
             return stop(kTooLarge);
@@ -178,13 +173,19 @@ class OldStyleReader {
         if (!skipFiller()) {
             return refuse("the document ends where a value should be");
         }
-        if (*at_ == '(' || *at_ == '{') {
-            if (depth == kMaximumOldStyleNesting) {
-                return refuse(kNestedTooDeep);
-            }
-            return *at_ == '(' ? readArray(depth + 1) : readDictionary(depth + 1);
+        if (depth > kMaximumOldStyleNesting) {
+            return refuse(kNestedTooDeep);
         }
-        return *at_ == '<' ? readData() : readString();
+        switch (*at_) {
+            case '(':
+                return readArray(depth + 1);
+            case '{':
+                return readDictionary(depth + 1);
+            case '<':
+                return readData();
+            default:
+                return readString();
+        }
     }
 
     Value readArray(std::size_t depth) {
@@ -233,14 +234,13 @@ class OldStyleReader {
             Value value;
             if (take('=')) {
                 value = readValue(depth);
-                if (!value) {
-                    return {};
-                }
             } else if (follows(';')) {
-                retain(key.get());
-                value = Value(key.get());
+                value = sameAs(key, depth);
             } else {
                 return refuse("neither = nor ; behind a key");
+            }
+            if (!value) {
+                return {};
             }
             if (!insertTaking(*dictionary, key.pass(), value.pass(), Present::Replace)) {
                 return stop(kOutOfMemory);
@@ -253,26 +253,33 @@ class OldStyleReader {
         return isStopped() ? Value() : std::move(owner);
     }
 
-    // A string, or none.
-    Value readString() {
-        const char byte = *at_;
-        if (byte == '"' || byte == '\'') {
-            ++at_;
-            return readQuoted(byte);
+    // Returns the key as its own value inside of `depth` containers.
+    Value sameAs(const Value& key, std::size_t depth) {
+        if (depth > kMaximumOldStyleNesting) {
+            return refuse(kNestedTooDeep);
         }
-        const char* const start = at_;
+        retain(key.get());
+        return Value(key.get());
+    }
+
+    // Reads a string, or none.
+    Value readString() {
+        if (*at_ == '"' || *at_ == '\'') {
+            return readQuoted(*at_++);
+        }
+        const UniChar* const start = at_;
         while (at_ < end_ && isBare(*at_)) {
             ++at_;
         }
         if (at_ == start) {
             return refuse("a character that begins nothing");
         }
-        return made(makeAsciiString({start, static_cast<std::size_t>(at_ - start)}));
+        return made(makeStringFromUnits(start, lengthSince(start)));
     }
 
-    Value readQuoted(char quote) {
-        const char* const start = at_;
-        const char* piece = start;
+    Value readQuoted(UniChar quote) {
+        const UniChar* const start = at_;
+        const UniChar* piece = start;
         bool hasEscapes = false;
         units_.shrinkTo(0);
         while (at_ < end_ && *at_ != quote) {
@@ -285,7 +292,7 @@ class OldStyleReader {
                 return stop(kOutOfMemory);
             }
             ++at_;
-            const char* const escape = at_;
+            const UniChar* const escape = at_;
             if (!readEscape()) {
                 return stop(kOutOfMemory);
             }
@@ -301,23 +308,18 @@ class OldStyleReader {
         if (hasEscapes && !addPiece(piece)) {
             return stop(kOutOfMemory);
         }
-        const std::string_view text(start, static_cast<std::size_t>(at_ - start));
+        const std::size_t length = lengthSince(start);
         ++at_;
         return made(hasEscapes ? makeStringFromUnits(units_.data(), units_.size())
-                               : makeStringFromUtf8(text));
+                               : makeStringFromUnits(start, length));
     }
 
-    // The text from `piece` to the cursor.
-    bool addPiece(const char* piece) {
-        const std::string_view text(piece, static_cast<std::size_t>(at_ - piece));
-        const std::size_t count = utf16Length(text);
-        if (!units_.reserve(count)) {
-            return false;
-        }
-        utf8ToUtf16(text, units_.end());
-        units_.advance(count);
-        return true;
+    std::size_t lengthSince(const UniChar* start) const {
+        return static_cast<std::size_t>(at_ - start);
     }
+
+    // Adds the text from `piece` to the cursor.
+    bool addPiece(const UniChar* piece) { return units_.append(piece, lengthSince(piece)); }
 
     // What stands behind a backslash, unless it stands for itself. False where there is no memory.
     bool readEscape() {
@@ -342,7 +344,8 @@ class OldStyleReader {
         }
         constexpr std::string_view kLetters = "abfnrtv";
         constexpr std::string_view kMeanings = "\a\b\f\n\r\t\v";
-        const std::size_t letter = kLetters.find(*at_);
+        const std::size_t letter =
+            *at_ < 0x80 ? kLetters.find(static_cast<char>(*at_)) : std::string_view::npos;
         if (letter == std::string_view::npos) {
             return true;
         }
@@ -354,21 +357,16 @@ class OldStyleReader {
         ++at_;
         bytes_.shrinkTo(0);
         while (at_ < end_ && *at_ != '>') {
-            const unsigned high = hexDigit(*at_);
-            if (high == kNoDigit) {
-                const std::size_t space = spaceInData();
-                if (space == 0) {
-                    return refuse("data with other characters than hex digits");
-                }
-                at_ += space;
+            if (*at_ == ' ' || *at_ == '\t' || isLineEnd(*at_)) {
+                ++at_;
                 continue;
             }
-            ++at_;
-            const unsigned low = at_ < end_ ? hexDigit(*at_) : kNoDigit;
-            if (low == kNoDigit) {
-                return refuse("data with half a byte");
+            const unsigned high = takeHexDigit();
+            const unsigned low = takeHexDigit();
+            if (high == kNoDigit || low == kNoDigit) {
+                return refuse(high == kNoDigit ? "data with other characters than hex digits"
+                                               : "data with half a byte");
             }
-            ++at_;
             if (!bytes_.append(static_cast<char>(high << 4 | low))) {
                 return stop(kOutOfMemory);
             }
@@ -380,19 +378,19 @@ class OldStyleReader {
         return made(makeData({bytes_.data(), bytes_.size()}));
     }
 
-    std::size_t spaceInData() const {
-        if (*at_ == ' ' || *at_ == '\t' || *at_ == '\n' || *at_ == '\r') {
-            return 1;
+    // Takes a hex digit, or nothing. The low byte of a character beyond ASCII counts as one.
+    unsigned takeHexDigit() {
+        const unsigned digit = at_ < end_ ? hexDigit(*at_ & 0xFF) : kNoDigit;
+        if (digit != kNoDigit) {
+            ++at_;
         }
-        return startsWith(rest(), kLineSeparator) || startsWith(rest(), kParagraphSeparator)
-                   ? kLineSeparator.size()
-                   : 0;
+        return digit;
     }
 
     const bool containersAreMutable_;
-    const char* const begin_;
-    const char* at_;
-    const char* const end_;
+    const UniChar* const begin_;
+    const UniChar* at_;
+    const UniChar* const end_;
     const char* reason_ = nullptr;
     std::size_t indentationLeft_;
     Buffer<UniChar> units_;  // of a string with escapes
@@ -401,7 +399,8 @@ class OldStyleReader {
 
 }  // namespace
 
-const Object* readOldStyle(std::string_view document, bool containersAreMutable, Refusal& refusal) {
+const Object* readOldStyle(const Buffer<UniChar>& document, bool containersAreMutable,
+                           Refusal& refusal) {
     return OldStyleReader(document, containersAreMutable).read(refusal);
 }
 

@@ -2,15 +2,15 @@
 #ifndef COREFOUNDATION_OLDSTYLEREADER_H
 #define COREFOUNDATION_OLDSTYLEREADER_H
 
-#include <string_view>
-
+#include "Buffer.h"
 #include "Object.h"
 #include "Refusal.h"
 
 namespace cf {
 
-// The tree of a document in UTF-8. Null, with a reason, where it is none.
-const Object* readOldStyle(std::string_view document, bool containersAreMutable, Refusal& refusal);
+// Reads a document in UTF-16. Returns null with a reason if it is none.
+const Object* readOldStyle(const Buffer<UniChar>& document, bool containersAreMutable,
+                           Refusal& refusal);
 
 }  // namespace cf
 

@@ -76,15 +76,14 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
             return nullptr;
         }
     }
-    Buffer<char> converted;
-    std::string_view text;
-    if (!decodeText(document, converted, &text, &refusal.reason)) {
+    DecodedText text;
+    if (!decodeText(document, text, &refusal.reason)) {
         refusal.line = 0;
         refusals.add("text", refusal);
         return nullptr;
     }
     format = kCFPropertyListXMLFormat_v1_0;
-    if (const auto* const root = readXml(text, containersAreMutable, refusal)) {
+    if (const auto* const root = readXml(text.utf8, containersAreMutable, refusal)) {
         return root;
     }
     if (isForWantOfMemory(refusal)) {
@@ -93,12 +92,15 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
     }
     Refusal oldStyleRefusal;
     format = kCFPropertyListOpenStepFormat;
-    if (const auto* const root = readOldStyle(text, containersAreMutable, oldStyleRefusal)) {
-        return root;
+    if (provideUnits(text, &oldStyleRefusal.reason)) {
+        if (const auto* const root =
+                readOldStyle(text.units, containersAreMutable, oldStyleRefusal)) {
+            return root;
+        }
     }
-    // What a person would take it for.
-    const std::size_t first = text.find_first_not_of(" \t\r\n");
-    if (first != std::string_view::npos && text[first] == '<') {
+    // A person takes a text that begins with a tag for XML.
+    const std::size_t first = text.utf8.find_first_not_of(" \t\r\n");
+    if (first != std::string_view::npos && text.utf8[first] == '<') {
         refusals.add("XML property list", refusal);
     } else {
         refusals.add("old-style property list", oldStyleRefusal);

@@ -12,23 +12,25 @@ inline bool startsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
 
-constexpr bool isDigit(char byte) {
-    return byte >= '0' && byte <= '9';
+// The characters are those of any text: bytes of UTF-8, which may be negative, or UTF-16 units.
+constexpr bool isDigit(int character) {
+    return character >= '0' && character <= '9';
 }
 
 constexpr unsigned kNoDigit = 16;
 
-constexpr unsigned hexDigit(char byte) {
-    if (isDigit(byte)) {
-        return static_cast<unsigned>(byte - '0');
+constexpr unsigned hexDigit(int character) {
+    if (isDigit(character)) {
+        return static_cast<unsigned>(character - '0');
     }
-    const char lower = static_cast<char>(byte | 0x20);
+    const int lower = character | 0x20;
     return lower >= 'a' && lower <= 'f' ? static_cast<unsigned>(lower - 'a' + 10) : kNoDigit;
 }
 
-// The line, counted from 1, in which the text ends.
-inline std::size_t lastLine(std::string_view text) {
-    return 1 + static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+// Returns the line, counted from 1, in which the text ends.
+template <typename Character>
+std::size_t lastLine(const Character* begin, const Character* end) {
+    return 1 + static_cast<std::size_t>(std::count(begin, end, Character{'\n'}));
 }
 
 }  // namespace cf

@@ -19,22 +19,21 @@ using namespace std::string_view_literals;
 constexpr const char* kUnknownEncoding = "unknown text encoding";
 constexpr const char* kNotWellFormed = "text not well-formed in its encoding";
 
-// Registered names and usual aliases, separated by spaces.
+// Registered names and usual aliases, separated by spaces. Names that differ in signs only are
+// listed once.
 using Names = std::string_view;
 
+constexpr std::string_view kUtf8Name = "UTF-8";
+
 constexpr Names kLatin1Names =
-    "ISO-8859-1 ISO_8859-1 ISO_8859-1:1987 ISO8859-1 iso-ir-100 latin1 l1 IBM819 cp819 csISOLatin1 "
-    "US-ASCII ascii us ANSI_X3.4-1968 ANSI_X3.4-1986 ISO_646.irv:1991 ISO646-US iso-ir-6 IBM367 "
-    "cp367 "
-    "csASCII";
+    "ISO-8859-1 ISO_8859-1:1987 iso-ir-100 latin1 l1 IBM819 cp819 csISOLatin1 US-ASCII ascii us "
+    "ANSI_X3.4-1968 ANSI_X3.4-1986 ISO_646.irv:1991 ISO646-US iso-ir-6 IBM367 cp367 csASCII";
 
 // A declaration that can be read byte by byte is in none of these.
 constexpr Names kWideNames =
-    "UTF-16 UTF-16BE UTF-16LE UTF16 csUTF16 csUTF16BE csUTF16LE "
-    "UTF-32 UTF-32BE UTF-32LE UTF32 csUTF32 csUTF32BE csUTF32LE "
-    "ISO-10646-UCS-2 UCS-2 UCS-2BE UCS-2LE UCS2 csUnicode ISO-10646-UCS-4 UCS-4 UCS-4BE UCS-4LE "
-    "UCS4 "
-    "csUCS4 ISO-10646-UTF-16 unicode";
+    "UTF-16 UTF-16BE UTF-16LE csUTF16 csUTF16BE csUTF16LE UTF-32 UTF-32BE UTF-32LE csUTF32 "
+    "csUTF32BE csUTF32LE ISO-10646-UCS-2 UCS-2 UCS-2BE UCS-2LE csUnicode ISO-10646-UCS-4 UCS-4 "
+    "UCS-4BE UCS-4LE csUCS4 ISO-10646-UTF-16 unicode";
 
 struct CharacterSet {
     const char* converter;
@@ -43,31 +42,26 @@ struct CharacterSet {
 
 // clang-format off
 constexpr CharacterSet kCharacterSets[] = {
-    {"UTF-8", "UTF8 csUTF8 unicode-1-1-utf-8"},
-    {"UTF-7", "UTF-7 UTF7 csUTF7 UNICODE-1-1-UTF-7 csUnicode11UTF7"},
+    {"UTF-8", "unicode-1-1-utf-8"},
+    {"UTF-7", "UTF-7 csUTF7 UNICODE-1-1-UTF-7 csUnicode11UTF7"},
 
-    {"ISO-8859-2", "ISO-8859-2 ISO_8859-2 ISO_8859-2:1987 ISO8859-2 iso-ir-101 latin2 l2 csISOLatin2"},
-    {"ISO-8859-3", "ISO-8859-3 ISO_8859-3 ISO_8859-3:1988 ISO8859-3 iso-ir-109 latin3 l3 csISOLatin3"},
-    {"ISO-8859-4", "ISO-8859-4 ISO_8859-4 ISO_8859-4:1988 ISO8859-4 iso-ir-110 latin4 l4 csISOLatin4"},
-    {"ISO-8859-5", "ISO-8859-5 ISO_8859-5 ISO_8859-5:1988 ISO8859-5 iso-ir-144 cyrillic "
-                   "csISOLatinCyrillic"},
-    {"ISO-8859-6", "ISO-8859-6 ISO_8859-6 ISO_8859-6:1987 ISO8859-6 iso-ir-127 arabic ECMA-114 ASMO-708 "
-                   "csISOLatinArabic ISO-8859-6-E ISO_8859-6-E csISO88596E ISO-8859-6-I ISO_8859-6-I "
-                   "csISO88596I"},
-    {"ISO-8859-7", "ISO-8859-7 ISO_8859-7 ISO_8859-7:1987 ISO8859-7 iso-ir-126 greek greek8 ECMA-118 "
-                   "ELOT_928 csISOLatinGreek"},
-    {"ISO-8859-8", "ISO-8859-8 ISO_8859-8 ISO_8859-8:1988 ISO8859-8 iso-ir-138 hebrew csISOLatinHebrew "
-                   "ISO-8859-8-E ISO_8859-8-E csISO88598E ISO-8859-8-I ISO_8859-8-I csISO88598I"},
-    {"ISO-8859-9", "ISO-8859-9 ISO_8859-9 ISO_8859-9:1989 ISO8859-9 iso-ir-148 latin5 l5 csISOLatin5"},
-    {"ISO-8859-10", "ISO-8859-10 ISO_8859-10 ISO_8859-10:1992 ISO8859-10 iso-ir-157 latin6 l6 "
-                    "csISOLatin6"},
-    {"ISO-8859-11", "ISO-8859-11 ISO_8859-11 ISO8859-11"},
-    {"ISO-8859-13", "ISO-8859-13 ISO_8859-13 ISO8859-13 latin7 l7 csISO885913"},
-    {"ISO-8859-14", "ISO-8859-14 ISO_8859-14 ISO_8859-14:1998 ISO8859-14 iso-ir-199 iso-celtic latin8 l8 "
-                    "csISO885914"},
-    {"ISO-8859-15", "ISO-8859-15 ISO_8859-15 ISO8859-15 Latin-9 latin9 csISO885915"},
-    {"ISO-8859-16", "ISO-8859-16 ISO_8859-16 ISO_8859-16:2001 ISO8859-16 iso-ir-226 latin10 l10 "
-                    "csISO885916"},
+    {"ISO-8859-2",  "ISO-8859-2 ISO_8859-2:1987 iso-ir-101 latin2 l2 csISOLatin2"},
+    {"ISO-8859-3",  "ISO-8859-3 ISO_8859-3:1988 iso-ir-109 latin3 l3 csISOLatin3"},
+    {"ISO-8859-4",  "ISO-8859-4 ISO_8859-4:1988 iso-ir-110 latin4 l4 csISOLatin4"},
+    {"ISO-8859-5",  "ISO-8859-5 ISO_8859-5:1988 iso-ir-144 cyrillic csISOLatinCyrillic"},
+    {"ISO-8859-6",  "ISO-8859-6 ISO_8859-6:1987 iso-ir-127 arabic ECMA-114 ASMO-708 "
+                    "csISOLatinArabic ISO-8859-6-E csISO88596E ISO-8859-6-I csISO88596I"},
+    {"ISO-8859-7",  "ISO-8859-7 ISO_8859-7:1987 iso-ir-126 greek greek8 ECMA-118 ELOT_928 "
+                    "csISOLatinGreek"},
+    {"ISO-8859-8",  "ISO-8859-8 ISO_8859-8:1988 iso-ir-138 hebrew csISOLatinHebrew ISO-8859-8-E "
+                    "csISO88598E ISO-8859-8-I csISO88598I"},
+    {"ISO-8859-9",  "ISO-8859-9 ISO_8859-9:1989 iso-ir-148 latin5 l5 csISOLatin5"},
+    {"ISO-8859-10", "ISO-8859-10 ISO_8859-10:1992 iso-ir-157 latin6 l6 csISOLatin6"},
+    {"ISO-8859-11", "ISO-8859-11"},
+    {"ISO-8859-13", "ISO-8859-13 latin7 l7 csISO885913"},
+    {"ISO-8859-14", "ISO-8859-14 ISO_8859-14:1998 iso-ir-199 iso-celtic latin8 l8 csISO885914"},
+    {"ISO-8859-15", "ISO-8859-15 Latin-9 csISO885915"},
+    {"ISO-8859-16", "ISO-8859-16 ISO_8859-16:2001 iso-ir-226 latin10 l10 csISO885916"},
 
     {"CP874",  "windows-874 cp874 IBM874 cswindows874"},
     {"CP1250", "windows-1250 cp1250 x-cp1250 cswindows1250"},
@@ -87,7 +81,7 @@ constexpr CharacterSet kCharacterSets[] = {
     {"CP852", "IBM852 cp852 852 csPCp852"},
     {"CP855", "IBM855 cp855 855 csIBM855"},
     {"CP857", "IBM857 cp857 857 csIBM857"},
-    {"CP858", "IBM00858 CCSID00858 CP00858 PC-Multilingual-850+euro IBM858 cp858 csIBM00858"},
+    {"CP858", "IBM00858 CCSID00858 CP00858 PC-Multilingual-850+euro csIBM00858"},
     {"CP860", "IBM860 cp860 860 csIBM860"},
     {"CP861", "IBM861 cp861 861 cp-is csIBM861"},
     {"CP862", "IBM862 cp862 862 csPC862LatinHebrew"},
@@ -103,12 +97,12 @@ constexpr CharacterSet kCharacterSets[] = {
     {"MAC-CENTRALEUROPE", "x-mac-centraleurroman x-mac-ce"},
     {"MACCYRILLIC",       "x-mac-cyrillic"},
 
-    {"TIS-620", "TIS-620 tis620 csTIS620"},
+    {"TIS-620", "TIS-620 csTIS620"},
     {"VISCII",  "VISCII csVISCII"},
 
     // Nobody means the yen sign that Shift_JIS proper has in place of the backslash.
-    {"CP932",         "Shift_JIS shift-jis sjis x-sjis MS_Kanji csShiftJIS "
-                      "Windows-31J cp932 ms932 windows-932 csWindows31J"},
+    {"CP932",         "Shift_JIS sjis x-sjis MS_Kanji csShiftJIS Windows-31J cp932 ms932 "
+                      "windows-932 csWindows31J"},
     {"EUC-JP",        "EUC-JP x-euc-jp Extended_UNIX_Code_Packed_Format_for_Japanese "
                       "csEUCPkdFmtJapanese"},
     {"ISO-2022-JP",   "ISO-2022-JP csISO2022JP"},
@@ -121,7 +115,7 @@ constexpr CharacterSet kCharacterSets[] = {
     {"ISO-2022-CN",     "ISO-2022-CN csISO2022CN"},
     {"ISO-2022-CN-EXT", "ISO-2022-CN-EXT csISO2022CNEXT"},
 
-    {"BIG5",       "Big5 big-5 cn-big5 x-x-big5 csBig5"},
+    {"BIG5",       "Big5 cn-big5 x-x-big5 csBig5"},
     {"CP950",      "cp950 windows-950"},
     {"BIG5-HKSCS", "Big5-HKSCS csBig5HKSCS"},
     {"EUC-TW",     "EUC-TW x-euc-tw"},
@@ -138,15 +132,53 @@ char lower(char character) {
                                                 : character;
 }
 
-bool equalIgnoringCase(std::string_view one, std::string_view other) {
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [](char left, char right) { return lower(left) == lower(right); });
+// The letters and digits of an encoding's name, in lower case. They alone tell one name from
+// another, so a damaged sign in a declaration seldom makes a file unreadable. Leading zeros of a
+// number do not count.
+class LettersAndDigits {
+  public:
+    explicit LettersAndDigits(std::string_view name) : rest_(name) {}
+
+    // Returns the next of them, or NUL at the end of the name.
+    char next() {
+        while (!rest_.empty()) {
+            const char character = lower(rest_.front());
+            rest_.remove_prefix(1);
+            const bool isNextDigit = !rest_.empty() && isDigit(rest_.front());
+            if (character == '0' && !isInNumber_ && isNextDigit) {
+                continue;
+            }
+            isInNumber_ = isDigit(character);
+            if (isInNumber_ || (character >= 'a' && character <= 'z')) {
+                return character;
+            }
+        }
+        return '\0';
+    }
+
+  private:
+    std::string_view rest_;
+    bool isInNumber_ = false;
+};
+
+bool isSameName(std::string_view one, std::string_view other) {
+    LettersAndDigits ofOne(one);
+    LettersAndDigits ofOther(other);
+    for (;;) {
+        const char next = ofOne.next();
+        if (next != ofOther.next()) {
+            return false;
+        }
+        if (next == '\0') {
+            return true;
+        }
+    }
 }
 
 bool contains(Names names, std::string_view name) {
     while (!names.empty()) {
         const std::string_view first = names.substr(0, names.find(' '));
-        if (equalIgnoringCase(first, name)) {
+        if (isSameName(first, name)) {
             return true;
         }
         names.remove_prefix(std::min(first.size() + 1, names.size()));
@@ -172,9 +204,10 @@ std::uint32_t unitAt(std::string_view bytes, std::size_t index, ByteOrder order)
 
 class Decoder {
   public:
-    Decoder(Buffer<char>& converted, std::string_view* text, const char** reason)
-        : converted_(converted), text_(text), reason_(reason) {
+    Decoder(DecodedText& text, const char** reason)
+        : text_(text), converted_(text.converted), reason_(reason) {
         converted_.shrinkTo(0);
+        text_.units.shrinkTo(0);
     }
 
     bool decode(std::string_view bytes);
@@ -196,7 +229,7 @@ class Decoder {
     }
 
     bool succeed() {
-        *text_ = {converted_.data(), converted_.size()};
+        text_.utf8 = {converted_.data(), converted_.size()};
         return true;
     }
 
@@ -205,36 +238,34 @@ class Decoder {
         return false;
     }
 
+    DecodedText& text_;
     Buffer<char>& converted_;
-    std::string_view* text_;
     const char** reason_;
 };
 
-// What the declaration that the bytes start with says; "utf-8" where there is none, or it says
-// nothing.
+// Returns the name in the declaration that the bytes start with, or else that of UTF-8.
 std::string_view declaredEncoding(std::string_view bytes) {
     constexpr std::string_view kDeclaration = "<?xml";
     constexpr std::string_view kAttribute = "encoding=";
-    constexpr std::string_view kDefault = "utf-8";
     if (!startsWith(bytes, kDeclaration)) {
-        return kDefault;
+        return kUtf8Name;
     }
 
     bytes.remove_prefix(kDeclaration.size());
     while (!startsWith(bytes, kAttribute)) {
         // Not even a quotation mark would fit behind it.
         if (bytes.size() <= kAttribute.size() || bytes[0] == '?' || bytes[0] == '>') {
-            return kDefault;
+            return kUtf8Name;
         }
         bytes.remove_prefix(1);
     }
     bytes.remove_prefix(kAttribute.size());
 
     if (bytes.empty() || (bytes[0] != '\'' && bytes[0] != '"')) {
-        return kDefault;
+        return kUtf8Name;
     }
     const std::size_t end = bytes.find(bytes[0], 1);
-    return end == std::string_view::npos ? kDefault : bytes.substr(1, end - 1);
+    return end == std::string_view::npos ? kUtf8Name : bytes.substr(1, end - 1);
 }
 
 bool Decoder::decode(std::string_view bytes) {
@@ -261,7 +292,7 @@ bool Decoder::decode(std::string_view bytes) {
 }
 
 bool Decoder::decodeNamed(std::string_view name, std::string_view bytes) {
-    if (equalIgnoringCase(name, "utf-8")) {
+    if (isSameName(name, kUtf8Name)) {
         return decodeUtf8(bytes);
     }
     if (contains(kLatin1Names, name)) {
@@ -279,27 +310,22 @@ bool Decoder::decodeNamed(std::string_view name, std::string_view bytes) {
 }
 
 bool Decoder::decodeUtf8(std::string_view bytes) {
-    *text_ = bytes;
+    text_.utf8 = bytes;
     return true;
 }
 
 bool Decoder::decodeUtf16(std::string_view bytes, ByteOrder order) {
     const std::size_t count = bytes.size() / 2;
-    if (!reserve(count * 3)) {
-        return false;
+    Buffer<UniChar>& units = text_.units;
+    if (!units.reserve(count) || !reserve(count * 3)) {
+        return fail(kOutOfMemory);
     }
     for (std::size_t index = 0; index < count; ++index) {
-        std::uint32_t codePoint = unitAt<2>(bytes, index, order);
-        if (isSurrogate(codePoint)) {
-            const std::uint32_t second = index + 1 < count ? unitAt<2>(bytes, index + 1, order) : 0;
-            if (!isHighSurrogate(codePoint) || !isLowSurrogate(second)) {
-                return fail(kNotWellFormed);
-            }
-            codePoint = 0x10000 + ((codePoint & 0x3FFU) << 10U | (second & 0x3FFU));
-            ++index;
-        }
-        append(codePoint);
+        units.append(static_cast<UniChar>(unitAt<2>(bytes, index, order)));
     }
+    const std::size_t wellFormed = wellFormedPrefix(units.data(), count);
+    char* const end = utf16ToUtf8(units.data(), wellFormed, converted_.end());
+    converted_.advance(static_cast<std::size_t>(end - converted_.end()));
     return succeed();
 }
 
@@ -370,9 +396,26 @@ bool Decoder::convert(iconv_t converter, std::string_view bytes) {
 
 }  // namespace
 
-bool decodeText(std::string_view bytes, Buffer<char>& converted, std::string_view* text,
-                const char** reason) {
-    return Decoder(converted, text, reason).decode(bytes);
+bool decodeText(std::string_view bytes, DecodedText& text, const char** reason) {
+    return Decoder(text, reason).decode(bytes);
+}
+
+bool provideUnits(DecodedText& text, const char** reason) {
+    if (text.units.size() != 0) {
+        return true;
+    }
+    const std::size_t count = utf16Length(text.utf8);
+    if (count == kIllFormed) {
+        *reason = "text that is not well-formed UTF-8";
+        return false;
+    }
+    if (!text.units.reserve(count)) {
+        *reason = kOutOfMemory;
+        return false;
+    }
+    utf8ToUtf16(text.utf8, text.units.end());
+    text.units.advance(count);
+    return true;
 }
 
 }  // namespace cf

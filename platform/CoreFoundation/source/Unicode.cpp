@@ -110,6 +110,20 @@ void utf8ToUtf16(std::string_view utf8, UniChar* units) {
     }
 }
 
+std::size_t wellFormedPrefix(const UniChar* units, std::size_t count) {
+    std::size_t at = 0;
+    while (at < count) {
+        if (!isSurrogate(units[at])) {
+            at += 1;
+        } else if (isHighSurrogate(units[at]) && at + 1 < count && isLowSurrogate(units[at + 1])) {
+            at += 2;
+        } else {
+            break;
+        }
+    }
+    return at;
+}
+
 std::size_t utf8Length(const UniChar* units, std::size_t count) {
     std::size_t bytes = 0;
     for (std::size_t at = 0; at < count; ++at) {

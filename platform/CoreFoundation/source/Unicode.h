@@ -36,6 +36,9 @@ std::size_t utf16Length(std::string_view utf8);
 // The conversion of well-formed UTF-8. Writes as many units as utf16Length() says.
 void utf8ToUtf16(std::string_view utf8, UniChar* units);
 
+// Returns how many units there are in front of the first lone surrogate.
+std::size_t wellFormedPrefix(const UniChar* units, std::size_t count);
+
 // How many bytes of UTF-8 the units make; kIllFormed where there is a lone surrogate among them.
 std::size_t utf8Length(const UniChar* units, std::size_t count);
 

@@ -12,7 +12,8 @@
 //   content of
 //     plist    = filler element filler             may be left out around the element, or stand twice
 //     array    = filler { element filler }
-//     dict     = filler { key filler element filler }   of equal keys the last value counts
+//     dict     = filler { key filler element filler } [ "<" ]   of equal keys the last value counts;
+//                                                  the "<" only in a document without plist
 //     string, key = { text | entity | cdata }
 //     true, false = nothing
 //     integer  = { ispace } [ sign { ispace } ] ( "0x" hex { hex } | digit { digit } )
@@ -20,13 +21,16 @@
 //     real     = text as in a string: [ sign ] ( "inf" | "infinity" ) | "nan", in any case,
 //                or spaces and a decimal number of the C language
 //     date     = [ "-" ] { digit } "-" dd "-" dd "T" dd ":" dd ":" dd "Z"
+//                                                  a month after 15 counts as no days
 //     data     = { byte, no "<" and none over 127 }     base64; other characters are left out
 //   filler     = { space | comment | pi }
 //   entity     = "&" ( "lt" | "gt" | "amp" | "apos" | "quot" ) ";"
 //              | "&#" { digit } ";" | "&#x" { hex } ";"      at most 8 digits; none stand for 0
 //   cdata      = "<![CDATA[" ... "]]>"
 //   space      = " " | tab | line feed | carriage return
-//   ispace     = any byte to " ", or from 127 to 160, or a part of U+2000 to U+200B or U+3000
+//   ispace     = any byte to " ", or from 127 to 160, or a part of U+2000 to U+200B, U+205F, U+3000
+//
+// A document in UTF-16 is read up to its first lone surrogate.
 //
 // Names are lower case. A string has to be well-formed UTF-8; one U+FEFF at its start is left out. A
 // dictionary whose only entry is "CF$UID" with a number is an archive's reference.
@@ -208,8 +212,7 @@ class XmlReader {
     const Object* read(Refusal& refusal) {
         const Object* const root = skipProlog() ? readElements() : nullptr;
         if (root == nullptr) {
-            const char* const end = std::min(at_, end_);
-            refusal = {reason_, lastLine({begin_, static_cast<std::size_t>(end - begin_)})};
+            refusal = {reason_, lastLine(begin_, std::min(at_, end_))};
         }
         return root;
     }
@@ -321,6 +324,9 @@ class XmlReader {
             switch (at_[1]) {
                 case '/':
                     return Next::End;
+                case '<':
+                    ++at_;
+                    return passesOverStrayLess() ? Next::End : Next::Start;
                 case '?':
                     // Its first question mark may be its last one.
                     ++at_;
@@ -343,6 +349,12 @@ class XmlReader {
                     return Next::Start;
             }
         }
+    }
+
+    // Whether the cursor, which is behind a "<", is at the end tag of a dictionary in a document
+    // without a plist element. There the "<" is passed over.
+    bool passesOverStrayLess() const {
+        return !hasPlist_ && tree_.isInDictionary() && startsWith(rest(), "</dict");
     }
 
     // From behind the "<" of a start tag to behind its ">".
@@ -444,6 +456,7 @@ class XmlReader {
                                                               : tree_.openArray(&reason_);
         if (wasOpened) {
             isPlist_[tree_.depth() - 1] = element == Element::Plist;
+            hasPlist_ = hasPlist_ || element == Element::Plist;
         }
         return wasOpened;
     }
@@ -717,6 +730,7 @@ class XmlReader {
             const bool startsWideSpace = (left() >= 3 && startsWith(rest(), "\xE2\x80") &&
                                           static_cast<unsigned char>(at_[2]) >= 0x80 &&
                                           static_cast<unsigned char>(at_[2]) <= 0x8B) ||
+                                         startsWith(rest(), "\xE2\x81\x9F") ||
                                          startsWith(rest(), "\xE3\x80\x80");
             if (!isSpaceByte && !startsWideSpace) {
                 return;
@@ -877,10 +891,6 @@ class XmlReader {
             !readByte(':') || !readTwoDigits(second) || !readByte('Z')) {
             return refuse("a date of another form than 2001-01-01T00:00:00Z");
         }
-        constexpr int kLastMonth = 15;  // that the calendar knows what to do with
-        if (month > kLastMonth) {
-            return refuse("a date in no month");
-        }
         const std::int64_t year = static_cast<std::int32_t>(isNegative ? 0 - digits : digits);
         return made(create<Date>(kCFAllocatorDefault, 0,
                                  absoluteTime(year, month, day, hour, minute, second)));
@@ -945,6 +955,7 @@ class XmlReader {
     Buffer<char> pieces_;  // of a text that is put together
     Tree tree_;
     bool isPlist_[kMaximumNesting + 1];  // of the open containers
+    bool hasPlist_ = false;              // so far
 };
 
 }  // namespace

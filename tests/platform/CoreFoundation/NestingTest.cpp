@@ -100,15 +100,30 @@ TEST(Nesting, LimitIs1024Levels) {
     });
 }
 
-TEST(Nesting, LimitOfTheOldStyleIs512Levels) {
+TEST(Nesting, OldStyleContainerThatHoldsSomethingIsAtMost512Deep) {
     onSmallStack([] {
+        for (const char* const content : {"(a)", "{a=b;}", "{a;}", "(a,b)", "(<00>)"}) {
+            SCOPED_TRACE(content);
+            const auto tree = readDocument(repeated("(", 511) + content + repeated(")", 511));
+            EXPECT_TRUE(tree);
+            expectRefused(repeated("(", 512) + content + repeated(")", 512));
+        }
         for (const auto& nested : kNestedOldStyle) {
             SCOPED_TRACE(nested.name);
             expectLoaded(nested.whole(512), 512);
             expectRefused(nested.whole(514));
         }
-        expectRefused(kNestedOldStyle[0].whole(513));
-        expectRefused(kNestedOldStyle[1].whole(513));
+    });
+}
+
+TEST(Nesting, EmptyOldStyleContainerMayBe513Deep) {
+    onSmallStack([] {
+        for (const char* const empty : {"()", "{}", "( /* */ )"}) {
+            SCOPED_TRACE(empty);
+            expectLoaded(repeated("(", 512) + empty + repeated(")", 512), 513);
+            expectLoaded(repeated("{k=", 512) + empty + repeated(";}", 512), 513);
+            expectRefused(repeated("(", 513) + empty + repeated(")", 513));
+        }
     });
 }
 

@@ -427,6 +427,93 @@ TEST(PropertyListReading, OldStyleDataMayBeSpacedOut) {
     EXPECT_FALSE(readDocument("<6 1>"));
 }
 
+TEST(PropertyListReading, OldStyleDataTakesTheLowByteOfACharacter) {
+    const auto data = readDocument("<\ua961\u0162 3\u0639>");
+    ASSERT_TRUE(data);
+    EXPECT_TRUE(equal(data.get(), makeData("\xab\x39").get()));
+    EXPECT_FALSE(readDocument("<6\u0167>"));
+    EXPECT_FALSE(readDocument("<\u0120>"));
+}
+
+TEST(PropertyListReading, OldStyleTextHasOneByteOrderMark) {
+    const std::string mark = "\ufeff";
+    for (const std::string document : {"{}", "{a=b;}", "a=b;", "(a)", "word"}) {
+        EXPECT_TRUE(readDocument(mark + document)) << document;
+        EXPECT_FALSE(readDocument(mark + mark + document)) << document;
+    }
+    EXPECT_FALSE(readDocument(mark));
+}
+
+// Returns the document in UTF-16, with its mark.
+std::string asUtf16(const std::u16string& text) {
+    std::string bytes = "\xfe\xff";
+    for (const char16_t unit : text) {
+        bytes += bigEndian(unit, 2);
+    }
+    return bytes;
+}
+
+TEST(PropertyListReading, LoneSurrogateBehindTheElementIsNotLookedAt) {
+    for (const char16_t lone : {u'\xD800', u'\xDBFF', u'\xDC00', u'\xDFFF'}) {
+        const std::u16string text = u"<string>a</string>";
+        const auto tree = readDocument(asUtf16(text + lone + u"more"));
+        ASSERT_TRUE(tree);
+        EXPECT_TRUE(equal(tree.get(), CFSTR("a")));
+        for (const std::size_t at : {0U, 1U, 8U, 9U, 17U}) {
+            EXPECT_FALSE(readDocument(asUtf16(text.substr(0, at) + lone + text.substr(at)))) << at;
+        }
+    }
+    EXPECT_FALSE(readDocument(asUtf16(std::u16string(u"<!--") + u'\xD800' + u"--><true/>")));
+}
+
+TEST(PropertyListReading, OldStyleTextMayHoldLoneSurrogates) {
+    const std::u16string lone(1, u'\xDBFF');
+    for (const std::u16string& text : {u"\"" + lone + u"\"", u"'" + lone + u"' // " + lone,
+                                       u"/*" + lone + u"*/ \"\\" + lone + u"\""}) {
+        const auto tree = readDocument(asUtf16(text));
+        ASSERT_TRUE(tree);
+        EXPECT_EQ(unitsOf(static_cast<CFStringRef>(tree.get())), lone);
+    }
+    EXPECT_FALSE(readDocument(asUtf16(lone)));
+    // In UTF-8 the same is not well formed.
+    EXPECT_FALSE(readDocument("\"\xed\xaf\xbf\""));
+}
+
+TEST(PropertyListReading, StrayLessInFrontOfADictionarysEndIsPassedOver) {
+    for (const std::string document :
+         {"<dict><</dict>", "<dict><key>a</key><true/><</dict >",
+          "<array><dict><</dict><dict><</dict></array>",
+          "<dict><key>a</key><dict> <!-- --> <</dict><key>b</key><true/><</dict>"}) {
+        EXPECT_TRUE(readDocument(document)) << document;
+        EXPECT_FALSE(readDocument("<plist>" + document + "</plist>")) << document;
+    }
+    for (const std::string document :
+         {"<dict><<</dict>", "<dict>< </dict>", "<dict><key>a</key><</dict>", "<dict><</array>",
+          "<array><</array>", "<array><</dict>", "<dict><</dict", "<dict><</dictx>", "<dict><",
+          "<string>a<</string>", "<</dict>",
+          "<array><plist><true/></plist><dict><</dict></array>"}) {
+        EXPECT_FALSE(readDocument(document)) << document;
+    }
+}
+
+TEST(PropertyListReading, BinaryStringInUtf16IsNotEmpty) {
+    const auto isRead = [](const std::string& object) {
+        BinaryDocument value;
+        value.addArray({1});
+        value.add(object);
+        BinaryDocument key;
+        key.addDictionary({1}, {2});
+        key.add(object);
+        key.addString("value");
+        EXPECT_EQ(bool(readDocument(value.bytes())), bool(readDocument(key.bytes())));
+        return bool(readDocument(value.bytes()));
+    };
+    EXPECT_FALSE(isRead("\x60"));
+    EXPECT_FALSE(isRead(std::string("\x6f\x10\x00", 3)));
+    EXPECT_TRUE(isRead(std::string("\x61\x00\x41", 3)));
+    EXPECT_TRUE(isRead("\x50"));
+}
+
 TEST(PropertyListReading, TruthMayHaveAnEndTagOfItsOwn) {
     EXPECT_EQ(readDocument("<true></true>").get(), kCFBooleanTrue);
     EXPECT_EQ(readDocument("<false></false>").get(), kCFBooleanFalse);
@@ -453,19 +540,27 @@ TEST(PropertyListReading, DateHasOneForm) {
     }
 }
 
-TEST(PropertyListReading, DateOfAMonthPastTheFifteenthIsRefused) {
-    EXPECT_TRUE(readDocument("<date>2001-15-01T00:00:00Z</date>"));
-    EXPECT_FALSE(readDocument("<date>2001-16-01T00:00:00Z</date>"));
-    EXPECT_FALSE(readDocument("<date>2001-99-01T00:00:00Z</date>"));
+TEST(PropertyListReading, MonthAfterTheFifteenthAddsNoDays) {
+    for (const std::string year : {"2000", "2001", "2004"}) {
+        const auto first = readDocument("<date>" + year + "-01-01T00:00:00Z</date>");
+        for (const std::string month : {"16", "17", "31", "32", "90", "99"}) {
+            const auto date = readDocument("<date>" + year + "-" + month + "-01T00:00:00Z</date>");
+            ASSERT_TRUE(date) << month;
+            EXPECT_TRUE(equal(date.get(), first.get())) << year << ' ' << month;
+        }
+    }
+    EXPECT_FALSE(readDocument("<date>2001-100-01T00:00:00Z</date>"));
 }
 
 TEST(PropertyListReading, IntegerMayStandBehindWideSpaces) {
-    for (const char* const space : {"\u2000", "\u200b", "\u3000", "\xa0", "\x7f", "\x01"}) {
+    for (const char* const space :
+         {"\u2000", "\u200b", "\u205f", "\u3000", "\xa0", "\x7f", "\x01"}) {
         const auto number = readDocument(filled("<integer>_-_5</integer>", space));
         ASSERT_TRUE(number) << space;
         EXPECT_TRUE(equal(number.get(), makeInteger(-5).get())) << space;
     }
-    for (const char* const other : {"\u200c", "\u3001", "\u00a0", "\xa1", "x", "\xe2\x80"}) {
+    for (const char* const other :
+         {"\u200c", "\u2060", "\u207f", "\u3001", "\u00a0", "\xa1", "x", "\xe2\x80"}) {
         EXPECT_FALSE(readDocument(filled("<integer>_5</integer>", other))) << other;
     }
 }

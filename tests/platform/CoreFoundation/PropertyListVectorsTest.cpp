@@ -8,6 +8,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <regex>
 #include <string>
 
 #include "CoreFoundation/Tree.h"
@@ -127,7 +128,7 @@ Read readWithData(CFPropertyListMutabilityOptions option) {
     };
 }
 
-// The kind of a measured document that was accepted.
+// Returns the kind of a measured document that was accepted.
 CFPropertyListFormat kindOf(const std::string& document) {
     const auto beginsWith = [&document](const std::string& text) {
         return document.compare(0, text.size(), text) == 0;
@@ -137,12 +138,17 @@ CFPropertyListFormat kindOf(const std::string& document) {
         return kCFPropertyListBinaryFormat_v1_0;
     }
     const bool isData = document == "<>" || beginsWith("<0fbd");
-    const bool isMarked = beginsWith("\xef\xbb\xbf") || beginsWith("\xff\xfe") ||
-                          beginsWith("\xfe\xff") || beginsWith(std::string("\0\0\xfe\xff", 4));
-    const auto start = document.find_first_not_of(" \t\r\n");
+    // Behind the byte-order mark. What is left of a wide character beside its ASCII byte is a NUL.
+    const auto start = document.find_first_not_of(std::string(" \t\r\n\xef\xbb\xbf\xff\xfe\0", 10));
     const bool isTag = start != std::string::npos && document[start] == '<';
-    return !isData && (isMarked || isTag) ? kCFPropertyListXMLFormat_v1_0
-                                          : kCFPropertyListOpenStepFormat;
+    return !isData && isTag ? kCFPropertyListXMLFormat_v1_0 : kCFPropertyListOpenStepFormat;
+}
+
+// Parses a vector. A string with a lone surrogate, which this library does not take, becomes a
+// "utf16" node.
+json parseVector(const std::string& line) {
+    static const std::regex lone(R"x(\{"string": ?"\\u(d[89a-f][0-9a-f]{2})"\})x");
+    return json::parse(std::regex_replace(line, lone, R"({"utf16":"$1"})"));
 }
 
 void checkVector(const json& vector, const Read& read) {
@@ -158,13 +164,18 @@ void checkVector(const json& vector, const Read& read) {
     }
     EXPECT_EQ(CFPropertyListIsValid(tree, kCFPropertyListBinaryFormat_v1_0) != FALSE,
               vector["valid"].get<bool>());
-    if (vector.contains("tree")) {
+    const auto xml = writeDocument(tree);
+    EXPECT_EQ(CFPropertyListIsValid(tree, kCFPropertyListXMLFormat_v1_0) != FALSE, xml.has_value());
+    const bool hasTree = vector.contains("tree");
+    const bool hasXml = vector.contains("xml");
+    if (hasTree) {
         EXPECT_EQ(nodeOf(fuzz::treeOf(tree)), vector["tree"]);
     }
-    const auto xml = writeDocument(tree);
-    ASSERT_EQ(xml.has_value(), vector.contains("xml"));
-    EXPECT_EQ(CFPropertyListIsValid(tree, kCFPropertyListXMLFormat_v1_0) != FALSE, xml.has_value());
-    if (xml) {
+    // Of a deeply nested tree neither was kept.
+    if (hasTree || hasXml) {
+        ASSERT_EQ(xml.has_value(), hasXml);
+    }
+    if (hasXml) {
         EXPECT_EQ(*xml, vector["xml"].get<std::string>());
     }
 }
@@ -174,7 +185,7 @@ void checkFile(const std::string& name, int expectedCount, const Read& read) {
     std::ifstream file(QV_TEST_DATA_DIR "/" + name);
     int count = 0;
     for (std::string line; std::getline(file, line); ++count) {
-        const json vector = json::parse(line);
+        const json vector = parseVector(line);
         SCOPED_TRACE(vector["name"].get<std::string>());
         checkVector(vector, read);
     }
@@ -186,6 +197,7 @@ class PropertyListVectors : public testing::TestWithParam<CFPropertyListMutabili
     static void checkAll(const Read& read) {
         checkFile("plist-cases.jsonl", 457, read);
         checkFile("plist-damaged.jsonl", 1000, read);
+        checkFile("plist-corners.jsonl", 166, read);
     }
 };
 

@@ -14,14 +14,23 @@ constexpr std::string_view kNotWellFormed = "text not well-formed in its encodin
 
 // The text, or the reason why there is none.
 std::string decoded(std::string_view bytes) {
-    cf::Buffer<char> converted;
-    std::string_view text;
+    cf::DecodedText text;
     const char* reason = nullptr;
-    if (!cf::decodeText(bytes, converted, &text, &reason)) {
+    if (!cf::decodeText(bytes, text, &reason)) {
         return reason;
     }
     EXPECT_EQ(reason, nullptr);
-    return std::string(text);
+    return std::string(text.utf8);
+}
+
+// Returns the text in UTF-16, or the reason why there is none.
+std::u16string unitsOf(std::string_view bytes) {
+    cf::DecodedText text;
+    const char* reason = nullptr;
+    if (!cf::decodeText(bytes, text, &reason) || !cf::provideUnits(text, &reason)) {
+        return {reason, reason + std::string_view(reason).size()};
+    }
+    return {text.units.data(), text.units.data() + text.units.size()};
 }
 
 std::string declaration(std::string_view encoding) {
@@ -37,12 +46,11 @@ std::string decodedAs(std::string_view encoding, std::string_view bytes) {
 
 TEST(TextEncoding, BytesWithoutMarkOrDeclarationAreUtf8AndUnchecked) {
     for (const auto bytes : {""sv, "a"sv, "ab"sv, "{ a = b; }"sv, "\u20ac"sv, "\xff\x80 text"sv}) {
-        cf::Buffer<char> converted;
-        std::string_view text;
+        cf::DecodedText text;
         const char* reason = nullptr;
-        ASSERT_TRUE(cf::decodeText(bytes, converted, &text, &reason));
-        EXPECT_EQ(text, bytes);
-        EXPECT_EQ(text.data(), bytes.data());
+        ASSERT_TRUE(cf::decodeText(bytes, text, &reason));
+        EXPECT_EQ(text.utf8, bytes);
+        EXPECT_EQ(text.utf8.data(), bytes.data());
     }
 }
 
@@ -82,12 +90,28 @@ TEST(TextEncoding, HalfOfTheLastUnitIsDropped) {
     EXPECT_EQ(decoded("\xFF\xFE\0\0a\0\0\0b\0\0"sv), "a");
 }
 
-TEST(TextEncoding, LoneSurrogatesAreNotWellFormed) {
-    EXPECT_EQ(decoded("\xFE\xFF\xD8\0"sv), kNotWellFormed);
-    EXPECT_EQ(decoded("\xFE\xFF\xD8\0\xDC"sv), kNotWellFormed);
-    EXPECT_EQ(decoded("\xFE\xFF\xD8\0\0a"sv), kNotWellFormed);
-    EXPECT_EQ(decoded("\xFE\xFF\xD8\0\xD8\0\xDC\0"sv), kNotWellFormed);
-    EXPECT_EQ(decoded("\xFE\xFF\xDC\0\xDC\0"sv), kNotWellFormed);
+TEST(TextEncoding, Utf8EndsAtTheFirstLoneSurrogateOfUtf16) {
+    EXPECT_EQ(decoded("\xFE\xFF\xD8\0"sv), "");
+    EXPECT_EQ(decoded("\xFE\xFF\0a\xD8\0\xDC"sv), "a");
+    EXPECT_EQ(decoded("\xFE\xFF\0a\xD8\0\0b"sv), "a");
+    EXPECT_EQ(decoded("\xFE\xFF\0a\xD8\0\xD8\0\xDC\0"sv), "a");
+    EXPECT_EQ(decoded("\xFE\xFF\xD8\0\xDC\0\xDC\0"sv), "\U00010000");
+    EXPECT_EQ(decoded("\xFF\xFE\0\xD8"sv), "");
+}
+
+TEST(TextEncoding, UnitsOfUtf16HoldEveryLoneSurrogate) {
+    const std::u16string high(1, u'\xD800');
+    const std::u16string low(1, u'\xDC00');
+    EXPECT_EQ(unitsOf("\xFE\xFF\xD8\0"sv), high);
+    EXPECT_EQ(unitsOf("\xFE\xFF\0a\xD8\0\0b\xDC\0"sv), u"a" + high + u"b" + low);
+    EXPECT_EQ(unitsOf("\xFF\xFE\0\xDC\0\xD8"sv), low + high);
+    EXPECT_EQ(unitsOf("\xFE\xFF\xD8\x3D\xDE\0"sv), u"\U0001f600");
+}
+
+TEST(TextEncoding, UnitsOfOtherEncodingsAreMadeFromUtf8) {
+    EXPECT_EQ(unitsOf("a\u20ac\U0001f600"), u"a\u20ac\U0001f600");
+    EXPECT_EQ(unitsOf("<?xml encoding='l1'\xe9"), u"<?xml encoding='l1'\u00e9");
+    EXPECT_EQ(unitsOf("\xed\xa0\x80"), u"text that is not well-formed UTF-8");
 }
 
 TEST(TextEncoding, Utf32) {
@@ -111,9 +135,32 @@ TEST(TextEncoding, DeclaredUtf8IsUnchecked) {
     EXPECT_EQ(decodedAs("UTF-8", "\xff"), "\xff");
 }
 
-TEST(TextEncoding, OtherNamesOfUtf8AreChecked) {
-    EXPECT_EQ(decodedAs("UTF8", "\u20ac"), "\u20ac");
-    EXPECT_EQ(decodedAs("UTF8", "\xff"), kNotWellFormed);
+TEST(TextEncoding, NamesAreComparedByLettersAndDigitsAlone) {
+    for (const auto name : {"UTF8", "Utf8", "utf_8", "UTF 8", "UTF--8", "-utf-8", "utf-8-", "UTF,8",
+                            "U&TF-8", "utf-08", "utf008", "\xe9utf-8"}) {
+        EXPECT_EQ(decodedAs(name, "\xff"), "\xff") << name;
+    }
+    for (const auto name : {"ISO-88&59-1", "iso88591", "ISO-8859-01", "l0001", "/us-ascii"}) {
+        EXPECT_EQ(decodedAs(name, "\xe9"), "\u00e9") << name;
+    }
+    for (const auto name : {"windows-,12&52", "cp01252", "WINDOWS1252"}) {
+        EXPECT_EQ(decodedAs(name, "\x80"), "€") << name;
+    }
+    for (const auto name : {"IBM00858", "cp858", "IBM-858", "CCSID858"}) {
+        EXPECT_EQ(decodedAs(name, "\xd5"), "€") << name;
+    }
+}
+
+TEST(TextEncoding, NamesWithOtherLettersOrDigitsAreUnknown) {
+    for (const auto name : {"utf", "utf-80", "tf-8", "8-utf", "csutf8", "ISO-8859-10 1",
+                            "windows-1522", "iso-88509-1", "---", "0", "-"}) {
+        EXPECT_EQ(decodedAs(name, "a"), kUnknown) << name;
+    }
+}
+
+TEST(TextEncoding, OtherNameOfUtf8IsChecked) {
+    EXPECT_EQ(decodedAs("unicode-1-1-utf-8", "\u20ac"), "\u20ac");
+    EXPECT_EQ(decodedAs("unicode-1-1-utf-8", "\xff"), kNotWellFormed);
 }
 
 TEST(TextEncoding, Latin1) {
@@ -164,9 +211,8 @@ TEST(TextEncoding, DeclarationNeedNotBeSeparated) {
 }
 
 TEST(TextEncoding, UnknownNames) {
-    for (const auto name :
-         {"", " ", "x", "utf-8 ", "latin", "latin1 l1", "l", "ISO-8859-", "ISO-8859-12", "//",
-          "char", "wchar_t", "UTF-8//IGNORE", "ISO-8859-2//TRANSLIT"}) {
+    for (const auto name : {"", " ", "x", "latin", "latin1 l1", "l", "ISO-8859-", "ISO-8859-12",
+                            "//", "char", "wchar_t", "UTF-8//IGNORE", "ISO-8859-2//TRANSLIT"}) {
         EXPECT_EQ(decodedAs(name, "a"), kUnknown) << name;
     }
     EXPECT_EQ(decoded("<?xml encoding='a\0b'"sv), kUnknown);
@@ -270,13 +316,16 @@ TEST(TextEncoding, LongTextOutgrowsTheRoomMadeForIt) {
     EXPECT_EQ(decodedAs("ISO-8859-15", bytes), text);
 }
 
-TEST(TextEncoding, BufferMayHaveBeenUsedBefore) {
-    cf::Buffer<char> converted;
-    std::string_view text;
+TEST(TextEncoding, ResultMayHaveBeenUsedBefore) {
+    cf::DecodedText text;
     const char* reason = nullptr;
-    ASSERT_TRUE(cf::decodeText("\xFE\xFF\0a\0b"sv, converted, &text, &reason));
-    ASSERT_TRUE(cf::decodeText("\xFE\xFF\0c"sv, converted, &text, &reason));
-    EXPECT_EQ(text, "c");
+    ASSERT_TRUE(cf::decodeText("\xFE\xFF\0a\0b"sv, text, &reason));
+    ASSERT_TRUE(cf::decodeText("\xFE\xFF\0c"sv, text, &reason));
+    EXPECT_EQ(text.utf8, "c");
+    ASSERT_TRUE(cf::decodeText("d", text, &reason));
+    ASSERT_TRUE(cf::provideUnits(text, &reason));
+    EXPECT_EQ(text.units.size(), 1U);
+    EXPECT_EQ(text.units[0], 'd');
 }
 
 }  // namespace
