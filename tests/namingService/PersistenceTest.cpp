@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/CoreFoundation/Documents.h"
 #include "support/ConfigurationDocuments.h"
 #include "support/EnvironmentVariable.h"
 #include "support/FileEvents.h"
@@ -91,6 +92,27 @@ TEST_F(Persistence, FileListsServicesInAscendingOrder) {
         contentOf(path),
         Optional(documentOf(
             {{INT32_MIN, "l"}, {-1, "n"}, {0, "z"}, {1, "a"}, {3, "c"}, {INT32_MAX, "m"}})));
+}
+
+// A document may be small and its services large: each of them refers to the one address in it.
+TEST_F(Persistence, ServicesThatShareALongAddressAreLoadedAndSaved) {
+    const std::string address(5000, 'a');
+    Services services;
+    for (std::int32_t id = 1; id <= 10000; ++id) {
+        services.emplace_back(id, address);
+    }
+    const std::string binary = servicesWithOneAddress(10000, address);
+    ASSERT_LT(binary.size(), 230000U);
+    writeFile(backup, kEmptyRoot);
+    startWith(binary);
+    EXPECT_TRUE(plugin.getServices() == services);
+    EXPECT_TRUE(contentOf(path) == binary);
+
+    services.emplace_back(10001, "b");
+    plugin.registerServices({{10001, "b"}});
+    EXPECT_TRUE(contentOf(path) == documentOf(services));
+    restart();
+    EXPECT_TRUE(plugin.getServices() == services);
 }
 
 TEST_F(Persistence, ServicesSurviveARestart) {

@@ -23,9 +23,9 @@
 // count. Sizes may be odd or over 8 bytes; the low 8 count. Of equal keys the first counts.
 //
 // An object may be referred to more than once. A container that is stands in the tree as often, so a
-// small document could stand for a huge tree; one that holds itself, for an endless one. So the depth
-// is limited, the number of references, and what they would come to when they are written: a document
-// without such tricks has fewer references than bytes.
+// small document could stand for a huge tree; one that holds itself, for an endless one. So the depth,
+// the number of references and the size of the written tree are limited. A document without such
+// tricks has fewer references than bytes.
 // clang-format on
 #include "BinaryReader.h"
 
@@ -105,7 +105,6 @@ class BinaryReader {
     BinaryReader(std::string_view document, bool containersAreMutable)
         : document_(document),
           referencesLeft_(std::max(document.size(), kReferencesAtLeast)),
-          writtenLeft_(mostWritten(document.size())),
           tree_(containersAreMutable, Present::Keep) {}
     BinaryReader(const BinaryReader&) = delete;
     BinaryReader& operator=(const BinaryReader&) = delete;
@@ -119,7 +118,7 @@ class BinaryReader {
     }
 
     const Object* read(Refusal& refusal) {
-        const Object* const root = readTrailer() ? readTree() : nullptr;
+        const Object* const root = tree_.finish(readTrailer() ? readTree() : nullptr, &reason_);
         if (root == nullptr) {
             refusal = {reason_, 0};
         }
@@ -236,35 +235,13 @@ class BinaryReader {
                fail("an object that ends outside of the objects");
     }
 
-    // An object takes its part of what the document may come to.
-    bool charge(const Header& header) {
-        const std::size_t written = writtenAtMost(header, tree_.depth());
-        if (referencesLeft_ == 0 || writtenLeft_ < written) {
-            return fail(kTooLarge);
+    // Takes one of the references that the document may have.
+    bool takeReference() {
+        if (referencesLeft_ == 0) {
+            return fail("more references than the document has room for");
         }
         --referencesLeft_;
-        writtenLeft_ -= written;
         return true;
-    }
-
-    // The bytes of an object's lines, not more: tags, indentation, and each character escaped.
-    static std::size_t writtenAtMost(const Header& header, std::size_t depth) {
-        constexpr std::size_t kTags = 40;
-        switch (header.kind) {
-            case kLatin1:
-            case kUtf16:
-                return depth + kTags + 5 * header.length;
-            case kData:
-                return 2 * depth + kTags + 3 * header.length;
-            case kUid:
-                return 4 * depth + 2 * kTags;
-            case kArray:
-            case kSet:
-            case kDictionary:
-                return 2 * depth + kTags;
-            default:
-                return depth + kTags;
-        }
     }
 
     const Object* readTree() {
@@ -280,8 +257,8 @@ class BinaryReader {
                     if (tree_.depth() == 0) {
                         return value;
                     }
-                    if (!tree_.add(value)) {
-                        return refuse(kOutOfMemory);
+                    if (!tree_.add(value, &reason_)) {
+                        return nullptr;
                     }
                 }
                 Level& level = levels_[tree_.depth() - 1];
@@ -325,11 +302,7 @@ class BinaryReader {
             return fail("a container as a key");
         }
         const Object* const key = readLeaf(object, header);
-        if (key == nullptr) {
-            return false;
-        }
-        tree_.setKey(key);
-        return true;
+        return key != nullptr && tree_.setKey(key, &reason_);
     }
 
     // Goes into the object, where it is a container; else it is `value`.
@@ -347,7 +320,7 @@ class BinaryReader {
             return fail("an object of an unknown kind");
         }
         if (!fits(header.contents, header.length, referenceSize_ * (isDictionary ? 2 : 1)) ||
-            !charge(header)) {
+            !takeReference()) {
             return false;
         }
         if (!(isDictionary ? tree_.openDictionary(&reason_) : tree_.openArray(&reason_))) {
@@ -364,7 +337,7 @@ class BinaryReader {
 
     // A reference to the leaf, which is made once.
     const Object* readLeaf(std::size_t object, const Header& header) {
-        if (!charge(header)) {
+        if (!takeReference()) {
             return nullptr;
         }
         if (leaves_[object] == nullptr) {
@@ -494,10 +467,7 @@ class BinaryReader {
     std::size_t root_ = 0;
     std::size_t table_ = 0;
 
-    // What may still be referred to: in number, and in characters of the document that the tree
-    // would be written as.
     std::size_t referencesLeft_;
-    std::size_t writtenLeft_;
 
     const Object** leaves_ = nullptr;  // by their numbers, as far as they have been read
     Tree tree_;

@@ -40,6 +40,7 @@
 #include "NextStepLatin.h"
 #include "String.h"
 #include "Text.h"
+#include "WrittenSize.h"
 
 namespace cf {
 
@@ -69,11 +70,13 @@ class OldStyleReader {
         : containersAreMutable_(containersAreMutable),
           begin_(document.data()),
           at_(begin_),
-          end_(begin_ + document.size()),
-          indentationLeft_(mostWritten(document.size())) {}
+          end_(begin_ + document.size()) {}
 
     const Object* read(Refusal& refusal) {
         Value root = readDocument();
+        if (root && !written_.fits(root.get())) {
+            root = stop(kTooLarge);
+        }
         if (!root) {
             refusal = {reason_, lastLine(begin_, at_)};
         }
@@ -166,10 +169,6 @@ class OldStyleReader {
 
     // Reads a value inside of `depth` containers, or none.
     Value readValue(std::size_t depth) {
-        if (indentationLeft_ < depth) {
-            return stop(kTooLarge);
-        }
-        indentationLeft_ -= depth;
         if (!skipFiller()) {
             return refuse("the document ends where a value should be");
         }
@@ -178,14 +177,19 @@ class OldStyleReader {
         }
         switch (*at_) {
             case '(':
-                return readArray(depth + 1);
+                return counted(readArray(depth + 1), depth);
             case '{':
-                return readDictionary(depth + 1);
+                return counted(readDictionary(depth + 1), depth);
             case '<':
-                return readData();
+                return counted(readData(), depth);
             default:
-                return readString();
+                return counted(readString(), depth);
         }
+    }
+
+    // Returns the object unless the tree is too large with it.
+    Value counted(Value object, std::size_t depth) {
+        return !object || written_.add(object.get(), depth) ? std::move(object) : stop(kTooLarge);
     }
 
     Value readArray(std::size_t depth) {
@@ -227,7 +231,7 @@ class OldStyleReader {
             return {};
         }
         while (skipFiller()) {
-            Value key = readString();
+            Value key = counted(readString(), depth);
             if (!key) {
                 break;
             }
@@ -259,7 +263,7 @@ class OldStyleReader {
             return refuse(kNestedTooDeep);
         }
         retain(key.get());
-        return Value(key.get());
+        return counted(Value(key.get()), depth);
     }
 
     // Reads a string, or none.
@@ -392,7 +396,7 @@ class OldStyleReader {
     const UniChar* at_;
     const UniChar* const end_;
     const char* reason_ = nullptr;
-    std::size_t indentationLeft_;
+    WrittenSize written_;
     Buffer<UniChar> units_;  // of a string with escapes
     Buffer<char> bytes_;     // of data
 };

@@ -122,7 +122,8 @@ const Object* readData(CFAllocatorRef allocator, CFDataRef data, CFOptionFlags m
     return readDocument(document, mutability != kCFPropertyListImmutable, format, refusals);
 }
 
-// Null where the tree is not valid in the format, or where there is no memory.
+// Returns null if the tree is not valid in the format or too large to be written, or if memory runs
+// out.
 Data* writeData(CFAllocatorRef allocator, CFPropertyListRef root) {
     Buffer<char> document;
     return root != nullptr && writeXml(asObject(root), document) ? makeData(document, allocator)
@@ -183,7 +184,8 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef p
         cf::report(error, kCFPropertyListWriteStreamError,
                    cf::Ref<cf::String>(cf::makeStringFromUtf8(
                        format == kCFPropertyListXMLFormat_v1_0
-                           ? "the tree is no property list, or there is no memory to write it"
+                           ? "the tree is no property list, takes more than 512 MiB as XML, or "
+                             "memory ran out"
                            : "only XML is written")));
     }
     return reinterpret_cast<CFDataRef>(data);

@@ -28,12 +28,43 @@ bool Tree::open(Container* container, const char** reason) {
     return true;
 }
 
-bool Tree::add(const Object* value) {
-    if (!isInDictionary()) {
-        return appendTaking(static_cast<Array&>(*top().container), value);
+bool Tree::count(const Object* object, const char** reason) {
+    // An outermost container that does not count is not written either.
+    const std::size_t depth = depth_ - (most_ - kMaximumNesting);
+    if (!written_.add(object, depth)) {
+        *reason = kTooLarge;
+        return false;
     }
-    const Object* const key = std::exchange(top().key, nullptr);
-    return insertTaking(static_cast<Dictionary&>(*top().container), key, value, present_);
+    return true;
+}
+
+bool Tree::setKey(const Object* key, const char** reason) {
+    top().key = key;
+    return count(key, reason);
+}
+
+bool Tree::add(const Object* value, const char** reason) {
+    if (!count(value, reason)) {
+        release(value);
+        return false;
+    }
+    const bool isAdded = isInDictionary()
+                             ? insertTaking(static_cast<Dictionary&>(*top().container),
+                                            std::exchange(top().key, nullptr), value, present_)
+                             : appendTaking(static_cast<Array&>(*top().container), value);
+    if (!isAdded) {
+        *reason = kOutOfMemory;
+    }
+    return isAdded;
+}
+
+const Object* Tree::finish(const Object* root, const char** reason) const {
+    if (root == nullptr || written_.fits(root)) {
+        return root;
+    }
+    release(root);
+    *reason = kTooLarge;
+    return nullptr;
 }
 
 Container* Tree::close() {

@@ -7,6 +7,7 @@
 #include "Array.h"
 #include "Dictionary.h"
 #include "Refusal.h"
+#include "WrittenSize.h"
 
 namespace cf {
 
@@ -34,12 +35,18 @@ class Tree {
     bool isInDictionary() const { return top().container->type == Type::Dictionary; }
     bool hasKey() const { return top().key != nullptr; }
 
-    // The key of the next value; takes over the caller's reference.
-    void setKey(const Object* key) { top().key = key; }
+    // Sets the key of the next value. Takes over the caller's reference. Returns false with a
+    // reason if the tree is too large with the key.
+    bool setKey(const Object* key, const char** reason);
 
     // Adds a value to the innermost container, a dictionary with a key or an array. Takes over the
-    // caller's reference; false where there is no memory.
-    bool add(const Object* value);
+    // caller's reference. Returns false with a reason if the tree is too large with the value, or
+    // if memory runs out.
+    bool add(const Object* value, const char** reason);
+
+    // Takes over the finished tree and returns it. Returns null with a reason if the tree is too
+    // large to be written. Passes on null, which a reader gives for a document that it refuses.
+    const Object* finish(const Object* root, const char** reason) const;
 
     // Leaves the innermost container, and hands it to the caller.
     Container* close();
@@ -53,11 +60,13 @@ class Tree {
     Level& top() { return levels_[depth_ - 1]; }
     const Level& top() const { return levels_[depth_ - 1]; }
     bool open(Container* container, const char** reason);
+    bool count(const Object* object, const char** reason);
 
     const bool containersAreMutable_;
     const Present present_;
     std::size_t most_ = kMaximumNesting;
     std::size_t depth_ = 0;
+    WrittenSize written_;
     // Only the first depth_ of them are initialised.
     Level levels_[kMaximumNesting + 1];
 };

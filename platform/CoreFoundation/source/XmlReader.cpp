@@ -210,7 +210,7 @@ class XmlReader {
           tree_(containersAreMutable, Present::Replace) {}
 
     const Object* read(Refusal& refusal) {
-        const Object* const root = skipProlog() ? readElements() : nullptr;
+        const Object* const root = tree_.finish(skipProlog() ? readElements() : nullptr, &reason_);
         if (root == nullptr) {
             refusal = {reason_, lastLine(begin_, std::min(at_, end_))};
         }
@@ -471,14 +471,9 @@ class XmlReader {
                 refuse("a value without a key");
                 return false;
             }
-            tree_.setKey(value);
-            return true;
+            return tree_.setKey(value, &reason_);
         }
-        if (!tree_.add(value)) {
-            refuse(kOutOfMemory);
-            return false;
-        }
-        return true;
+        return tree_.add(value, &reason_);
     }
 
     const Object* close() {

@@ -50,19 +50,25 @@ std::string_view escapeOf(char character) {
 
 class XmlWriter {
   public:
-    explicit XmlWriter(Buffer<char>& document) : out_(document) {}
+    // What becomes of the text.
+    enum class Purpose { Write, Measure };
+
+    XmlWriter(Buffer<char>& document, Purpose purpose) : out_(document), purpose_(purpose) {}
 
     bool write(const Object* root) {
         if (!put(kHeader) || !writeValue(root)) {
             return false;
         }
         while (depth_ != 0) {
-            if (!writeNextOfContainer()) {
+            if (!checkSize() || !writeNextOfContainer()) {
                 return false;
             }
         }
-        return put(kFooter);
+        return put(kFooter) && checkSize();
     }
+
+    // Whether write() failed because the document is too large.
+    bool isTooLarge() const { return measured_ + out_.size() > kMostWritten; }
 
   private:
     struct Level {
@@ -70,6 +76,15 @@ class XmlWriter {
         std::size_t next;    // of its values
         std::size_t sorted;  // where the entries of a dictionary start among the sorted ones
     };
+
+    // Returns whether the document is not too large yet. A text that is only measured is dropped.
+    bool checkSize() {
+        if (purpose_ == Purpose::Measure) {
+            measured_ += out_.size();
+            out_.shrinkTo(0);
+        }
+        return !isTooLarge();
+    }
 
     bool put(std::string_view text) { return out_.append(text.data(), text.size()); }
 
@@ -358,6 +373,8 @@ class XmlWriter {
     }
 
     Buffer<char>& out_;
+    const Purpose purpose_;
+    std::size_t measured_ = 0;          // and dropped
     Buffer<Dictionary::Entry> sorted_;  // of all the open dictionaries, outermost first
     std::size_t depth_ = 0;
     Level levels_[kMaximumNesting];
@@ -366,7 +383,13 @@ class XmlWriter {
 }  // namespace
 
 bool writeXml(const Object* root, Buffer<char>& document) {
-    return XmlWriter(document).write(root);
+    return XmlWriter(document, XmlWriter::Purpose::Write).write(root);
+}
+
+bool isTooLargeToWrite(const Object* root) {
+    Buffer<char> piece;
+    XmlWriter writer(piece, XmlWriter::Purpose::Measure);
+    return !writer.write(root) && writer.isTooLarge();
 }
 
 }  // namespace cf

@@ -98,6 +98,34 @@ class BinaryDocument {
     std::vector<std::uint64_t> offsets_;
 };
 
+// Returns a binary document of the directory's services 1 to `count`, all of which refer to the
+// same address.
+inline std::string servicesWithOneAddress(std::uint64_t count, const std::string& address) {
+    enum : std::uint64_t { kEntryKey = 1, kEntry, kListKey, kList, kIdKey, kAddressKey, kAddress };
+    const std::uint64_t firstService = kAddress + 1;
+    const std::uint64_t firstId = firstService + count;
+    std::vector<std::uint64_t> services(count);
+    for (std::uint64_t index = 0; index < count; ++index) {
+        services[index] = firstService + index;
+    }
+    BinaryDocument document(2);
+    document.addDictionary({kEntryKey}, {kEntry});
+    document.addString("Address");
+    document.addDictionary({kListKey}, {kList});
+    document.addString("services");
+    document.addArray(services);
+    document.addString("id");
+    document.addString("address");
+    document.addString(address);
+    for (std::uint64_t index = 0; index < count; ++index) {
+        document.addDictionary({kIdKey, kAddressKey}, {firstId + index, kAddress});
+    }
+    for (std::uint64_t id = 1; id <= count; ++id) {
+        document.add('\x11' + bigEndian(id, 2));
+    }
+    return document.bytes();
+}
+
 // Documents whose containers are nested `depth` deep. The second of each pair ends where the
 // deepest container begins.
 struct Nested {

@@ -40,10 +40,11 @@ void use(const std::string& document, Expected expected) {
         }
         const bool isValid =
             CFPropertyListIsValid(tree.get(), kCFPropertyListXMLFormat_v1_0) != FALSE;
+        // What may be written does not always fit into the memory of this process.
         const auto xml = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, tree.get()));
-        EXPECT_EQ(static_cast<bool>(xml), isValid);
+        EXPECT_TRUE(isValid || !xml);
         if (expected == Expected::kLoaded) {
-            EXPECT_TRUE(isValid);
+            EXPECT_TRUE(xml);
         }
     }
 }
@@ -149,18 +150,18 @@ TEST(HostileBinary, OneNestedObjectAMillionTimesIsRefused) {
     expectRefused(document.bytes());
 }
 
-// What counts is what the tree comes to when it is written.
+// The size of the written tree counts.
 TEST(HostileBinary, CharactersThatAreWrittenAsFiveManyTimesAreRefused) {
     BinaryDocument document;
     document.addArray(std::vector<std::uint64_t>(67000, 1));
-    document.addString(std::string(1000, '&'));
+    document.addString(std::string(2000, '&'));
     expectRefused(document.bytes());
 }
 
 TEST(HostileBinary, WideCharactersManyTimesAreRefused) {
     BinaryDocument document;
     document.addArray(std::vector<std::uint64_t>(67000, 1));
-    document.add(BinaryDocument::head(0x60, 1000) + repeated("\x4e\x2d", 1000));
+    document.add(BinaryDocument::head(0x60, 3000) + repeated("\x4e\x2d", 3000));
     expectRefused(document.bytes());
 }
 
@@ -174,8 +175,9 @@ TEST(HostileBinary, ManyUidsInTheDepthsAreHarmless) {
     expectHarmless(document.bytes());
 }
 
-// Each string is the rest of the document.
-TEST(HostileBinary, StringsInsideEachOtherAreRefused) {
+// Each string is the rest of the document. All of them take more memory than this process has, and
+// less than may be written.
+TEST(HostileBinary, StringsInsideEachOtherAreHarmless) {
     constexpr std::uint64_t kStrings = 4000;
     BinaryDocument document(2);
     std::vector<std::uint64_t> all;
@@ -188,7 +190,7 @@ TEST(HostileBinary, StringsInsideEachOtherAreRefused) {
         document.add(BinaryDocument::head(0x50, 17000 + (kStrings - number) * kHeadSize));
     }
     document.add(std::string(17000, '&'));
-    expectRefused(document.bytes());
+    expectHarmless(document.bytes());
 }
 
 TEST(HostileBinary, OneEmptyDictionaryAMillionTimesIsLoaded) {
@@ -451,6 +453,12 @@ TEST(HostileXml, WidestDocumentsAreLoaded) {
     expectLoaded(filled("<array>", "<data></data>", "</array>"));
     expectLoaded(filled("<array>", "<dict><key/><dict/></dict>", "</array>"));
     expectLoaded(filled("<array>", "<key/>", "</array>"));
+}
+
+TEST(HostileXml, TreeTooWideForItsDepthIsRefused) {
+    // Each of the lines is over a thousand columns wide.
+    expectRefused(repeated("<array>", 1020) + repeated("<true/>", 600000) +
+                  repeated("</array>", 1020));
 }
 
 TEST(HostileXml, WideTreeInTheDepthsIsHarmless) {

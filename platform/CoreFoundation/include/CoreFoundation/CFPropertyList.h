@@ -5,10 +5,15 @@
 // order. One kind is written: XML. What exactly each reader accepts stands at the top of its source
 // file.
 //
-// A document is somebody else's doing, so reading one has limits that no sensible document meets:
-// containers nested more than 1,024 deep (512 in the old style) are refused, and so is a binary
-// document that refers to its parts so often that the tree would be far larger than the file. Trees
-// nested deeper than that are valid in no format and are not written.
+// A document may come from anybody, so reading one has limits:
+//   - A document whose containers are nested more than 1,024 deep is refused. In the old style the
+//     limit is 512, and 513 for an empty container.
+//   - A document is refused if its tree takes more than 512 MiB as an XML document. A binary
+//   document
+//     can refer to its parts many times, so a small one can stand for such a tree.
+//   - A binary document is refused if it has more references than bytes and more than 131,072.
+// The writer refuses trees beyond the first two limits. Trees nested deeper than 1,024 are valid in
+// no format.
 #ifndef COREFOUNDATION_CFPROPERTYLIST_H
 #define COREFOUNDATION_CFPROPERTYLIST_H
 
@@ -58,7 +63,8 @@ CF_EXPORT CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocato
 CF_EXPORT Boolean CFPropertyListIsValid(CFPropertyListRef propertyList,
                                         CFPropertyListFormat format);
 
-// Writes the tree as an XML document. Null where it is not valid in that format.
+// Writes the tree as an XML document. Returns null if the tree is not valid in that format, if the
+// document would take more than 512 MiB, or if memory runs out.
 CF_EXPORT CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator,
                                                 CFPropertyListRef propertyList);
 
