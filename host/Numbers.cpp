@@ -5,8 +5,8 @@
 #include <charconv>
 #include <system_error>
 
+#include "InputError.h"
 #include "Quotation.h"
-#include "ScriptError.h"
 
 namespace qv::host {
 
@@ -25,7 +25,7 @@ int32_t parseNumber(std::string_view text, std::string_view what, std::string_vi
     const bool negative = text.substr(0, 1) == "-";
     const std::string_view digits = text.substr(hexadecimal ? 2 : (negative ? 1 : 0));
     if (!consistsOf(digits, hexadecimal ? kHexDigits : kDigits)) {
-        throw ScriptError(
+        throw InputError(
             fmt::format("{} must be a number ({}), not {}", what, range, quotation(text)));
     }
     const std::string_view number = hexadecimal ? digits : text;
@@ -33,7 +33,7 @@ int32_t parseNumber(std::string_view text, std::string_view what, std::string_vi
     const std::from_chars_result result =
         std::from_chars(number.data(), number.data() + number.size(), value, hexadecimal ? 16 : 10);
     if (result.ec != std::errc()) {
-        throw ScriptError(fmt::format("{} {} is out of range ({})", what, quotation(text), range));
+        throw InputError(fmt::format("{} {} is out of range ({})", what, quotation(text), range));
     }
     return value;
 }

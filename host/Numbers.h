@@ -1,4 +1,4 @@
-// The numbers that people write, in scripts, in files and on the command line: decimal, or
+// Reads the numbers that people write in files and on the command line. A number is decimal, or
 // hexadecimal from 0x0 to 0x7fffffff.
 #ifndef QVHOST_NUMBERS_H
 #define QVHOST_NUMBERS_H
@@ -8,10 +8,10 @@
 
 namespace qv::host {
 
-// Throws ScriptError for what is no 32-bit number.
+// Returns the number. Throws InputError if the text is not a 32-bit number.
 int32_t parseIdentifier(std::string_view text);
 
-// The same; which levels there are, the plug-in decides.
+// Does the same for a debug level. The plug-in decides which levels exist.
 int32_t parseLevel(std::string_view text);
 
 }  // namespace qv::host

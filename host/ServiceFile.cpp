@@ -18,9 +18,9 @@
 #include <utility>
 
 #include "CsvReader.h"
+#include "InputError.h"
 #include "Numbers.h"
 #include "Quotation.h"
-#include "ScriptError.h"
 
 namespace qv::host {
 
@@ -85,7 +85,7 @@ void addRecord(CsvReader::Record& record, Collector& collector) {
     }
     try {
         collector.add(parseIdentifier(record.fields[0]), std::move(record.fields[1]), record.line);
-    } catch (const ScriptError& error) {
+    } catch (const InputError& error) {
         collector.problem(record.line, error.what());
     }
 }

@@ -3,7 +3,7 @@
 #include <exception>
 #include <new>
 
-#include "ScriptError.h"
+#include "InputError.h"
 #include "StandardStreams.h"
 #include "commands/CommandLine.h"
 #include "commands/Commands.h"
@@ -24,13 +24,12 @@ int main(int argc, char** argv) {
         addExportCommand(line);
         addPingCommand(line);
         addInitCommand(line);
-        addRunCommand(line);
         addInfoCommand(line);
         return line.run(argc, argv);
     } catch (const UsageError& error) {
         reportError(error.what());
         return kWrongUse;
-    } catch (const ScriptError& error) {
+    } catch (const InputError& error) {
         reportError(error.what());
         return kWrongUse;
     } catch (const std::bad_alloc&) {

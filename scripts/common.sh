@@ -15,15 +15,26 @@ die() {
 
 # build PRESET TARGET...: configures and builds; what they print is shown only when they fail.
 build() {
-    local preset=$1 log
+    local preset=$1 printed
     shift
-    log=$(mktemp)
     say "building ($preset)"
-    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" "${@/#/--target=}"; } \
-        >"$log" 2>&1; then
-        cat "$log" >&2
-        rm -f "$log"
+    if ! printed=$({ cmake --preset "$preset" && cmake --build --preset "$preset" "${@/#/--target=}"; } 2>&1); then
+        printf '%s\n' "$printed" >&2
         die 1 "the build failed"
     fi
-    rm -f "$log"
+}
+
+# start_host COMMAND...: runs a resident host in the background and returns when it serves. Sets `server` to
+# the process and `messages` to a descriptor that reads what the host says. Needs the folder $scratch.
+start_host() {
+    local line
+    [ -p "$scratch/messages" ] || mkfifo "$scratch/messages"
+    "$@" 2>"$scratch/messages" &
+    server=$!
+    exec {messages}<"$scratch/messages"
+    while read -r line <&"$messages"; do
+        printf '%s\n' "$line"
+        [[ $line != *"serving on"* ]] || return 0
+    done
+    die 1 "the host does not serve"
 }

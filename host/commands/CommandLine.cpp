@@ -17,32 +17,30 @@ namespace qv::host {
 namespace {
 
 constexpr char kDescription[] =
-    "Runs the naming service's plug-in as a resident host, talks to the resident host, or puts\n"
-    "the plug-in to work by hand.\n";
+    "Runs the naming service as a resident host, or talks to the resident host.\n";
 
 constexpr char kFooter[] =
-    "Options may stand before or after the command; `qvhost COMMAND --help` says more.\n"
+    "Options may stand before or after the command. `qvhost COMMAND --help` says more.\n"
     "\n"
-    "`qvhost serve` is the resident host. Commands that ask it find it by its socket, in the\n"
-    "system's directory or where --socket or QV_RUN_DIR has it:\n"
+    "`qvhost serve` is the resident host. Most other commands ask it over its socket, which is in\n"
+    "the system's directory or where --socket or QV_RUN_DIR says:\n"
     "\n"
     "  qvhost register 1 /run/a.sock 2 tcp://127.0.0.1:9000\n"
     "  qvhost list --json\n"
     "  qvhost export services.csv\n"
     "\n"
-    "Commands that load the plug-in look for it beside qvhost, in ../lib, and in the library\n"
-    "directory of the installation. Its configuration and its diagnostic log are in the system's\n"
-    "directories, which only an administrator can write; anybody else gives directories of their\n"
-    "own:\n"
+    "The host looks for the plug-in beside qvhost, in ../lib, and in the library directory of the\n"
+    "installation. The configuration and the diagnostic log are in the system's directories, "
+    "which\n"
+    "only an administrator can write. Other users name directories of their own:\n"
     "\n"
     "  qvhost --config-dir state init\n"
-    "  qvhost --config-dir state --log-dir log run services.txt\n"
-    "  qvhost --config-dir state --log-dir log list --offline --json\n"
-    "  qvhost info\n"
-    "  printf 'register 1 /run/a.sock\\nlist\\n' | qvhost --config-dir state --log-dir log run\n"
+    "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
+    "  qvhost --socket state/host.sock import services.csv\n"
+    "  qvhost --config-dir state list --offline\n"
     "\n"
-    "Exit status: 0 success; 1 the plug-in, the resident host, a file or the output failed; 2\n"
-    "wrong use, which a mistake in a script's or an imported text is too.";
+    "Exit status: 0 means success, 1 means that the plug-in, the resident host, a file or the\n"
+    "output failed, 2 means wrong use or a mistake in an imported file.";
 
 std::vector<std::string> commandNames(const CLI::App& app) {
     std::vector<std::string> names;

@@ -8,7 +8,6 @@ namespace qv::host {
 
 // These load the plug-in.
 void addInitCommand(CommandLine& line);
-void addRunCommand(CommandLine& line);
 void addInfoCommand(CommandLine& line);
 
 // The resident host.

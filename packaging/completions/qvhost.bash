@@ -11,7 +11,7 @@ _qvhost_options() {
         list) echo "$help $plugin --socket --json --csv --offline --watch --interval" ;;
         import) echo "$help --socket --format" ;;
         export) echo "$help --socket --format --replace" ;;
-        init | run | info) echo "$help $plugin --json" ;;
+        init | info) echo "$help $plugin --json" ;;
         "") echo "$help $plugin --socket --json" ;;
     esac
 }
@@ -31,7 +31,7 @@ _qvhost_value() {
 }
 
 _qvhost() {
-    local commands='serve register unregister list level import export ping init run info'
+    local commands='serve register unregister list level import export ping init info'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local command='' word position values
     COMPREPLY=()
@@ -64,7 +64,7 @@ _qvhost() {
         case $command in
             "") values=$(compgen -W "$commands" -- "$current") ;;
             level) values=$(compgen -W '0 1 2 3 4 5 6 7' -- "$current") ;;
-            import | export | run) values=$(compgen -f -- "$current") ;;
+            import | export) values=$(compgen -f -- "$current") ;;
         esac
     fi
     while IFS= read -r word; do

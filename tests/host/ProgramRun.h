@@ -2,7 +2,7 @@
 // which there is an empty file:
 //
 //     ProgramRun program;
-//     Outcome outcome = program.run({"run", program.script("list\n")});
+//     Outcome outcome = program.run({"import", "-"}, "id,address\n");
 //
 // or, to talk to it while it runs, start(), write(), readUntil(), finish().
 #ifndef QVHOST_PROGRAM_RUN_H
@@ -36,12 +36,6 @@ class ProgramRun {
     const TestFiles& files() const { return files_; }
 
     std::string configuration() const { return files_.path("config/namingService.conf.plist"); }
-
-    // The diagnostic log that the plug-in wrote; empty when it wrote none.
-    std::string log() const { return readFile(files_.path("log/namingService.log")); }
-
-    // Writes services.txt and returns its path.
-    std::string script(const std::string& text) const { return files_.write("services.txt", text); }
 
     // The program is not told its directories, which commands that ask a host do not take.
     void leaveOutDirectories() { hasDirectories_ = false; }

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -130,6 +131,12 @@ TEST_F(QvhostClient, ListShowsTheSameAsOfflineAfterwards) {
 }
 
 TEST_F(QvhostClient, SetsTheLevelOfTheHostsLog) {
+    for (const char* level : {"0", "1", "2", "3", "4", "5", "6"}) {
+        EXPECT_EQ(done({"level", level}), "");
+    }
+    done({"register", "1", "/run/quiet.sock"});
+    EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
+                Not(HasSubstr("/run/quiet.sock")));
     EXPECT_EQ(done({"level", "7"}), "");
     done({"register", "1", "/run/verbose.sock"});
     EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
@@ -144,6 +151,23 @@ TEST_F(QvhostClient, SetsTheLevelOfTheHostsLog) {
 TEST_F(QvhostClient, PingSaysHowLongItTook) {
     EXPECT_THAT(done({"ping"}),
                 MatchesRegex("pong from " + host_.socket() + ": time=[0-9]+\\.[0-9]{3} ms\n"));
+}
+
+TEST(QvhostClientAlone, HostKeepsServicesInTheFileThatInitMade) {
+    HostProcess host;
+    const std::string directory = host.files().path("new");
+    ProgramRun program;
+    program.leaveOutDirectories();
+    EXPECT_EQ(program.run({"init", "--config-dir", directory}).status, 0);
+    const std::vector<std::string> options = {"--config-dir", directory};
+    ASSERT_TRUE(host.start(options)) << host.errors();
+    EXPECT_EQ(program.run({"register", "1", "a", "--socket", host.socket()}).status, 0);
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(host.errors(), "qvhost: serving on " + host.socket() + "\n");
+    EXPECT_EQ(tests::modeOf(directory + "/namingService.conf.plist"), 0600U);
+    ASSERT_TRUE(host.start(options)) << host.errors();
+    EXPECT_EQ(program.run({"list", "--socket", host.socket()}).out, "ID  ADDRESS\n 1  a\n");
 }
 
 TEST(QvhostClientAlone, SaysThatThereIsNoHostAndWhatToDo) {
@@ -182,6 +206,19 @@ TEST_F(QvhostClient, ImportsEitherFormatFromAFileOrStandardInput) {
     EXPECT_EQ(done({"list", "--json"}),
               "[{\"id\":1,\"address\":\"a\"},{\"id\":2,\"address\":\"b\\nc\"},"
               "{\"id\":3,\"address\":\"d\"}]\n");
+}
+
+TEST_F(QvhostClient, ImportsTheExample) {
+    const std::string example = readFile(QVHOST_EXAMPLES_DIR "/services.csv");
+    EXPECT_EQ(done({"import", QVHOST_EXAMPLES_DIR "/services.csv"}), "registered 19 services\n");
+    const std::string listing = done({"list", "--csv"});
+    EXPECT_EQ(std::regex_replace(listing, std::regex("\r"), ""), example);
+}
+
+TEST_F(QvhostClient, VeryLongAddressArrivesWhole) {
+    const std::string csv = "id,address\r\n1," + std::string(std::size_t{1} << 20, 'x') + "\r\n";
+    done({"import", "-"}, csv);
+    EXPECT_TRUE(done({"export"}) == csv);
 }
 
 TEST_F(QvhostClient, ImportRegistersNothingOfAFileWithAMistake) {
@@ -365,6 +402,23 @@ TEST_F(QvhostClient, OutputThatCannotBeWrittenIsAFailure) {
         EXPECT_EQ(outcome.status, 1);
         EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
     }
+}
+
+// Descriptor 1 would be the connection to the host, and the listing would be sent there.
+TEST_F(QvhostClient, ClosedStandardOutputIsAFailure) {
+    program_.setOutput(nullptr);
+    const Outcome outcome = run({"list"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
+}
+
+TEST_F(QvhostClient, PipeThatNobodyReadsIsAFailure) {
+    program_.start(withSocket({"import", "-"}));
+    program_.closeOutput();
+    program_.write("id,address\n1,a\n");
+    const Outcome outcome = program_.finish();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
 }
 
 TEST_F(QvhostClient, RefusalIsToldInTheHostsWords) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ProgramRun.h"
+#include "support/ConfigurationDocuments.h"
 #include "support/FileModes.h"
 
 namespace qv::host {
@@ -37,16 +38,6 @@ TEST(QvhostInit, JsonHoldsThePath) {
               json({{"path", program.configuration()}}));
 }
 
-TEST(QvhostInit, ServicesAreKeptFromThenOn) {
-    ProgramRun program;
-    fs::remove(program.configuration());
-    program.run({"init"});
-    const Outcome registered = program.run({"run"}, "register 1 a\n");
-    EXPECT_EQ(registered.err, "");
-    EXPECT_EQ(program.run({"list", "--offline"}).out, "ID  ADDRESS\n 1  a\n");
-    EXPECT_EQ(tests::modeOf(program.configuration()), 0600U);
-}
-
 TEST(QvhostInit, RelativeDirectoryIsTakenFromTheCurrentOne) {
     ProgramRun program;
     const std::string directory =
@@ -74,7 +65,8 @@ TEST(QvhostInit, WhatIsThereStaysAsItIs) {
 TEST(QvhostInit, BackupIsLeftForThePluginToRestore) {
     ProgramRun program;
     fs::create_directory(program.files().path("config/backup"));
-    program.run({"run"}, "register 1 a\nregister 2 b\n");
+    program.files().write("config/backup/namingService.conf.plist",
+                          tests::document(tests::entryOf({{1, "a"}})));
     fs::remove(program.configuration());
     const Outcome outcome = program.run({"init"});
     EXPECT_EQ(outcome.status, 1);

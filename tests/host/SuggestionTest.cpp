@@ -22,7 +22,7 @@ TEST(ClosestWord, DistantWordFindsNothing) {
 }
 
 TEST(ClosestWord, ShortWordIsNotMadeIntoAnything) {
-    EXPECT_EQ(closestWord("x", {"run"}), "");
+    EXPECT_EQ(closestWord("x", {"set"}), "");
     EXPECT_EQ(closestWord("ab", {"list"}), "");
 }
 
