@@ -2,29 +2,24 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <QvCFHolder.h>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <filesystem>
-#include <limits>
 #include <new>
 #include <stdexcept>
 #include <system_error>
 
 #include "NewFile.h"
+#include "PropertyListFile.h"
 
 namespace qv::host {
 
 namespace {
 
 using qor::kevra::CFHolder;
-
-constexpr char kNoSuchFile[] = "does not exist";
-constexpr char kNoDictionary[] = "is no property list with a dictionary as its root";
 
 // A symbolic link to nothing is something.
 bool exists(const std::string& path) {
@@ -36,58 +31,6 @@ bool exists(const std::string& path) {
         throw std::system_error(errno, std::generic_category(), "cannot look for " + path);
     }
     return false;
-}
-
-std::string reason(const char* attempt) {
-    return fmt::format("cannot be {}: {}", attempt, std::generic_category().message(errno));
-}
-
-// Why there is nothing to read; empty when `content` has it. Never waits for a pipe's other end.
-std::string readFile(const std::string& path, std::string& content) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (descriptor == -1) {
-        return errno == ENOENT ? kNoSuchFile : reason("read");
-    }
-    std::string problem;
-    struct stat status = {};
-    if (fstat(descriptor, &status) != 0) {
-        problem = reason("read");
-    } else if (!S_ISREG(status.st_mode) ||
-               status.st_size > std::numeric_limits<std::int32_t>::max()) {
-        problem = kNoDictionary;
-    } else {
-        content.resize(static_cast<std::size_t>(status.st_size));
-        const ssize_t length = read(descriptor, content.data(), content.size());
-        if (length < 0) {
-            problem = reason("read");
-        } else {
-            content.resize(static_cast<std::size_t>(length));
-        }
-    }
-    close(descriptor);
-    return problem;
-}
-
-// As the plug-in decides it.
-bool isDictionary(const std::string& document) {
-    const CFHolder<CFDataRef> data(CFDataCreateWithBytesNoCopy(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(document.data()),
-        static_cast<CFIndex>(document.size()), kCFAllocatorNull));
-    const CFHolder<CFPropertyListRef> root(
-        data ? CFPropertyListCreateFromXMLData(kCFAllocatorDefault, data.get(),
-                                               kCFPropertyListImmutable, nullptr)
-             : nullptr);
-    return root && CFGetTypeID(root.get()) == CFDictionaryGetTypeID() &&
-           CFPropertyListIsValid(root.get(), kCFPropertyListBinaryFormat_v1_0) != FALSE;
-}
-
-std::string loadingProblem(const std::string& path) {
-    std::string content;
-    std::string problem = readFile(path, content);
-    if (problem.empty() && (content.empty() || !isDictionary(content))) {
-        problem = kNoDictionary;
-    }
-    return problem;
 }
 
 std::string emptyDictionary() {
@@ -105,18 +48,27 @@ std::string emptyDictionary() {
 
 }  // namespace
 
+std::string backupOf(const std::string& configurationFile) {
+    const std::filesystem::path path = configurationFile;
+    return (path.parent_path() / "backup" / path.filename()).string();
+}
+
 std::string ConfigurationFile::problem() const {
     if (path_.empty()) {
         return "the configuration file's path is too long";
     }
-    std::string problem = loadingProblem(path_);
-    if (problem == kNoSuchFile && !exists(path_)) {
-        return fmt::format("{} {} (qvhost init makes it)", path_, problem);
+    const PropertyListFile file = loadPropertyList(path_);
+    if (file.state == PropertyListFile::State::Missing && !exists(path_)) {
+        return fmt::format("{} {} (qvhost init makes it)", path_, file.problem);
     }
-    if (problem.empty() && access(path_.c_str(), W_OK) != 0) {
-        problem = reason("written");
+    if (file.state != PropertyListFile::State::Good) {
+        return fmt::format("{} {}", path_, file.problem);
     }
-    return problem.empty() ? problem : path_ + ' ' + problem;
+    if (access(path_.c_str(), W_OK) != 0) {
+        return fmt::format("{} cannot be written: {}", path_,
+                           std::generic_category().message(errno));
+    }
+    return "";
 }
 
 void ConfigurationFile::make() const {
@@ -126,16 +78,15 @@ void ConfigurationFile::make() const {
     if (exists(path_)) {
         throw std::runtime_error(path_ + " exists already and is left as it is");
     }
-    const std::filesystem::path path = path_;
-    const std::string backup = (path.parent_path() / "backup" / path.filename()).string();
+    const std::string backup = backupOf(path_);
     if (exists(backup)) {
-        const std::string problem = loadingProblem(backup);
+        const PropertyListFile copy = loadPropertyList(backup);
         throw std::runtime_error(
-            problem.empty()
+            copy.state == PropertyListFile::State::Good
                 ? fmt::format("nothing made: the plug-in will restore {} from its backup {}", path_,
                               backup)
                 : fmt::format("nothing made: there is a backup {}, but it {}; move it away first",
-                              backup, problem));
+                              backup, copy.problem));
     }
     makeNewFile(path_, emptyDictionary());
 }

@@ -8,6 +8,9 @@
 
 namespace qv::host {
 
+// Returns the path of the backup that the plug-in keeps of this file.
+std::string backupOf(const std::string& configurationFile);
+
 class ConfigurationFile {
   public:
     // What Plugin::configurationPath() gives.

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "PluginError.h"
+#include "environment.h"
 
 #ifdef __APPLE__
 #include <mach-o/dyld.h>
@@ -57,6 +58,14 @@ fs::path findPlugin(const fs::path& directory) {
     }
     throw PluginError(fmt::format("cannot find the plug-in; looked for {} (name it with --plugin)",
                                   fmt::join(missed, ", ")));
+}
+
+std::string configurationFile(std::string directory) {
+    if (directory.empty()) {
+        const char* const named = util::environmentValue("QV_CONFIG_DIR");
+        directory = named == nullptr ? QV_DEFAULT_CONFIG_DIR : named;
+    }
+    return directory + '/' + kConfigurationName;
 }
 
 }  // namespace qv::host

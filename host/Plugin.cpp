@@ -4,10 +4,8 @@
 #include <QvUtil.h>
 #include <dlfcn.h>
 #include <fmt/format.h>
-#include <google/protobuf/io/coded_stream.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -15,16 +13,14 @@
 #include <new>
 #include <utility>
 
-#include "KevraCommonMsg.pb.h"
+#include "HostPaths.h"
 #include "PluginError.h"
-#include "namingService.pb.h"
 
 namespace qv::host {
 
 namespace {
 
-// As the plug-in has them; the length counts the NUL.
-constexpr char kConfigurationName[] = "namingService.conf.plist";
+// The plug-in's own bound. The NUL counts.
 constexpr int kLongestPath = 2048;
 
 // Makes a call into the plug-in and turns what it throws into a PluginError. `attempt` says what
@@ -169,15 +165,15 @@ void Plugin::finalizeQuietly() {
     }
 }
 
-Plugin::Answer Plugin::attemptCall(uint32_t command, std::string_view input,
-                                   std::string_view attempt) const {
+Plugin::Answer Plugin::call(uint32_t command, std::string_view input) const {
+    constexpr std::string_view kAttempt = "cannot execute the command";
     if (!initialized_) {
-        throw PluginError(fmt::format("{}: the plug-in is not initialised", attempt));
+        throw PluginError(fmt::format("{}: the plug-in is not initialised", kAttempt));
     }
-    // Command codes mean something only together with the plug-in they belong to.
+    // Another plug-in gives other meanings to the same command codes.
     if (id_ != QV_PLUGIN_ID_NAMING_SERVICE) {
         throw PluginError(fmt::format("{}: {} is plug-in {}, and the naming service is plug-in {}",
-                                      attempt, path_, id_, int{QV_PLUGIN_ID_NAMING_SERVICE}));
+                                      kAttempt, path_, id_, int{QV_PLUGIN_ID_NAMING_SERVICE}));
     }
     const HandlerEntry* row = table_;
     const HandlerEntry* const end = table_ + rows_;
@@ -186,92 +182,22 @@ Plugin::Answer Plugin::attemptCall(uint32_t command, std::string_view input,
     }
     if (row == end || row->handler == nullptr) {
         throw UnknownCommandError(
-            fmt::format("{}: the plug-in's table has no command {:#06x}", attempt, command));
+            fmt::format("{}: the plug-in's table has no command {:#06x}", kAttempt, command));
     }
     if (input.size() > std::numeric_limits<int>::max()) {
         throw PluginError(
-            fmt::format("{}: the request is longer than a plug-in can take", attempt));
+            fmt::format("{}: the request is longer than a plug-in can take", kAttempt));
     }
     Answer answer(free_);
-    answer.result_ = guarded(attempt, [&] {
+    answer.result_ = guarded(kAttempt, [&] {
         return row->handler(static_cast<int>(command), input.data(), static_cast<int>(input.size()),
                             &answer.data_, &answer.length_);
     });
     if (!answer.possible()) {
         throw PluginError(fmt::format("{}: the plug-in's answer has the impossible length {}",
-                                      attempt, answer.length_));
+                                      kAttempt, answer.length_));
     }
     return answer;
-}
-
-Plugin::Answer Plugin::call(uint32_t command, std::string_view input) const {
-    return attemptCall(command, input, "cannot execute the command");
-}
-
-Plugin::Answer Plugin::request(uint32_t command, std::string_view input,
-                               const std::string& attempt) const {
-    Answer answer = attemptCall(command, input, attempt);
-    check(answer.result(), attempt);
-    return answer;
-}
-
-void Plugin::registerServices(const std::vector<Service>& services) {
-    const std::string attempt = services.size() == 1
-                                    ? fmt::format("cannot register service {}", services.front().id)
-                                    : fmt::format("cannot register {} services", services.size());
-    qor::kevra::ServiceInfoArray message;
-    for (const Service& service : services) {
-        qor::kevra::ServiceInfo* const info = message.add_services();
-        info->set_id(service.id);
-        info->set_address(service.address);
-    }
-    request(QV_COMMAND_REGISTER_SERVICES, message.SerializeAsString(), attempt);
-}
-
-void Plugin::unregisterServices(const std::vector<int32_t>& ids) {
-    const std::string attempt = ids.size() == 1
-                                    ? fmt::format("cannot unregister service {}", ids.front())
-                                    : fmt::format("cannot unregister {} services", ids.size());
-    qor::kevra::ServiceInfoArray message;
-    for (const int32_t id : ids) {
-        message.add_services()->set_id(id);
-    }
-    request(QV_COMMAND_UNREGISTER_SERVICES, message.SerializeAsString(), attempt);
-}
-
-std::vector<Service> Plugin::services() {
-    const std::string attempt = "cannot list the services";
-    const Answer answer = request(QV_COMMAND_GET_SERVICES, {}, attempt);
-    qor::kevra::ServiceInfoArray message;
-    const std::string_view bytes = answer.bytes();
-    const int size = static_cast<int>(bytes.size());
-    google::protobuf::io::CodedInputStream input(
-        reinterpret_cast<const std::uint8_t*>(bytes.data()), size);
-    // A listing may be longer than what a parse reads by default.
-    input.SetTotalBytesLimit(size);
-    if (!message.ParseFromCodedStream(&input) || !input.ConsumedEntireMessage()) {
-        throw PluginError(attempt + ": the plug-in's answer is no list of services");
-    }
-    std::vector<Service> services;
-    services.reserve(static_cast<std::size_t>(message.services_size()));
-    for (int i = 0; i < message.services_size(); ++i) {
-        services.push_back({message.services(i).id(), message.services(i).address()});
-    }
-    return services;
-}
-
-void Plugin::setDebugLevel(int32_t level) {
-    const std::string attempt = fmt::format("cannot set the debug level to {}", level);
-    qor::kevra::DebugOption message;
-    message.set_plugins(id_);
-    message.set_debug_level(level);
-    const int result =
-        attemptCall(QV_COMMAND_SET_DEBUG_LEVEL, message.SerializeAsString(), attempt).result();
-    if (result == QV_ERROR_ARGUMENT) {
-        throw PluginError(fmt::format("{}: level must be 0 to 7 (the plug-in refused it with {})",
-                                      attempt, result));
-    }
-    check(result, attempt);
 }
 
 }  // namespace qv::host

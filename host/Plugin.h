@@ -1,15 +1,14 @@
-// A loaded plug-in: its library, its command table, and the naming service's requests as functions.
+// Loads a plug-in and calls it as any host does.
 //
 //     Plugin plugin("/usr/lib/libnamingService.so");
 //     plugin.initialize();
-//     plugin.registerServices({{1, "/run/a.sock"}});
-//     for (const Service& service : plugin.services()) ...
+//     const Plugin::Answer answer = plugin.call(QV_COMMAND_GET_SERVICES, {});
+//     ... answer.bytes() ...
 //     plugin.finalize();
 //
-// Every request finds its handler by command code and crosses the interface as serialised bytes, as
-// any host's would; answers are given back to the plug-in. What the plug-in throws is turned into
-// PluginError, as is every result but QV_OK, unless it is call() that answers it. One thread at a
-// time, but for call().
+// A call finds the handler by its command code. Requests and answers cross the interface as
+// serialised bytes. PluginError stands for whatever the plug-in throws. Only call() may run on
+// several threads at once.
 #ifndef QVHOST_PLUGIN_H
 #define QVHOST_PLUGIN_H
 
@@ -23,8 +22,6 @@
 #include <string_view>
 #include <vector>
 
-#include "Service.h"
-
 namespace qv::host {
 
 class Plugin {
@@ -34,8 +31,8 @@ class Plugin {
         std::string name;
     };
 
-    // What a command answered: its result code, and bytes that are the plug-in's until the object
-    // goes, which gives them back. Must not outlive the Plugin.
+    // The answer to a command: a result code, and bytes that belong to the plug-in. The destructor
+    // gives the bytes back. Must not outlive the Plugin.
     class Answer {
       public:
         Answer(Answer&& other) noexcept;
@@ -53,7 +50,7 @@ class Plugin {
 
         explicit Answer(decltype(QvPluginFree)* release) : release_(release) {}
 
-        // The plug-in may say that there are bytes and give none, or fewer than none.
+        // Tells whether data and length fit each other. A plug-in may get them wrong.
         bool possible() const { return data_ == nullptr ? length_ == 0 : length_ >= 0; }
 
         decltype(QvPluginFree)* release_;
@@ -62,8 +59,9 @@ class Plugin {
         int result_ = QV_OK;
     };
 
-    // Loads the library and takes its command table; does not initialise it. Throws PluginError
-    // when it cannot be loaded, lacks a function of the interface or gives no table.
+    // Loads the library and takes its command table, but does not initialise the plug-in. Throws
+    // PluginError if the library cannot be loaded, lacks a function of the interface or gives no
+    // table.
     explicit Plugin(const std::string& path);
 
     // Finalises an initialised plug-in and unloads the library.
@@ -74,35 +72,30 @@ class Plugin {
     Plugin(Plugin&&) = delete;
     Plugin& operator=(Plugin&&) = delete;
 
-    // The library's absolute path.
+    // Returns the absolute path of the library.
     const std::string& path() const { return path_; }
 
     int32_t id() const { return id_; }
 
-    // The command table, in its own order.
+    // Returns the command table in its own order.
     std::vector<CommandRow> commands() const;
 
-    // The path of its configuration file, as the utility library that it uses tells it; empty when
-    // it is too long. None when it uses no such library.
+    // Returns the path of the plug-in's configuration file, which the plug-in's utility library
+    // tells. The path is empty if it is too long for the plug-in. Returns nothing if the plug-in
+    // uses no such library.
     std::optional<std::string> configurationPath() const;
 
-    // Throws PluginError; the plug-in is finalised then.
+    // Initialises the plug-in. Finalises it and throws PluginError if that fails.
     void initialize();
 
-    // Throws PluginError. Does nothing when not initialised.
+    // Finalises an initialised plug-in. Throws PluginError.
     void finalize();
 
-    // Executes one command with these bytes as its input, and answers whatever result it has. May
-    // run on several threads at once, but not while initialize() or finalize() runs. Throws
-    // UnknownCommandError, and PluginError when the plug-in is not initialised, is not the naming
-    // service's, throws, or answers what cannot be.
+    // Executes a command with these bytes as its input. Returns its answer, whatever its result.
+    // May run on several threads at once, but not beside initialize() or finalize(). Throws
+    // UnknownCommandError if the table lacks the command. Throws PluginError if the plug-in is not
+    // initialised, is not the naming service, throws, or gives an impossible answer.
     Answer call(uint32_t command, std::string_view input) const;
-
-    // The requests need an initialised plug-in. Each throws PluginError.
-    void registerServices(const std::vector<Service>& services);
-    void unregisterServices(const std::vector<int32_t>& ids);
-    std::vector<Service> services();
-    void setDebugLevel(int32_t level);
 
   private:
     struct Unloader {
@@ -113,12 +106,6 @@ class Plugin {
     Function* findFunction(const char* name) const;
 
     void finalizeQuietly();
-
-    // call(), with what was tried, for the errors.
-    Answer attemptCall(uint32_t command, std::string_view input, std::string_view attempt) const;
-
-    // The same, for requests that cannot go on after any result but QV_OK.
-    Answer request(uint32_t command, std::string_view input, const std::string& attempt) const;
 
     std::string path_;
     std::unique_ptr<void, Unloader> library_;

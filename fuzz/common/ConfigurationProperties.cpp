@@ -1,5 +1,10 @@
 #include "common/ConfigurationProperties.h"
 
+#include <HostPaths.h>
+#include <OfflineListing.h>
+
+#include <stdexcept>
+
 #include "common/StoredDocument.h"
 #include "gen_lite/WireFormat.h"
 #include "namingService/ModelledPlugin.h"
@@ -7,6 +12,29 @@
 #include "support/Require.h"
 
 namespace qv::fuzz {
+namespace {
+
+// Checks that an offline listing shows what the plug-in starts with on the same files, or fails if
+// neither file can be loaded, and that it changes neither file.
+void checkOffline(const ModelledFiles& files, bool isLoaded, const tests::Directory& expected) {
+    host::OfflineListing listing;
+    try {
+        listing = host::listOffline(host::configurationFile(""));
+        require(isLoaded, "an offline listing reads what the plug-in does not");
+    } catch (const std::runtime_error&) {
+        require(!isLoaded, "an offline listing does not read what the plug-in does");
+    }
+    require(listing.services.size() == expected.size(), "an offline listing has other services");
+    auto listed = listing.services.begin();
+    for (const auto& [id, service] : expected) {
+        require(listed->id == id && listed->address == service.address.value_or(""),
+                "an offline listing has another service");
+        ++listed;
+    }
+    files.check();
+}
+
+}  // namespace
 
 void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
@@ -28,10 +56,12 @@ void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
         isFileGood ? files.model.mainFile : files.model.backup;
     const bool isLoaded = source && source->isGood;
 
+    const tests::Directory expected = isLoaded ? source->services : tests::Directory();
+
+    checkOffline(files, isLoaded, expected);
     plugin.initialize();
     plugin.check();
-    require(files.model.memory == (isLoaded ? source->services : tests::Directory()),
-            "the start has other services");
+    require(files.model.memory == expected, "the start has other services");
 
     const tests::Directory before = files.model.memory;
     plugin.registerServices(encodedService(id, address));
@@ -49,6 +79,7 @@ void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
                                   : files.model.mainFile->isGood ? files.model.mainFile->services
                                                                  : source->services;
     plugin.finalize();
+    checkOffline(files, isLoaded, kept);
     plugin.initialize();
     plugin.check();
     require(files.model.memory == kept, "the second start has other services");

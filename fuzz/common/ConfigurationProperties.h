@@ -13,7 +13,8 @@ namespace qv::fuzz {
 // Starts the plug-in on the two files, registers a service, and starts it again. Checks that
 // a start has the services that the file says, or else its backup; that a registration makes a
 // backup of the file as it was and keeps the keys that are not the plug-in's; that the second start
-// has what was there before it, unless a service cannot be stored or there is nothing to save to.
+// has what was there before it, unless a service cannot be stored or there is nothing to save to;
+// and that `qvhost list --offline` shows before each start what the start has, and changes no file.
 // Aborts, saying what did not hold, otherwise.
 //
 // The bytes: F for a file, else none; B for a backup, else none; the service's identifier, one

@@ -80,7 +80,7 @@ CLI::Validator notEmpty() {
 CommandLine::CommandLine() : app_(kDescription, "qvhost") {
     app_.footer(kFooter);
     app_.require_subcommand(1);
-    addShared(app_, kPluginOptions | kSocketOption | kJsonOption);
+    addShared(app_, kConfigurationOption | kPluginOptions | kSocketOption | kJsonOption);
 }
 
 // For the program and for each of its commands, so that either place will do and every --help is
@@ -88,17 +88,19 @@ CommandLine::CommandLine() : app_(kDescription, "qvhost") {
 void CommandLine::addShared(CLI::App& app, unsigned shared) {
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("--version", "qvhost " QVHOST_VERSION "\n", "Print the version and exit");
+    if ((shared & kConfigurationOption) != 0) {
+        app.add_option("--config-dir", options_.configDirectory,
+                       "Directory of the configuration file, instead of QV_CONFIG_DIR")
+            ->type_name("DIR")
+            ->check(notEmpty());
+    }
     if ((shared & kPluginOptions) != 0) {
         app.add_option("--plugin", options_.plugin,
                        "The plug-in's library, instead of looking for it")
             ->type_name("FILE")
             ->check(notEmpty());
-        app.add_option("--config-dir", options_.configDirectory,
-                       "Directory of the configuration files (sets QV_CONFIG_DIR)")
-            ->type_name("DIR")
-            ->check(notEmpty());
         app.add_option("--log-dir", options_.logDirectory,
-                       "Directory of the diagnostic log, made when missing (sets QV_LOG_DIR)")
+                       "Directory of the diagnostic log, instead of QV_LOG_DIR; made if missing")
             ->type_name("DIR")
             ->check(notEmpty());
     }

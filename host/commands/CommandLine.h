@@ -28,9 +28,10 @@ class CommandLine {
   public:
     // Which of the shared options a command takes.
     enum Shared : unsigned {
-        kPluginOptions = 1,  // --plugin, --config-dir, --log-dir
-        kSocketOption = 2,
-        kJsonOption = 4,
+        kConfigurationOption = 1,  // --config-dir
+        kPluginOptions = 2,        // --plugin, --log-dir
+        kSocketOption = 4,
+        kJsonOption = 8,
     };
 
     CommandLine();

@@ -27,9 +27,10 @@ int info(const CommonOptions& options) {
 }  // namespace
 
 void addInfoCommand(CommandLine& line) {
-    line.add("info", "Print the plug-in's path, identifier and commands", kFooter,
-             CommandLine::kPluginOptions | CommandLine::kJsonOption,
-             [&options = line.options()] { return info(options); });
+    line.add(
+        "info", "Print the plug-in's path, identifier and commands", kFooter,
+        CommandLine::kConfigurationOption | CommandLine::kPluginOptions | CommandLine::kJsonOption,
+        [&options = line.options()] { return info(options); });
 }
 
 }  // namespace qv::host

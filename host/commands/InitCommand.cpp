@@ -37,9 +37,10 @@ int init(const CommonOptions& options) {
 }  // namespace
 
 void addInitCommand(CommandLine& line) {
-    line.add("init", "Make the file that the plug-in keeps the directory in", kFooter,
-             CommandLine::kPluginOptions | CommandLine::kJsonOption,
-             [&options = line.options()] { return init(options); });
+    line.add(
+        "init", "Make the file that the plug-in keeps the directory in", kFooter,
+        CommandLine::kConfigurationOption | CommandLine::kPluginOptions | CommandLine::kJsonOption,
+        [&options = line.options()] { return init(options); });
 }
 
 }  // namespace qv::host

@@ -4,8 +4,10 @@
 #include "Commands.h"
 #include "ExitStatus.h"
 #include "HostConnection.h"
+#include "HostPaths.h"
 #include "Listing.h"
-#include "PluginUse.h"
+#include "OfflineListing.h"
+#include "StandardStreams.h"
 #include "UsageError.h"
 #include "Watch.h"
 
@@ -14,17 +16,20 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "Asks the resident host. With --offline the plug-in is loaded for it instead, which needs no\n"
-    "host, and must not be done beside one that uses the same configuration.\n"
+    "Asks the resident host. With --offline, reads the configuration file instead, or its backup "
+    "if\n"
+    "the file is missing or damaged, and says on standard error which one it read. That changes "
+    "no\n"
+    "file and needs no host. A running host may know of removals that the file does not show.\n"
     "\n"
     "The table shows control characters, and bytes that are not UTF-8, escaped as in \\x1b, and a\n"
-    "backslash twice. With --json the directory is one array on one line, with --csv lines as RFC\n"
-    "4180 has them; in both U+FFFD replaces bytes that are not UTF-8:\n"
+    "backslash twice. With --json the directory is one array on one line. With --csv it has the\n"
+    "lines of RFC 4180. In both, U+FFFD replaces bytes that are not UTF-8:\n"
     "\n"
     "  [{\"id\":1,\"address\":\"/run/a.sock\"},{\"id\":2,\"address\":\"tcp://127.0.0.1:9000\"}]\n"
     "\n"
-    "With --watch the directory is printed again whenever it has changed, and a terminal shows\n"
-    "the latest alone. A host that goes away is waited for. Ctrl-C ends it:\n"
+    "With --watch, prints the directory again whenever it has changed. A terminal shows only the\n"
+    "latest. If the host goes away, waits until it is back. Ctrl-C ends the command:\n"
     "\n"
     "  qvhost list --watch --interval 0.5";
 
@@ -35,15 +40,6 @@ struct ListOptions {
     double interval = 2;
 };
 
-int listOffline(const CommonOptions& common, Format format) {
-    setExistingDirectories(common);
-    const std::unique_ptr<Plugin> plugin = loadPlugin(common);
-    initializePlugin(*plugin, common);
-    writeListing(plugin->services(), format);
-    plugin->finalize();
-    return kSuccess;
-}
-
 int list(const ListOptions& own, const CommonOptions& common) {
     if (own.csv && common.json) {
         throw UsageError("--csv and --json exclude each other");
@@ -52,15 +48,15 @@ int list(const ListOptions& own, const CommonOptions& common) {
     if (own.offline) {
         if (!common.socket.empty() || own.watch) {
             throw UsageError(
-                "--offline asks no resident host, so there is no --socket and no "
-                "--watch with it");
+                "--offline asks no resident host, so --socket and --watch cannot stand with it");
         }
-        return listOffline(common, format);
+        const OfflineListing listing = listOffline(configurationFile(common.configDirectory));
+        reportError(listing.source);
+        writeListing(listing.services, format);
+        return kSuccess;
     }
-    if (!common.plugin.empty() || !common.configDirectory.empty() || !common.logDirectory.empty()) {
-        throw UsageError(
-            "list asks the resident host, whose --plugin, --config-dir and --log-dir "
-            "are its own; list --offline loads the plug-in itself");
+    if (!common.configDirectory.empty()) {
+        throw UsageError("list asks the resident host; --config-dir needs --offline");
     }
     if (own.watch) {
         watchServices(common, format,
@@ -77,10 +73,11 @@ void addListCommand(CommandLine& line) {
     const auto own = std::make_shared<ListOptions>();
     CLI::App& command = line.add(
         "list", "Print the directory of services", kFooter,
-        CommandLine::kPluginOptions | CommandLine::kSocketOption | CommandLine::kJsonOption,
+        CommandLine::kConfigurationOption | CommandLine::kSocketOption | CommandLine::kJsonOption,
         [own, &options = line.options()] { return list(*own, options); });
     command.add_flag("--csv", own->csv, "Print CSV instead of a table");
-    command.add_flag("--offline", own->offline, "Load the plug-in instead of asking the host");
+    command.add_flag("--offline", own->offline,
+                     "Read the configuration file instead of asking the host");
     CLI::Option* const watch =
         command.add_flag("--watch", own->watch, "Print the directory whenever it has changed");
     constexpr double kShortest = 0.01;

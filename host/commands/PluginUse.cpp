@@ -5,13 +5,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <system_error>
 
-#include "ConfigurationFile.h"
 #include "HostPaths.h"
-#include "StandardStreams.h"
 #include "UsageError.h"
 
 namespace qv::host {
@@ -25,12 +22,12 @@ void setDirectory(const char* variable, const std::string& directory) {
     }
 }
 
+}  // namespace
+
 bool isDirectory(const std::string& path) {
     std::error_code ignored;
     return std::filesystem::is_directory(path, ignored);
 }
-
-}  // namespace
 
 void setDirectories(const CommonOptions& options) {
     setDirectory("QV_CONFIG_DIR", options.configDirectory);
@@ -48,20 +45,6 @@ void setExistingDirectories(const CommonOptions& options) {
 std::unique_ptr<Plugin> loadPlugin(const CommonOptions& options) {
     return std::make_unique<Plugin>(options.plugin.empty() ? findPlugin(programDirectory()).string()
                                                            : options.plugin);
-}
-
-void initializePlugin(Plugin& plugin, const CommonOptions& options) {
-    plugin.initialize();
-    if (!options.logDirectory.empty() && !isDirectory(options.logDirectory)) {
-        reportError(fmt::format(
-            "warning: --log-dir {}: the plug-in made no such directory, so no log is there",
-            options.logDirectory));
-    }
-    const std::optional<std::string> path = plugin.configurationPath();
-    const std::string problem = path ? ConfigurationFile(*path).problem() : "";
-    if (!problem.empty()) {
-        reportError("warning: services are not kept: " + problem);
-    }
 }
 
 }  // namespace qv::host

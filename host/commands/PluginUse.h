@@ -1,27 +1,26 @@
-// The plug-in as the command line's options say.
+// Loads the plug-in that the options of the command line name.
 #ifndef QVHOST_PLUGIN_USE_H
 #define QVHOST_PLUGIN_USE_H
 
 #include <memory>
+#include <string>
 
 #include "CommandLine.h"
 #include "Plugin.h"
 
 namespace qv::host {
 
-// Tells the plug-in its directories by the environment, before it is loaded.
+// Names the directories to the plug-in in the environment. Must run before the plug-in is loaded.
 void setDirectories(const CommonOptions& options);
 
-// The same, and throws UsageError when the configuration's is missing: the plug-in makes none, and
-// does not say when it cannot save.
+// Does the same. Throws UsageError if the directory of the configuration is missing: the plug-in
+// does not make it, and does not tell that it cannot save.
 void setExistingDirectories(const CommonOptions& options);
 
-// Throws PluginError.
-std::unique_ptr<Plugin> loadPlugin(const CommonOptions& options);
+bool isDirectory(const std::string& path);
 
-// Initialises it, and warns on standard error where it works on without a log, or without a file to
-// keep the services in, of which it says nothing.
-void initializePlugin(Plugin& plugin, const CommonOptions& options);
+// Loads the plug-in but does not initialise it. Throws PluginError.
+std::unique_ptr<Plugin> loadPlugin(const CommonOptions& options);
 
 }  // namespace qv::host
 

@@ -9,14 +9,17 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Commands.h"
+#include "ConfigurationFile.h"
 #include "ExitStatus.h"
 #include "PluginUse.h"
+#include "StandardStreams.h"
 #include "UsageError.h"
 #include "server/Server.h"
 
@@ -106,6 +109,22 @@ ServerSettings settingsOf(const ServeOptions& options, const std::string& socket
     return settings;
 }
 
+// Initialises the plug-in. Warns on standard error if the plug-in works without a log, or without a
+// file to keep the services in. The plug-in itself tells neither.
+void initializePlugin(Plugin& plugin, const CommonOptions& options) {
+    plugin.initialize();
+    if (!options.logDirectory.empty() && !isDirectory(options.logDirectory)) {
+        reportError(fmt::format(
+            "warning: --log-dir {}: the plug-in made no such directory, so no log is there",
+            options.logDirectory));
+    }
+    const std::optional<std::string> path = plugin.configurationPath();
+    const std::string problem = path ? ConfigurationFile(*path).problem() : "";
+    if (!problem.empty()) {
+        reportError("warning: services are not kept: " + problem);
+    }
+}
+
 int serve(const CommonOptions& common, const ServeOptions& options) {
     const ServerSettings settings = settingsOf(options, common.socket);
     setExistingDirectories(common);
@@ -120,7 +139,8 @@ void addServeCommand(CommandLine& line) {
     const auto options = std::make_shared<ServeOptions>();
     CLI::App& command =
         line.add("serve", "Run the resident host", kFooter,
-                 CommandLine::kPluginOptions | CommandLine::kSocketOption,
+                 CommandLine::kConfigurationOption | CommandLine::kPluginOptions |
+                     CommandLine::kSocketOption,
                  [&common = line.options(), options] { return serve(common, *options); });
     command
         .add_option("--threads", options->threads,

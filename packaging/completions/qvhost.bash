@@ -3,12 +3,12 @@
 
 # The options of a command; without one, those that may stand before it.
 _qvhost_options() {
-    local help='--help --version' plugin='--plugin --config-dir --log-dir'
+    local help='--help --version' plugin='--config-dir --plugin --log-dir'
     case $1 in
         serve) echo "$help $plugin --socket --threads --max-message --max-clients --idle-timeout" \
             "--frame-timeout --stop-timeout --allow-user --allow-group" ;;
         register | unregister | level | ping) echo "$help --socket" ;;
-        list) echo "$help $plugin --socket --json --csv --offline --watch --interval" ;;
+        list) echo "$help --config-dir --socket --json --csv --offline --watch --interval" ;;
         import) echo "$help --socket --format" ;;
         export) echo "$help --socket --format --replace" ;;
         init | info) echo "$help $plugin --json" ;;

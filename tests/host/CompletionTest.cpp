@@ -26,7 +26,6 @@ constexpr char kZsh[] = QVHOST_COMPLETIONS_DIR "/_qvhost";
 
 std::string helpOf(const std::vector<std::string>& command) {
     ProgramRun program;
-    program.leaveOutDirectories();
     std::vector<std::string> arguments = command;
     arguments.emplace_back("--help");
     return program.run(arguments).out;
@@ -154,7 +153,7 @@ Words zshOptions(const std::string& script, const std::string& command) {
         return {};
     }
     std::string text = script.substr(start, script.find(";;", start) - start);
-    for (const char* group : {"help", "plugin", "host", "json", "format"}) {
+    for (const char* group : {"help", "configuration", "plugin", "host", "json", "format"}) {
         if (text.find(std::string("$") + group) != std::string::npos) {
             const std::size_t place = script.find(std::string("\n    ") + group + "=(");
             const std::size_t lineEnd = script.find('\n', place + 1);

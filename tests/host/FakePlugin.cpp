@@ -164,12 +164,6 @@ int handle(int command, const void* in, int inLen, void** out, int* outLen) {
     if (told("answers at length")) {
         return answer(std::string(kLong, 'x').data(), kLong, out, outLen);
     }
-    if (told("answers beyond 64 MiB")) {
-        const std::string field =
-            std::string("\x1a\x80\x80\x80\x20", 5) + std::string(64 << 20, 'x');
-        const std::string bytes = field + kTwoServices;
-        return answer(bytes.data(), static_cast<int>(bytes.size()), out, outLen);
-    }
     if (told("answers nothing")) {
         return QV_OK;
     }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "FakePluginControl.h"
@@ -30,12 +31,24 @@ std::string problemOf(const std::function<void()>& attempt) {
     return "";
 }
 
-// What listing says, with a plug-in that behaves so.
+Plugin::Answer list(const Plugin& plugin) {
+    return plugin.call(QV_COMMAND_GET_SERVICES, {});
+}
+
+// Returns the error of a listing by a plug-in that behaves so.
 std::string listingProblem(const std::string& behaviour) {
     const FakePluginControl control(behaviour);
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    return problemOf([&] { plugin.services(); });
+    return problemOf([&] { list(plugin); });
+}
+
+// Returns the result of a listing by a plug-in that behaves so.
+int listingResult(const std::string& behaviour) {
+    const FakePluginControl control(behaviour);
+    Plugin plugin(QVHOST_FAKE_PLUGIN);
+    plugin.initialize();
+    return list(plugin).result();
 }
 
 TEST(Plugin, LoadingAsksForNothingToBeOpened) {
@@ -46,61 +59,43 @@ TEST(Plugin, LoadingAsksForNothingToBeOpened) {
     EXPECT_THAT(control.record(), IsEmpty());
 }
 
-TEST(Plugin, RequestsCrossTheInterfaceAsSerialisedMessages) {
+TEST(Plugin, InputReachesTheHandlerOfTheCommandUnchanged) {
     const FakePluginControl control;
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    plugin.registerServices({{5, "a"}, {-1, ""}});
-    plugin.unregisterServices({5, 300});
-    plugin.setDebugLevel(7);
+    plugin.call(QV_COMMAND_REGISTER_SERVICES, "\x0a\x02\x08\x05");
+    plugin.call(QV_COMMAND_UNREGISTER_SERVICES, std::string_view("\0", 1));
+    plugin.call(QV_COMMAND_SET_DEBUG_LEVEL, "");
     plugin.finalize();
     EXPECT_THAT(control.record(),
-                ElementsAre("initialize",
-                            "0200 0a050805120161"
-                            "0a0d08ffffffffffffffffff011200",
-                            "0201 0a0208050a0308ac02", "0102 08021007", "finalize"));
+                ElementsAre("initialize", "0200 0a020805", "0201 00", "0102 ", "finalize"));
 }
 
-TEST(Plugin, ServicesAreReadFromTheAnswerWhichIsGivenBack) {
+TEST(Plugin, AnswerIsGivenBackAtItsEnd) {
     const FakePluginControl control;
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    const std::vector<Service> services = plugin.services();
-    ASSERT_EQ(services.size(), 2U);
-    EXPECT_EQ(services[0].id, 5);
-    EXPECT_EQ(services[0].address, "a");
-    EXPECT_EQ(services[1].id, 6);
-    EXPECT_EQ(services[1].address, "b");
+    {
+        const Plugin::Answer answer = list(plugin);
+        EXPECT_EQ(answer.result(), QV_OK);
+        EXPECT_EQ(answer.bytes(), "\x0a\x05\x08\x05\x12\x01\x61\x0a\x05\x08\x06\x12\x01\x62");
+        EXPECT_THAT(control.record(), ElementsAre("initialize", "0202 ", "answer"));
+    }
     EXPECT_THAT(control.record(), ElementsAre("initialize", "0202 ", "answer", "free"));
 }
 
-TEST(Plugin, ServicesOfAnAnswerBeyond64MiBAreRead) {
-    const FakePluginControl control("answers beyond 64 MiB");
-    Plugin plugin(QVHOST_FAKE_PLUGIN);
-    plugin.initialize();
-    EXPECT_EQ(plugin.services().size(), 2U);
-}
-
-TEST(Plugin, NoAnswerIsAnEmptyDirectory) {
+TEST(Plugin, AnswerMayHaveNoBytes) {
     const FakePluginControl control("answers nothing");
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    EXPECT_THAT(plugin.services(), IsEmpty());
+    EXPECT_EQ(list(plugin).bytes(), "");
 }
 
-TEST(Plugin, AnswerThatIsNoMessageIsAnErrorAndGivenBack) {
-    const FakePluginControl control("answers garbage");
-    Plugin plugin(QVHOST_FAKE_PLUGIN);
-    plugin.initialize();
-    EXPECT_THAT(problemOf([&] { plugin.services(); }), HasSubstr("answer"));
-    EXPECT_THAT(control.record(), Contains("free"));
-}
-
-TEST(Plugin, AnswerOfAFailedRequestIsGivenBackToo) {
+TEST(Plugin, AnswerOfAFailedCommandIsGivenBackToo) {
     const FakePluginControl control("answers and fails");
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    EXPECT_THAT(problemOf([&] { plugin.services(); }), HasSubstr("20001"));
+    EXPECT_EQ(list(plugin).result(), QV_ERROR_SERIALIZE);
     EXPECT_THAT(control.record(), Contains("free"));
 }
 
@@ -109,15 +104,14 @@ TEST(Plugin, AnswerWithAnImpossibleLengthIsAnError) {
     EXPECT_THAT(listingProblem("answers negative length"), HasSubstr("answer"));
 }
 
-TEST(Plugin, ErrorResultIsReportedWithItsMeaning) {
-    EXPECT_EQ(listingProblem("request fails"),
-              "cannot list the services: the plug-in answered 20006 (no memory for the answer)");
-    EXPECT_THAT(listingProblem("request fails strangely"), HasSubstr("answered 77"));
+TEST(Plugin, AnyResultOfACommandIsReturned) {
+    EXPECT_EQ(listingResult("request fails"), QV_ERROR_NO_MEMORY);
+    EXPECT_EQ(listingResult("request fails strangely"), 77);
 }
 
-TEST(Plugin, WhateverARequestThrowsIsReported) {
+TEST(Plugin, WhateverACommandThrowsIsReported) {
     EXPECT_EQ(listingProblem("request throws text"),
-              "cannot list the services: the plug-in failed: fail to get the lock");
+              "cannot execute the command: the plug-in failed: fail to get the lock");
     EXPECT_THAT(listingProblem("request throws bad_alloc"),
                 HasSubstr("the plug-in failed: out of memory"));
     EXPECT_THAT(listingProblem("request throws exception"),
@@ -130,8 +124,8 @@ TEST(Plugin, FailedInitialisationIsReportedAndFinalised) {
                                   "initialize throws number", "initialize fails"}) {
         const FakePluginControl control(behaviour);
         Plugin plugin(QVHOST_FAKE_PLUGIN);
-        EXPECT_THAT(problemOf([&] { plugin.initialize(); }),
-                    AllOf(HasSubstr("cannot initialise"), HasSubstr(QVHOST_FAKE_PLUGIN)));
+        const std::string problem = problemOf([&] { plugin.initialize(); });
+        EXPECT_THAT(problem, AllOf(HasSubstr("cannot initialise"), HasSubstr(QVHOST_FAKE_PLUGIN)));
         EXPECT_THAT(control.record(), ElementsAre("initialize", "finalize"));
     }
 }
@@ -142,7 +136,7 @@ TEST(Plugin, InitialisingAgainAfterAFailureWorks) {
     EXPECT_THROW(plugin.initialize(), PluginError);
     FakePluginControl::behave("");
     plugin.initialize();
-    EXPECT_EQ(plugin.services().size(), 2U);
+    EXPECT_EQ(list(plugin).result(), QV_OK);
 }
 
 TEST(Plugin, DestructionFinalisesOnce) {
@@ -170,10 +164,10 @@ TEST(Plugin, FailingFinalisationIsReported) {
     EXPECT_THAT(problemOf([&] { plugin.finalize(); }), HasSubstr("cannot finalise"));
 }
 
-TEST(Plugin, RequestWithoutInitialisationIsRefused) {
+TEST(Plugin, CommandWithoutInitialisationIsRefused) {
     const FakePluginControl control;
     Plugin plugin(QVHOST_FAKE_PLUGIN);
-    EXPECT_THAT(problemOf([&] { plugin.services(); }), HasSubstr("not initialised"));
+    EXPECT_THAT(problemOf([&] { list(plugin); }), HasSubstr("not initialised"));
     EXPECT_THAT(control.record(), IsEmpty());
 }
 
@@ -187,12 +181,12 @@ TEST(Plugin, PluginWithoutATableIsRefused) {
                 HasSubstr("command table"));
 }
 
-TEST(Plugin, AnotherPluginIsNotSentTheNamingServicesRequests) {
+TEST(Plugin, AnotherPluginIsNotSentTheNamingServicesCommands) {
     const FakePluginControl control("has another id");
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    EXPECT_THAT(problemOf([&] { plugin.registerServices({{1, "a"}}); }), HasSubstr("plug-in 7"));
-    EXPECT_THAT(control.record(), Not(Contains(HasSubstr("0200"))));
+    EXPECT_THAT(problemOf([&] { list(plugin); }), HasSubstr("plug-in 7"));
+    EXPECT_THAT(control.record(), Not(Contains(HasSubstr("0202"))));
 }
 
 TEST(Plugin, LibraryThatLacksAFunctionIsRefusedByItsName) {

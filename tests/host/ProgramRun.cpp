@@ -98,12 +98,10 @@ void ProgramRun::setOutput(const char* path) {
 
 void ProgramRun::spawn(const std::vector<std::string>& arguments, int input, int output) {
     std::vector<std::string> words = {program_};
-    if (hasDirectories_) {
-        words.insert(words.end(),
-                     {"--config-dir", files_.path("config"), "--log-dir", files_.path("log")});
-    }
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = cleanEnvironment();
+    variables.push_back("QV_CONFIG_DIR=" + files_.path("config"));
+    variables.push_back("QV_LOG_DIR=" + files_.path("log"));
     variables.insert(variables.end(), variables_.begin(), variables_.end());
 
     posix_spawn_file_actions_t actions;

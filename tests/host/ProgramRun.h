@@ -1,5 +1,5 @@
-// Runs the built qvhost as a process, with directories of its own for log and configuration, in
-// which there is an empty file:
+// Runs the built qvhost as a process. The environment names directories of the run for the log and
+// for the configuration, which is a file without services:
 //
 //     ProgramRun program;
 //     Outcome outcome = program.run({"import", "-"}, "id,address\n");
@@ -36,9 +36,6 @@ class ProgramRun {
     const TestFiles& files() const { return files_; }
 
     std::string configuration() const { return files_.path("config/namingService.conf.plist"); }
-
-    // The program is not told its directories, which commands that ask a host do not take.
-    void leaveOutDirectories() { hasDirectories_ = false; }
 
     // Another copy of the program; by default the built one.
     void setProgram(const std::string& path) { program_ = path; }
@@ -78,7 +75,6 @@ class ProgramRun {
     TestFiles files_;
     std::string program_ = QVHOST_PROGRAM;
     std::vector<std::string> variables_;
-    bool hasDirectories_ = true;
     std::string outputFile_;
     std::string errorFile_;
     bool outputClosed_ = false;

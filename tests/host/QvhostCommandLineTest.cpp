@@ -47,7 +47,7 @@ TEST(QvhostCommandLine, MisspeltOptionsAndCommandsGetSuggestions) {
     EXPECT_THAT(program.run({"lst"}).err, HasSubstr("did you mean 'list'?"));
     EXPECT_THAT(program.run({"initt"}).err, HasSubstr("did you mean 'init'?"));
     EXPECT_THAT(program.run({"list", "--jsn"}).err, HasSubstr("did you mean '--json'?"));
-    EXPECT_THAT(program.run({"--plugni", "x", "list"}).err, HasSubstr("did you mean '--plugin'?"));
+    EXPECT_THAT(program.run({"--plugni", "x", "info"}).err, HasSubstr("did you mean '--plugin'?"));
 }
 
 TEST(QvhostCommandLine, MessageDrivesNoTerminal) {
@@ -88,16 +88,9 @@ TEST(QvhostCommandLine, OptionsMayFollowTheCommand) {
 TEST(QvhostCommandLine, MissingConfigurationDirectoryIsWrongUse) {
     ProgramRun program;
     const std::string directory = program.files().path("none");
-    const Outcome outcome = program.run({"list", "--offline", "--config-dir", directory});
+    const Outcome outcome = program.run({"serve", "--config-dir", directory});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.err, HasSubstr(directory));
-}
-
-TEST(QvhostCommandLine, LogDirectoryThatCannotBeMadeGetsAWarning) {
-    ProgramRun program;
-    const Outcome outcome = program.run({"list", "--offline", "--log-dir", "/dev/null/log"});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(outcome.err, StartsWith("qvhost: warning: --log-dir /dev/null/log: "));
 }
 
 TEST(QvhostCommandLine, WordAfterALoneDoubleDashIsTheOneThatIsWrong) {
@@ -108,7 +101,7 @@ TEST(QvhostCommandLine, WordAfterALoneDoubleDashIsTheOneThatIsWrong) {
 TEST(QvhostCommandLine, MissingPluginFileIsNamed) {
     ProgramRun program;
     const std::string file = program.files().path("libnone.so");
-    const Outcome outcome = program.run({"list", "--offline", "--plugin", file});
+    const Outcome outcome = program.run({"info", "--plugin", file});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: cannot load " + file + ": "));
 }

@@ -323,6 +323,13 @@ TEST(Serve, PluginThatCannotBeInitialisedIsAFailureThatLeavesNoSocket) {
     EXPECT_FALSE(std::filesystem::exists(host.socket() + ".lock"));
 }
 
+TEST(Serve, WithoutALogDirectoryItWarnsAndServes) {
+    HostProcess host;
+    ASSERT_TRUE(host.start({"--log-dir", "/dev/null/log"}));
+    EXPECT_THAT(host.errors(), HasSubstr("qvhost: warning: --log-dir /dev/null/log: "));
+    EXPECT_TRUE(RawClient(host.socket()).works());
+}
+
 TEST(Serve, WithoutAConfigurationItWarnsAndServes) {
     HostProcess host;
     std::filesystem::remove(host.files().path("config/namingService.conf.plist"));
