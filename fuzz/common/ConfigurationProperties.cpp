@@ -1,7 +1,7 @@
 #include "common/ConfigurationProperties.h"
 
-#include <HostPaths.h>
-#include <OfflineListing.h>
+#include "cli/HostPaths.h"
+#include "cli/StoredServices.h"
 
 #include <stdexcept>
 
@@ -17,9 +17,9 @@ namespace {
 // Checks that an offline listing shows what the plug-in starts with on the same files, or fails if
 // neither file can be loaded, and that it changes neither file.
 void checkOffline(const ModelledFiles& files, bool isLoaded, const tests::Directory& expected) {
-    host::OfflineListing listing;
+    host::StoredServices::Contents listing;
     try {
-        listing = host::listOffline(host::configurationFile(""));
+        listing = host::StoredServices(host::configurationFile("")).read();
         require(isLoaded, "an offline listing reads what the plug-in does not");
     } catch (const std::runtime_error&) {
         require(!isLoaded, "an offline listing does not read what the plug-in does");

@@ -4,8 +4,8 @@ cmake_minimum_required(VERSION 3.25)
 
 set(holder "platform/QvCF/include/QvCFHolder.h")
 file(GLOB_RECURSE files RELATIVE "${SOURCE_DIR}"
-  "${SOURCE_DIR}/src/*.cpp" "${SOURCE_DIR}/src/*.h" "${SOURCE_DIR}/host/*.cpp"
-  "${SOURCE_DIR}/host/*.h" "${SOURCE_DIR}/platform/*.cpp" "${SOURCE_DIR}/platform/*.h")
+  "${SOURCE_DIR}/src/*.cpp" "${SOURCE_DIR}/src/*.h" "${SOURCE_DIR}/qvhost/*.cpp"
+  "${SOURCE_DIR}/qvhost/*.h" "${SOURCE_DIR}/platform/*.cpp" "${SOURCE_DIR}/platform/*.h")
 list(FILTER files EXCLUDE REGEX "^platform/CoreFoundation/")
 if(NOT holder IN_LIST files)
   message(FATAL_ERROR "${holder} is not there")

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "HostProcess.h"
+#include "qvhost/HostProcess.h"
 
 namespace qv::client {
 namespace {

@@ -1,0 +1,54 @@
+// Reads CSV as RFC 4180 has it, whose lines may end with LF, too. Blank lines mean nothing.
+//
+//     CsvReader reader(text);
+//     CsvReader::Record record;
+//     while (reader.next(record)) {
+//         ... record.fields ...
+//     }
+#ifndef QVHOST_CLI_CSV_READER_H
+#define QVHOST_CLI_CSV_READER_H
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qv::host {
+
+class CsvReader {
+  public:
+    struct Record {
+        std::size_t line = 0;  // where it begins, from 1
+        std::vector<std::string> fields;
+    };
+
+    // Where the text stops being CSV; the reader is then of no more use.
+    class Error : public std::runtime_error {
+      public:
+        Error(std::size_t line, const std::string& text) : std::runtime_error(text), line_(line) {}
+
+        std::size_t line() const { return line_; }
+
+      private:
+        std::size_t line_;
+    };
+
+    // The text must outlive the reader.
+    explicit CsvReader(std::string_view text) : rest_(text) {}
+
+    // Stores the next record; false at the end. Throws Error.
+    bool next(Record& record);
+
+  private:
+    bool takeLineEnd();
+    std::string takeField();
+    std::string takeQuotedField();
+
+    std::string_view rest_;
+    std::size_t line_ = 1;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_CLI_CSV_READER_H

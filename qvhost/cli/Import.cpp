@@ -1,0 +1,110 @@
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "StandardStreams.h"
+#include "cli/ExitStatus.h"
+#include "cli/HostConnection.h"
+#include "cli/Progress.h"
+#include "cli/ServiceFile.h"
+#include "cli/Subcommands.h"
+#include "cli/TextFormat.h"
+
+namespace qv::host {
+
+namespace {
+
+constexpr char kFooter[] =
+    "The formats are those of `qvhost export` and of list --json and --csv: an array of objects\n"
+    "with id and address, or lines as RFC 4180 has them, of which the first is id,address. What\n"
+    "begins with a bracket is JSON.\n"
+    "\n"
+    "The file is checked first. Where anything is wrong with it (an identifier is there twice, an\n"
+    "address is not UTF-8), each place is named and nothing is registered. Services that are\n"
+    "registered already get the new addresses, and those that the file does not name stay.\n"
+    "\n"
+    "  qvhost import services.csv\n"
+    "  qvhost import - < services.json";
+
+// A request is one save of the directory, and the host bounds its length.
+constexpr std::size_t kMostServices = 1000;
+constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+
+// The services that go with the first of them.
+std::size_t batchSize(const std::vector<Service>& services, std::size_t first) {
+    std::size_t count = 0;
+    std::size_t bytes = 0;
+    while (first + count < services.size() && count < kMostServices) {
+        bytes += services[first + count].address.size();
+        if (count > 0 && bytes > kMostBytes) {
+            break;
+        }
+        ++count;
+    }
+    return count;
+}
+
+void registerAll(std::vector<Service> services, client::Client& host) {
+    Progress progress(services.size());
+    std::size_t done = 0;
+    while (done < services.size()) {
+        const std::size_t count = batchSize(services, done);
+        const auto first = services.begin() + static_cast<std::ptrdiff_t>(done);
+        const auto last = first + static_cast<std::ptrdiff_t>(count);
+        try {
+            host.registerServices({std::make_move_iterator(first), std::make_move_iterator(last)});
+        } catch (const client::Error& error) {
+            throw client::Error(
+                error.kind(), error.code(),
+                fmt::format("{}; {} of {} are registered", error.what(), done, services.size()));
+        }
+        done += count;
+        if (services.size() > kMostServices) {
+            progress.show(done);
+        }
+    }
+}
+
+int importServices(const std::string& path, const std::string& format,
+                   const CommonOptions& options) {
+    const bool isStandardInput = path == "-";
+    ReadServices read =
+        readServices(isStandardInput ? readWholeStandardInput() : readWholeFile(path),
+                     isStandardInput ? "<stdin>" : path, formatNamed(format));
+    for (const std::string& problem : read.problems) {
+        reportError(problem);
+    }
+    if (!read.problems.empty()) {
+        return kWrongUse;
+    }
+    client::Client host = connectToHost(options);
+    const std::size_t count = read.services.size();
+    registerAll(std::move(read.services), host);
+    writeOutput(stdout, fmt::format("registered {} service{}\n", count, count == 1 ? "" : "s"));
+    return kSuccess;
+}
+
+}  // namespace
+
+void addImport(CommandLine& line) {
+    const auto path = std::make_shared<std::string>();
+    const auto format = std::make_shared<std::string>();
+    CLI::App& command =
+        line.add("import", "Register the services of a file", kFooter, CommandLine::kSocketOption,
+                 [path, format, &options = line.options()] {
+                     return importServices(*path, *format, options);
+                 });
+    command.add_option("FILE", *path, "The file; - for standard input")
+        ->type_name("")
+        ->required()
+        ->check(notEmpty());
+    addFormatOption(command, *format, "as the text begins");
+}
+
+}  // namespace qv::host

@@ -1,0 +1,35 @@
+#include <memory>
+#include <string>
+
+#include "cli/ExitStatus.h"
+#include "cli/HostConnection.h"
+#include "cli/Numbers.h"
+#include "cli/Subcommands.h"
+
+namespace qv::host {
+
+namespace {
+
+constexpr char kFooter[] =
+    "The level holds until the resident host ends, which starts at the level of the\n"
+    "configuration.\n"
+    "\n"
+    "  qvhost level 7";
+
+}  // namespace
+
+void addLevel(CommandLine& line) {
+    const auto level = std::make_shared<std::string>();
+    line.add("level", "Set the debug level of the plug-in's log", kFooter,
+             CommandLine::kSocketOption,
+             [level, &options = line.options()] {
+                 const int32_t number = parseLevel(*level);
+                 connectToHost(options).setDebugLevel(number);
+                 return int{kSuccess};
+             })
+        .add_option("N", *level, "0 (least) to 7 (most)")
+        ->type_name("")
+        ->required();
+}
+
+}  // namespace qv::host

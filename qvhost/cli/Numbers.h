@@ -1,0 +1,19 @@
+// Reads the numbers that people write in files and on the command line. A number is decimal, or
+// hexadecimal from 0x0 to 0x7fffffff.
+#ifndef QVHOST_CLI_NUMBERS_H
+#define QVHOST_CLI_NUMBERS_H
+
+#include <cstdint>
+#include <string_view>
+
+namespace qv::host {
+
+// Returns the number. Throws InputError if the text is not a 32-bit number.
+int32_t parseIdentifier(std::string_view text);
+
+// Does the same for a debug level. The plug-in decides which levels exist.
+int32_t parseLevel(std::string_view text);
+
+}  // namespace qv::host
+
+#endif  // QVHOST_CLI_NUMBERS_H

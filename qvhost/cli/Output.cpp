@@ -1,0 +1,109 @@
+#include "cli/Output.h"
+
+#include <QvText.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <nlohmann/json.hpp>
+
+namespace qv::host {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string oneLine(const Json& json) {
+    constexpr int kNoIndent = -1;
+    constexpr bool kAsciiOnly = true;
+    return json.dump(kNoIndent, ' ', kAsciiOnly, Json::error_handler_t::replace) + '\n';
+}
+
+std::string withReplacements(const std::string& text) {
+    if (isUtf8(text)) {
+        return text;
+    }
+    const Json json = text;
+    return Json::parse(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+        return text;
+    }
+    std::string field = "\"";
+    for (const char c : text) {
+        field.append(c == '"' ? 2 : 1, c);
+    }
+    return field + '"';
+}
+
+std::string commandCode(uint32_t code) {
+    return fmt::format("{:#06x}", code);
+}
+
+}  // namespace
+
+std::string formatServices(const std::vector<Service>& services, Format format) {
+    if (format == Format::Json) {
+        Json array = Json::array();
+        for (const Service& service : services) {
+            array.push_back({{"id", service.id}, {"address", service.address}});
+        }
+        return oneLine(array);
+    }
+    if (format == Format::Csv) {
+        std::string csv = "id,address\r\n";
+        for (const Service& service : services) {
+            csv +=
+                fmt::format("{},{}\r\n", service.id, csvField(withReplacements(service.address)));
+        }
+        return csv;
+    }
+    if (services.empty()) {
+        return "no services\n";
+    }
+    std::size_t width = 2;
+    for (const Service& service : services) {
+        width = std::max(width, fmt::formatted_size("{}", service.id));
+    }
+    std::string table = fmt::format("{:>{}}  ADDRESS\n", "ID", width);
+    for (const Service& service : services) {
+        table += fmt::format("{:>{}}  ", service.id, width);
+        text::appendEscaped(table, service.address);
+        table += '\n';
+    }
+    return table;
+}
+
+bool isUtf8(const std::string& text) {
+    try {
+        static_cast<void>(Json(text).dump());
+        return true;
+    } catch (const Json::type_error&) {
+        return false;
+    }
+}
+
+std::string formatInfo(const Plugin& plugin, Format format) {
+    if (format == Format::Json) {
+        Json commands = Json::array();
+        for (const Plugin::CommandRow& row : plugin.commands()) {
+            commands.push_back({{"code", commandCode(row.code)}, {"name", row.name}});
+        }
+        return oneLine({{"path", plugin.path()}, {"id", plugin.id()}, {"commands", commands}});
+    }
+    std::string info = fmt::format("plug-in  {}\nid       {}\n\nCODE    COMMAND\n",
+                                   text::escaped(plugin.path()), plugin.id());
+    for (const Plugin::CommandRow& row : plugin.commands()) {
+        info += fmt::format("{}  {}\n", commandCode(row.code), text::escaped(row.name));
+    }
+    return info;
+}
+
+std::string formatMadeFile(const std::string& path, Format format) {
+    return format == Format::Json ? oneLine({{"path", path}})
+                                  : "made " + text::escaped(path) + '\n';
+}
+
+}  // namespace qv::host

@@ -1,0 +1,42 @@
+// qvhost: the naming service's plug-in as a resident host, a client of that, and the plug-in by
+// hand. What its commands do is in commands/.
+#include <exception>
+#include <new>
+
+#include "StandardStreams.h"
+#include "cli/CommandLine.h"
+#include "cli/ExitStatus.h"
+#include "cli/InputError.h"
+#include "cli/Subcommands.h"
+#include "cli/UsageError.h"
+
+int main(int argc, char** argv) {
+    using namespace qv::host;
+    try {
+        guardStandardStreams();
+        CommandLine line;
+        addServe(line);
+        addRegister(line);
+        addUnregister(line);
+        addList(line);
+        addLevel(line);
+        addImport(line);
+        addExport(line);
+        addPing(line);
+        addInit(line);
+        addInfo(line);
+        return line.run(argc, argv);
+    } catch (const UsageError& error) {
+        reportError(error.what());
+        return kWrongUse;
+    } catch (const InputError& error) {
+        reportError(error.what());
+        return kWrongUse;
+    } catch (const std::bad_alloc&) {
+        reportError("out of memory");
+        return kFailure;
+    } catch (const std::exception& error) {
+        reportError(error.what());
+        return kFailure;
+    }
+}

@@ -1,0 +1,117 @@
+#include "server/Acceptor.h"
+
+#include <QvFrame.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <asio/error.hpp>
+#include <asio/socket_base.hpp>
+#include <chrono>
+#include <exception>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "StandardStreams.h"
+#include "server/Access.h"
+#include "server/Farewell.h"
+
+namespace qv::host {
+
+namespace {
+
+// For the system to get again what it was short of.
+constexpr std::chrono::milliseconds kPause(100);
+
+// As many as wait at most when the host stops, or a flood of clients would keep it alive.
+constexpr int kLastClients = 4096;
+
+}  // namespace
+
+Acceptor::Acceptor(asio::io_context& own, ClientThreads& threads, int descriptor,
+                   const ClientList& clients, const ServerSettings& settings, Serve serve)
+    : acceptor_(own, asio::local::stream_protocol(), descriptor),
+      timer_(own),
+      threads_(threads),
+      clients_(clients),
+      settings_(settings),
+      serve_(std::move(serve)) {
+    acceptor_.non_blocking(true);
+}
+
+// Not for the client itself: which thread has the fewest is known when it is there.
+void Acceptor::wait() {
+    acceptor_.async_wait(asio::socket_base::wait_read, [this](const asio::error_code& failure) {
+        if (stopped_) {
+            return;
+        }
+        const asio::error_code error = failure ? failure : accept();
+        if (error && error != asio::error::would_block &&
+            error != asio::error::connection_aborted) {
+            pause(error);
+            return;
+        }
+        wait();
+    });
+}
+
+asio::error_code Acceptor::accept() {
+    ClientThread& thread = threads_.next();
+    ClientSocket socket(thread.context());
+    asio::error_code error;
+    acceptor_.accept(socket, error);
+    if (!error) {
+        paused_ = false;
+        admit(std::move(socket), thread);
+    }
+    return error;
+}
+
+void Acceptor::admit(ClientSocket socket, ClientThread& thread) {
+    try {
+        const Peer peer = peerOf(socket.native_handle());
+        if (!mayUse(peer, geteuid(), settings_.access)) {
+            turnAway(socket.native_handle(), QV_HOST_ERROR_FORBIDDEN,
+                     fmt::format("user {} may not use this host", peer.user));
+            return;
+        }
+        if (clients_.count() >= settings_.maxClients) {
+            turnAway(socket.native_handle(), QV_HOST_ERROR_CLIENTS,
+                     fmt::format("{} clients are connected, and the host takes no more",
+                                 settings_.maxClients));
+            return;
+        }
+        serve_(std::move(socket), thread);
+    } catch (const std::exception& error) {
+        // No memory for this one, or gone already.
+        reportError(fmt::format("cannot serve a client: {}", error.what()));
+    }
+}
+
+void Acceptor::pause(const asio::error_code& error) {
+    // Once, not ten times a second.
+    if (!std::exchange(paused_, true)) {
+        reportError(fmt::format("clients have to wait: cannot accept them: {}", error.message()));
+    }
+    timer_.expires_after(kPause);
+    timer_.async_wait([this](const asio::error_code& cancelled) {
+        if (!cancelled && !stopped_) {
+            wait();
+        }
+    });
+}
+
+void Acceptor::stop(bool last) {
+    stopped_ = true;
+    timer_.cancel();
+    for (int i = 0; last && i < kLastClients; ++i) {
+        const asio::error_code error = accept();
+        if (error && error != asio::error::connection_aborted) {
+            break;
+        }
+    }
+    asio::error_code ignored;
+    acceptor_.close(ignored);
+}
+
+}  // namespace qv::host

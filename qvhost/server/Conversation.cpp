@@ -1,0 +1,252 @@
+#include "server/Conversation.h"
+
+#include <QvFrame.h>
+#include <fmt/format.h>
+
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+#include <asio/post.hpp>
+#include <asio/write.hpp>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "server/AnswerQueue.h"
+#include "server/Farewell.h"
+#include "server/FrameReader.h"
+
+namespace qv::host {
+
+namespace {
+
+// Answers wait for each other until they are this many bytes, so that a client that asks without
+// end neither fills the memory nor keeps a thread.
+constexpr std::size_t kEnough = std::size_t{256} * 1024;
+
+// So many short requests may have arrived, each of which saves the directory, that a client would
+// keep a thread for minutes. It goes on when the others had their turn.
+constexpr std::chrono::milliseconds kTurn(10);
+
+class Conversation : public std::enable_shared_from_this<Conversation> {
+  public:
+    Conversation(ClientSocket socket, ClientThreads& threads, ClientThread& thread,
+                 ClientList& clients, PluginService& service, const ServerSettings& settings)
+        : socket_(std::move(socket)),
+          client_(clients, socket_.native_handle()),
+          threads_(threads),
+          place_(thread),
+          service_(service),
+          settings_(settings),
+          reader_(settings.maxMessage) {
+        socket_.non_blocking(true);
+    }
+
+    void read();
+
+  private:
+    // What is done when a read or a write has ended. Memory that is short for this client must not
+    // end the thread, and there may be none to tell the client.
+    template <typename Step>
+    void go(Step step) {
+        try {
+            step();
+        } catch (const std::bad_alloc&) {
+            sayGoodbye(socket_.native_handle());
+        }
+    }
+
+    void readMore();
+    void execute();
+    void answerRequests();
+    void write();
+    void written();
+    void end();
+    void refuse(uint32_t code, std::string_view text);
+
+    // In this order: the client must leave its list before the socket is closed.
+    ClientSocket socket_;
+    ConnectedClient client_;
+    ClientThreads& threads_;
+    ClientThread::Place place_;
+    PluginService& service_;
+    const ServerSettings& settings_;
+    FrameReader reader_;
+    AnswerQueue answers_;
+    ConnectedClient::Clock::time_point
+        partSince_;  // when the request that is not complete began to arrive
+    bool partial_ = false;
+    bool refused_ = false;
+};
+
+// A time to come, or for ever.
+ConnectedClient::Clock::time_point after(ConnectedClient::Clock::time_point begin,
+                                         std::chrono::milliseconds time) {
+    return time.count() == 0 ? ConnectedClient::Clock::time_point() : begin + time;
+}
+
+void Conversation::read() {
+    go([this] { readMore(); });
+}
+
+void Conversation::readMore() {
+    FrameReader::Space space;
+    try {
+        space = reader_.space();
+    } catch (const std::bad_alloc&) {
+        refuse(QV_HOST_ERROR_LENGTH, "the host has no memory for a request of this length");
+        return;
+    }
+    if (partial_) {
+        client_.reads(after(partSince_, settings_.frameTimeout));
+    } else if (settings_.idleTimeout.count() != 0) {
+        client_.reads(after(ConnectedClient::Clock::now(), settings_.idleTimeout));
+    } else {
+        client_.reads({});
+    }
+    socket_.async_read_some(
+        asio::buffer(space.bytes, space.size),
+        [self = shared_from_this()](const asio::error_code& error, std::size_t count) {
+            self->client_.works();
+            self->go([&] {
+                if (error) {
+                    self->end();
+                    return;
+                }
+                self->reader_.received(count);
+                self->execute();
+            });
+        });
+}
+
+void Conversation::execute() {
+    const ConnectedClient::Clock::time_point begin = ConnectedClient::Clock::now();
+    if (threads_.slowTimes().include(begin)) {
+        asio::post(threads_.shared(),
+                   [self = shared_from_this()] { self->go([&] { self->answerRequests(); }); });
+    } else {
+        answerRequests();
+        threads_.slowTimes().executed(begin, ConnectedClient::Clock::now());
+    }
+}
+
+void Conversation::answerRequests() {
+    std::optional<Frame> request;
+    bool any = false;
+    const ConnectedClient::Clock::time_point end = ConnectedClient::Clock::now() + kTurn;
+    while (answers_.size() < kEnough && (!any || ConnectedClient::Clock::now() < end) &&
+           (request = reader_.next())) {
+        service_.answer(*request, answers_);
+        any = true;
+    }
+    if (!request && reader_.tooLong()) {
+        refuse(QV_HOST_ERROR_LENGTH, fmt::format("the request has {} bytes, and the host takes {}",
+                                                 reader_.header()->length, settings_.maxMessage));
+        return;
+    }
+    if (reader_.empty()) {
+        partial_ = false;
+    } else if (any || !partial_) {
+        partial_ = true;
+        partSince_ = ConnectedClient::Clock::now();
+    }
+    if (any) {
+        write();
+    } else {
+        readMore();
+    }
+}
+
+void Conversation::write() {
+    std::vector<asio::const_buffer> pieces;
+    for (const std::string_view piece : answers_.pieces()) {
+        pieces.emplace_back(piece.data(), piece.size());
+    }
+    asio::error_code error;
+    // Mostly all of it fits the socket, and nobody needs to wait. One piece costs the
+    // system less than a list of one.
+    std::size_t count = pieces.size() == 1 ? socket_.write_some(pieces.front(), error)
+                                           : socket_.write_some(pieces, error);
+    if (count == answers_.size()) {
+        written();
+        return;
+    }
+    if (error && error != asio::error::would_block) {
+        end();
+        return;
+    }
+    auto rest = pieces.begin();
+    while (count >= rest->size()) {
+        count -= rest->size();
+        ++rest;
+    }
+    pieces.erase(pieces.begin(), rest);
+    pieces.front() += count;
+    client_.writes(after(ConnectedClient::Clock::now(), settings_.frameTimeout));
+    asio::async_write(
+        socket_, pieces,
+        [self = shared_from_this()](const asio::error_code& failure, std::size_t /*count*/) {
+            self->client_.works();
+            self->go([&] {
+                if (failure) {
+                    self->end();
+                } else {
+                    self->written();
+                }
+            });
+        });
+}
+
+void Conversation::written() {
+    answers_.clear();
+    if (refused_) {
+        sayGoodbye(socket_.native_handle());
+    } else if (reader_.empty()) {
+        readMore();
+    } else {
+        // Other clients wait for this thread, and the stack has an end.
+        asio::post(socket_.get_executor(),
+                   [self = shared_from_this()] { self->go([&] { self->execute(); }); });
+    }
+}
+
+void Conversation::end() {
+    // One whose answers cannot be sent has nothing to be told; what they were is half sent.
+    if (answers_.size() != 0) {
+        sayGoodbye(socket_.native_handle());
+        return;
+    }
+    switch (client_.ending()) {
+        case ConnectedClient::Ending::ByItself:
+            return;
+        case ConnectedClient::Ending::TimedOut:
+            refuse(QV_HOST_ERROR_TIMEOUT,
+                   partial_ ? "the request did not arrive in time" : "no request for too long");
+            return;
+        case ConnectedClient::Ending::Stopped:
+            refuse(QV_HOST_ERROR_STOPPING, "the host is about to end");
+            return;
+    }
+}
+
+void Conversation::refuse(uint32_t code, std::string_view text) {
+    const std::optional<QvFrameHeader> header = reader_.header();
+    refused_ = true;
+    answers_.append(code, header ? header->number : 0, text);
+    write();
+}
+
+}  // namespace
+
+void serveClient(ClientSocket socket, ClientThreads& threads, ClientThread& thread,
+                 ClientList& clients, PluginService& service, const ServerSettings& settings) {
+    std::make_shared<Conversation>(std::move(socket), threads, thread, clients, service, settings)
+        ->read();
+}
+
+}  // namespace qv::host

@@ -1,0 +1,227 @@
+#include "server/ListeningSocket.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace qv::host {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& attempt) {
+    throw std::system_error(errno, std::generic_category(), attempt);
+}
+
+[[noreturn]] void refuse(const std::string& path, const char* problem) {
+    throw std::runtime_error(path + ' ' + problem);
+}
+
+constexpr char kInUse[] = "is in use by another host";
+
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        throw std::runtime_error(
+            fmt::format("the socket's path is too long: {} has {} bytes, and the system takes {}",
+                        path, path.size(), sizeof address.sun_path - 1));
+    }
+    std::memcpy(address.sun_path, path.data(), path.size());
+    return address;
+}
+
+const sockaddr* generic(const sockaddr_un& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+int makeSocket() {
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    if (descriptor == -1 || ::fcntl(descriptor, F_SETFD, FD_CLOEXEC) == -1 ||
+        ::fcntl(descriptor, F_SETFL, O_NONBLOCK) == -1) {
+        fail("cannot make a socket");
+    }
+    return descriptor;
+}
+
+void makeDirectory(const std::string& path, mode_t mode) {
+    if (path.empty() || ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) {
+        return;
+    }
+    if (errno == ENOENT) {
+        makeDirectory(std::filesystem::path(path).parent_path().string(), mode);
+        if (::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) {
+            return;
+        }
+    }
+    fail("cannot make " + path);
+}
+
+// Nobody else has the lock, but a program that knows of none may listen there.
+bool somebodyListens(const std::string& path) {
+    const sockaddr_un address = addressOf(path);
+    const int descriptor = makeSocket();
+    const int result = ::connect(descriptor, generic(address), sizeof address);
+    const int error = errno;
+    ::close(descriptor);
+    if (result == 0 || error == EAGAIN) {
+        return true;
+    }
+    if (error != ECONNREFUSED && error != ENOENT) {
+        errno = error;
+        fail("cannot tell whether anybody listens on " + path);
+    }
+    return false;
+}
+
+}  // namespace
+
+ListeningSocket::ListeningSocket(std::string path, bool forOwnerOnly) : path_(std::move(path)) {
+    static_cast<void>(addressOf(path_));
+    makeDirectory(std::filesystem::path(path_).parent_path().string(), forOwnerOnly ? 0750 : 0755);
+    try {
+        takeLock();
+        makeWay();
+        bind(forOwnerOnly ? 0600 : 0666);
+    } catch (...) {
+        remove();
+        close();
+        throw;
+    }
+}
+
+ListeningSocket::ListeningSocket(int descriptor) : descriptor_(descriptor) {
+    sockaddr_un address = {};
+    socklen_t size = sizeof address;
+    int type = 0;
+    socklen_t typeSize = sizeof type;
+    int listens = 0;
+    socklen_t listensSize = sizeof listens;
+    if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
+        address.sun_family != AF_UNIX ||
+        ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &typeSize) != 0 ||
+        type != SOCK_STREAM ||
+        ::getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &listensSize) != 0 ||
+        listens == 0) {
+        throw std::runtime_error(
+            "what was passed is no listening stream socket of the Unix domain");
+    }
+    if (size > offsetof(sockaddr_un, sun_path)) {
+        const std::size_t length = size - offsetof(sockaddr_un, sun_path);
+        path_.assign(address.sun_path, ::strnlen(address.sun_path, length));
+    }
+}
+
+ListeningSocket::~ListeningSocket() {
+    remove();
+    close();
+}
+
+// The file goes when its host ends, so a host that waited for it may hold the lock of a file that
+// is no longer there, while a third one makes it anew.
+void ListeningSocket::takeLock() {
+    const std::string name = path_ + ".lock";
+    for (;;) {
+        lock_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (lock_ == -1) {
+            fail("cannot open " + name);
+        }
+        if (::flock(lock_, LOCK_EX | LOCK_NB) != 0) {
+            const int error = errno;
+            ::close(std::exchange(lock_, -1));
+            if (error == EWOULDBLOCK) {
+                refuse(path_, kInUse);
+            }
+            errno = error;
+            fail("cannot lock " + name);
+        }
+        struct stat locked = {};
+        struct stat named = {};
+        if (::fstat(lock_, &locked) == 0 && ::stat(name.c_str(), &named) == 0 &&
+            locked.st_dev == named.st_dev && locked.st_ino == named.st_ino) {
+            return;
+        }
+        ::close(std::exchange(lock_, -1));
+    }
+}
+
+void ListeningSocket::makeWay() const {
+    struct stat present = {};
+    if (::lstat(path_.c_str(), &present) != 0) {
+        if (errno != ENOENT) {
+            fail("cannot look at " + path_);
+        }
+        return;
+    }
+    if (!S_ISSOCK(present.st_mode)) {
+        refuse(path_, "exists, is no socket and is left as it is");
+    }
+    if (somebodyListens(path_)) {
+        refuse(path_, kInUse);
+    }
+    if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {
+        fail("cannot remove the socket that a host left, " + path_);
+    }
+}
+
+void ListeningSocket::bind(mode_t mode) {
+    const sockaddr_un address = addressOf(path_);
+    descriptor_ = makeSocket();
+    const mode_t previous = ::umask(static_cast<mode_t>(0777) & ~mode);
+    const int result = ::bind(descriptor_, generic(address), sizeof address);
+    const int error = errno;
+    ::umask(previous);
+    errno = error;
+    struct stat made = {};
+    if (result != 0 || ::lstat(path_.c_str(), &made) != 0) {
+        fail("cannot make the socket " + path_);
+    }
+    device_ = made.st_dev;
+    file_ = made.st_ino;
+    bound_ = true;
+}
+
+void ListeningSocket::listen() const {
+    if (own() && ::listen(descriptor_, SOMAXCONN) != 0) {
+        fail("cannot listen on " + path_);
+    }
+}
+
+int ListeningSocket::release() {
+    return std::exchange(descriptor_, -1);
+}
+
+void ListeningSocket::remove() noexcept {
+    struct stat present = {};
+    if (std::exchange(bound_, false) && ::lstat(path_.c_str(), &present) == 0 &&
+        present.st_dev == device_ && present.st_ino == file_) {
+        static_cast<void>(::unlink(path_.c_str()));
+    }
+    if (lock_ != -1) {
+        try {
+            static_cast<void>(::unlink((path_ + ".lock").c_str()));
+        } catch (const std::exception&) {
+            // One that stays does no harm.
+        }
+        ::close(std::exchange(lock_, -1));
+    }
+}
+
+void ListeningSocket::close() noexcept {
+    if (descriptor_ != -1) {
+        ::close(std::exchange(descriptor_, -1));
+    }
+}
+
+}  // namespace qv::host

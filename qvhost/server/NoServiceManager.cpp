@@ -1,0 +1,15 @@
+// Where there is no systemd.
+#include "server/ServiceManager.h"
+
+namespace qv::host {
+
+std::optional<int> ServiceManager::passedSocket() {
+    return std::nullopt;
+}
+
+void ServiceManager::ready(const std::string& /*status*/) {}
+void ServiceManager::reloading() {}
+void ServiceManager::stopping() {}
+void ServiceManager::status(const std::string& /*status*/) {}
+
+}  // namespace qv::host

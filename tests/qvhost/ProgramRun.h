@@ -1,0 +1,88 @@
+// Runs the built qvhost as a process. The environment names directories of the run for the log and
+// for the configuration, which is a file without services:
+//
+//     ProgramRun program;
+//     Outcome outcome = program.run({"import", "-"}, "id,address\n");
+//
+// or, to talk to it while it runs, start(), write(), readUntil(), finish().
+#ifndef QVHOST_PROGRAM_RUN_H
+#define QVHOST_PROGRAM_RUN_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "qvhost/TestFiles.h"
+
+namespace qv::host {
+
+struct Outcome {
+    int status = 0;  // what the program exited with; 128 and the signal when one ended it
+    std::string out;
+    std::string err;
+};
+
+class ProgramRun {
+  public:
+    ProgramRun();
+    ~ProgramRun();
+
+    ProgramRun(const ProgramRun&) = delete;
+    ProgramRun& operator=(const ProgramRun&) = delete;
+    ProgramRun(ProgramRun&&) = delete;
+    ProgramRun& operator=(ProgramRun&&) = delete;
+
+    const TestFiles& files() const { return files_; }
+
+    std::string configuration() const { return files_.path("config/namingService.conf.plist"); }
+
+    // Another copy of the program; by default the built one.
+    void setProgram(const std::string& path) { program_ = path; }
+
+    // Adds a variable to the program's environment.
+    void setVariable(const std::string& name, const std::string& value) {
+        variables_.push_back(name + "=" + value);
+    }
+
+    // The file that takes the program's standard output; a null name closes it. By default a file
+    // of the run's own.
+    void setOutput(const char* path);
+
+    // The same of its standard error, which is read here no more; by default a file, too.
+    void setErrors(const std::string& path) { errorFile_ = path; }
+
+    // Runs the program to its end with `input` as standard input.
+    Outcome run(const std::vector<std::string>& arguments, const std::string& input = "");
+
+    enum Output { kOutputPipe, kOutputFile };
+
+    // Starts the program with a pipe as standard input, and another or the file of setOutput() as
+    // standard output.
+    void start(const std::vector<std::string>& arguments, Output output = kOutputPipe);
+    void write(const std::string& text) const;
+    // Reads output until `text` has appeared or the output ended; returns what was read.
+    std::string readUntil(const std::string& text) const;
+    void closeOutput();
+    void interrupt() const;
+    // Ends the input and waits for the program.
+    Outcome finish();
+
+  private:
+    void spawn(const std::vector<std::string>& arguments, int input, int output);
+    int wait();
+
+    TestFiles files_;
+    std::string program_ = QVHOST_PROGRAM;
+    std::vector<std::string> variables_;
+    std::string outputFile_;
+    std::string errorFile_;
+    bool outputClosed_ = false;
+    pid_t child_ = -1;
+    int toChild_ = -1;
+    int fromChild_ = -1;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_PROGRAM_RUN_H

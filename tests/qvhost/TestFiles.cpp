@@ -1,0 +1,25 @@
+#include "qvhost/TestFiles.h"
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace qv::host {
+
+std::string TestFiles::write(const std::string& name, const std::string& content) const {
+    std::ofstream file(path(name), std::ios::binary);
+    file << content;
+    file.close();
+    if (!file) {
+        throw std::system_error(errno, std::generic_category(), "cannot write " + path(name));
+    }
+    return path(name);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace qv::host

@@ -1,0 +1,190 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qvhost/ProgramRun.h"
+
+namespace qv::host {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Words = std::set<std::string>;
+
+constexpr char kBash[] = QVHOST_COMPLETIONS_DIR "/qvhost.bash";
+constexpr char kZsh[] = QVHOST_COMPLETIONS_DIR "/_qvhost";
+
+std::string helpOf(const std::vector<std::string>& command) {
+    ProgramRun program;
+    std::vector<std::string> arguments = command;
+    arguments.emplace_back("--help");
+    return program.run(arguments).out;
+}
+
+Words found(const std::string& text, const std::regex& pattern) {
+    Words words;
+    for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end;
+         ++match) {
+        words.insert((*match)[1]);
+    }
+    return words;
+}
+
+// From a line up to the next blank one.
+std::string section(const std::string& help, const std::string& heading) {
+    const std::size_t start = help.find('\n' + heading + '\n');
+    return start == std::string::npos ? "" : help.substr(start, help.find("\n\n", start) - start);
+}
+
+// A command's long options, or those before the commands.
+Words optionsOf(const std::vector<std::string>& command) {
+    static const std::regex kOption("\n  (?:-[a-z],)?(--[a-z-]+)");
+    return found(section(helpOf(command), "Options:"), kOption);
+}
+
+// With their descriptions.
+std::map<std::string, std::string> commands() {
+    static const std::regex kCommand("  ([a-z]+) +(.*)");
+    std::map<std::string, std::string> commands;
+    std::istringstream lines(section(helpOf({}), "Subcommands:"));
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch match;
+        if (std::regex_match(line, match, kCommand)) {
+            commands[match[1]] = match[2];
+        }
+    }
+    return commands;
+}
+
+Words commandNames() {
+    Words names;
+    for (const auto& [name, description] : commands()) {
+        names.insert(name);
+    }
+    return names;
+}
+
+// What the words are completed to, the last of them not yet ended.
+Words completed(const std::string& words) {
+    const std::string script = std::string("source ") + kBash + "; COMP_WORDS=(qvhost " + words +
+                               "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _qvhost;"
+                               " printf '%s\\n' \"${COMPREPLY[@]}\"";
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(
+        ::popen(
+            ("bash -c '" + std::regex_replace(script, std::regex("'"), "'\\''") + "' 2>&1").c_str(),
+            "r"),
+        ::pclose);
+    Words lines;
+    char line[4096];
+    while (output != nullptr && std::fgets(line, sizeof line, output.get()) != nullptr) {
+        const std::string text(line);
+        if (text != "\n") {
+            lines.insert(text.substr(0, text.find('\n')));
+        }
+    }
+    return lines;
+}
+
+TEST(HelpOfQvhost, IsWhatTheseTestsTakeItFor) {
+    EXPECT_THAT(commandNames(), Contains("serve"));
+    EXPECT_THAT(commandNames(), Contains("info"));
+    EXPECT_EQ(optionsOf({"ping"}), (Words{"--help", "--version", "--socket"}));
+}
+
+TEST(BashCompletion, KnowsEveryCommand) {
+    EXPECT_EQ(completed("\"\""), commandNames());
+    EXPECT_EQ(completed("--socket x \"\""), commandNames());
+    EXPECT_EQ(completed("--socket = x --json \"\""), commandNames());
+    EXPECT_THAT(completed("unre"), ElementsAre("unregister"));
+}
+
+TEST(BashCompletion, KnowsEveryOptionOfEveryCommand) {
+    EXPECT_EQ(completed("--"), optionsOf({}));
+    for (const std::string& command : commandNames()) {
+        EXPECT_EQ(completed(command + " --"), optionsOf({command})) << command;
+        EXPECT_EQ(completed("--json " + command + " --socket x --"), optionsOf({command}))
+            << command;
+    }
+    EXPECT_THAT(completed("list --wa"), ElementsAre("--watch"));
+}
+
+TEST(BashCompletion, KnowsWhichOptionsTakeAValue) {
+    static const std::regex kWithValue("\n  (?:-[a-z],)?(--[a-z-]+) [A-Z]+");
+    for (const std::string& command : commandNames()) {
+        const Words withValue = found(section(helpOf({command}), "Options:"), kWithValue);
+        for (const std::string& option : optionsOf({command})) {
+            // A command is looked for behind what is no value.
+            const Words words =
+                completed(std::string(option).append(" ").append(command).append(" --"));
+            EXPECT_EQ(words == optionsOf({}), withValue.count(option) == 1)
+                << command << ' ' << option;
+        }
+    }
+}
+
+TEST(BashCompletion, OffersValues) {
+    EXPECT_THAT(completed("export --format \"\""), ElementsAre("csv", "json"));
+    EXPECT_THAT(completed("export --format = j"), ElementsAre("json"));
+    EXPECT_THAT(completed("level \"\""), ElementsAre("0", "1", "2", "3", "4", "5", "6", "7"));
+    EXPECT_THAT(completed("serve --allow-user roo"), Contains("root"));
+    EXPECT_THAT(completed("ping \"\""), IsEmpty());
+    const TestFiles files;
+    files.write("a b.csv", "");
+    std::filesystem::create_directory(files.path("directory"));
+    EXPECT_THAT(completed("import " + files.path("a")), ElementsAre(files.path("a b.csv")));
+    EXPECT_THAT(completed("--config-dir " + files.path("")), ElementsAre(files.path("directory")));
+}
+
+// The options that the zsh completion has for a command, its groups of options in full.
+Words zshOptions(const std::string& script, const std::string& command) {
+    static const std::regex kOption("[('{,* \"](--[a-z-]+)[=\\[}]");
+    const std::size_t start = script.find("\n                " + command + ")");
+    if (start == std::string::npos) {
+        return {};
+    }
+    std::string text = script.substr(start, script.find(";;", start) - start);
+    for (const char* group : {"help", "configuration", "plugin", "host", "json", "format"}) {
+        if (text.find(std::string("$") + group) != std::string::npos) {
+            const std::size_t place = script.find(std::string("\n    ") + group + "=(");
+            const std::size_t lineEnd = script.find('\n', place + 1);
+            const bool isOneLine = script[lineEnd - 1] == ')';
+            const std::size_t groupEnd = isOneLine ? lineEnd : script.find("\n    )", place);
+            text += script.substr(place, groupEnd - place);
+        }
+    }
+    return found(text, kOption);
+}
+
+TEST(ZshCompletion, KnowsEveryCommandAndItsOptions) {
+    const std::string script = readFile(kZsh);
+    std::map<std::string, std::string> described;
+    static const std::regex kCommand("\n        ['\"]([a-z]+):([^\n]*)['\"](?=\n)");
+    for (std::sregex_iterator match(script.begin(), script.end(), kCommand), end; match != end;
+         ++match) {
+        described[(*match)[1]] = (*match)[2];
+    }
+    EXPECT_EQ(described, commands());
+    for (const std::string& command : commandNames()) {
+        EXPECT_EQ(zshOptions(script, command), optionsOf({command})) << command;
+    }
+}
+
+TEST(ZshCompletion, IsAScriptOfZsh) {
+    if (std::system("command -v zsh >/dev/null") != 0) {
+        GTEST_SKIP() << "no zsh here";
+    }
+    EXPECT_EQ(std::system((std::string("zsh -n ") + kZsh).c_str()), 0);
+}
+
+}  // namespace
+}  // namespace qv::host

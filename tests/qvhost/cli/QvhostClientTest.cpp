@@ -1,0 +1,422 @@
+#include <QvClient.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "qvhost/HostProcess.h"
+#include "qvhost/ProgramRun.h"
+#include "qvhost/PseudoTerminal.h"
+#include "support/FileModes.h"
+
+namespace qv::host {
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+using testing::StartsWith;
+using Arguments = std::vector<std::string>;
+
+// The program as a client, of a host of its own.
+class QvhostClient : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(host_.start()) << host_.errors(); }
+
+    Arguments withSocket(Arguments arguments) const {
+        arguments.insert(arguments.begin(), {"--socket", host_.socket()});
+        return arguments;
+    }
+
+    Outcome run(const Arguments& arguments, const std::string& input = "") {
+        return program_.run(withSocket(arguments), input);
+    }
+
+    // What must succeed, and say nothing on standard error.
+    std::string done(const Arguments& arguments, const std::string& input = "") {
+        const Outcome outcome = run(arguments, input);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.err, "");
+        return outcome.out;
+    }
+
+    std::string path(const std::string& name) const { return program_.files().path(name); }
+
+    HostProcess host_;
+    ProgramRun program_;
+};
+
+TEST_F(QvhostClient, RegistersListsAndUnregisters) {
+    EXPECT_EQ(done({"list"}), "no services\n");
+    EXPECT_EQ(done({"register", "2", "b", "1", "/run/a sock", "0x10", "c"}), "");
+    EXPECT_EQ(done({"list"}), "ID  ADDRESS\n 1  /run/a sock\n 2  b\n16  c\n");
+    EXPECT_EQ(done({"unregister", "2", "16", "77"}), "");
+    EXPECT_EQ(done({"list"}), "ID  ADDRESS\n 1  /run/a sock\n");
+}
+
+TEST_F(QvhostClient, TakesNegativeIdentifiersAndAddressesLikeOptions) {
+    done({"register", "-1", "a", "-2147483648", "b"});
+    done({"register", "--", "5", "--json"});
+    EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n-2147483648,b\r\n-1,a\r\n5,--json\r\n");
+    done({"unregister", "-1", "5"});
+    EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n-2147483648,b\r\n");
+}
+
+TEST_F(QvhostClient, WrongUseReachesNoHost) {
+    const std::vector<std::pair<Arguments, std::string>> wrong = {
+        {{"register", "1"}, "register needs an address after each identifier"},
+        {{"register", "1", "a", "2"}, "register needs an address after each identifier"},
+        {{"register", "1", "a", "x", "b"}, "identifier must be a number"},
+        {{"register"}, "is required"},
+        {{"register", "1", "a", "2", "b\xff"}, "the address of 2 is not UTF-8"},
+        {{"unregister"}, "is required"},
+        {{"unregister", "1", "2147483648"}, "identifier '2147483648' is out of range"},
+        {{"level"}, "is required"},
+        {{"level", "high"}, "level must be a number (0 to 7)"},
+        {{"ping", "more"}, "'more' is one argument too many"},
+        {{"list", "--csv", "--json"}, "exclude each other"},
+        {{"list", "--interval", "1"}, "--watch"},
+        {{"list", "--watch", "--interval", "0"}, "--interval"},
+        {{"list", "--offline"}, "--offline asks no resident host"},
+        {{"list", "--config-dir", "d"}, "--config-dir needs --offline"},
+        {{"list", "--log-dir", "d"}, "--log-dir"},
+        {{"--plugin", "p", "list"}, "list takes no --plugin"},
+        {{"--config-dir", "d", "register", "1", "a"}, "register takes no --config-dir"},
+        {{"--json", "ping"}, "ping takes no --json"},
+        {{"info"}, "info takes no --socket"},
+        {{"import"}, "is required"},
+        {{"import", "-", "--format", "xml"}, "xml"},
+        {{"export", "--formt", "csv"}, "did you mean '--format'?"},
+        {{"regster", "1", "a"}, "did you mean 'register'?"},
+    };
+    for (const auto& [arguments, message] : wrong) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 2) << testing::PrintToString(arguments);
+        EXPECT_EQ(outcome.out, "") << testing::PrintToString(arguments);
+        EXPECT_THAT(outcome.err, AllOf(StartsWith("qvhost: "), HasSubstr(message)));
+    }
+    EXPECT_EQ(done({"list"}), "no services\n");
+}
+
+TEST_F(QvhostClient, ListsForPrograms) {
+    client::Client(host_.socket()).registerServices({{1, "a,b"}, {2, "\x1b\xff"}});
+    EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n1,\"a,b\"\r\n2,\x1b\xef\xbf\xbd\r\n");
+    EXPECT_EQ(json::parse(done({"--json", "list"})),
+              json::array(
+                  {{{"id", 1}, {"address", "a,b"}}, {{"id", 2}, {"address", "\x1b\xef\xbf\xbd"}}}));
+    EXPECT_EQ(done({"list"}), "ID  ADDRESS\n 1  a,b\n 2  \\x1b\\xff\n");
+}
+
+TEST_F(QvhostClient, ListShowsTheSameAsOfflineAfterwards) {
+    done({"register", "1", "a", "2", "b"});
+    const std::string listing = done({"list"});
+    host_.signal(SIGTERM);
+    EXPECT_EQ(host_.wait(), 0);
+    EXPECT_EQ(program_.run({"list", "--offline", "--config-dir", host_.files().path("config")}).out,
+              listing);
+}
+
+TEST_F(QvhostClient, SetsTheLevelOfTheHostsLog) {
+    for (const char* level : {"0", "1", "2", "3", "4", "5", "6"}) {
+        EXPECT_EQ(done({"level", level}), "");
+    }
+    done({"register", "1", "/run/quiet.sock"});
+    EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
+                Not(HasSubstr("/run/quiet.sock")));
+    EXPECT_EQ(done({"level", "7"}), "");
+    done({"register", "1", "/run/verbose.sock"});
+    EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
+                HasSubstr("/run/verbose.sock"));
+    const Outcome refused = run({"level", "9"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err,
+              "qvhost: cannot set the debug level to 9: level must be 0 to 7 (the plug-in refused "
+              "it with 20002)\n");
+}
+
+TEST_F(QvhostClient, PingSaysHowLongItTook) {
+    EXPECT_THAT(done({"ping"}),
+                MatchesRegex("pong from " + host_.socket() + ": time=[0-9]+\\.[0-9]{3} ms\n"));
+}
+
+TEST(QvhostClientAlone, HostKeepsServicesInTheFileThatInitMade) {
+    HostProcess host;
+    const std::string directory = host.files().path("new");
+    ProgramRun program;
+    EXPECT_EQ(program.run({"init", "--config-dir", directory}).status, 0);
+    const std::vector<std::string> options = {"--config-dir", directory};
+    ASSERT_TRUE(host.start(options)) << host.errors();
+    EXPECT_EQ(program.run({"register", "1", "a", "--socket", host.socket()}).status, 0);
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(host.errors(), "qvhost: serving on " + host.socket() + "\n");
+    EXPECT_EQ(tests::modeOf(directory + "/namingService.conf.plist"), 0600U);
+    ASSERT_TRUE(host.start(options)) << host.errors();
+    EXPECT_EQ(program.run({"list", "--socket", host.socket()}).out, "ID  ADDRESS\n 1  a\n");
+}
+
+TEST(QvhostClientAlone, SaysThatThereIsNoHostAndWhatToDo) {
+    for (const Arguments& arguments : std::vector<Arguments>{{"ping"},
+                                                             {"list"},
+                                                             {"list", "--watch"},
+                                                             {"register", "1", "a"},
+                                                             {"unregister", "1"},
+                                                             {"level", "1"},
+                                                             {"export"}}) {
+        ProgramRun program;
+        program.setVariable("QV_RUN_DIR", program.files().path("run"));
+        const Outcome outcome = program.run(arguments);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err, "qvhost: cannot reach the host at " + program.files().path("run") +
+                                   "/namingService.sock: No such file or directory (is `qvhost "
+                                   "serve` running?)\n");
+    }
+}
+
+TEST_F(QvhostClient, FindsTheHostByTheEnvironment) {
+    done({"register", "1", "a"});
+    std::filesystem::create_directory(path("run"));
+    std::filesystem::create_symlink(host_.socket(), path("run/namingService.sock"));
+    program_.setVariable("QV_RUN_DIR", path("run"));
+    EXPECT_EQ(program_.run({"list"}).out, "ID  ADDRESS\n 1  a\n");
+}
+
+TEST_F(QvhostClient, ImportsEitherFormatFromAFileOrStandardInput) {
+    EXPECT_EQ(done({"import", program_.files().write("a.csv", "id,address\n1,a\n2,\"b\nc\"\n")}),
+              "registered 2 services\n");
+    EXPECT_EQ(done({"import", "-"}, "[{\"id\":3,\"address\":\"d\"}]"), "registered 1 service\n");
+    EXPECT_EQ(done({"import", "-", "--format", "csv"}, "id,address\n"), "registered 0 services\n");
+    EXPECT_EQ(done({"list", "--json"}),
+              "[{\"id\":1,\"address\":\"a\"},{\"id\":2,\"address\":\"b\\nc\"},"
+              "{\"id\":3,\"address\":\"d\"}]\n");
+}
+
+TEST_F(QvhostClient, ImportsTheExample) {
+    const std::string example = readFile(QVHOST_EXAMPLES_DIR "/services.csv");
+    EXPECT_EQ(done({"import", QVHOST_EXAMPLES_DIR "/services.csv"}), "registered 19 services\n");
+    const std::string listing = done({"list", "--csv"});
+    EXPECT_EQ(std::regex_replace(listing, std::regex("\r"), ""), example);
+}
+
+TEST_F(QvhostClient, VeryLongAddressArrivesWhole) {
+    const std::string csv = "id,address\r\n1," + std::string(std::size_t{1} << 20, 'x') + "\r\n";
+    done({"import", "-"}, csv);
+    EXPECT_TRUE(done({"export"}) == csv);
+}
+
+TEST_F(QvhostClient, ImportRegistersNothingOfAFileWithAMistake) {
+    const std::string file = program_.files().write("a.csv", "id,address\n1,a\nx,b\n3,c\n1,d\n");
+    const Outcome outcome = run({"import", file});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(
+        outcome.err,
+        AllOf(HasSubstr("qvhost: " + file + ":3: identifier must be a number"),
+              HasSubstr("qvhost: " + file + ":5: identifier 1 is there twice, first in line 2\n")));
+    EXPECT_THAT(run({"import", "-"}, "[{\"id\":1}]").err, HasSubstr("qvhost: <stdin>:1: "));
+    EXPECT_EQ(done({"list"}), "no services\n");
+    EXPECT_EQ(run({"import", path("none")}).status, 1);
+    EXPECT_THAT(run({"import", path("none")}).err,
+                HasSubstr("cannot read " + path("none") + ": No such file or directory"));
+}
+
+std::string manyServices(int count) {
+    std::string csv = "id,address\r\n";
+    for (int id = 1; id <= count; ++id) {
+        csv += std::to_string(id) + ",/run/" + std::to_string(id) + ".sock\r\n";
+    }
+    return csv;
+}
+
+TEST_F(QvhostClient, ImportsManyServicesAndExportsThemAgain) {
+    const std::string csv = manyServices(2500);
+    EXPECT_EQ(done({"import", "-"}, csv), "registered 2500 services\n");
+    EXPECT_EQ(done({"export"}), csv);
+    EXPECT_EQ(done({"export", "-", "--format", "json"}), done({"list", "--json"}));
+}
+
+TEST_F(QvhostClient, ImportShowsItsProgressOnATerminal) {
+    const PseudoTerminal terminal;
+    program_.setErrors(terminal.path());
+    EXPECT_EQ(run({"import", "-"}, manyServices(2500)).status, 0);
+    const std::string shown = terminal.readUntil("2500/2500\r\n");
+    EXPECT_THAT(shown, AllOf(HasSubstr("\r[################                        ] 1000/2500"),
+                             HasSubstr("] 2000/2500"),
+                             HasSubstr("\r[########################################] 2500/2500")));
+}
+
+TEST_F(QvhostClient, ImportSaysHowFarItCame) {
+    ASSERT_EQ(done({"import", "-"}, "id,address\n1,a\n"), "registered 1 service\n");
+    HostProcess narrow;
+    ASSERT_TRUE(narrow.start({"--max-message", "40000"}));
+    std::string csv = manyServices(1000) + "5000," + std::string(50000, 'x') + "\r\n";
+    const Outcome outcome = program_.run({"import", "-", "--socket", narrow.socket()}, csv);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, AllOf(StartsWith("qvhost: cannot register service 5000: "),
+                                   HasSubstr("; 1000 of 1001 are registered\n")));
+}
+
+TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
+    done({"register", "1", "a", "2", "b"});
+    EXPECT_EQ(done({"export", path("new/a.csv")}), "");
+    EXPECT_EQ(readFile(path("new/a.csv")), "id,address\r\n1,a\r\n2,b\r\n");
+    EXPECT_EQ(tests::modeOf(path("new/a.csv")), 0600U);
+    done({"export", path("a.json")});
+    EXPECT_EQ(readFile(path("a.json")), done({"list", "--json"}));
+    done({"export", path("b.json"), "--format", "csv"});
+    EXPECT_EQ(readFile(path("b.json")), done({"list", "--csv"}));
+
+    program_.files().write("there", "mine");
+    const Outcome outcome = run({"export", path("there")});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("cannot make " + path("there") + ": File exists"));
+    EXPECT_EQ(readFile(path("there")), "mine");
+}
+
+TEST_F(QvhostClient, ExportLosesNoBytesUntold) {
+    client::Client(host_.socket()).registerServices({{1, "a"}, {5, "b\xff"}, {9, "\xc3"}});
+    for (const char* format : {"csv", "json"}) {
+        const Outcome outcome = run({"export", path("out.txt"), "--format", format});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.err,
+                  "qvhost: nothing exported: not UTF-8 are the addresses of 5, 9 (--replace "
+                  "replaces what is not)\n");
+        EXPECT_FALSE(std::filesystem::exists(path("out.txt")));
+    }
+    EXPECT_EQ(done({"export", "--replace"}),
+              "id,address\r\n1,a\r\n5,b\xef\xbf\xbd\r\n9,\xef\xbf\xbd\r\n");
+}
+
+TEST_F(QvhostClient, WatchPrintsEachDirectoryOnce) {
+    ProgramRun watching;
+    watching.start(withSocket({"list", "--watch", "--interval", "0.01"}));
+    EXPECT_EQ(watching.readUntil("no services\n"), "no services\n");
+    done({"register", "1", "a"});
+    EXPECT_EQ(watching.readUntil("a\n"), "ID  ADDRESS\n 1  a\n");
+    done({"register", "1", "b"});
+    EXPECT_EQ(watching.readUntil("b\n"), "ID  ADDRESS\n 1  b\n");
+    watching.interrupt();
+    const Outcome outcome = watching.finish();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(QvhostClient, WatchEndsWhenNobodyReads) {
+    ProgramRun watching;
+    watching.start(withSocket({"list", "--watch", "--interval", "86400"}));
+    watching.readUntil("no services\n");
+    watching.closeOutput();
+    const Outcome outcome = watching.finish();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(QvhostClient, WatchWaitsForAHostThatGoesAway) {
+    const PseudoTerminal errors;
+    ProgramRun watching;
+    watching.setErrors(errors.path());
+    done({"register", "1", "a"});
+    watching.start(withSocket({"list", "--watch", "--interval", "0.01", "--csv"}));
+    watching.readUntil("1,a\r\n");
+    host_.signal(SIGTERM);
+    EXPECT_EQ(host_.wait(), 0);
+    EXPECT_THAT(errors.readUntil("\n"), EndsWith("; trying again\r\n"));
+    ASSERT_TRUE(host_.start());
+    EXPECT_THAT(errors.readUntil("\n"), "qvhost: connected again\r\n");
+    done({"register", "2", "b"});
+    EXPECT_EQ(watching.readUntil("2,b\r\n"), "id,address\r\n1,a\r\n2,b\r\n");
+    watching.interrupt();
+    EXPECT_EQ(watching.finish().status, 0);
+}
+
+TEST_F(QvhostClient, WatchDrawsATerminalAnew) {
+    const PseudoTerminal terminal;
+    program_.setOutput(terminal.path().c_str());
+    program_.start(withSocket({"list", "--watch", "--interval", "0.01"}), ProgramRun::kOutputFile);
+    EXPECT_EQ(terminal.readUntil("services\r\n"), "\x1b[H\x1b[2Jno services\r\n");
+    ProgramRun other;
+    EXPECT_EQ(other.run(withSocket({"register", "1", "a"})).status, 0);
+    EXPECT_EQ(terminal.readUntil("a\r\n"), "\x1b[H\x1b[2JID  ADDRESS\r\n 1  a\r\n");
+    program_.interrupt();
+    EXPECT_EQ(program_.finish().status, 0);
+}
+
+TEST_F(QvhostClient, HeadingStandsOutOnATerminalThatCanAndMay) {
+    done({"register", "1", "a"});
+    struct Case {
+        std::vector<std::pair<std::string, std::string>> variables;
+        const char* heading;
+    };
+    const Case cases[] = {{{{"TERM", "xterm"}}, "\x1b[1mID  ADDRESS\x1b[0m\r\n"},
+                          {{{"TERM", "xterm"}, {"NO_COLOR", ""}}, "\x1b[1mID  ADDRESS\x1b[0m\r\n"},
+                          {{{"TERM", "xterm"}, {"NO_COLOR", "1"}}, "ID  ADDRESS\r\n"},
+                          {{{"TERM", "dumb"}}, "ID  ADDRESS\r\n"},
+                          {{}, "ID  ADDRESS\r\n"}};
+    for (const Case& one : cases) {
+        const PseudoTerminal terminal;
+        ProgramRun program;
+        for (const auto& [name, value] : one.variables) {
+            program.setVariable(name, value);
+        }
+        program.setOutput(terminal.path().c_str());
+        EXPECT_EQ(program.run(withSocket({"list"})).status, 0);
+        EXPECT_EQ(terminal.readUntil("a\r\n"), one.heading + std::string(" 1  a\r\n"));
+    }
+}
+
+TEST_F(QvhostClient, CsvDrivesNoTerminal) {
+    done({"register", "1", "\x1b[31m"});
+    const PseudoTerminal terminal;
+    program_.setOutput(terminal.path().c_str());
+    run({"list", "--csv"});
+    EXPECT_THAT(terminal.readUntil("31m"), AllOf(EndsWith("1,\\x1b[31m"), Not(HasSubstr("\x1b"))));
+}
+
+TEST_F(QvhostClient, OutputThatCannotBeWrittenIsAFailure) {
+    program_.setOutput("/dev/full");
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"list"}, {"list", "--watch"}, {"export"}, {"ping"}}) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
+    }
+}
+
+// Descriptor 1 would be the connection to the host, and the listing would be sent there.
+TEST_F(QvhostClient, ClosedStandardOutputIsAFailure) {
+    program_.setOutput(nullptr);
+    const Outcome outcome = run({"list"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
+}
+
+TEST_F(QvhostClient, PipeThatNobodyReadsIsAFailure) {
+    program_.start(withSocket({"import", "-"}));
+    program_.closeOutput();
+    program_.write("id,address\n1,a\n");
+    const Outcome outcome = program_.finish();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
+}
+
+TEST_F(QvhostClient, RefusalIsToldInTheHostsWords) {
+    HostProcess full;
+    ASSERT_TRUE(full.start({"--max-message", "10"}));
+    const Outcome outcome =
+        program_.run({"--socket", full.socket(), "register", "1", "a long address"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, StartsWith("qvhost: cannot register service 1: the host refused: "));
+}
+
+}  // namespace
+}  // namespace qv::host

@@ -1,0 +1,258 @@
+#include "server/ListeningSocket.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qvhost/RawClient.h"
+#include "qvhost/TestFiles.h"
+#include "support/FileModes.h"
+
+namespace qv::host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+
+constexpr bool kForOwner = true;
+constexpr bool kForAll = false;
+
+std::string problemOf(const std::function<void()>& attempt) {
+    try {
+        attempt();
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    ADD_FAILURE() << "succeeded";
+    return "";
+}
+
+std::string problemOf(const std::string& path) {
+    return problemOf([&] { const ListeningSocket socket(path, kForOwner); });
+}
+
+// A socket as a host leaves it that is killed: bound, and nobody listens. Or somebody does.
+int bindSocket(const std::string& path, int type = SOCK_STREAM) {
+    const int descriptor = ::socket(AF_UNIX, type, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return descriptor;
+}
+
+bool connects(const std::string& path) {
+    try {
+        const RawClient client(path);
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+std::vector<std::string> namesIn(const std::string& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
+    return names;
+}
+
+TEST(ListeningSocket, ListensWhenItIsToldToAndIsGoneAfterwards) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    {
+        const ListeningSocket socket(path, kForOwner);
+        EXPECT_TRUE(socket.own());
+        EXPECT_EQ(socket.path(), path);
+        EXPECT_FALSE(connects(path));
+        socket.listen();
+        EXPECT_TRUE(connects(path));
+    }
+    EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
+}
+
+TEST(ListeningSocket, ModeIsTheOwnersOrEverybodysWhateverTheUmask) {
+    const TestFiles files;
+    for (const mode_t mask : {0000, 0022, 0777}) {
+        const mode_t previous = ::umask(mask);
+        {
+            const ListeningSocket forOwner(files.path("owner.sock"), kForOwner);
+            const ListeningSocket forAll(files.path("all.sock"), kForAll);
+            EXPECT_EQ(tests::modeOf(files.path("owner.sock")), 0600U);
+            EXPECT_EQ(tests::modeOf(files.path("all.sock")), 0666U);
+        }
+        EXPECT_EQ(::umask(previous), mask);
+    }
+}
+
+TEST(ListeningSocket, MissingDirectoriesAreMade) {
+    const TestFiles files;
+    const mode_t previous = ::umask(0022);
+    {
+        const ListeningSocket forOwner(files.path("a/b/x.sock"), kForOwner);
+        const ListeningSocket forAll(files.path("c/x.sock"), kForAll);
+        EXPECT_EQ(tests::modeOf(files.path("a")), 0750U);
+        EXPECT_EQ(tests::modeOf(files.path("a/b")), 0750U);
+        EXPECT_EQ(tests::modeOf(files.path("c")), 0755U);
+    }
+    ::umask(previous);
+}
+
+TEST(ListeningSocket, DirectoryThatCannotBeMadeIsNamed) {
+    const TestFiles files;
+    files.write("file", "");
+    EXPECT_THAT(problemOf(files.path("file/a.sock")), HasSubstr("Not a directory"));
+    EXPECT_THAT(problemOf(files.path("file/a/b.sock")),
+                AllOf(HasSubstr("cannot make "), HasSubstr(files.path("file/a"))));
+}
+
+TEST(ListeningSocket, PathBeyondTheSystemsBoundIsNamed) {
+    const TestFiles files;
+    const std::string path = files.path(std::string(120, 'x'));
+    EXPECT_THAT(problemOf(path), AllOf(HasSubstr("too long"), HasSubstr(path)));
+    EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
+}
+
+TEST(ListeningSocket, OneOfAKilledHostIsReplaced) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    files.write("a.sock.lock", "");
+    ::close(bindSocket(path));
+    const ListeningSocket socket(path, kForOwner);
+    socket.listen();
+    EXPECT_TRUE(connects(path));
+}
+
+TEST(ListeningSocket, OneThatAnotherHostHasIsLeftToIt) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    const ListeningSocket socket(path, kForOwner);
+    EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    socket.listen();
+    EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    EXPECT_TRUE(connects(path));
+}
+
+TEST(ListeningSocket, OneThatAnyProgramListensOnIsLeftToIt) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    const int other = bindSocket(path);
+    ASSERT_EQ(::listen(other, 1), 0);
+    EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    EXPECT_TRUE(connects(path));
+    ::close(other);
+    EXPECT_EQ(namesIn(files.path("")), std::vector<std::string>{"a.sock"});
+}
+
+TEST(ListeningSocket, AnythingElseInItsPlaceIsLeftAlone) {
+    const TestFiles files;
+    files.write("file", "text");
+    fs::create_directory(files.path("directory"));
+    fs::create_symlink(files.path("nowhere"), files.path("link"));
+    for (const char* name : {"file", "directory", "link"}) {
+        EXPECT_EQ(problemOf(files.path(name)),
+                  files.path(name) + " exists, is no socket and is left as it is");
+        EXPECT_TRUE(fs::exists(fs::symlink_status(files.path(name))));
+        EXPECT_FALSE(fs::exists(files.path(name) + std::string(".lock")));
+    }
+    EXPECT_EQ(readFile(files.path("file")), "text");
+}
+
+TEST(ListeningSocket, FileThatIsNoLongerItsOwnStays) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    auto socket = std::make_unique<ListeningSocket>(path, kForOwner);
+    fs::remove(path);
+    files.write("a.sock", "of somebody else");
+    socket.reset();
+    EXPECT_EQ(readFile(path), "of somebody else");
+}
+
+TEST(ListeningSocket, RemovedOnceItIsNotRemovedAgain) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    ListeningSocket socket(path, kForOwner);
+    socket.remove();
+    EXPECT_FALSE(fs::exists(path));
+    const ListeningSocket next(path, kForOwner);
+    socket.remove();
+    EXPECT_TRUE(fs::exists(path));
+}
+
+// However hosts come and go, two never have it at once.
+TEST(ListeningSocket, OfHostsThatStartTogetherOneGetsIt) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    std::atomic<int> owners = 0;
+    std::atomic<int> taken = 0;
+    constexpr std::size_t kHosts = 4;
+    std::vector<std::thread> hosts;
+    hosts.reserve(kHosts);
+    for (std::size_t i = 0; i < kHosts; ++i) {
+        hosts.emplace_back([&] {
+            for (int round = 0; round < 200; ++round) {
+                try {
+                    const ListeningSocket socket(path, kForOwner);
+                    EXPECT_EQ(++owners, 1);
+                    socket.listen();
+                    ++taken;
+                    --owners;
+                } catch (const std::runtime_error& error) {
+                    EXPECT_THAT(error.what(), HasSubstr("is in use by another host"));
+                }
+            }
+        });
+    }
+    for (std::thread& host : hosts) {
+        host.join();
+    }
+    EXPECT_GE(taken, 4);
+    EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
+}
+
+TEST(ListeningSocket, PassedOneIsUsedAndLeft) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    const int passed = bindSocket(path);
+    ASSERT_EQ(::listen(passed, 1), 0);
+    {
+        const ListeningSocket socket(passed);
+        EXPECT_FALSE(socket.own());
+        EXPECT_EQ(socket.path(), path);
+        EXPECT_TRUE(connects(path));
+    }
+    EXPECT_TRUE(fs::exists(path));
+}
+
+TEST(ListeningSocket, WhatIsPassedMustBeAListeningStreamSocket) {
+    const TestFiles files;
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const int udp = ::socket(AF_INET, SOCK_DGRAM, 0);
+    for (const int descriptor : {ends[0], udp, bindSocket(files.path("silent")),
+                                 bindSocket(files.path("d"), SOCK_DGRAM)}) {
+        EXPECT_THAT(problemOf([&] { const ListeningSocket socket(descriptor); }),
+                    HasSubstr("no listening stream socket"));
+        ::close(descriptor);
+    }
+    ::close(ends[1]);
+}
+
+}  // namespace
+}  // namespace qv::host

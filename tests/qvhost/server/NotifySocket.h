@@ -1,0 +1,63 @@
+// What a service manager is told by a host: the socket that NOTIFY_SOCKET names.
+#ifndef QVHOST_NOTIFY_SOCKET_H
+#define QVHOST_NOTIFY_SOCKET_H
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+#include "qvhost/HostProcess.h"
+
+namespace qv::host {
+
+class NotifySocket {
+  public:
+    // To be made before the host is started.
+    explicit NotifySocket(HostProcess& host)
+        : descriptor_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        const std::string path = host.files().path("notify");
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        if (::bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+        // A test that waits in vain fails.
+        const timeval never = {120, 0};
+        ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &never, sizeof never);
+        host.setVariable("NOTIFY_SOCKET", path);
+    }
+    ~NotifySocket() { ::close(descriptor_); }
+    NotifySocket(const NotifySocket&) = delete;
+    NotifySocket& operator=(const NotifySocket&) = delete;
+
+    // The next message; empty when there is none for too long.
+    std::string receive() const {
+        char message[4096];
+        const ssize_t size = ::recv(descriptor_, message, sizeof message, 0);
+        return size < 0 ? "" : std::string(message, static_cast<std::size_t>(size));
+    }
+
+    // The next one in which this stands.
+    std::string waitFor(const std::string& text) const {
+        std::string message = receive();
+        while (!message.empty() && message.find(text) == std::string::npos) {
+            message = receive();
+        }
+        EXPECT_NE(message, "") << "waited in vain for " << text;
+        return message;
+    }
+
+  private:
+    int descriptor_;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_NOTIFY_SOCKET_H

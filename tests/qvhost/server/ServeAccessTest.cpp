@@ -1,0 +1,106 @@
+#include <QvFrame.h>
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "qvhost/HostProcess.h"
+#include "qvhost/RawClient.h"
+#include "support/FileModes.h"
+#include "support/OtherUser.h"
+#include "support/TemporaryDirectory.h"
+
+namespace qv::host {
+namespace {
+
+using testing::SizeIs;
+
+constexpr uid_t kNobody = 65534;
+
+class ServeAccess : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "only root can become another user";
+        }
+        // Others may reach the socket.
+        ASSERT_EQ(::chmod(host.files().path("").c_str(), 0755), 0);
+    }
+
+    static void asNobody(const std::function<void()>& action) {
+        // Whose directory nothing of the host is in.
+        const tests::TemporaryDirectory elsewhere;
+        tests::asOrdinaryUser(elsewhere.path(), action);
+    }
+
+    void expectRefused() const {
+        const RawClient client(host.socket());
+        static_cast<void>(client.send(frame(QV_HOST_COMMAND_PING, 1)));
+        const std::vector<RawAnswer> answers = client.receiveAll();
+        ASSERT_THAT(answers, SizeIs(1));
+        EXPECT_EQ(answers[0].code, uint32_t{QV_HOST_ERROR_FORBIDDEN});
+        EXPECT_EQ(answers[0].number, 0U);
+        EXPECT_EQ(answers[0].bytes, "user 65534 may not use this host");
+    }
+
+    HostProcess host;
+};
+
+TEST_F(ServeAccess, SocketIsTheOwnersAlone) {
+    ASSERT_TRUE(host.start());
+    EXPECT_EQ(tests::modeOf(host.socket()), 0600U);
+    asNobody([&] {
+        try {
+            const RawClient client(host.socket());
+            ADD_FAILURE() << "connected";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code().value(), EACCES);
+        }
+    });
+}
+
+TEST_F(ServeAccess, AnotherUserIsRefusedThoughTheSocketLetsHimIn) {
+    ASSERT_TRUE(host.start());
+    ASSERT_EQ(::chmod(host.socket().c_str(), 0666), 0);
+    asNobody([&] { expectRefused(); });
+    EXPECT_TRUE(RawClient(host.socket()).works());
+}
+
+TEST_F(ServeAccess, UserWhoIsAllowedIsServed) {
+    ASSERT_TRUE(host.start({"--allow-user", "12345", "--allow-user", "65534"}));
+    EXPECT_EQ(tests::modeOf(host.socket()), 0666U);
+    asNobody([&] { EXPECT_TRUE(RawClient(host.socket()).works()); });
+    EXPECT_TRUE(RawClient(host.socket()).works());
+}
+
+TEST_F(ServeAccess, MemberOfAnAllowedGroupIsServed) {
+    ASSERT_TRUE(host.start({"--allow-group", "65534"}));
+    asNobody([&] { EXPECT_TRUE(RawClient(host.socket()).works()); });
+}
+
+TEST_F(ServeAccess, FurtherGroupsCountToo) {
+    ASSERT_TRUE(host.start({"--allow-group", "12345"}));
+    asNobody([&] { expectRefused(); });
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const gid_t groups[] = {1, 12345};
+        EXPECT_EQ(::setgroups(2, groups), 0);
+        EXPECT_EQ(::setgid(kNobody), 0);
+        EXPECT_EQ(::setuid(kNobody), 0);
+        EXPECT_TRUE(RawClient(host.socket()).works());
+        ::_exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+}  // namespace qv::host

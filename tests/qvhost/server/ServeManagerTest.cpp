@@ -1,0 +1,90 @@
+// Under a service manager.
+#include <QvFrame.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "qvhost/HostProcess.h"
+#include "qvhost/RawClient.h"
+#include "qvhost/server/NotifySocket.h"
+
+namespace qv::host {
+namespace {
+
+using testing::HasSubstr;
+
+int listeningSocket(const std::string& path) {
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(descriptor, 10), 0);
+    return descriptor;
+}
+
+TEST(ServeManager, IsToldWhatTheHostDoes) {
+    HostProcess host;
+    const NotifySocket manager(host);
+    // The clients are counted this often, too.
+    ASSERT_TRUE(host.start({"--frame-timeout", "0.04"}));
+    const std::string serving = "STATUS=serving on " + host.socket() + ", clients: ";
+    EXPECT_EQ(manager.receive(), "READY=1\n" + serving + "0");
+    auto client = std::make_unique<RawClient>(host.socket());
+    EXPECT_EQ(manager.receive(), serving + "1");
+    client.reset();
+    EXPECT_EQ(manager.receive(), serving + "0");
+    host.signal(SIGHUP);
+    EXPECT_THAT(manager.receive(), HasSubstr("RELOADING=1\n"));
+    EXPECT_EQ(manager.receive(), "READY=1\n" + serving + "0");
+    host.signal(SIGTERM);
+    EXPECT_EQ(manager.receive(), "STOPPING=1\nSTATUS=stopping");
+    EXPECT_EQ(host.wait(), 0);
+}
+
+TEST(ServeManager, PassedSocketIsServedWithThoseThatWaitAtIt) {
+    HostProcess host;
+    const std::string path = host.files().path("passed.sock");
+    const int descriptor = listeningSocket(path);
+    const RawClient early(path);
+    ASSERT_TRUE(early.send(frame(QV_HOST_COMMAND_PING, 1)));
+    host.passSockets({descriptor});
+    ASSERT_TRUE(host.start());
+    EXPECT_EQ(early.receive()->number, 1U);
+    EXPECT_FALSE(std::filesystem::exists(host.socket()));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(host.errors(), "qvhost: serving on " + path + "\n");
+    // Somebody listens on, and the next host serves who comes meanwhile.
+    const RawClient meanwhile(path);
+    ASSERT_TRUE(meanwhile.send(frame(QV_HOST_COMMAND_PING, 2)));
+    ASSERT_TRUE(host.start());
+    EXPECT_EQ(meanwhile.receive()->number, 2U);
+    ::close(descriptor);
+}
+
+TEST(ServeManager, WhatIsNoListeningSocketIsRefused) {
+    HostProcess host;
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    host.passSockets({ends[0]});
+    EXPECT_FALSE(host.start());
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_THAT(host.errors(), HasSubstr("no listening stream socket"));
+    host.passSockets({ends[0], ends[1]});
+    EXPECT_FALSE(host.start());
+    EXPECT_EQ(host.wait(), 1);
+    EXPECT_THAT(host.errors(), HasSubstr("2 sockets were passed"));
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+}  // namespace
+}  // namespace qv::host
