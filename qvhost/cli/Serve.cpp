@@ -57,8 +57,8 @@ constexpr unsigned kMostThreadsByDefault = 8;
 struct ServeOptions {
     unsigned threads = std::clamp(std::thread::hardware_concurrency(), kFewestThreadsByDefault,
                                   kMostThreadsByDefault);
-    uint32_t maxMessage = ServerSettings().maxMessage;
-    std::size_t maxClients = ServerSettings().maxClients;
+    uint32_t maxMessage = ClientLimits().maxMessage;
+    std::size_t maxClients = ClientLimits().maxClients;
     std::string idleTimeout = "0";
     std::string frameTimeout = "10";
     std::string stopTimeout = "10";
@@ -91,10 +91,10 @@ ServerSettings settingsOf(const ServeOptions& options, const std::string& socket
     ServerSettings settings;
     settings.socket = socket.empty() ? client::defaultSocketPath() : socket;
     settings.threads = options.threads;
-    settings.maxMessage = options.maxMessage;
-    settings.maxClients = options.maxClients;
-    settings.idleTimeout = milliseconds(options.idleTimeout);
-    settings.frameTimeout = milliseconds(options.frameTimeout);
+    settings.limits.maxMessage = options.maxMessage;
+    settings.limits.maxClients = options.maxClients;
+    settings.limits.idleTimeout = milliseconds(options.idleTimeout);
+    settings.limits.frameTimeout = milliseconds(options.frameTimeout);
     settings.stopTimeout = milliseconds(options.stopTimeout);
     try {
         for (const std::string& user : options.users) {

@@ -23,9 +23,6 @@ namespace {
 // For the system to get again what it was short of.
 constexpr std::chrono::milliseconds kPause(100);
 
-// As many as wait at most when the host stops, or a flood of clients would keep it alive.
-constexpr int kLastClients = 4096;
-
 }  // namespace
 
 Acceptor::Acceptor(asio::io_context& own, ClientThreads& threads, int descriptor,
@@ -75,10 +72,10 @@ void Acceptor::admit(ClientSocket socket, ClientThread& thread) {
                      fmt::format("user {} may not use this host", peer.user));
             return;
         }
-        if (clients_.count() >= settings_.maxClients) {
+        if (clients_.count() >= settings_.limits.maxClients) {
             turnAway(socket.native_handle(), QV_HOST_ERROR_CLIENTS,
                      fmt::format("{} clients are connected, and the host takes no more",
-                                 settings_.maxClients));
+                                 settings_.limits.maxClients));
             return;
         }
         serve_(std::move(socket), thread);
@@ -104,7 +101,7 @@ void Acceptor::pause(const asio::error_code& error) {
 void Acceptor::stop(bool last) {
     stopped_ = true;
     timer_.cancel();
-    for (int i = 0; last && i < kLastClients; ++i) {
+    for (int i = 0; last && i < kClientsAdmittedAtStop; ++i) {
         const asio::error_code error = accept();
         if (error && error != asio::error::connection_aborted) {
             break;

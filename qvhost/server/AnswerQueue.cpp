@@ -4,15 +4,14 @@
 
 #include <utility>
 
+#include "server/ClientLimits.h"
+
 namespace qv::host {
 
 namespace {
 
 // From here on a piece of its own costs less than the copy.
 constexpr std::size_t kLong = std::size_t{16} * 1024;
-
-// What a client keeps of its queue's memory while nothing is in it.
-constexpr std::size_t kKept = std::size_t{16} * 1024;
 
 }  // namespace
 
@@ -59,7 +58,8 @@ std::vector<std::string_view> AnswerQueue::pieces() const {
 
 void AnswerQueue::clear() {
     size_ = 0;
-    if (parts_.size() == 1 && !parts_.front().last && parts_.front().bytes.capacity() <= kKept) {
+    if (parts_.size() == 1 && !parts_.front().last &&
+        parts_.front().bytes.capacity() <= kIdleAnswerBuffer) {
         parts_.front().bytes.clear();
         return;
     }

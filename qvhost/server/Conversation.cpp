@@ -25,14 +25,6 @@ namespace qv::host {
 
 namespace {
 
-// Answers wait for each other until they are this many bytes, so that a client that asks without
-// end neither fills the memory nor keeps a thread.
-constexpr std::size_t kEnough = std::size_t{256} * 1024;
-
-// So many short requests may have arrived, each of which saves the directory, that a client would
-// keep a thread for minutes. It goes on when the others had their turn.
-constexpr std::chrono::milliseconds kTurn(10);
-
 class Conversation : public std::enable_shared_from_this<Conversation> {
   public:
     Conversation(ClientSocket socket, ClientThreads& threads, ClientThread& thread,
@@ -43,7 +35,7 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
           place_(thread),
           service_(service),
           settings_(settings),
-          reader_(settings.maxMessage) {
+          reader_(settings.limits.maxMessage) {
         socket_.non_blocking(true);
     }
 
@@ -103,9 +95,9 @@ void Conversation::readMore() {
         return;
     }
     if (partial_) {
-        client_.reads(after(partSince_, settings_.frameTimeout));
-    } else if (settings_.idleTimeout.count() != 0) {
-        client_.reads(after(ConnectedClient::Clock::now(), settings_.idleTimeout));
+        client_.reads(after(partSince_, settings_.limits.frameTimeout));
+    } else if (settings_.limits.idleTimeout.count() != 0) {
+        client_.reads(after(ConnectedClient::Clock::now(), settings_.limits.idleTimeout));
     } else {
         client_.reads({});
     }
@@ -139,14 +131,15 @@ void Conversation::answerRequests() {
     std::optional<Frame> request;
     bool any = false;
     const ConnectedClient::Clock::time_point end = ConnectedClient::Clock::now() + kTurn;
-    while (answers_.size() < kEnough && (!any || ConnectedClient::Clock::now() < end) &&
+    while (answers_.size() < kBytesOfAnswers && (!any || ConnectedClient::Clock::now() < end) &&
            (request = reader_.next())) {
         service_.answer(*request, answers_);
         any = true;
     }
     if (!request && reader_.tooLong()) {
-        refuse(QV_HOST_ERROR_LENGTH, fmt::format("the request has {} bytes, and the host takes {}",
-                                                 reader_.header()->length, settings_.maxMessage));
+        refuse(QV_HOST_ERROR_LENGTH,
+               fmt::format("the request has {} bytes, and the host takes {}",
+                           reader_.header()->length, settings_.limits.maxMessage));
         return;
     }
     if (reader_.empty()) {
@@ -187,7 +180,7 @@ void Conversation::write() {
     }
     pieces.erase(pieces.begin(), rest);
     pieces.front() += count;
-    client_.writes(after(ConnectedClient::Clock::now(), settings_.frameTimeout));
+    client_.writes(after(ConnectedClient::Clock::now(), settings_.limits.frameTimeout));
     asio::async_write(
         socket_, pieces,
         [self = shared_from_this()](const asio::error_code& failure, std::size_t /*count*/) {

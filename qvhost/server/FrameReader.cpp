@@ -4,14 +4,9 @@
 #include <cstring>
 #include <new>
 
+#include "server/ClientLimits.h"
+
 namespace qv::host {
-
-namespace {
-
-// What a client costs that says nothing. Several dozen of the usual requests fit.
-constexpr std::size_t kSmallest = std::size_t{16} * 1024;
-
-}  // namespace
 
 void FrameReader::resize(std::size_t capacity) {
     // Moves no page of a long request.
@@ -31,12 +26,12 @@ FrameReader::Space FrameReader::space() {
     }
     begin_ = 0;
     end_ = rest;
-    if (rest == 0 && capacity_ > kSmallest) {
+    if (rest == 0 && capacity_ > kIdleRequestBuffer) {
         buffer_.reset();
         capacity_ = 0;
     }
     if (rest == capacity_) {
-        resize(std::max(kSmallest, 2 * capacity_));
+        resize(std::max(kIdleRequestBuffer, 2 * capacity_));
     }
     return {buffer_.get() + end_, capacity_ - end_};
 }

@@ -48,7 +48,7 @@ Milliseconds sweepInterval(const ServerSettings& settings) {
     constexpr Milliseconds kShortest(10);
     constexpr Milliseconds kLongest(1000);
     Milliseconds interval = kLongest;
-    for (const Milliseconds bound : {settings.idleTimeout, settings.frameTimeout}) {
+    for (const Milliseconds bound : {settings.limits.idleTimeout, settings.limits.frameTimeout}) {
         if (bound.count() != 0) {
             interval = std::min(interval, bound / 4);
         }
@@ -106,11 +106,12 @@ class Server::Work {
 };
 
 void Server::Work::run() {
-    if (descriptorLimit_ < settings_.maxClients + settings_.threads * ClientThreads::kDescriptors +
+    if (descriptorLimit_ < settings_.limits.maxClients +
+                               settings_.threads * ClientThreads::kDescriptors +
                                kOtherDescriptors) {
         reportError(
             fmt::format("warning: the limit of open files lets fewer than {} clients in at once",
-                        settings_.maxClients));
+                        settings_.limits.maxClients));
     }
     service_.initialize();
     socket_->listen();
