@@ -19,7 +19,7 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
 using google::protobuf::FileOptions;
 
-// What the generator does not know; empty when it knows all of the file.
+// Returns the first thing in the file that the generator does not support, or an empty string.
 std::string unsupported(const FileDescriptor& file) {
     if (file.syntax() != FileDescriptor::SYNTAX_PROTO2) {
         return "only proto2 is supported";
@@ -57,9 +57,9 @@ std::string unsupported(const FileDescriptor& file) {
     return {};
 }
 
-// Returns what is wrong with the file's names, or an empty string. libprotoc has another name for
-// whatever is called like a keyword of C++. Rarer clashes, such as a type named std, fail when the
-// generated code is compiled.
+// Returns the first name that generated code cannot use, or an empty string. libprotoc renames what
+// is called like a keyword of C++. Rarer clashes, such as a type named std, show when the generated
+// code is compiled.
 std::string badName(const FileDescriptor& file) {
     const std::string unusable = ": the name cannot be used in C++";
     std::set<std::string> names;
@@ -79,7 +79,7 @@ std::string badName(const FileDescriptor& file) {
     }
     for (int m = 0; m < file.message_type_count(); ++m) {
         const Descriptor& message = *file.message_type(m);
-        // Message is the base class of the generated ones.
+        // The base class of every message is called Message.
         if (cpp::ClassName(&message) != message.name() || message.name() == "Message") {
             return message.full_name() + unusable;
         }
@@ -87,7 +87,7 @@ std::string badName(const FileDescriptor& file) {
     }
     for (int m = 0; m < file.message_type_count(); ++m) {
         const Descriptor& message = *file.message_type(m);
-        // A member of a type's or a value's name would hide it from the members after it.
+        // A member with the name of a type or a value would hide that name in the class.
         std::set<std::string> members = names;
         members.insert({"fields", "self", "kTypeName"});
         for (int f = 0; f < message.field_count(); ++f) {

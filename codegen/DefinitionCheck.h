@@ -1,6 +1,5 @@
-// Which definition files the generator takes: proto2 for the lite runtime, with messages and enums
-// at the top level and names that C++ allows. All else it refuses, naming the place, rather than to
-// make something else of it.
+// Checks whether the generator supports a definition file. The file has to be proto2 for the lite
+// runtime, with messages and enums at the top level and names that C++ allows.
 #ifndef QV_CODEGEN_DEFINITION_CHECK_H
 #define QV_CODEGEN_DEFINITION_CHECK_H
 
@@ -10,7 +9,8 @@
 
 namespace qor::kevra::codegen {
 
-// Why the file is not taken; empty when it is.
+// Returns an empty string for a supported file. Otherwise returns what is not supported, and where
+// it stands.
 std::string refusal(const google::protobuf::FileDescriptor& file);
 
 }  // namespace qor::kevra::codegen

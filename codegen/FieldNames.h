@@ -1,4 +1,4 @@
-// What the generated class calls the members of a field, and what sort of field it is.
+// Names the members that a field adds to its generated class, and tells kinds of fields apart.
 #ifndef QV_CODEGEN_FIELD_NAMES_H
 #define QV_CODEGEN_FIELD_NAMES_H
 
@@ -9,13 +9,14 @@
 
 namespace qor::kevra::codegen {
 
-// "debug_level" -> "DebugLevel"
+// Returns "DebugLevel" for "debug_level".
 std::string camelCase(const std::string& name);
 
-// All that a field adds to its class: accessors, the constant of its number, the object itself.
+// Returns the names of all members that a field adds to its class: its accessors, the constant with
+// its number, and the field object.
 std::vector<std::string> memberNames(const google::protobuf::FieldDescriptor& field);
 
-// Strings and bytes.
+// Returns whether the field holds strings or bytes.
 bool isText(const google::protobuf::FieldDescriptor& field);
 bool isMessage(const google::protobuf::FieldDescriptor& field);
 

@@ -39,7 +39,7 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
     return text;
 }
 
-// "dir/my-file" -> "DIR_MY_FILE"
+// Returns "DIR_MY_FILE" for "dir/my-file".
 std::string identifierOf(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
         return std::isalnum(c) != 0 ? static_cast<char>(std::toupper(c)) : '_';
@@ -47,7 +47,7 @@ std::string identifierOf(std::string text) {
     return text;
 }
 
-// "qor.kevra" -> "qor::kevra"
+// Returns "qor::kevra" for "qor.kevra".
 std::string cppScope(const std::string& dotted) {
     return replaceAll(dotted, ".", "::");
 }
@@ -91,7 +91,7 @@ std::string codecOf(const FieldDescriptor& field) {
     return {};
 }
 
-// The type of the field's value, or of an element.
+// Returns the type of a singular field's value, or of a repeated field's element.
 std::string valueTypeOf(const FieldDescriptor& field) {
     switch (field.cpp_type()) {
         case FieldDescriptor::CPPTYPE_INT32:
@@ -118,13 +118,14 @@ std::string valueTypeOf(const FieldDescriptor& field) {
     return {};
 }
 
-// The field as its definition file declares it, without its default.
+// Returns the field's declaration as in its definition file, without the default.
 std::string declarationOf(const FieldDescriptor& field) {
     const std::string text = field.DebugString();
     return text.substr(0, text.find(" [")) + ";";
 }
 
-// C++ has no literal for the lowest number: it is the negation of one that is too large.
+// Returns the number as an expression. C++ has no literal for the lowest number, because it negates
+// a literal that is too large.
 std::string literalOf(std::int64_t number) {
     return number == std::numeric_limits<std::int64_t>::min()
                ? "(" + std::to_string(number + 1) + " - 1)"
@@ -150,7 +151,7 @@ std::string defaultOf(const FieldDescriptor& field) {
     }
 }
 
-// The type of the whole list of a repeated field. An enum's list keeps plain numbers.
+// Returns the type of a repeated field's list. An enum's list holds plain numbers.
 std::string listTypeOf(const FieldDescriptor& field) {
     const std::string list =
         isText(field) || isMessage(field) ? "RepeatedPtrField" : "RepeatedField";
@@ -158,7 +159,7 @@ std::string listTypeOf(const FieldDescriptor& field) {
     return kWire + list + "<" + (isEnum ? "int" : valueTypeOf(field)) + ">";
 }
 
-// The field's kind, as runtime/Fields.h names it.
+// Returns the field's kind, which is a type of runtime/Fields.h.
 std::string kindOf(const FieldDescriptor& field) {
     const std::string number = std::to_string(field.number());
     const std::string label =
@@ -202,7 +203,7 @@ void printEnum(Printer* out, const EnumDescriptor& type) {
                    std::to_string(numbers.back()));
     }
     out->Print(
-        "// Whether the enum names this number.\n"
+        "// Returns whether the enum names this number.\n"
         "constexpr bool $name$_IsValid(int value) {\n"
         "    switch (value) {\n",
         "name", type.name());
@@ -228,8 +229,9 @@ void printEnumTraits(Printer* out, const EnumDescriptor& type) {
         "scope", scope, "name", type.name());
 }
 
-// Text is given as a string, as a NUL-terminated array, or as an array with its size. `$set$` names
-// the setter, with an index where it takes one, and `$target$` the string that is assigned to.
+// Prints setters that take a string, a NUL-terminated array, and an array with its size. `set` is
+// the setter's name, its bracket, and its index if it has one. `target` is the string that it
+// assigns to.
 void printTextSetters(Printer* out, const std::string& set, const std::string& target) {
     out->Print(
         "    void $set$const std::string& value) { $target$->assign(value); }\n"
@@ -315,7 +317,8 @@ void printMessage(Printer* out, const Descriptor& message) {
     for (const FieldDescriptor* field : fields) {
         constructed += ", " + field->lowercase_name() + "_(arena)";
     }
-    // Declared in the definition's order, written in ascending order of the numbers.
+    // The class declares its fields in the definition's order, and writes them in ascending order
+    // of their numbers.
     std::vector<const FieldDescriptor*> ascending = fields;
     std::sort(ascending.begin(), ascending.end(),
               [](const auto* a, const auto* b) { return a->number() < b->number(); });
@@ -351,7 +354,7 @@ void printMessage(Printer* out, const Descriptor& message) {
         "\n"
         "    $name$* New() const { return New(nullptr); }\n"
         "    $name$* New($wire$Arena* arena) const final;\n"
-        "    // Declared here too, because the runtime's lists look for it in the class itself.\n"
+        "    // The runtime's lists look for this function in the class itself, not in its base.\n"
         "    void MergeFrom(const $name$& from) { Message::MergeFrom(from); }\n");
     for (const FieldDescriptor* field : fields) {
         printAccessors(out, *field);
@@ -361,7 +364,7 @@ void printMessage(Printer* out, const Descriptor& message) {
                "  private:\n"
                "    friend class $wire$Message<$name$>;\n"
                "\n"
-               "    // In ascending number order, in which they are written.\n"
+               "    // Return the fields in ascending order of their numbers.\n"
                "    auto fields() { return std::tie($fields$); }\n"
                "    auto fields() const { return std::tie($fields$); }\n"
                "\n");
@@ -378,7 +381,7 @@ void printHeader(Printer* out, const FileDescriptor& file) {
         {"guard", "QV_GENERATED_" + identifierOf(StripProto(file.name())) + "_PB_H"},
         {"scope", cppScope(file.package())}};
     out->Print(variables,
-               "// Made by protoc-gen-kevra from $file$. Not to be edited.\n"
+               "// protoc-gen-kevra generates this file from $file$. Do not edit it.\n"
                "#ifndef $guard$\n"
                "#define $guard$\n"
                "\n"
@@ -418,10 +421,10 @@ void printHeader(Printer* out, const FileDescriptor& file) {
 
 void printSource(Printer* out, const FileDescriptor& file) {
     out->Print(
-        "// Made by protoc-gen-kevra from $file$. Not to be edited.\n"
+        "// protoc-gen-kevra generates this file from $file$. Do not edit it.\n"
         "#include \"$base$.pb.h\"\n"
         "\n"
-        "// The whole of every class, whether or not anything calls it.\n",
+        "// These instantiate all functions of the base classes.\n",
         "file", file.name(), "base", StripProto(file.name()));
     for (int m = 0; m < file.message_type_count(); ++m) {
         out->Print("template class qor::kevra::wire::Message<$name$>;\n", "name",

@@ -1,11 +1,11 @@
-// Makes the message classes of one definition file: <name>.pb.h and <name>.pb.cc.
+// Generates the message classes of one definition file, <name>.pb.h and <name>.pb.cc.
 //
-// A generated class holds only what differs from message to message: its fields, each an object of
-// a kind from runtime/Fields.h, and the accessors that hand through to them. What all messages do
-// alike is in runtime/Message.h. So this generator knows names, numbers, labels, types and
-// defaults, and nothing of the wire.
+// A generated class has the fields of its message, and accessors that call the fields. Each field
+// is an object of a kind from runtime/Fields.h. The operations that all messages share are in
+// runtime/Message.h. So this generator handles names, numbers, labels, types and defaults, but not
+// the wire format.
 //
-// Which files it takes is DefinitionCheck.h's to say.
+// DefinitionCheck.h refuses the files that it does not support.
 #ifndef QV_CODEGEN_MESSAGE_GENERATOR_H
 #define QV_CODEGEN_MESSAGE_GENERATOR_H
 

@@ -1,4 +1,5 @@
-// protoc-gen-kevra: protoc runs it with a definition file and writes what it answers.
+// protoc-gen-kevra generates the message classes. protoc passes it a definition file, and writes
+// the files that it returns:
 //
 //     protoc --plugin=protoc-gen-kevra=<this program> --kevra_out=<folder> namingService.proto
 

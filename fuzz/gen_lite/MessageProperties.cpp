@@ -28,47 +28,50 @@ void check(const std::uint8_t* data, std::size_t size) {
     T message;
     const bool parsed = message.ParsePartialFromArray(data, length);
     const std::string encoded = message.SerializePartialAsString();
-    require(encoded.size() == message.ByteSizeLong(), type, "the size is not what is written");
-    require(encoded.size() <= 10 * size, type, "more is written than can have been read");
+    require(encoded.size() == message.ByteSizeLong(), type,
+            "the size differs from the size of the encoding");
+    require(encoded.size() <= 10 * size, type, "the encoding is longer than the input allows");
 
     T again;
-    require(again.ParsePartialFromString(encoded), type, "its own encoding is refused");
+    require(again.ParsePartialFromString(encoded), type, "the parse of its encoding fails");
     require(again.SerializePartialAsString() == encoded, type,
-            "its own encoding is read otherwise");
-    require(again.IsInitialized() == message.IsInitialized(), type, "presence is lost");
+            "its encoding is read as another message");
+    require(again.IsInitialized() == message.IsInitialized(), type, "a required field is lost");
 
     const T copy(message);
     require(copy.SerializePartialAsString() == encoded, type, "a copy differs");
     T merged;
     merged.MergeFrom(message);
-    require(merged.SerializePartialAsString() == encoded, type, "a merge into nothing differs");
+    require(merged.SerializePartialAsString() == encoded, type,
+            "a merge into an empty message differs");
     T doubled(message);
     doubled.MergeFrom(copy);
     T twice;
-    require(twice.ParsePartialFromString(encoded + encoded), type, "twice the encoding is refused");
+    require(twice.ParsePartialFromString(encoded + encoded), type,
+            "the parse of two encodings fails");
     require(doubled.SerializePartialAsString() == twice.SerializePartialAsString(), type,
-            "merging and reading on differ");
+            "a merge and a parse of both encodings differ");
     T moved(std::move(doubled));
     moved.Swap(&merged);
-    require(moved.SerializePartialAsString() == encoded, type, "a swap loses something");
+    require(moved.SerializePartialAsString() == encoded, type, "a swap changes the message");
     message.Clear();
-    require(message.ByteSizeLong() == 0, type, "clearing leaves something");
+    require(message.ByteSizeLong() == 0, type, "a cleared message is not empty");
 
     google::protobuf::Arena arena;
     T* const onArena = google::protobuf::Arena::CreateMessage<T>(&arena);
     google::protobuf::MessageLite* const base = onArena;
     require(base->ParsePartialFromArray(data, length) == parsed &&
                 base->SerializePartialAsString() == encoded,
-            type, "the base class reads otherwise");
+            type, "the parse through the base class differs");
     google::protobuf::io::ArrayInputStream stream(data, length, 3);
     require(base->ParsePartialFromZeroCopyStream(&stream) == parsed &&
                 base->SerializePartialAsString() == encoded,
-            type, "a stream reads otherwise");
+            type, "the parse of a stream differs");
     google::protobuf::io::CodedInputStream input(data, length);
     require(
         (again.ParsePartialFromCodedStream(&input) && input.ConsumedEntireMessage()) == parsed &&
             again.SerializePartialAsString() == encoded,
-        type, "a coded stream reads otherwise");
+        type, "the parse of a coded stream differs");
 }
 
 struct Type {

@@ -1,5 +1,5 @@
-// What must hold of every message type for every input, however damaged. The fuzz target looks for
-// an input for which it does not; the tests hold the inputs that are known to it.
+// Checks properties that every message type has for every input, however damaged. The fuzz target
+// looks for an input that breaks one. The tests check known inputs.
 #ifndef QV_FUZZ_MESSAGE_PROPERTIES_H
 #define QV_FUZZ_MESSAGE_PROPERTIES_H
 
@@ -9,18 +9,19 @@
 
 namespace qv::fuzz {
 
-// The number of message types.
+// Returns the number of message types.
 std::size_t messageTypeCount();
 
-// The index of a type by its name without the package; messageTypeCount() when there is none.
+// Returns the index of the type with this name without its package, or messageTypeCount() if no
+// type has the name.
 std::size_t messageTypeIndex(const std::string& name);
 
-// Parses the bytes as a message of the type and checks that serialising and parsing again gives the
-// same message, that copies and merges agree with it, that its size is what it says, and that every
-// road into a message leaves the same. Aborts, saying what did not hold, otherwise.
+// Parses the bytes as a message of the type. Checks that serialising and parsing again gives the
+// same message, that copies and merges equal it, that its size is right, and that every parse
+// function gives the same message. Otherwise prints what does not hold, and aborts.
 void checkMessageProperties(std::size_t type, const std::uint8_t* data, std::size_t size);
 
-// The same with the type in the first byte.
+// Does the same, with the type in the first byte.
 void checkMessageProperties(const std::uint8_t* data, std::size_t size);
 
 }  // namespace qv::fuzz

@@ -18,14 +18,14 @@ enum Wire : std::uint32_t {
     kFixed32 = 5
 };
 
-// The fields of one message, and of those in it. Every function is false from the first fault on,
-// and nothing is read behind that.
+// Reads the fields of one message. A function that meets a fault returns false, and the caller then
+// stops reading.
 class Fields {
   public:
     explicit Fields(std::string_view bytes, int depth = 0)
         : rest_(bytes.substr(0, kReadBytes)), depth_(depth) {}
 
-    // Reads on to the next field. At the end, and at what is no field, there is none.
+    // Reads the next tag. Returns false at the end of the bytes and at a tag that ends the message.
     bool next() {
         if (rest_.empty()) {
             return false;
@@ -48,26 +48,26 @@ class Fields {
         return true;
     }
 
-    // As much as there is of it.
+    // Takes as much of the text as there is. Returns false if the text is cut.
     bool take(std::string_view& text) {
         hasText_ = false;
         std::int32_t length = 0;
         if (!take(length)) {
             return false;
         }
-        // What cannot be a length is a fault before the text begins.
+        // A negative length is a fault before the text begins.
         hasText_ = length >= 0;
         const auto size = static_cast<std::uint32_t>(length);
         text = rest_.substr(0, size);
         rest_.remove_prefix(text.size());
         return text.size() == size || fail();
     }
-    // Whether the last text began.
+    // Returns whether the last text began before a fault.
     bool hasText() const { return hasText_; }
 
     bool skip() { return skipValue(tag_, depth_); }
 
-    // Once there is no next: whether all was well.
+    // Returns whether there was no fault until now.
     bool isGood() const { return isGood_; }
 
     bool fail() {
@@ -152,7 +152,7 @@ bool readService(Fields fields, tests::StoredService& service) {
             }
             service.id = id;
         } else if (fields.is(2, kText)) {
-            // There from its tag on.
+            // The address is present when its tag was read.
             if (!service.address) {
                 service.address = "";
             }

@@ -1,5 +1,5 @@
-// The bytes of requests and answers, read and written without the library's message classes: slow
-// and plain, by the rules that the handlers follow.
+// Reads and writes requests and answers without the library's message classes. It follows the same
+// rules as the handlers, in slow and simple code, so that the fuzz targets can compare both.
 #ifndef QV_FUZZ_WIRE_FORMAT_H
 #define QV_FUZZ_WIRE_FORMAT_H
 
@@ -12,14 +12,15 @@
 
 namespace qv::fuzz {
 
-// The services of a request, as far as it can be read: the last is as much as was there of it.
+// Returns the services of a request up to the first fault. The last service holds what came before
+// the fault.
 std::vector<tests::StoredService> servicesIn(std::string_view request);
 
-// The level of a set-debug-level request; 0 where there is none.
+// Returns the level of a set-debug-level request, or 0 if it has none.
 std::int32_t debugLevelIn(std::string_view request);
 
-// The one way to write a service with an identifier and an address, as an element of a request or
-// of an answer.
+// Returns the encoding of a service with an identifier and an address, as an element of a request
+// or an answer.
 std::string encodedService(std::int32_t id, std::string_view address);
 
 }  // namespace qv::fuzz

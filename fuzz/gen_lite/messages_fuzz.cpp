@@ -1,4 +1,5 @@
-// Every message type: the first byte of an input says which, the rest is parsed.
+// Checks the properties of every message type. The first byte of an input selects the type, and the
+// rest is parsed.
 
 #include <cstddef>
 #include <cstdint>

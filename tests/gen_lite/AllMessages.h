@@ -1,5 +1,5 @@
-// Every message type of the definition files, as the arguments of any variadic template:
-// AllMessages<testing::Types>. Fuzz corpora name a type by its place, so a new one goes to the end.
+// Lists every message type of the definition files. AllMessages<testing::Types> gives the list to a
+// variadic template. Fuzz corpora refer to a type by its index, so a new type goes to the end.
 #ifndef QV_TESTS_ALL_MESSAGES_H
 #define QV_TESTS_ALL_MESSAGES_H
 
@@ -21,7 +21,7 @@ using AllMessages =
          qor::kevra::RegFileEvent, qor::kevra::URLEvent, qor::kevra::RegNetworkEvent,
          qor::kevra::NetworkEvent, qor::kevra::URLEventArray, qor::kevra::NetworkEventArray>;
 
-// "ServiceInfo" for qor::kevra::ServiceInfo; names the tests of each type.
+// Names the tests of each type. GetName() returns "ServiceInfo" for qor::kevra::ServiceInfo.
 struct MessageName {
     template <class T>
     static std::string GetName(int /*index*/) {

@@ -1,5 +1,5 @@
-// The definition files as protoc compiles them, against a table: what is on the wire somewhere must
-// not change unnoticed.
+// Compares the compiled definition files with a table, because other components rely on each
+// number, type and default.
 
 #include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ std::string typeName(const FieldDescriptorProto& field) {
     return name;
 }
 
-// An enum whose values are called after their numbers.
+// Returns the line of an enum whose values are named after their numbers.
 std::string enumLine(const std::string& name, const std::string& prefix,
                      const std::vector<int>& numbers) {
     std::string line = "enum " + name;
@@ -51,7 +51,7 @@ std::string enumLine(const std::string& name, const std::string& prefix,
     return line;
 }
 
-// One line a declaration, in the file's order.
+// Returns one line for each declaration, in the file's order.
 Lines declarations(const FileDescriptorProto& file) {
     Lines lines;
     for (const EnumDescriptorProto& type : file.enum_type()) {
@@ -96,7 +96,7 @@ FileDescriptorProto compiled(const std::string& name) {
 }
 
 void expectSettings(const FileDescriptorProto& file) {
-    // protoc leaves the syntax out where it is proto2.
+    // protoc omits the syntax of a proto2 file.
     EXPECT_FALSE(file.has_syntax());
     EXPECT_EQ(file.package(), "qor.kevra");
     EXPECT_EQ(file.options().optimize_for(), FileOptions::LITE_RUNTIME);
@@ -105,7 +105,7 @@ void expectSettings(const FileDescriptorProto& file) {
     EXPECT_EQ(file.extension_size(), 0);
 }
 
-TEST(Definitions, OfTheNamingService) {
+TEST(Definitions, NamingServiceMatchesTheTable) {
     const FileDescriptorProto file = compiled("namingService.proto");
     expectSettings(file);
     EXPECT_EQ(declarations(file), (Lines{
@@ -117,7 +117,7 @@ TEST(Definitions, OfTheNamingService) {
                                   }));
 }
 
-TEST(Definitions, OfTheCommonMessages) {
+TEST(Definitions, CommonMessagesMatchTheTable) {
     const FileDescriptorProto file = compiled("KevraCommonMsg.proto");
     expectSettings(file);
     const Lines expected{

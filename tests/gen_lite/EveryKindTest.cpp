@@ -1,4 +1,5 @@
-// Kinds of fields beyond those of the product's own messages: what a definition file may add.
+// Tests every kind of field that a definition file may use. The product's own messages use only
+// some of them.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -156,7 +157,7 @@ TEST(EveryKind, RequiredFieldsOfElementsCount) {
     EXPECT_TRUE(message.IsInitialized());
 }
 
-// Messages each of which holds the next, `depth` of them below the outermost.
+// Returns a message with `depth` messages below it, each of which holds the next.
 std::string nested(int depth) {
     std::string bytes;
     for (int level = 0; level < depth; ++level) {

@@ -1,4 +1,4 @@
-// Misuse of a message ends the process with SIGABRT and says why, in every kind of build.
+// Shows that misuse of a message ends the process with SIGABRT and reports why, in every build.
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ constexpr char kSelfMerge[] = R"(CHECK failed: \(&from\) != \(this\): )";
 
 #define EXPECT_ABORT(statement, text) EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), text)
 
-TEST(FatalChecksDeathTest, InvalidEnumValueGivenToASetter) {
+TEST(FatalChecksDeathTest, SetterRefusesAnInvalidEnumValue) {
     EXPECT_ABORT(TaskScheduleData().set_schedule_interval(static_cast<ScheduleInterval>(0)),
                  R"(CHECK failed: qor::kevra::ScheduleInterval_IsValid\(value\): )");
     EXPECT_ABORT(FileEvent().set_event(static_cast<FileEventEvent>(3)),
@@ -30,7 +30,7 @@ TEST(FatalChecksDeathTest, InvalidEnumValueGivenToASetter) {
                  R"(CHECK failed: qor::kevra::NetworkEventEvent_IsValid\(value\): )");
 }
 
-TEST(FatalChecksDeathTest, IndexAtTheSizeOfAListOfMessages) {
+TEST(FatalChecksDeathTest, ListOfMessagesRefusesAnIndexAtItsSize) {
     ServiceInfoArray array;
     EXPECT_ABORT(array.services(0), kIndex);
     EXPECT_ABORT(array.mutable_services(0), kIndex);
@@ -40,7 +40,7 @@ TEST(FatalChecksDeathTest, IndexAtTheSizeOfAListOfMessages) {
     EXPECT_ABORT(array.services(-1), kNegativeIndex);
 }
 
-TEST(FatalChecksDeathTest, IndexAtTheSizeOfAListOfNumbers) {
+TEST(FatalChecksDeathTest, ListOfNumbersRefusesAnIndexAtItsSize) {
     IntArray array;
     EXPECT_ABORT(array.values(0), kIndex);
     EXPECT_ABORT(array.set_values(0, 1), kIndex);
@@ -50,7 +50,7 @@ TEST(FatalChecksDeathTest, IndexAtTheSizeOfAListOfNumbers) {
     EXPECT_ABORT(array.set_values(-1, 1), kNegativeIndex);
 }
 
-TEST(FatalChecksDeathTest, IndexAtTheSizeOfAListOfStrings) {
+TEST(FatalChecksDeathTest, ListOfStringsRefusesAnIndexAtItsSize) {
     sperateConfig config;
     EXPECT_ABORT(config.remote_disk_unhook_fs(0), kIndex);
     EXPECT_ABORT(config.mutable_remote_disk_unhook_fs(0), kIndex);

@@ -1,4 +1,4 @@
-// What the protoc plug-in says of definition files that it does not take.
+// Shows which definition files the protoc plug-in accepts, and how it refuses the others.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ Outcome generate(const TemporaryDirectory& directory, const std::string& definit
 
 constexpr char kHead[] = "syntax = \"proto2\"; package p; option optimize_for = LITE_RUNTIME;\n";
 
-TEST(Generator, TakesAPlainFile) {
+TEST(Generator, AcceptsAPlainFile) {
     const TemporaryDirectory directory;
     const Outcome outcome = generate(directory, std::string(kHead) + "message A {}");
     EXPECT_EQ(outcome.status, 0) << outcome.output;
@@ -49,7 +49,7 @@ TEST(Generator, TakesAPlainFile) {
     EXPECT_TRUE(std::ifstream(directory.path("test.pb.cc")).good());
 }
 
-TEST(Generator, RefusesWhatItDoesNotKnowByName) {
+TEST(Generator, RefusesUnsupportedDefinitionsByName) {
     const struct {
         std::string definition;
         const char* message;

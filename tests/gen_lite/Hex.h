@@ -1,4 +1,4 @@
-// Bytes as hexadecimal text and back; white space between bytes is passed over.
+// Converts bytes to hexadecimal text and back. Other characters in the text are ignored.
 #ifndef QV_TESTS_HEX_H
 #define QV_TESTS_HEX_H
 

@@ -1,6 +1,5 @@
-// The properties that the fuzz target looks at, for the measured inputs: each of them as every
-// type. With a folder as its argument the program writes the inputs there instead, as a fuzzer's
-// seeds.
+// Checks the properties of the fuzz target for each measured input as each message type. With a
+// folder as its argument, the program writes the inputs there as seeds of the fuzzer instead.
 
 #include "gen_lite/MessageProperties.h"
 
@@ -15,7 +14,7 @@
 namespace qv::tests {
 namespace {
 
-// Calls `take` with each measured input and the name of the type it was measured for.
+// Calls `take` with each measured input, and with the name of the type that it was measured for.
 template <class Take>
 void forEachInput(Take take) {
     std::ifstream file(QV_TEST_DATA_DIR "/wire.jsonl");

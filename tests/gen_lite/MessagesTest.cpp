@@ -1,4 +1,4 @@
-// The messages' behaviour, type by type: encodings, presence, defaults, merging.
+// Tests the behaviour of each message type: encodings, presence, defaults and merging.
 
 #include <gmock/gmock.h>
 #include <google/protobuf/arena.h>
@@ -62,7 +62,7 @@ TEST(ServiceInfo, OtherWireTypeIsSkipped) {
 }
 
 TEST(ServiceInfo, UnknownFieldsOfEveryWireTypeAreDropped) {
-    // Varint, 64 bits, text, a group with a field in it, 32 bits.
+    // The unknown fields are a varint, 64 bits, text, a group with a field in it, and 32 bits.
     const auto service =
         parsed<ServiceInfo>("18ff01 19 0102030405060708 1a03616263 1b2001 1c 1d01020304 0805");
     EXPECT_EQ(encodedHex(service), "0805");
@@ -178,7 +178,7 @@ TEST(ServiceInfoArray, LengthThatOverrunsTheInputKeepsTheElementAndFails) {
     EXPECT_EQ(encodedHex(leftByFailedParse<ServiceInfoArray>("0affffffff0f0805")), "0a020805");
 }
 
-TEST(ServiceInfoArray, ListAsAWholeIsAtHand) {
+TEST(ServiceInfoArray, WholeListIsAccessible) {
     ServiceInfoArray array;
     array.mutable_services()->Add()->set_id(4);
     EXPECT_EQ(array.services().Get(0).id(), 4);
@@ -268,7 +268,7 @@ TEST(IntArray, PackedRunThatOverrunsTheInputKeepsWholeNumbersAndFails) {
     EXPECT_EQ(encodedHex(leftByFailedParse<IntArray>("0a0501ff")), "0801");
 }
 
-TEST(IntArray, ListOperations) {
+TEST(IntArray, ListIsChangedAndAppendedTo) {
     auto array = parsed<IntArray>("08010802");
     array.set_values(1, 7);
     EXPECT_THAT(array.values(), testing::ElementsAre(1, 7));
@@ -306,7 +306,7 @@ TEST(TaskScheduleData, IntervalThatTheEnumDoesNotNameIsDropped) {
         EXPECT_EQ(schedule.schedule_interval(), 1);
     }
     EXPECT_EQ(parsed<TaskScheduleData>("0805").schedule_interval(), 5);
-    // A value that it had is kept.
+    // The field keeps its earlier value.
     EXPECT_EQ(parsed<TaskScheduleData>("0805 0806").schedule_interval(), 5);
 }
 
@@ -327,7 +327,7 @@ TEST(ProxyData, ProtocolIsAPlainNumber) {
     EXPECT_EQ(parsed<ProxyData>("18ffffffffffffffffff01").protocol(), -1);
 }
 
-TEST(Defaults, OfFreshEvents) {
+TEST(Defaults, FreshEventsReadAsDeclared) {
     EXPECT_EQ(FileEvent().event(), 1);
     EXPECT_EQ(FileEvent().type(), 0);
     EXPECT_EQ(NetworkEvent().event(), 1);
@@ -445,7 +445,7 @@ TEST(RegFileEvent, MergeMergesTheConfig) {
     EXPECT_TRUE(event.config().enable_time_machine_scan());
 }
 
-TEST(sperateConfig, ListOfStrings) {
+TEST(sperateConfig, StringsAreAddedAndReplaced) {
     sperateConfig config;
     config.add_remote_disk_unhook_fs("nfs");
     config.add_remote_disk_unhook_fs(std::string("smb"));
@@ -508,7 +508,7 @@ TEST(Copying, ElementsLeaveAndJoinAListOnAnArenaAsCopies) {
     EXPECT_EQ(encodedHex(*array), "0a020802");
 }
 
-TEST(Streams, WhatIsReadJoinsWhatIsThere) {
+TEST(Streams, MergeAppendsToTheMessage) {
     const std::string bytes = fromHex("0a05080112016a");
     google::protobuf::io::CodedInputStream input(
         reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
@@ -519,7 +519,7 @@ TEST(Streams, WhatIsReadJoinsWhatIsThere) {
     EXPECT_EQ(encodedHex(array), "0a0208070a05080112016a");
 }
 
-TEST(Streams, MergeFailsWhereAFieldIsMissingOrTheInputMalformed) {
+TEST(Streams, MergeFailsIfAFieldIsMissingOrTheInputIsMalformed) {
     const Quiet quiet;
     for (const char* const hex : {"", "08"}) {
         const std::string bytes = fromHex(hex);
@@ -529,7 +529,7 @@ TEST(Streams, MergeFailsWhereAFieldIsMissingOrTheInputMalformed) {
     }
 }
 
-TEST(EnumValidity, IsExactlyWhatIsNamed) {
+TEST(EnumValidity, HoldsOnlyForNamedNumbers) {
     const struct {
         bool (*isValid)(int);
         std::vector<int> valid;

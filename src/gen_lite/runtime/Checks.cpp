@@ -10,7 +10,7 @@ void failCheck(const char* condition) noexcept {
     try {
         GOOGLE_LOG(FATAL) << "CHECK failed: " << condition << ": ";
     } catch (...) {
-        // The runtime reports a fatal message and then throws; it must not get further than this.
+        // The runtime throws after it has reported a fatal message. The host must not catch that.
     }
     std::abort();
 }

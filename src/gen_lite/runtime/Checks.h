@@ -1,8 +1,10 @@
-// Fatal checks: a message that is used against its contract stops the process, in every build.
+// Defines the fatal checks. A message that is used against its contract ends the process in every
+// build.
 //
-// What happened goes to the Protocol Buffers runtime's log handler, standard error unless the host
-// set another, as "CHECK failed: (index) < (size()): ", and then the process aborts. A host must
-// not be able to go on, by catching something, with a message whose state nobody vouches for.
+// A failed check reports a text such as "CHECK failed: (index) < (size()): " and aborts. The text
+// goes to the log handler of the Protocol Buffers runtime, which writes to standard error unless
+// the host has set another. The host cannot catch the failure, because the message is no longer
+// reliable.
 #ifndef QV_GEN_LITE_RUNTIME_CHECKS_H
 #define QV_GEN_LITE_RUNTIME_CHECKS_H
 
@@ -11,7 +13,8 @@ namespace qor::kevra::wire {
 // Reports "CHECK failed: <condition>: " and aborts.
 [[noreturn]] void failCheck(const char* condition) noexcept;
 
-// The contract of every accessor that takes an index.
+// Ends the process unless the index is at least 0 and below the size. Every accessor that takes an
+// index calls this function.
 inline void checkIndex(int index, int size) {
     if (index >= size) {
         failCheck("(index) < (size())");

@@ -1,14 +1,16 @@
-// How the value of each field type travels on the wire.
+// Reads and writes the values of each field type.
 //
-// A codec is a stateless class with
-//   Value        the type that accessors take and give
-//   Stored       the type a list keeps (an enum's list keeps plain numbers)
-//   kWireType    varint, fixed or length-delimited
-//   read         reads one value; false when the input is malformed or cut, and then the value is
-//                untouched
-//   isKnown      whether a value read may be kept; a number that an enum does not name is dropped
-//   check        stops the process when a setter is given a value that the type does not have
-//   size, write  the encoded value, without its tag
+// A codec is a stateless class with these members:
+//   Value      is the type that accessors take and return.
+//   Stored     is the type of a list's elements. An enum's list holds plain numbers.
+//   kWireType  is the wire type of one value.
+//   read       reads one value. Returns false if the input is malformed or cut, and leaves the
+//              value alone then.
+//   isKnown    returns whether a value that was read is kept. An enum drops the numbers that it
+//              does not name.
+//   check      ends the process if a setter gets a value that the type does not have.
+//   size       returns the size of an encoded value without its tag.
+//   write      writes an encoded value without its tag.
 #ifndef QV_GEN_LITE_RUNTIME_CODECS_H
 #define QV_GEN_LITE_RUNTIME_CODECS_H
 
@@ -87,7 +89,7 @@ inline std::size_t boolSize(bool) {
     return WireFormat::kBoolSize;
 }
 
-// True when any of the low 32 bits is set; the wire may carry more.
+// Reads true if one of the low 32 bits is set, and ignores the higher bits.
 struct Bool
     : VarintCodec<bool, WireFormat::TYPE_BOOL, boolSize, WireFormat::WriteBoolNoTagToArray> {
     static bool read(CodedInputStream* input, bool* value) {
@@ -100,7 +102,8 @@ struct Bool
     }
 };
 
-// What the generated code says of each enum: isValid(int), and the text of its fatal check.
+// The generated code specialises this for each enum. It defines isValid(int), and kCheck, the text
+// of the enum's fatal check.
 template <class E>
 struct EnumTraits;
 

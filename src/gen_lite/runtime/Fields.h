@@ -1,17 +1,20 @@
-// The kinds of fields that a message is made of.
+// Defines the kinds of fields that a message consists of.
 //
-// A field holds its value, knows whether it is present, and does everything that a message does,
-// for itself; Message.h makes the message of its fields. Every kind has
-//   clear, swap, mergeFrom       as the message's operations of these names
-//   isInitialized                false for a required field that is not present
-//   byteSize, write              the encoding with its tags; nothing when absent
-//   accepts, read                whether an input tag is this field's; the value after the tag
-// and the accessors that the generated class hands through. A field made with an arena keeps its
-// elements there; it must be swapped only with a field of the same arena.
+// A field holds its value, and knows whether it is present. Each operation of a message calls the
+// same operation of its fields (Message.h). Every kind has these members, and the accessors that
+// the generated class offers:
+//   clear, swap, mergeFrom  do what the message's operations of these names do.
+//   isInitialized           returns false if the field is required and absent.
+//   byteSize, write         return the size of the encoded field with its tags, and write it. An
+//                           absent field has the size 0.
+//   accepts                 returns whether a tag belongs to the field.
+//   read                    reads the value after the tag. Returns false if the input is malformed
+//                           or cut.
+// A field on an arena keeps its elements there. It may only be swapped with a field on that arena.
 //
-// Reading keeps what was really there. A number becomes present once the whole of it was read; a
-// string is present from its tag on and holds the bytes that came before the input was cut; a list
-// keeps the elements before the cut.
+// A parse keeps only what the input holds. A number becomes present when all of it was read. A
+// string becomes present with its tag, and holds the bytes before a cut. A list keeps the elements
+// before a cut.
 #ifndef QV_GEN_LITE_RUNTIME_FIELDS_H
 #define QV_GEN_LITE_RUNTIME_FIELDS_H
 
@@ -52,8 +55,9 @@ inline std::size_t lengthDelimitedSize(std::size_t size) {
     return CodedOutputStream::VarintSize32(static_cast<std::uint32_t>(size)) + size;
 }
 
-// Reads a length prefix, and with `readContents` what it encloses. A length that overruns the input
-// does not stop the reading: it goes on to where the input is cut, keeps that much, and then fails.
+// Reads a length, and then as many bytes with `readContents`. Returns false if `readContents` fails
+// or leaves bytes unread. If the length overruns the input, reads to the end of the input and
+// returns false.
 template <class ReadContents>
 bool readDelimited(CodedInputStream* input, ReadContents readContents) {
     std::uint32_t length = 0;
@@ -81,7 +85,8 @@ bool readMessage(CodedInputStream* input, T* message) {
     });
 }
 
-// Writes a message with the size that its last ByteSizeLong() cached.
+// Writes an embedded message with its tag and its size. ByteSizeLong() has to cache the size
+// before.
 template <class T>
 std::uint8_t* writeMessage(int number, const T& message, std::uint8_t* target,
                            EpsCopyOutputStream* stream) {
@@ -92,7 +97,7 @@ std::uint8_t* writeMessage(int number, const T& message, std::uint8_t* target,
     return message._InternalSerialize(target, stream);
 }
 
-// One number, bool or enum.
+// Holds one number, bool or enum.
 template <int number, class Codec, Label label, auto defaultValue>
 class ScalarField {
   public:
@@ -152,7 +157,7 @@ class ScalarField {
     bool present_ = false;
 };
 
-// One string of arbitrary bytes; absent it reads as the empty string.
+// Holds one string of arbitrary bytes. An absent string reads as the empty string.
 template <int number, Label label>
 class StringField {
   public:
@@ -165,8 +170,8 @@ class StringField {
         return &value_;
     }
 
-    // Keeps a small buffer for reuse. A large one is let go: a message that is used over and over
-    // must not come to hold the largest text that each of its strings ever had.
+    // Keeps a small buffer for reuse and frees a large one. Otherwise a message that is reused
+    // would hold the memory of the largest text that it ever had.
     void clear() {
         if (value_.capacity() > kKeptCapacity) {
             std::string().swap(value_);
@@ -206,7 +211,8 @@ class StringField {
     bool present_ = false;
 };
 
-// One embedded message, made on first mutable access; absent it reads as the default instance.
+// Holds one embedded message. The first mutable access creates it. An absent message reads as the
+// default instance.
 template <int number, class T, Label label>
 class MessageField {
   public:
@@ -269,8 +275,8 @@ class MessageField {
     bool present_ = false;
 };
 
-// A list of numbers, bools or enums. Reading takes the packed and the unpacked form, mixed as they
-// come, whichever of them the field writes.
+// Holds a list of numbers, bools or enums. A parse accepts the packed and the unpacked form, also
+// mixed. The field writes the form that its definition declares.
 template <int number, class Codec, bool packed>
 class RepeatedScalarField {
   public:
@@ -370,7 +376,7 @@ class RepeatedScalarField {
     List list_;
 };
 
-// A list of strings or of messages: elements with an identity, kept by pointer.
+// Holds a list of strings or of messages. Its elements keep their addresses while the list grows.
 template <class T>
 class RepeatedElements {
   public:
@@ -388,8 +394,8 @@ class RepeatedElements {
         return list_.Mutable(index);
     }
     T* add() {
-        // Room first: the list makes its element before it grows, and loses it where memory for
-        // that runs out.
+        // Add() creates the element before it grows the list. It would leak the element if memory
+        // for the growth ran out, so the list grows here.
         if (list_.size() == list_.Capacity()) {
             list_.Reserve(list_.size() + 1);
         }

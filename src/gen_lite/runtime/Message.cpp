@@ -3,7 +3,7 @@
 namespace qor::kevra::wire {
 namespace {
 
-// Reads past the fields of a group, up to and with its end tag.
+// Reads past the fields of a group and its end tag. Returns false if the group is malformed or cut.
 bool skipGroup(CodedInputStream* input, int number) {
     while (const std::uint32_t tag = input->ReadTag()) {
         if (WireFormat::GetTagWireType(tag) == WireFormat::WIRETYPE_END_GROUP) {
@@ -59,8 +59,8 @@ bool skipField(CodedInputStream* input, std::uint32_t tag) {
 }
 
 std::string readRemaining(const char** position, ParseContext* context) {
-    // Byte by byte, because only Done() knows where the input really ends: the context pads what it
-    // hands out, and padding must not be taken for input.
+    // The context pads the input. Only Done() tells where the input ends, so this reads each byte
+    // separately.
     std::string bytes;
     while (bytes.size() <= kInputLimit && !context->Done(position)) {
         bytes.push_back(**position);

@@ -1,19 +1,20 @@
-// The base of every generated message: a message is the sum of its fields.
+// Defines Message, the base class of every generated message.
 //
-// The definition files are compiled by the project's own protoc plug-in, because the wire behaviour
-// that the product's components rely on is an older one than that of the runtime's generated code:
-//   - unknown fields, known numbers with another wire type, and enum numbers that the enum does not
-//     name are dropped, never kept and written again;
-//   - input that is cut leaves what was really there, and nothing that was made up: the handlers
-//     act on a partly decoded message, so a made-up value would become a registered service;
-//   - misuse stops the process (Checks.h).
+// The project's own protoc plug-in compiles the definition files, because the product's components
+// rely on an older wire behaviour than that of the runtime's generated code:
+//   - A parse drops unknown fields, known numbers with another wire type, and enum numbers that the
+//     enum does not name. The runtime's code would keep them and write them again.
+//   - After a parse of input that is cut, a message holds only values that the input held. The
+//     handlers act on a partly decoded message, so an invented value would become a registered
+//     service.
+//   - An input of more than 64 MiB is read as one that is cut there.
+//   - Misuse ends the process (Checks.h).
 //
-// The plug-in generates what differs from message to message: a class with its accessors, and
-// fields(), its fields in ascending number order. All that messages do alike stands here, once, as
-// a walk over fields(). Every road into a message leads through MergePartialFromCodedStream(), also
-// the ones that start at a MessageLite pointer.
+// The plug-in generates a class with its accessors, and fields(), which returns the fields in
+// ascending order of their numbers. Every operation that all messages share is defined here as a
+// walk over fields(). Every function that parses, also one of MessageLite, calls readFields().
 //
-// A message is not safe to use from several threads at once unless all of them only read.
+// Several threads may use a message at once only if all of them only read it.
 #ifndef QV_GEN_LITE_RUNTIME_MESSAGE_H
 #define QV_GEN_LITE_RUNTIME_MESSAGE_H
 
@@ -27,7 +28,7 @@
 
 #include "runtime/Fields.h"
 
-// A message stands in for the classes of one generation of the runtime and calls what these call.
+// A message overrides internal functions of the runtime, which differ between its versions.
 static_assert(GOOGLE_PROTOBUF_VERSION / 1000 == 3021, "made for Protocol Buffers 3.21");
 
 namespace qor::kevra::wire {
@@ -35,28 +36,29 @@ namespace qor::kevra::wire {
 using google::protobuf::MessageLite;
 using google::protobuf::internal::ParseContext;
 
-// The bytes of an input that a parse reads. At this limit the parse fails, and the message keeps
-// what came before, as at the end of an input that is cut.
+// A parse reads at most this many bytes of an input. The parse of a longer input fails there, and
+// the message keeps what came before.
 constexpr int kInputLimit = 64 << 20;
 
-// How deep groups and messages may nest within the outermost message.
+// Groups and messages may nest to this depth within the outermost message.
 constexpr int kRecursionLimit = 64;
 
 // Gives a stream these two limits in place of the runtime's own defaults. A limit that the caller
 // has set stays, unless it is the runtime's default.
 void setLimits(CodedInputStream* input);
 
-// Reads past a field of any number, zero too, with all that it holds. False when it is malformed,
-// cut, or nested too deep.
+// Reads past the value of a field whose tag was read, whatever its number. Returns false if the
+// value is malformed, is cut, or nests too deep.
 bool skipField(CodedInputStream* input, std::uint32_t tag);
 
-// Reads what is left of a parse that the runtime began, up to one byte more than kInputLimit.
+// Returns the rest of the input of a parse that the runtime has begun. Reads at most one byte more
+// than kInputLimit.
 std::string readRemaining(const char** position, ParseContext* context);
 
 template <class T>
 class Message : public MessageLite {
   public:
-    // Lets an arena make the message with its elements, see Arena::CreateMessage().
+    // Lets Arena::CreateMessage() construct the message and its elements on the arena.
     using InternalArenaConstructable_ = void;
 
     static const T& default_instance() {
@@ -68,8 +70,8 @@ class Message : public MessageLite {
         forEachField([](auto& field) { field.clear(); });
     }
 
-    // Fields present in `from` replace this message's, lists are appended, embedded messages
-    // merged.
+    // Replaces this message's fields by those that are present in `from`. Appends lists, and merges
+    // embedded messages.
     void MergeFrom(const T& from) {
         if (&from == this) {
             failCheck("(&from) != (this)");
@@ -101,15 +103,15 @@ class Message : public MessageLite {
     }
     friend void swap(T& a, T& b) { a.Swap(&b); }
 
-    // Whether every required field is present.
+    // Returns whether every required field is present.
     bool IsInitialized() const final {
         return std::apply([](const auto&... field) { return (field.isInitialized() && ...); },
                           self().fields());
     }
 
-    // The parse functions replace the message's contents. They are false for malformed bytes and,
-    // unless partial, when a required field is missing; what was read stays in the message. A
-    // negative size decodes nothing and reads nothing.
+    // The parse functions replace the message's contents. They return false if the bytes are
+    // malformed. All but the partial ones also return false if a required field is missing. The
+    // message keeps what was read. With a negative size they clear the message and read nothing.
     bool ParseFromArray(const void* data, int size) {
         return ParsePartialFromArray(data, size) && IsInitializedWithErrors();
     }
@@ -135,14 +137,14 @@ class Message : public MessageLite {
         return MergePartialFromCodedStream(input) && IsInitializedWithErrors();
     }
 
-    // Reads fields until the input's end, its limit, or an end-group tag. The caller asks the
-    // input's ConsumedEntireMessage() which of them it was.
+    // Reads fields until the input ends, a limit is reached, or an end-group tag comes. The input's
+    // ConsumedEntireMessage() tells the caller whether the message ended properly.
     bool MergePartialFromCodedStream(CodedInputStream* input) {
         setLimits(input);
         return readFields(input);
     }
 
-    // Does the same for a message within another, whose input has its limit.
+    // Does the same with an input that has its limits. Embedded messages are read with it.
     bool readFields(CodedInputStream* input) {
         return std::apply(
             [input](auto&... field) {
@@ -165,13 +167,12 @@ class Message : public MessageLite {
             self().fields());
     }
 
-    // The encoded size in bytes, cached in this message and in the embedded ones for the
-    // serialisation that follows.
+    // Returns the encoded size in bytes. Caches it in this message and in the embedded ones,
+    // because serialisation uses the cached sizes.
     std::size_t ByteSizeLong() const final {
         std::size_t size = 0;
         forEachField([&size](const auto& field) { size += field.byteSize(); });
-        // Threads that serialise one message at the same time would pass its memory back and forth
-        // if they wrote what is there.
+        // A store of the same value would slow down other threads that serialise this message.
         if (GetCachedSize() != static_cast<int>(size)) {
             cachedSize_.store(static_cast<int>(size), std::memory_order_relaxed);
         }
@@ -180,8 +181,7 @@ class Message : public MessageLite {
     int ByteSize() const { return static_cast<int>(ByteSizeLong()); }
     int GetCachedSize() const final { return cachedSize_.load(std::memory_order_relaxed); }
 
-    // The runtime's own two roads: what it serialises with, and what it parses with when it is
-    // given a MessageLite.
+    // The runtime calls these two functions when it serialises or parses a MessageLite.
     std::uint8_t* _InternalSerialize(std::uint8_t* target,
                                      EpsCopyOutputStream* stream) const final {
         forEachField([&](const auto& field) { target = field.write(target, stream); });
@@ -209,7 +209,7 @@ class Message : public MessageLite {
     void forEachField(Action action) const {
         std::apply([&action](const auto&... field) { (action(field), ...); }, self().fields());
     }
-    // The same field of this message and of another one of the type.
+    // Calls the action with each field of this message and the same field of the other one.
     template <class Other, class Action>
     void forEachFieldPair(Other& other, Action action) {
         std::apply(
@@ -220,7 +220,7 @@ class Message : public MessageLite {
             self().fields());
     }
 
-    // Hands on one byte more than a parse reads, so that the parse fails at its limit.
+    // Hands at most one byte more than kInputLimit to the parse, which fails at that limit.
     bool mergePartialFromBytes(const void* data, std::size_t size) {
         const std::size_t handedOn = std::min<std::size_t>(size, kInputLimit + 1);
         CodedInputStream input(static_cast<const std::uint8_t*>(data), static_cast<int>(handedOn));
@@ -231,7 +231,7 @@ class Message : public MessageLite {
         return readFields(&input) && input.ConsumedEntireMessage();
     }
 
-    // Atomic because threads that only read a message may serialise it at the same time.
+    // Is atomic because threads that only read a message may serialise it at the same time.
     mutable std::atomic<int> cachedSize_{0};
 };
 
