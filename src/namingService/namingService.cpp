@@ -24,6 +24,7 @@ NamingService::NamingService() {
 
 void NamingService::registerServices(const ServiceInfoArray& request) {
     const Guard<Mutex> guard(mutex);
+    // An entry without an identifier counts as 0 (compatibility C8).
     for (const ServiceInfo& service : request.services()) {
         QV_LOG(kLogDebug, "%s id: %d, address: %s", "NamingService::registerServices", service.id(),
                service.address().c_str());

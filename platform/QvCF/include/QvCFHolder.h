@@ -1,5 +1,4 @@
-// Ownership of CoreFoundation objects outside that library. Code there calls CFRelease() nowhere
-// else.
+// Ownership of CoreFoundation objects. No other file outside the layer calls CFRelease().
 #ifndef QV_CF_HOLDER_H
 #define QV_CF_HOLDER_H
 
@@ -10,15 +9,15 @@
 
 namespace qor::kevra {
 
-// Holds one reference to an object, or null, and gives it back at its end. `T` is the type of the
-// reference, such as CFStringRef.
+// Holds one reference to an object, or null, and releases the reference when it is destroyed. `T`
+// is the type of the reference, such as CFStringRef.
 template <class T>
 class CFHolder {
     static_assert(std::is_pointer_v<T>, "CFHolder takes a reference type, such as CFStringRef");
 
   public:
     CFHolder() noexcept = default;
-    // Takes over the reference that a function with Create or Copy in its name hands out.
+    // Takes over the reference that a function with Create or Copy in its name returns.
     explicit CFHolder(T object) noexcept : object_(object) {}
     CFHolder(CFHolder&& other) noexcept : object_(other.release()) {}
     CFHolder& operator=(CFHolder&& other) noexcept {
@@ -33,10 +32,10 @@ class CFHolder {
         }
     }
 
-    // The object, which stays the holder's.
+    // Returns the object. The holder keeps its reference.
     T get() const noexcept { return object_; }
 
-    // The object, whose reference is now the caller's; the holder is empty.
+    // Returns the object and passes its reference to the caller. The holder is empty afterwards.
     [[nodiscard]] T release() noexcept { return std::exchange(object_, nullptr); }
 
     explicit operator bool() const noexcept { return object_ != nullptr; }

@@ -1,5 +1,5 @@
-// Text from outside, made safe to show: what is written to a log or to a terminal goes through
-// here, so that no name or address can forge a line or drive the terminal.
+// Escapes text from outside before it is written to a log or a terminal, so that no name or address
+// can forge a line or control the terminal.
 #ifndef QV_TEXT_H
 #define QV_TEXT_H
 
@@ -8,16 +8,16 @@
 
 namespace qv::text {
 
-// Appends `text` to `out` on one printable line of UTF-8. These come out escaped:
+// Appends `text` to `out` as one printable line of UTF-8. These are escaped:
 //
-//     \n \r \t \\      the controls of these names, and the backslash
-//     \x1b \xe2\x80    each byte of any other control, of a character that cannot be seen or that
-//                      separates lines or turns the direction of text, and of ill-formed UTF-8
+//     \n \r \t \\      the control characters of these names, and the backslash
+//     \x1b \xe2\x80    each byte of any other control character, of a character that is invisible,
+//                      separates lines or changes the direction of text, and of ill-formed UTF-8
 //
-// All else stands as it is. So two texts that look alike here have the same bytes, but for
-// characters that a font shows alike.
+// Everything else stays as it is. Two different texts never have the same escaped form.
 void appendEscaped(std::string& out, std::string_view text);
 
+// Returns the escaped form of `text`.
 std::string escaped(std::string_view text);
 
 }  // namespace qv::text

@@ -1,4 +1,5 @@
-// The type of arrays, as a constant of this library. Who includes this links qv_corefoundation.
+// The type id of arrays, as a constant of this library. A target that includes this header links
+// qv_corefoundation.
 #ifndef QV_CF_ARRAY_TYPE_INFO_H
 #define QV_CF_ARRAY_TYPE_INFO_H
 
@@ -10,7 +11,7 @@ namespace qor::kevra {
 
 class CFArrayTypeInfo {
   public:
-    // CFArrayGetTypeID(), from the moment the library is loaded.
+    // CFArrayGetTypeID(). Set when the library is loaded.
     QV_UTIL_EXPORT static const CFTypeID CF_TYPE_ID;
 };
 

@@ -1,6 +1,6 @@
 /*
- * The product's utility library, as a plug-in sees it: where files are, and how a module's log is
- * set up. No function throws.
+ * The product's utility library, as a plug-in sees it. The library knows where files are and sets
+ * up a module's log. No function throws.
  */
 #ifndef QV_UTIL_H
 #define QV_UTIL_H
@@ -17,20 +17,22 @@ extern "C" {
 
 /*
  * Writes the full path of the named configuration file into `buffer` of `size` bytes and returns
- * the buffer; null when the path and its NUL do not fit. The directory is QV_CONFIG_DIR from the
- * environment, which a set-id process ignores, else the one that the build names.
+ * the buffer. Returns null if the path and its NUL do not fit. The directory is the value of
+ * QV_CONFIG_DIR in the environment, else the directory that the build names. A set-id process
+ * ignores the environment.
  */
 QV_UTIL_EXPORT char* QvGetFilePath(char* buffer, int size, const char* fileName);
 
 /*
- * Opens the diagnostic log of `module` and stores its handle in *handle; the caller releases it
- * with LorxReleaseDbgLog(). The log file is `logPath`, or the file of the same base name in
- * QV_LOG_DIR from the environment, which a set-id process ignores; missing directories are made
- * with mode 0750. When the log cannot be opened *handle becomes null, and -1 is returned; else 0.
+ * Opens the diagnostic log of `module`, stores its handle in *handle and returns 0. The caller
+ * releases the handle with LorxReleaseDbgLog(). If the log cannot be opened, stores null and
+ * returns -1. The log file is `logPath`, or the file of the same base name in the directory
+ * QV_LOG_DIR of the environment. A set-id process ignores the environment. Missing directories are
+ * created with mode 0750.
  *
- * The threshold is the integer DebugLevel, 0 to 7, of the dictionary that is the property list in
- * the configuration file `configName`, found as QvGetFilePath() finds it. It is 6 when there is no
- * such number, and no such file, or one that is no regular file or larger than 16 MiB.
+ * The threshold is the number DebugLevel, 0 to 7, in the root dictionary of the configuration file
+ * `configName`, which QvGetFilePath() finds. The threshold is 6 if the number or the file is
+ * missing, or if the file is not a regular file or is larger than 16 MiB.
  */
 QV_UTIL_EXPORT int QvInitDebugByConfig(void** handle, const char* configName, const char* module,
                                        const char* logPath);

@@ -60,8 +60,8 @@ const CFTypeID CFNumberTypeInfo<T, kNumberType>::CF_TYPE_ID = CFNumberGetTypeID(
 using Int32TypeInfo = CFNumberTypeInfo<int, 3>;
 static_assert(Int32TypeInfo::CF_NUM_TYPE == kCFNumberSInt32Type);
 
-// Creates a string from UTF-8 up to its first NUL. Null if the bytes are not UTF-8 or memory runs
-// out.
+// Creates a string from UTF-8 up to its first NUL (compatibility C24). Null if the bytes are not
+// UTF-8 or memory runs out.
 inline CFHolder<CFStringRef> createString(const char* text) {
     return CFHolder<CFStringRef>(
         CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8));
@@ -157,7 +157,8 @@ inline CFTypeRef valueOf(CFDictionaryRef dictionary, const char* key) {
     return CFDictionaryGetValue(dictionary, name.get());
 }
 
-// Sets the fields for which the dictionary has a fitting value. The other fields stay as they are.
+// Sets the fields for which the dictionary has a fitting value. The other fields stay as they are
+// (compatibility C23).
 inline bool convert(CFDictionaryRef dictionary, ServiceInfo& service) {
     if (dictionary == nullptr) {
         return false;

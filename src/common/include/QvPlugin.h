@@ -23,12 +23,12 @@
  * definitions are namingService.proto and KevraCommonMsg.proto.
  *
  * Threads: the service handlers may run on several threads at once. QvPluginInitialize() and
- * QvPluginFinalize() must not run at the same time as each other or as any handler.
+ * QvPluginFinalize() must not overlap each other or any handler.
  *
- * Exceptions: a host written in C++ must be ready for a std::string from QvPluginInitialize()
- * ("fail to pthread_mutex_init") and from the service handlers ("fail to get the lock", with
- * nothing changed), and for std::bad_alloc from all of them. Where memory runs out in the middle of
- * a registration, the services before that point are registered.
+ * Exceptions: a host catches C++ exceptions. The service handlers throw the std::string "fail to
+ * get the lock" and then change nothing. QvPluginInitialize() throws the std::string "fail to
+ * pthread_mutex_init". All of them throw std::bad_alloc if memory runs out. If memory runs out in
+ * the middle of a registration, the services before that point are registered.
  */
 #ifndef QV_PLUGIN_H
 #define QV_PLUGIN_H
@@ -65,13 +65,13 @@ enum {
     QV_COMMAND_GET_SERVICES = 0x0202         /* out: ServiceInfoArray, ascending identifiers */
 };
 
-/* What QvPluginGetId() answers for the naming service. */
+/* The identifier that QvPluginGetId() of the naming service returns. */
 enum { QV_PLUGIN_ID_NAMING_SERVICE = 2 };
 
 /*
- * Executes one command. `in` holds `inLen` bytes and stays the caller's. A command that answers
- * stores a buffer in *out, to be given to QvPluginFree(), and its length in bytes in *outLen; a
- * command that does not answer never touches them. Returns a result code.
+ * Executes one command and returns a result code. The caller owns `in`, which holds `inLen` bytes.
+ * A command that answers stores a buffer in *out and the buffer's length in bytes in *outLen; the
+ * caller gives the buffer to QvPluginFree(). A command that does not answer touches neither.
  */
 typedef int (*CommandHandler)(int command, const void* in, int inLen, void** out, int* outLen);
 
@@ -87,36 +87,38 @@ QV_PLUGIN_STATIC_ASSERT(offsetof(HandlerEntry, command) == 0, "the command code 
 QV_PLUGIN_STATIC_ASSERT(offsetof(HandlerEntry, name) == 4, "the name follows the command code");
 QV_PLUGIN_STATIC_ASSERT(offsetof(HandlerEntry, handler) == 40, "the handler ends the row");
 
-/* Called by a plug-in to notify its host. The naming service keeps it and never calls it. */
+/* A plug-in calls this function to notify its host. The naming service keeps it and never calls it.
+ */
 typedef void (*QvNotificationCallback)(void);
 
-/* The plug-in's identifier, by which a host tells plug-ins apart. Callable at any time. */
+/* Returns the plug-in's identifier, by which a host tells plug-ins apart. Callable at any time. */
 QV_PLUGIN_EXPORT int32_t QvPluginGetId(void);
 
 /*
- * Opens the log and creates the registry. What exists already is kept, so a repeated call changes
- * nothing. Always returns QV_OK; after an exception a later call tries again.
+ * Opens the log, loads the configuration and creates the registry. Objects that exist are kept, so
+ * a repeated call changes nothing. Always returns QV_OK. After an exception a later call tries
+ * again.
  */
 QV_PLUGIN_EXPORT int QvPluginInitialize(void);
 
 /*
- * Closes the log and destroys the registry, saving nothing. Harmless when not initialised; the
- * plug-in may be initialised again afterwards.
+ * Closes the log and destroys the registry. Saves nothing. Does no harm if the plug-in is not
+ * initialised. The plug-in may be initialised again afterwards.
  */
 QV_PLUGIN_EXPORT void QvPluginFinalize(void);
 
 /*
- * Stores the command table's first row in *handlers, its number of rows in *count and null in
- * *reserved. The table is valid and unchanging while the library is loaded. Returns
- * QV_ERROR_ARGUMENT and stores nothing when any pointer is null.
+ * Stores the address of the command table in *handlers, the number of its rows in *count and null
+ * in *reserved. The table does not change while the library is loaded. Returns QV_ERROR_ARGUMENT
+ * and stores nothing if any pointer is null.
  */
 QV_PLUGIN_EXPORT int QvPluginGetHandlers(const HandlerEntry** handlers, int32_t* count,
                                          void** reserved);
 
-/* Releases an answer buffer; null is allowed. Always returns QV_OK. */
+/* Releases an answer buffer. Null is allowed. Always returns QV_OK. */
 QV_PLUGIN_EXPORT int QvPluginFree(void* buffer);
 
-/* Keeps the callback; null stands for a callback that does nothing. */
+/* Keeps the callback. Null means a callback that does nothing. */
 QV_PLUGIN_EXPORT void QvPluginSetNotificationCallback(QvNotificationCallback callback);
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-// What the results of a plug-in other than QV_OK mean, in the words of messages to people.
+// The meaning of a plug-in's results other than QV_OK, in words for messages to people.
 #ifndef QV_RESULT_H
 #define QV_RESULT_H
 

@@ -3,7 +3,8 @@
 // The project's own protoc plug-in compiles the definition files, because the product's components
 // rely on an older wire behaviour than that of the runtime's generated code:
 //   - A parse drops unknown fields, known numbers with another wire type, and enum numbers that the
-//     enum does not name. The runtime's code would keep them and write them again.
+//     enum does not name. The runtime's code would keep them and write them again
+//     (compatibility C29).
 //   - After a parse of input that is cut, a message holds only values that the input held. The
 //     handlers act on a partly decoded message, so an invented value would become a registered
 //     service.
