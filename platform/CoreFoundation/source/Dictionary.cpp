@@ -2,25 +2,10 @@
 
 #include <algorithm>
 
+#include "DictionaryIndex.h"
 #include "Hash.h"
 
 namespace cf {
-
-// Open addressing with linear probing; at most half of the slots are in use. A slot holds half a
-// hash, so that most searches look at one key, and the position of an entry.
-struct Dictionary::Index {
-    struct Slot {
-        std::uint32_t hash;
-        std::uint32_t position;  // of the entry, plus 1; 0 in a slot that is free
-    };
-
-    std::size_t mask;  // the number of slots, a power of two, less 1
-
-    Slot* slots() { return reinterpret_cast<Slot*>(this + 1); }
-
-    std::size_t next(std::size_t slot) const { return (slot + 1) & mask; }
-    std::size_t home(std::uint32_t hash) const { return hash & mask; }
-};
 
 namespace {
 
@@ -111,49 +96,10 @@ std::uint32_t hashKey(const Dictionary& dictionary, const void* key) {
         hashWord(hashOf == nullptr ? reinterpret_cast<std::uintptr_t>(key) : hashOf(key)));
 }
 
-void insertIntoIndex(Index& index, std::uint32_t hash, std::size_t position) {
-    std::size_t slot = index.home(hash);
-    while (index.slots()[slot].position != 0) {
-        slot = index.next(slot);
-    }
-    index.slots()[slot] = {hash, static_cast<std::uint32_t>(position + 1)};
-}
-
-// The slot of the entry at `position`.
-std::size_t findSlot(Index& index, std::uint32_t hash, std::size_t position) {
-    std::size_t slot = index.home(hash);
-    while (index.slots()[slot].position != position + 1) {
-        slot = index.next(slot);
-    }
-    return slot;
-}
-
-// Frees a slot, and moves up what had to pass it by.
-void eraseFromIndex(Index& index, std::size_t slot) {
-    Index::Slot* const slots = index.slots();
-    std::size_t free = slot;
-    for (std::size_t at = index.next(slot); slots[at].position != 0; at = index.next(at)) {
-        const std::size_t distance = (at - index.home(slots[at].hash)) & index.mask;
-        if (distance >= ((at - free) & index.mask)) {
-            slots[free] = slots[at];
-            free = at;
-        }
-    }
-    slots[free] = {0, 0};
-}
-
 Index* makeIndex(const Dictionary& dictionary, std::size_t capacity) {
-    std::size_t slots = 2 * kMostWithoutIndex;
-    while (slots < 2 * capacity) {
-        slots *= 2;
-    }
-    auto* const index =
-        static_cast<Index*>(std::calloc(1, sizeof(Index) + slots * sizeof(Index::Slot)));
-    if (index != nullptr) {
-        index->mask = slots - 1;
-        for (std::size_t at = 0; at < dictionary.count; ++at) {
-            insertIntoIndex(*index, hashKey(dictionary, dictionary.entries[at].key), at);
-        }
+    Index* const index = Index::make(capacity);
+    for (std::size_t at = 0; index != nullptr && at < dictionary.count; ++at) {
+        index->insert(hashKey(dictionary, dictionary.entries[at].key), at);
     }
     return index;
 }
@@ -216,7 +162,7 @@ Entry* find(const Dictionary& dictionary, const void* key) {
 // The key must not be there yet, and the dictionary must have room for it.
 void append(Dictionary& dictionary, const void* key, const void* value) {
     if (dictionary.index != nullptr) {
-        insertIntoIndex(*dictionary.index, hashKey(dictionary, key), dictionary.count);
+        dictionary.index->insert(hashKey(dictionary, key), dictionary.count);
     }
     dictionary.entries[dictionary.count++] = {key, value};
 }
@@ -280,10 +226,10 @@ void remove(Dictionary& dictionary, Entry& entry) {
     const std::size_t last = dictionary.count - 1;
     if (dictionary.index != nullptr) {
         Index& index = *dictionary.index;
-        eraseFromIndex(index, findSlot(index, hashKey(dictionary, removed.key), position));
+        index.erase(index.find(hashKey(dictionary, removed.key), position));
         if (position != last) {
             const std::uint32_t hash = hashKey(dictionary, dictionary.entries[last].key);
-            index.slots()[findSlot(index, hash, last)].position =
+            index.slots()[index.find(hash, last)].position =
                 static_cast<std::uint32_t>(position + 1);
         }
     }

@@ -37,25 +37,13 @@
 // clang-format on
 #include "XmlReader.h"
 
-#include <algorithm>
-#include <cstring>
-
-#ifdef __APPLE__
-#include <xlocale.h>
-#else
-#include <locale.h>
-#endif
-
-#include "Buffer.h"
-#include "Calendar.h"
-#include "Data.h"
-#include "Date.h"
 #include "Number.h"
 #include "String.h"
-#include "Text.h"
 #include "Tree.h"
 #include "Uid.h"
 #include "Unicode.h"
+#include "XmlScanner.h"
+#include "XmlValues.h"
 
 namespace cf {
 
@@ -121,38 +109,6 @@ const ElementName* elementOf(std::string_view name) {
     }
 }
 
-struct Tag {
-    const ElementName* element;
-    bool isEmpty;
-};
-
-bool isSpace(char byte) {
-    return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r';
-}
-
-// Where the text ends: at the next < or &, or at the end.
-const char* endOfText(const char* at, const char* end) {
-    constexpr std::uint64_t kOnes = 0x0101010101010101U;
-    constexpr std::uint64_t kHighBits = 0x8080808080808080U;
-    // Not zero where one of eight bytes is the given one.
-    const auto find = [](std::uint64_t eight, char byte) {
-        const std::uint64_t different = eight ^ kOnes * static_cast<unsigned char>(byte);
-        return (different - kOnes) & ~different & kHighBits;
-    };
-    for (; static_cast<std::size_t>(end - at) >= sizeof(std::uint64_t);
-         at += sizeof(std::uint64_t)) {
-        std::uint64_t eight = 0;
-        std::memcpy(&eight, at, sizeof eight);
-        if ((find(eight, '<') | find(eight, '&')) != 0) {
-            break;
-        }
-    }
-    while (at < end && *at != '<' && *at != '&') {
-        ++at;
-    }
-    return at;
-}
-
 // The keys of a document are few and come again and again: each is made once.
 class KeyCache {
   public:
@@ -204,214 +160,38 @@ class KeyCache {
 class XmlReader {
   public:
     XmlReader(std::string_view document, bool containersAreMutable)
-        : begin_(document.data()),
-          at_(document.data()),
-          end_(document.data() + document.size()),
-          tree_(containersAreMutable, Present::Replace) {}
+        : scanner_(document), tree_(containersAreMutable, Present::Replace) {}
 
     const Object* read(Refusal& refusal) {
-        const Object* const root = tree_.finish(skipProlog() ? readElements() : nullptr, &reason_);
+        const Object* const root =
+            tree_.finish(scanner_.skipProlog() ? readElements() : nullptr, scanner_.reason());
         if (root == nullptr) {
-            refusal = {reason_, lastLine(begin_, std::min(at_, end_))};
+            refusal = scanner_.refusal();
         }
         return root;
     }
 
   private:
-    enum class Next { Start, End, Nothing };
+    using Next = XmlScanner::Next;
 
-    std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
-    std::string_view rest() const { return {at_, left()}; }
-
-    std::nullptr_t refuse(const char* reason) {
-        reason_ = reason;
-        return nullptr;
-    }
+    std::nullptr_t refuse(const char* reason) { return scanner_.refuse(reason); }
 
     const Object* made(const Object* object) {
         return object == nullptr ? refuse(kOutOfMemory) : object;
     }
 
-    void skipSpace() {
-        while (at_ < end_ && isSpace(*at_)) {
-            ++at_;
-        }
-    }
-
-    // Goes behind the next `mark`.
-    bool skipTo(std::string_view mark, const char* reason) {
-        const std::size_t found = rest().find(mark);
-        if (found == std::string_view::npos) {
-            refuse(reason);
-            return false;
-        }
-        at_ += found + mark.size();
-        return true;
-    }
-
-    bool skipComment() { return skipTo("-->", "a comment without its end"); }
-    bool skipInstruction() { return skipTo("?>", "a processing instruction without its end"); }
-
-    bool skipDoctype() {
-        constexpr std::string_view kDoctype = "DOCTYPE";
-        if (!startsWith(rest(), kDoctype)) {
-            refuse("neither a comment nor a document type");
-            return false;
-        }
-        at_ += kDoctype.size();
-        while (at_ < end_ && *at_ != '>') {
-            if (*at_ == '[') {
-                refuse("a document type with definitions of its own");
-                return false;
-            }
-            ++at_;
-        }
-        if (at_ == end_) {
-            refuse("a document type without its end");
-            return false;
-        }
-        ++at_;
-        return true;
-    }
-
-    // Up to behind the "<" of the first element.
-    bool skipProlog() {
-        for (;;) {
-            skipSpace();
-            if (left() < 2) {
-                refuse("no element");
-                return false;
-            }
-            if (*at_ != '<') {
-                refuse("text in front of the first element");
-                return false;
-            }
-            ++at_;
-            if (*at_ == '?') {
-                ++at_;
-                if (!skipInstruction()) {
-                    return false;
-                }
-            } else if (*at_ == '!') {
-                ++at_;
-                if (startsWith(rest(), "--")) {
-                    at_ += 2;
-                    if (!skipComment()) {
-                        return false;
-                    }
-                } else if (!skipDoctype()) {
-                    return false;
-                }
-            } else {
-                return true;
-            }
-        }
-    }
-
-    // What comes next inside a container; the cursor is then behind the "<" of a start tag, or on
-    // that of an end tag.
-    Next next() {
-        for (;;) {
-            skipSpace();
-            if (left() < 2) {
-                refuse("the document ends inside an element");
-                return Next::Nothing;
-            }
-            if (*at_ != '<') {
-                refuse("text where an element should be");
-                return Next::Nothing;
-            }
-            switch (at_[1]) {
-                case '/':
-                    return Next::End;
-                case '<':
-                    ++at_;
-                    return passesOverStrayLess() ? Next::End : Next::Start;
-                case '?':
-                    // Its first question mark may be its last one.
-                    ++at_;
-                    if (!skipInstruction()) {
-                        return Next::Nothing;
-                    }
-                    break;
-                case '!':
-                    if (!startsWith(rest(), "<!--")) {
-                        refuse("neither a comment nor an element");
-                        return Next::Nothing;
-                    }
-                    at_ += 3;
-                    if (!skipComment()) {
-                        return Next::Nothing;
-                    }
-                    break;
-                default:
-                    ++at_;
-                    return Next::Start;
-            }
-        }
-    }
-
-    // Whether the cursor, which is behind a "<", is at the end tag of a dictionary in a document
-    // without a plist element. There the "<" is passed over.
-    bool passesOverStrayLess() const {
-        return !hasPlist_ && tree_.isInDictionary() && startsWith(rest(), "</dict");
-    }
-
-    // From behind the "<" of a start tag to behind its ">".
-    bool readTag(Tag& tag) {
-        const char* const start = at_;
-        const char* nameEnd = nullptr;
-        while (at_ < end_ && *at_ != '>') {
-            if (nameEnd == nullptr && isSpace(*at_)) {
-                nameEnd = at_;
-            }
-            ++at_;
-        }
-        if (at_ == end_) {
-            refuse("a tag without its end");
-            return false;
-        }
-        tag.isEmpty = at_ != start && at_[-1] == '/';
-        if (nameEnd == nullptr) {
-            nameEnd = tag.isEmpty ? at_ - 1 : at_;
-        }
-        ++at_;
-        const std::string_view name(start, static_cast<std::size_t>(nameEnd - start));
-        tag.element = elementOf(name);
-        if (tag.element != nullptr) {
-            return true;
-        }
-        refuse("an element of no property list");
-        return false;
-    }
-
-    bool readEndTag(std::string_view name) {
-        if (left() < name.size() + 3) {
-            refuse("the document ends inside an element");
-            return false;
-        }
-        if (at_[0] != '<' || at_[1] != '/' || std::memcmp(at_ + 2, name.data(), name.size()) != 0) {
-            refuse("something other than the end of the element");
-            return false;
-        }
-        at_ += 2 + name.size();
-        skipSpace();
-        if (at_ == end_ || *at_ != '>') {
-            refuse("an end tag without its end");
-            return false;
-        }
-        ++at_;
-        return true;
-    }
-
-    // The elements from the first one on, whose start tag begins at the cursor, to its end.
+    // Reads the elements from the first one on, whose start tag begins at the cursor, to its end.
     const Object* readElements() {
         for (;;) {
-            Tag tag = {};
-            if (!readTag(tag)) {
+            XmlScanner::Tag tag = {};
+            if (!scanner_.readTag(tag)) {
                 return nullptr;
             }
-            const Element element = tag.element->element;
+            const ElementName* const name = elementOf(tag.name);
+            if (name == nullptr) {
+                return refuse("an element of no property list");
+            }
+            const Element element = name->element;
             const Object* value = nullptr;
             if (!tag.isEmpty && (element == Element::Plist || element == Element::Array ||
                                  element == Element::Dictionary)) {
@@ -419,7 +199,7 @@ class XmlReader {
                     return nullptr;
                 }
             } else {
-                value = readLeaf(tag);
+                value = tag.isEmpty ? readEmpty(element) : readLeaf(*name);
                 if (value == nullptr) {
                     return nullptr;
                 }
@@ -434,11 +214,11 @@ class XmlReader {
                         return nullptr;
                     }
                 }
-                const Next what = next();
-                if (what == Next::Start) {
+                const Next next = scanner_.next();
+                if (next == Next::Start) {
                     break;
                 }
-                value = what == Next::End ? close() : nullptr;
+                value = next == Next::Nothing ? nullptr : close(next == Next::StrayLess);
                 if (value == nullptr) {
                     return nullptr;
                 }
@@ -452,8 +232,9 @@ class XmlReader {
         if (element == Element::Plist && tree_.depth() == 0) {
             tree_.exemptOutermost();
         }
-        const bool wasOpened = element == Element::Dictionary ? tree_.openDictionary(&reason_)
-                                                              : tree_.openArray(&reason_);
+        const bool wasOpened = element == Element::Dictionary
+                                   ? tree_.openDictionary(scanner_.reason())
+                                   : tree_.openArray(scanner_.reason());
         if (wasOpened) {
             isPlist_[tree_.depth() - 1] = element == Element::Plist;
             hasPlist_ = hasPlist_ || element == Element::Plist;
@@ -471,23 +252,28 @@ class XmlReader {
                 refuse("a value without a key");
                 return false;
             }
-            return tree_.setKey(value, &reason_);
+            return tree_.setKey(value, scanner_.reason());
         }
-        return tree_.add(value, &reason_);
+        return tree_.add(value, scanner_.reason());
     }
 
-    const Object* close() {
+    // Leaves the innermost container at its end tag. A stray "<" in front of the end tag is passed
+    // over for a dictionary in a document without a plist element.
+    const Object* close(bool isBehindStrayLess) {
+        if (isBehindStrayLess && (hasPlist_ || !tree_.isInDictionary())) {
+            return refuse("a tag inside a tag");
+        }
         if (tree_.isInDictionary()) {
             if (tree_.hasKey()) {
                 return refuse("a key without a value");
             }
-            if (!readEndTag("dict")) {
+            if (!scanner_.readEndTag("dict")) {
                 return nullptr;
             }
             return asUidIfItIsOne(static_cast<Dictionary*>(tree_.close()));
         }
         const bool isPlist = isInPlist();
-        if (!readEndTag(isPlist ? std::string_view("plist") : std::string_view("array"))) {
+        if (!scanner_.readEndTag(isPlist ? std::string_view("plist") : std::string_view("array"))) {
             return nullptr;
         }
         Ref<const Object> array(tree_.close());
@@ -527,13 +313,10 @@ class XmlReader {
                                                : INT32_MIN);
     }
 
-    // An element that holds no others, from behind its start tag to behind its end tag.
-    const Object* readLeaf(const Tag& tag) {
-        if (tag.isEmpty) {
-            return readEmpty(tag.element->element);
-        }
-        Ref<const Object> value(readContent(tag.element->element));
-        if (!value || !readEndTag(tag.element->name)) {
+    // Reads an element that holds no others, from behind its start tag to behind its end tag.
+    const Object* readLeaf(const ElementName& name) {
+        Ref<const Object> value(readContent(name.element));
+        if (!value || !scanner_.readEndTag(name.name)) {
             return nullptr;
         }
         return value.pass();
@@ -542,9 +325,9 @@ class XmlReader {
     const Object* readEmpty(Element element) {
         switch (element) {
             case Element::Array:
-                return openAndClose(tree_.openArray(&reason_));
+                return openAndClose(tree_.openArray(scanner_.reason()));
             case Element::Dictionary:
-                return openAndClose(tree_.openDictionary(&reason_));
+                return openAndClose(tree_.openDictionary(scanner_.reason()));
             case Element::Key:
             case Element::String:
                 return made(makeAsciiString({}));
@@ -570,121 +353,14 @@ class XmlReader {
             case Element::False:
                 return asObject(kCFBooleanFalse);
             case Element::Integer:
-                return readInteger();
+                return readInteger(scanner_.readBytes(), scanner_.reason());
             case Element::Real:
-                return readReal();
+                return readRealText();
             case Element::Date:
-                return readDate();
+                return readDate(scanner_.readBytes(), scanner_.reason());
             default:
-                return readData();
+                return readData(scanner_.readBytes(), scanner_.reason());
         }
-    }
-
-    // The text up to the end tag, which stays in the document or, where it is not simply there, is
-    // put together in pieces_.
-    bool readText(std::string_view& text) {
-        pieces_.shrinkTo(0);
-        const char* start = at_;
-        bool isPieced = false;
-        for (;;) {
-            at_ = endOfText(at_, end_);
-            const bool isEntity = at_ < end_ && *at_ == '&';
-            const bool isCdata = left() > 1 && at_[0] == '<' && at_[1] == '!';
-            const std::string_view piece(start, static_cast<std::size_t>(at_ - start));
-            if (!isEntity && !isCdata && !isPieced) {
-                text = piece;
-                return true;
-            }
-            isPieced = true;
-            if (!pieces_.append(piece.data(), piece.size())) {
-                refuse(kOutOfMemory);
-                return false;
-            }
-            if (!isEntity && !isCdata) {
-                text = {pieces_.data(), pieces_.size()};
-                return true;
-            }
-            if (isEntity ? !readEntity() : !readCdata()) {
-                return false;
-            }
-            start = at_;
-        }
-    }
-
-    bool readCdata() {
-        constexpr std::string_view kStart = "<![CDATA[";
-        constexpr std::string_view kEnd = "]]>";
-        if (!startsWith(rest(), kStart)) {
-            refuse("markup inside a string");
-            return false;
-        }
-        at_ += kStart.size();
-        const char* const start = at_;
-        if (!skipTo(kEnd, "a CDATA section without its end")) {
-            return false;
-        }
-        const auto size = static_cast<std::size_t>(at_ - start) - kEnd.size();
-        if (!pieces_.append(start, size)) {
-            refuse(kOutOfMemory);
-            return false;
-        }
-        return true;
-    }
-
-    bool readEntity() {
-        struct Entity {
-            std::string_view name;
-            char character;
-        };
-        constexpr Entity kEntities[] = {
-            {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&apos;", '\''}, {"&quot;", '"'}};
-
-        if (startsWith(rest(), "&#")) {
-            return readNumericEntity();
-        }
-        for (const Entity& entity : kEntities) {
-            if (startsWith(rest(), entity.name)) {
-                at_ += entity.name.size();
-                if (!pieces_.append(entity.character)) {
-                    refuse(kOutOfMemory);
-                    return false;
-                }
-                return true;
-            }
-        }
-        refuse("an unknown entity");
-        return false;
-    }
-
-    bool readNumericEntity() {
-        constexpr int kMostDigits = 8;
-        at_ += 2;
-        const bool isHex = at_ < end_ && *at_ == 'x';
-        if (isHex) {
-            ++at_;
-        }
-        const unsigned base = isHex ? 16 : 10;
-        std::uint32_t codePoint = 0;
-        for (int digits = 0; at_ < end_ && *at_ != ';'; ++digits, ++at_) {
-            const unsigned digit = hexDigit(*at_);
-            if (digit >= base || digits == kMostDigits) {
-                refuse("a character reference that is no number");
-                return false;
-            }
-            codePoint = codePoint * base + digit;
-        }
-        if (at_ == end_ || codePoint > kLastCodePoint || isSurrogate(codePoint)) {
-            refuse("a reference to no character");
-            return false;
-        }
-        ++at_;
-        char bytes[4] = {};
-        const char* const end = writeUtf8(codePoint, bytes);
-        if (!pieces_.append(bytes, static_cast<std::size_t>(end - bytes))) {
-            refuse(kOutOfMemory);
-            return false;
-        }
-        return true;
     }
 
     const String* makeString(std::string_view text) {
@@ -698,12 +374,21 @@ class XmlReader {
 
     const Object* readString() {
         std::string_view text;
-        return readText(text) ? makeString(text) : nullptr;
+        return scanner_.readText(text) ? makeString(text) : nullptr;
+    }
+
+    const Object* readRealText() {
+        std::string_view text;
+        if (!scanner_.readText(text)) {
+            return nullptr;
+        }
+        const Ref<const String> string(makeString(text));
+        return string ? readReal(*string, scanner_.reason()) : nullptr;
     }
 
     const Object* readKey() {
         std::string_view text;
-        if (!readText(text)) {
+        if (!scanner_.readText(text)) {
             return nullptr;
         }
         if (const String* const kept = keys_.find(text); kept != nullptr) {
@@ -716,238 +401,8 @@ class XmlReader {
         return key;
     }
 
-    // Byte by byte, as it has always been: what begins like one of the wide spaces leads to bytes
-    // that count as spaces themselves.
-    void skipIntegerSpace() {
-        while (at_ < end_) {
-            const auto byte = static_cast<unsigned char>(*at_);
-            const bool isSpaceByte = byte <= ' ' || (byte > 0x7E && byte < 0xA1);
-            const bool startsWideSpace = (left() >= 3 && startsWith(rest(), "\xE2\x80") &&
-                                          static_cast<unsigned char>(at_[2]) >= 0x80 &&
-                                          static_cast<unsigned char>(at_[2]) <= 0x8B) ||
-                                         startsWith(rest(), "\xE2\x81\x9F") ||
-                                         startsWith(rest(), "\xE3\x80\x80");
-            if (!isSpaceByte && !startsWideSpace) {
-                return;
-            }
-            ++at_;
-        }
-    }
-
-    const Object* readInteger() {
-        skipIntegerSpace();
-        bool isNegative = false;
-        if (at_ < end_ && (*at_ == '-' || *at_ == '+')) {
-            isNegative = *at_ == '-';
-            ++at_;
-            skipIntegerSpace();
-        }
-        unsigned base = 10;
-        if (startsWith(rest(), "0x") || startsWith(rest(), "0X")) {
-            base = 16;
-            at_ += 2;
-        }
-        const char* const digits = at_;
-        std::uint64_t magnitude = 0;
-        for (; at_ < end_ && *at_ != '<'; ++at_) {
-            const unsigned digit = hexDigit(*at_);
-            if (digit >= base) {
-                return refuse("an integer with other characters than digits");
-            }
-            if (magnitude > (UINT64_MAX - digit) / base) {
-                return refuse("an integer out of range");
-            }
-            magnitude = magnitude * base + digit;
-        }
-        if (at_ == digits) {
-            return refuse("an integer without digits");
-        }
-        constexpr std::uint64_t kTwoTo63 = std::uint64_t{1} << 63;
-        if (!isNegative) {
-            return made(makeNumber(magnitude));
-        }
-        if (magnitude > kTwoTo63) {
-            return refuse("an integer out of range");
-        }
-        return made(makeNumber(static_cast<std::int64_t>(0 - magnitude)));
-    }
-
-    const Object* readReal() {
-        std::string_view text;
-        if (!readText(text)) {
-            return nullptr;
-        }
-        Ref<const String> string(makeString(text));
-        double value = 0;
-        if (!string) {
-            return nullptr;
-        }
-        if (!parseReal(*string, value)) {
-            return reason_ == nullptr ? refuse("a real that is no number") : nullptr;
-        }
-        return made(makeNumber(value));
-    }
-
-    static bool isNamedReal(const String& string, double& value) {
-        struct Name {
-            std::string_view name;
-            double value;
-        };
-        constexpr double kInfinity = __builtin_inf();
-        constexpr Name kNames[] = {
-            {"nan", __builtin_nan("")}, {"inf", kInfinity},      {"+inf", kInfinity},
-            {"-inf", -kInfinity},       {"infinity", kInfinity}, {"+infinity", kInfinity},
-            {"-infinity", -kInfinity},
-        };
-        for (const Name& name : kNames) {
-            bool isEqual = name.name.size() == string.length;
-            for (std::size_t at = 0; isEqual && at < string.length; ++at) {
-                const UniChar unit = string.at(at);
-                isEqual = (unit >= 'A' && unit <= 'Z' ? unit + 0x20 : unit) == name.name[at];
-            }
-            if (isEqual) {
-                value = name.value;
-                return true;
-            }
-        }
-        return false;
-    }
-
-    static bool isRealSpace(UniChar unit) {
-        return unit <= ' ' || (unit > 0x7E && unit < 0xA1) || (unit >= 0x2000 && unit <= 0x200B) ||
-               unit == 0x3000;
-    }
-
-    bool parseReal(const String& string, double& value) {
-        if (isNamedReal(string, value)) {
-            return true;
-        }
-        std::size_t at = 0;
-        while (at < string.length && isRealSpace(string.at(at))) {
-            ++at;
-        }
-        pieces_.shrinkTo(0);
-        for (; at < string.length; ++at) {
-            const UniChar unit = string.at(at);
-            // A NUL is let through, and no number then: strtod() ends in front of it.
-            if (unit > 0x7E || std::strchr("0123456789.eE+-", unit) == nullptr) {
-                return false;
-            }
-            if (!pieces_.append(static_cast<char>(unit))) {
-                refuse(kOutOfMemory);
-                return false;
-            }
-        }
-        if (!pieces_.append('\0')) {
-            refuse(kOutOfMemory);
-            return false;
-        }
-        // The decimal point must not be that of the host's language.
-        static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-        char* end = nullptr;
-        value = strtod_l(pieces_.data(), &end, plain);
-        return pieces_.size() > 1 && end == pieces_.data() + pieces_.size() - 1;
-    }
-
-    // Two digits, which must not be the last bytes of the document.
-    bool readTwoDigits(int& number) {
-        if (left() < 3) {
-            return false;
-        }
-        const char tens = at_[0];
-        const char ones = at_[1];
-        at_ += 2;
-        number = (tens - '0') * 10 + (ones - '0');
-        return isDigit(tens) && isDigit(ones);
-    }
-
-    bool readByte(char byte) {
-        if (at_ == end_ || *at_ != byte) {
-            return false;
-        }
-        ++at_;
-        return true;
-    }
-
-    const Object* readDate() {
-        const bool isNegative = readByte('-');
-        // Years of any length have always been taken, and kept to 32 bits.
-        std::uint32_t digits = 0;
-        for (; at_ < end_ && isDigit(*at_); ++at_) {
-            digits = digits * 10 + static_cast<std::uint32_t>(*at_ - '0');
-        }
-        int month = 0;
-        int day = 0;
-        int hour = 0;
-        int minute = 0;
-        int second = 0;
-        if (!readByte('-') || !readTwoDigits(month) || !readByte('-') || !readTwoDigits(day) ||
-            !readByte('T') || !readTwoDigits(hour) || !readByte(':') || !readTwoDigits(minute) ||
-            !readByte(':') || !readTwoDigits(second) || !readByte('Z')) {
-            return refuse("a date of another form than 2001-01-01T00:00:00Z");
-        }
-        const std::int64_t year = static_cast<std::int32_t>(isNegative ? 0 - digits : digits);
-        return made(create<Date>(kCFAllocatorDefault, 0,
-                                 absoluteTime(year, month, day, hour, minute, second)));
-    }
-
-    // Base64 with a padding character of the value 0: what it leaves over is cut off the group of
-    // four in which it stands last.
-    const Object* readData() {
-        pieces_.shrinkTo(0);
-        const char* const end =
-            static_cast<const char*>(std::memchr(at_, '<', left()));  // that of the end tag
-        const std::size_t size = end == nullptr ? left() : static_cast<std::size_t>(end - at_);
-        if (!pieces_.reserve(size / 4 * 3)) {
-            return refuse(kOutOfMemory);
-        }
-        unsigned group = 0;
-        int characters = 0;
-        int padding = 0;
-        for (; at_ < end_ && *at_ != '<'; ++at_) {
-            const auto byte = static_cast<unsigned char>(*at_);
-            if (byte > 0x7F) {
-                return refuse("data with other characters than ASCII");
-            }
-            if (byte == '=') {
-                ++padding;
-            } else if (byte != ' ' && (byte < '\t' || byte > '\r')) {
-                padding = 0;
-            }
-            const int value = base64Value(*at_);
-            if (value < 0) {
-                continue;
-            }
-            group = group << 6 | static_cast<unsigned>(value);
-            if (++characters % 4 == 0) {
-                const char bytes[] = {static_cast<char>(group >> 16 & 0xFF),
-                                      static_cast<char>(group >> 8 & 0xFF),
-                                      static_cast<char>(group & 0xFF)};
-                pieces_.append(bytes, padding == 0 ? 3 : padding == 1 ? 2 : 1);
-            }
-        }
-        return made(makeData({pieces_.data(), pieces_.size()}));
-    }
-
-    static int base64Value(char byte) {
-        if (byte >= 'A' && byte <= 'Z') {
-            return byte - 'A';
-        }
-        if (byte >= 'a' && byte <= 'z') {
-            return byte - 'a' + 26;
-        }
-        if (isDigit(byte)) {
-            return byte - '0' + 52;
-        }
-        return byte == '+' ? 62 : byte == '/' ? 63 : byte == '=' ? 0 : -1;
-    }
-
-    const char* const begin_;
-    const char* at_;
-    const char* const end_;
-    const char* reason_ = nullptr;
+    XmlScanner scanner_;
     KeyCache keys_;
-    Buffer<char> pieces_;  // of a text that is put together
     Tree tree_;
     bool isPlist_[kMaximumNesting + 1];  // of the open containers
     bool hasPlist_ = false;              // so far

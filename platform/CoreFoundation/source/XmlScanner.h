@@ -1,0 +1,210 @@
+// The markup and the text of an XML property list, one piece after the other. What the pieces mean
+// is decided in XmlReader.cpp, where the accepted grammar stands too.
+#ifndef COREFOUNDATION_XMLSCANNER_H
+#define COREFOUNDATION_XMLSCANNER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "Buffer.h"
+#include "Refusal.h"
+#include "Text.h"
+
+namespace cf {
+
+// A cursor in a document. Each function goes on from where the last one left the cursor. A function
+// that fails returns false and keeps the reason.
+class XmlScanner {
+  public:
+    explicit XmlScanner(std::string_view document)
+        : begin_(document.data()), at_(begin_), end_(begin_ + document.size()) {}
+
+    // Goes behind the "<" of the first element.
+    bool skipProlog();
+
+    // What comes next inside a container.
+    enum class Next {
+        Start,      // a start tag; the cursor is behind its "<"
+        End,        // an end tag; the cursor is on its "<"
+        StrayLess,  // "<<"; the cursor is on the second one
+        Nothing     // nothing that may be there
+    };
+    Next next();
+
+    struct Tag {
+        std::string_view name;
+        bool isEmpty;
+    };
+
+    // Reads a start tag from behind its "<" to behind its ">".
+    bool readTag(Tag& tag);
+
+    bool readEndTag(std::string_view name);
+
+    // Returns whether the document goes on with this.
+    bool isAt(std::string_view text) const { return startsWith(rest(), text); }
+
+    // Reads the text up to the next tag, which replaces entities and CDATA sections by what they
+    // stand for. The text stays where it is until the next call.
+    bool readText(std::string_view& text);
+
+    // Returns the bytes up to the next "<", and goes there.
+    std::string_view readBytes() {
+        const char* const start = at_;
+        while (at_ < end_ && *at_ != '<') {
+            ++at_;
+        }
+        return {start, static_cast<std::size_t>(at_ - start)};
+    }
+
+    // Keeps the reason why the document is refused.
+    std::nullptr_t refuse(const char* reason) {
+        reason_ = reason;
+        return nullptr;
+    }
+    const char** reason() { return &reason_; }
+
+    // Returns the reason, and the line that the cursor is in.
+    Refusal refusal() const { return {reason_, lastLine(begin_, at_ < end_ ? at_ : end_)}; }
+
+  private:
+    std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+    std::string_view rest() const { return {at_, left()}; }
+
+    bool fail(const char* reason) {
+        reason_ = reason;
+        return false;
+    }
+
+    static bool isSpace(char byte) {
+        return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r';
+    }
+    void skipSpace() {
+        while (at_ < end_ && isSpace(*at_)) {
+            ++at_;
+        }
+    }
+    static const char* endOfText(const char* at, const char* end);
+    bool skipTo(std::string_view mark, const char* reason);
+    bool skipComment();
+    bool skipInstruction();
+    bool skipDoctype();
+    bool skipFillerMarkup();
+    bool readPieces(std::string_view& text);
+    bool readCdata();
+    bool readEntity();
+    bool readNumericEntity();
+
+    const char* const begin_;
+    const char* at_;
+    const char* const end_;
+    const char* reason_ = nullptr;
+    Buffer<char> pieces_;  // of a text that is put together
+};
+
+// The rest is called for every element, so its callers have to see it.
+
+// Returns where the text ends: at the next < or &, or at the end.
+inline const char* XmlScanner::endOfText(const char* at, const char* end) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101U;
+    constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+    // Not zero where one of eight bytes is the given one.
+    const auto find = [](std::uint64_t eight, char byte) {
+        const std::uint64_t different = eight ^ kOnes * static_cast<unsigned char>(byte);
+        return (different - kOnes) & ~different & kHighBits;
+    };
+    for (; static_cast<std::size_t>(end - at) >= sizeof(std::uint64_t);
+         at += sizeof(std::uint64_t)) {
+        std::uint64_t eight = 0;
+        std::memcpy(&eight, at, sizeof eight);
+        if ((find(eight, '<') | find(eight, '&')) != 0) {
+            break;
+        }
+    }
+    while (at < end && *at != '<' && *at != '&') {
+        ++at;
+    }
+    return at;
+}
+
+inline XmlScanner::Next XmlScanner::next() {
+    do {
+        skipSpace();
+        if (left() < 2) {
+            fail("the document ends inside an element");
+            return Next::Nothing;
+        }
+        if (*at_ != '<') {
+            fail("text where an element should be");
+            return Next::Nothing;
+        }
+        switch (at_[1]) {
+            case '/':
+                return Next::End;
+            case '<':
+                ++at_;
+                return Next::StrayLess;
+            case '?':
+            case '!':
+                break;
+            default:
+                ++at_;
+                return Next::Start;
+        }
+    } while (skipFillerMarkup());
+    return Next::Nothing;
+}
+
+inline bool XmlScanner::readTag(Tag& tag) {
+    const char* const start = at_;
+    const char* nameEnd = nullptr;
+    while (at_ < end_ && *at_ != '>') {
+        if (nameEnd == nullptr && isSpace(*at_)) {
+            nameEnd = at_;
+        }
+        ++at_;
+    }
+    if (at_ == end_) {
+        return fail("a tag without its end");
+    }
+    tag.isEmpty = at_ != start && at_[-1] == '/';
+    if (nameEnd == nullptr) {
+        nameEnd = tag.isEmpty ? at_ - 1 : at_;
+    }
+    ++at_;
+    tag.name = {start, static_cast<std::size_t>(nameEnd - start)};
+    return true;
+}
+
+inline bool XmlScanner::readEndTag(std::string_view name) {
+    if (left() < name.size() + 3) {
+        return fail("the document ends inside an element");
+    }
+    if (at_[0] != '<' || at_[1] != '/' || std::memcmp(at_ + 2, name.data(), name.size()) != 0) {
+        return fail("something other than the end of the element");
+    }
+    at_ += 2 + name.size();
+    skipSpace();
+    if (at_ == end_ || *at_ != '>') {
+        return fail("an end tag without its end");
+    }
+    ++at_;
+    return true;
+}
+
+inline bool XmlScanner::readText(std::string_view& text) {
+    const char* const start = at_;
+    at_ = endOfText(at_, end_);
+    if (left() > 1 && at_[0] == '<' && at_[1] != '!') {
+        text = {start, static_cast<std::size_t>(at_ - start)};
+        return true;
+    }
+    at_ = start;
+    return readPieces(text);
+}
+
+}  // namespace cf
+
+#endif  // COREFOUNDATION_XMLSCANNER_H
