@@ -12,6 +12,7 @@
 #include "CoreFoundation/StringProperties.h"
 #include "gen_lite/Hex.h"
 #include "platform/CoreFoundation/Base64.h"
+#include "platform/CoreFoundation/MeasuredDocuments.h"
 #include "support/Corpus.h"
 
 namespace qv::tests {
@@ -23,15 +24,15 @@ template <class Take>
 void forEachLine(const std::string& name, Take take) {
     std::ifstream file(QV_TEST_DATA_DIR "/" + name);
     for (std::string line; std::getline(file, line);) {
-        take(json::parse(line));
+        take(parseMeasured(line));
     }
 }
 
 // Calls `take` with the name and the bytes of each.
 template <class Take>
 void forEachDocument(Take take) {
-    for (const char* const name : {"plist-cases.jsonl", "plist-damaged.jsonl"}) {
-        forEachLine(name, [&take](const json& vector) {
+    for (const auto& [file, count] : kMeasuredDocuments) {
+        forEachLine(file, [&take](const json& vector) {
             take(vector["name"].get<std::string>(), fromBase64(vector["input"].get<std::string>()));
         });
     }
@@ -60,7 +61,7 @@ TEST(PropertyListProperties, HoldForEveryMeasuredDocument) {
         checkDocument(bytes);
         ++count;
     });
-    EXPECT_EQ(count, 1457);
+    EXPECT_EQ(count, 1623);
 }
 
 TEST(PropertyListProperties, HoldForEveryBeginningOfADocument) {

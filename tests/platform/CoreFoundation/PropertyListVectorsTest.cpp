@@ -8,11 +8,11 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <regex>
 #include <string>
 
 #include "CoreFoundation/Tree.h"
 #include "platform/CoreFoundation/Base64.h"
+#include "platform/CoreFoundation/MeasuredDocuments.h"
 #include "platform/CoreFoundation/Objects.h"
 
 namespace qv::tests {
@@ -144,13 +144,6 @@ CFPropertyListFormat kindOf(const std::string& document) {
     return !isData && isTag ? kCFPropertyListXMLFormat_v1_0 : kCFPropertyListOpenStepFormat;
 }
 
-// Parses a vector. A string with a lone surrogate, which this library does not take, becomes a
-// "utf16" node.
-json parseVector(const std::string& line) {
-    static const std::regex lone(R"x(\{"string": ?"\\u(d[89a-f][0-9a-f]{2})"\})x");
-    return json::parse(std::regex_replace(line, lone, R"({"utf16":"$1"})"));
-}
-
 void checkVector(const json& vector, const Read& read) {
     const std::string document = fromBase64(vector["input"].get<std::string>());
     const Reading reading = read(makeData(document).get());
@@ -185,7 +178,7 @@ void checkFile(const std::string& name, int expectedCount, const Read& read) {
     std::ifstream file(QV_TEST_DATA_DIR "/" + name);
     int count = 0;
     for (std::string line; std::getline(file, line); ++count) {
-        const json vector = parseVector(line);
+        const json vector = parseMeasured(line);
         SCOPED_TRACE(vector["name"].get<std::string>());
         checkVector(vector, read);
     }
@@ -195,9 +188,9 @@ void checkFile(const std::string& name, int expectedCount, const Read& read) {
 class PropertyListVectors : public testing::TestWithParam<CFPropertyListMutabilityOptions> {
   protected:
     static void checkAll(const Read& read) {
-        checkFile("plist-cases.jsonl", 457, read);
-        checkFile("plist-damaged.jsonl", 1000, read);
-        checkFile("plist-corners.jsonl", 166, read);
+        for (const auto& [file, count] : kMeasuredDocuments) {
+            checkFile(file, count, read);
+        }
     }
 };
 
