@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -19,6 +20,7 @@
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/OtherUser.h"
+#include "support/RecordedCalls.h"
 #include "support/TemporaryDirectory.h"
 
 namespace qv::tests {
@@ -26,6 +28,7 @@ namespace {
 
 using qor::kevra::NullMutex;
 using qor::kevra::ServiceInfoArray;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
@@ -395,6 +398,12 @@ TEST_F(ConfigTest, BinaryDocumentThatHoldsNoPropertyListIsDamaged) {
     }
 }
 
+TEST_F(ConfigTest, FileIsCheckedForTheBinaryFormat) {
+    writeFile(path, kOriginal);
+    EXPECT_THAT(callsDuring([this] { expectLoads(kOriginalServices); }),
+                Contains("CFPropertyListIsValid(dictionary, 200)"));
+}
+
 TEST_F(ConfigTest, GetNeedsADictionaryUnderTheKey) {
     writeFile(path,
               "<plist><dict><key>string</key><string>a</string><key>array</key><array/>"
@@ -611,6 +620,64 @@ TEST_F(ConfigTest, SaveWritesInPlaceThroughOneDescriptor) {
         }
     }
     EXPECT_EQ(openDescriptors(), 0U);
+}
+
+// Measures the file for its backup.
+constexpr char kMeasure[] = "lseek(namingService.conf.plist, 0, SEEK_END)";
+
+std::string callOfOpen(const std::string& how) {
+    return "open(namingService.conf.plist, " + how + ")";
+}
+
+// The calls that write the content, after those that are given.
+testing::Matcher<std::vector<std::string>> callsThenWriting(std::vector<std::string> calls,
+                                                            const std::string& content) {
+    const std::string size = std::to_string(content.size());
+    calls.insert(calls.end(), {"lseek(namingService.conf.plist, 0, SEEK_SET)",
+                               "write(namingService.conf.plist, " + size + ")",
+                               "ftruncate(namingService.conf.plist, " + size + ")",
+                               "fsync(namingService.conf.plist)"});
+    return testing::ElementsAreArray(calls);
+}
+
+TEST_F(ConfigTest, SaveWritesAtOnceThenCutsThenWaitsForTheDisk) {
+    writeFile(path, kOriginal);
+    const std::string content = documentOf(kOriginalServices);
+    Config config(path.c_str());
+    const auto save = [&] { EXPECT_TRUE(config.save()); };
+    EXPECT_THAT(callsDuring(save), callsThenWriting({kMeasure, callOfOpen("O_WRONLY")}, content));
+    // Now the file is open already.
+    EXPECT_THAT(callsDuring(save), callsThenWriting({kMeasure}, content));
+}
+
+TEST_F(ConfigTest, DestructionClosesTheFileOnceAndOnlyIfItIsOpen) {
+    writeFile(path, kOriginal);
+    auto config = std::make_unique<Config>(path.c_str());
+    EXPECT_THAT(callsDuring([&] { config.reset(); }), IsEmpty());
+    config = std::make_unique<Config>(path.c_str());
+    EXPECT_TRUE(config->save());
+    EXPECT_THAT(callsDuring([&] { config.reset(); }),
+                ElementsAre("close(namingService.conf.plist)"));
+}
+
+TEST_F(ConfigTest, DeletedFileIsOpenedToBeMadeAndCut) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    EXPECT_TRUE(config.save());
+    std::filesystem::remove(path);
+    EXPECT_THAT(callsDuring([&] { EXPECT_TRUE(config.save()); }),
+                callsThenWriting({callOfOpen("O_WRONLY | O_CREAT | O_TRUNC, 0600")},
+                                 documentOf(kOriginalServices)));
+}
+
+TEST_F(ConfigTest, ReplacedFileIsOpenedForWritingOnly) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    EXPECT_TRUE(config.save());
+    replaceFile(path, "someone else's");
+    EXPECT_THAT(
+        callsDuring([&] { EXPECT_TRUE(config.save()); }),
+        callsThenWriting({kMeasure, callOfOpen("O_WRONLY")}, documentOf(kOriginalServices)));
 }
 
 TEST_F(ConfigTest, ShorterContentLeavesNothingOfTheLonger) {

@@ -49,6 +49,15 @@ TEST(Mutex, FailureAfterAShortageIsThrown) {
               "fail to pthread_mutex_init");
 }
 
+TEST(Mutex, IsDestroyedOnceUnlessItCouldNotBeMade) {
+    const int before = destroyedMutexes();
+    { const Mutex mutex; }
+    EXPECT_EQ(destroyedMutexes(), before + 1);
+    failMutexInit(1, ENOMEM);
+    EXPECT_EQ(thrownBy([] { const Mutex mutex; }), "fail to pthread_mutex_init");
+    EXPECT_EQ(destroyedMutexes(), before + 1);
+}
+
 // Records what a guard does with it.
 class RecordingLock {
   public:

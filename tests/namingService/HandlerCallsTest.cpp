@@ -1,5 +1,6 @@
 // What the plug-in asks of the log and utility libraries: order, level and text of every call, seen
-// by recording stand-ins that take the libraries' place.
+// by recording stand-ins that take the libraries' place. And what it asks of the platform to load
+// and save its file.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,13 +9,18 @@
 #include <stdexcept>
 #include <thread>
 
+#include "support/ConfigurationDocuments.h"
 #include "support/FailingCalls.h"
+#include "support/Files.h"
 #include "support/LoadedPlugin.h"
+#include "support/RecordedCalls.h"
 #include "support/RecordingLibraries.h"
+#include "support/TemporaryDirectory.h"
 
 namespace qv::tests {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -306,6 +312,44 @@ TEST_F(Calls, AnswerThatCannotBeSerialisedStaysWithTheHost) {
     plugin_.free(answer);
     EXPECT_THAT(recordedCalls(), ElementsAre(kGetIn, R"(LorxWriteDbgLog(4, "%s serialize error", )"
                                                      R"("getServices serialize error"))"));
+}
+
+// A plug-in whose file holds a service.
+class FileCalls : public testing::Test {
+  protected:
+    void SetUp() override {
+        writeFile(path_, documentOf({{1, "a"}}));
+        setFilePath(path_.c_str());
+    }
+    void TearDown() override { setFilePath(""); }
+
+    const LoadedPlugin plugin_;
+
+  private:
+    const TemporaryDirectory directory_;
+    const std::string path_ = directory_.path(kConfigurationFile);
+};
+
+TEST_F(FileCalls, FileIsCheckedForTheBinaryFormat) {
+    EXPECT_THAT(callsDuring([&] { plugin_.initialize(); }),
+                Contains("CFPropertyListIsValid(dictionary, 200)"));
+    EXPECT_THAT(plugin_.getServices(), ElementsAre(Service(1, "a")));
+    plugin_.finalize();
+}
+
+TEST_F(FileCalls, RegistrationWritesAtOnceThenCutsThenWaitsForTheDisk) {
+    plugin_.initialize();
+    const std::string size = std::to_string(documentOf({{1, "b"}}).size());
+    EXPECT_THAT(callsDuring([&] {
+                    plugin_.registerServices({{1, "b"}});
+                }),
+                ElementsAre("lseek(namingService.conf.plist, 0, SEEK_END)",
+                            "open(namingService.conf.plist, O_WRONLY)",
+                            "lseek(namingService.conf.plist, 0, SEEK_SET)",
+                            "write(namingService.conf.plist, " + size + ")",
+                            "ftruncate(namingService.conf.plist, " + size + ")",
+                            "fsync(namingService.conf.plist)"));
+    plugin_.finalize();
 }
 
 #ifndef QV_SANITIZED

@@ -29,6 +29,7 @@ struct Failure {
 thread_local Failure mutexLock;
 thread_local Failure mutexInit;
 thread_local int sleeps = 0;
+thread_local int destroyed = 0;
 thread_local bool serializationFails = false;
 
 template <class Function>
@@ -53,6 +54,10 @@ int shortSleeps() {
     return sleeps;
 }
 
+int destroyedMutexes() {
+    return destroyed;
+}
+
 void failNextSerialization() {
     serializationFails = true;
 }
@@ -71,6 +76,12 @@ QV_INTERPOSED int pthread_mutex_init(pthread_mutex_t* mutex,
     static const auto pass =
         next<int (*)(pthread_mutex_t*, const pthread_mutexattr_t*)>("pthread_mutex_init");
     return mutexInit.happens() ? mutexInit.error : pass(mutex, attributes);
+}
+
+QV_INTERPOSED int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+    static const auto pass = next<int (*)(pthread_mutex_t*)>("pthread_mutex_destroy");
+    ++destroyed;
+    return pass(mutex);
 }
 
 QV_INTERPOSED int usleep(useconds_t microseconds) {

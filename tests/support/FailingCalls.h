@@ -18,6 +18,9 @@ void failMutexLock(int count, int error);
 void failMutexInit(int count, int error);
 int shortSleeps();
 
+// How often the thread has called pthread_mutex_destroy().
+int destroyedMutexes();
+
 // The next malloc() of exactly `size` bytes gives null. Not with sanitizers, which have their own.
 void failMallocOf(std::size_t size);
 
