@@ -390,7 +390,7 @@ void printHeader(Printer* out, const FileDescriptor& file) {
                "#include <tuple>\n"
                "#include <utility>\n"
                "\n"
-               "#include \"runtime/Message.h\"\n"
+               "#include <runtime/Message.h>\n"
                "\n"
                "namespace $scope$ {\n"
                "\n");
