@@ -15,7 +15,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
 add_compile_options(-Wall -Wextra)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # Checks what a lock guards (QvThreadSafety.h).
+  # Checks what a lock guards (QvSystem/ThreadSafety.h).
   add_compile_options(-Wthread-safety)
 endif()
 if(QV_WARNINGS_AS_ERRORS)

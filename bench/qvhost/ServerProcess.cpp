@@ -56,7 +56,7 @@ void addSockets(std::vector<Descriptor>& sockets, const sockaddr* address, sockl
     std::vector<int> copies;
     copies.reserve(sockets.size());
     for (const Descriptor& socket : sockets) {
-        copies.push_back(fcntl(socket.number(), F_DUPFD_CLOEXEC, kOutOfTheWay));
+        copies.push_back(fcntl(socket.get(), F_DUPFD_CLOEXEC, kOutOfTheWay));
     }
     int place = kFirstPassed;
     for (const int copy : copies) {
@@ -85,9 +85,9 @@ std::vector<Descriptor> listenOn(const std::string& path) {
     }
     path.copy(address.sun_path, path.size());
     Descriptor socket(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
-    checked(bind(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+    checked(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
             "bind");
-    checked(listen(socket.number(), SOMAXCONN), "listen");
+    checked(listen(socket.get(), SOMAXCONN), "listen");
     std::vector<Descriptor> sockets;
     sockets.push_back(std::move(socket));
     return sockets;

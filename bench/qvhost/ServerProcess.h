@@ -9,9 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "Descriptor.h"
+#include <QvSystem/Descriptor.h>
 
 namespace qv::bench {
+
+using system::Descriptor;
 
 // The Unix socket there, as the only one. All here throw std::system_error.
 std::vector<Descriptor> listenOn(const std::string& path);

@@ -1,14 +1,12 @@
 #include "Socket.h"
 
+#include <QvSystem/UnixAddress.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <system_error>
 
 #include "QvClient.h"
@@ -41,17 +39,11 @@ Error lost(int error) {
 }
 
 sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        throw cannotConnect(path, ENAMETOOLONG);
+    try {
+        return system::unixAddress(path);
+    } catch (const std::system_error& error) {
+        throw cannotConnect(path, error.code().value());
     }
-    // An empty name, and one that begins with a NUL, are names of other kinds of sockets.
-    if (path.empty() || path.find('\0') != std::string::npos) {
-        throw cannotConnect(path, ENOENT);
-    }
-    path.copy(address.sun_path, path.size());
-    return address;
 }
 
 // A host that is too busy to take connections makes connect() wait, which poll() knows nothing of.
@@ -69,7 +61,7 @@ void connectBy(const Deadline& deadline, int descriptor, const sockaddr_un& addr
                const std::string& path) {
     do {
         boundConnecting(descriptor, deadline);
-        if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        if (connect(descriptor, system::generic(address), sizeof address) == 0) {
             return;
         }
         if (errno != EINTR && errno != EAGAIN) {
@@ -82,31 +74,22 @@ void connectBy(const Deadline& deadline, int descriptor, const sockaddr_un& addr
 
 }  // namespace
 
-Socket::Socket(const std::string& path, const Deadline& deadline) : descriptor_(-1) {
+Socket::Socket(const std::string& path, const Deadline& deadline) {
     const sockaddr_un address = addressOf(path);
-    descriptor_ = socket(AF_UNIX, kSocketType, 0);
-    if (descriptor_ == -1) {
+    descriptor_.reset(socket(AF_UNIX, kSocketType, 0));
+    if (!descriptor_) {
         throw cannotConnect(path, errno);
     }
-    try {
 #ifdef __APPLE__
-        const int yes = 1;
-        setsockopt(descriptor_, SOL_SOCKET, SO_NOSIGPIPE, &yes, sizeof yes);
-        fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
+    const int yes = 1;
+    setsockopt(descriptor_.get(), SOL_SOCKET, SO_NOSIGPIPE, &yes, sizeof yes);
+    fcntl(descriptor_.get(), F_SETFD, FD_CLOEXEC);
 #endif
-        connectBy(deadline, descriptor_, address, path);
-    } catch (...) {
-        close(descriptor_);
-        throw;
-    }
-}
-
-Socket::~Socket() {
-    close(descriptor_);
+    connectBy(deadline, descriptor_.get(), address, path);
 }
 
 bool Socket::isReadable() const {
-    pollfd entry = {descriptor_, POLLIN, 0};
+    pollfd entry = {descriptor_.get(), POLLIN, 0};
     int ready = -1;
     do {
         ready = poll(&entry, 1, 0);
@@ -117,7 +100,7 @@ bool Socket::isReadable() const {
 // For any of the events, which then are those that came.
 void Socket::wait(short& events, const Deadline& deadline) const {
     while (true) {
-        pollfd entry = {descriptor_, events, 0};
+        pollfd entry = {descriptor_.get(), events, 0};
         const int ready = poll(&entry, 1, deadline.milliseconds());
         if (ready > 0) {
             events = entry.revents;
@@ -140,7 +123,8 @@ std::size_t Socket::send(std::string_view bytes, const Deadline& deadline) const
         if ((events & ~POLLOUT) != 0) {
             break;
         }
-        const ssize_t count = ::send(descriptor_, bytes.data() + sent, bytes.size() - sent, kFlags);
+        const ssize_t count =
+            ::send(descriptor_.get(), bytes.data() + sent, bytes.size() - sent, kFlags);
         if (count >= 0) {
             sent += static_cast<std::size_t>(count);
         } else if (errno == EPIPE || errno == ECONNRESET) {
@@ -154,7 +138,7 @@ std::size_t Socket::send(std::string_view bytes, const Deadline& deadline) const
 
 void Socket::receive(char* bytes, std::size_t size, const Deadline& deadline) const {
     while (size > 0) {
-        const ssize_t count = recv(descriptor_, bytes, size, kFlags);
+        const ssize_t count = recv(descriptor_.get(), bytes, size, kFlags);
         if (count > 0) {
             bytes += count;
             size -= static_cast<std::size_t>(count);

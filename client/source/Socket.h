@@ -2,6 +2,8 @@
 #ifndef QV_CLIENT_SOCKET_H
 #define QV_CLIENT_SOCKET_H
 
+#include <QvSystem/Descriptor.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -14,12 +16,6 @@ class Socket {
   public:
     // Connects.
     Socket(const std::string& path, const Deadline& deadline);
-    ~Socket();
-
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-    Socket(Socket&&) = delete;
-    Socket& operator=(Socket&&) = delete;
 
     // Whether there is something to receive, or the end.
     bool isReadable() const;
@@ -33,7 +29,7 @@ class Socket {
   private:
     void wait(short& events, const Deadline& deadline) const;
 
-    int descriptor_;
+    system::Descriptor descriptor_;
 };
 
 }  // namespace qv::client

@@ -1,5 +1,6 @@
 #include "qvhost/ServiceFileProperties.h"
 
+#include <QvSystem/Utf8.h>
 #include <QvText.h>
 #include "cli/Output.h"
 #include "cli/ServiceFile.h"
@@ -174,7 +175,7 @@ void checkAddress(const std::string& address) {
     const std::vector<Service> services = {{std::numeric_limits<std::int32_t>::min(), address},
                                            {std::numeric_limits<std::int32_t>::max(), ""}};
     const bool isUtf8 = isWellFormedUtf8(address);
-    require(host::isUtf8(address) == isUtf8, "what is UTF-8 is taken otherwise");
+    require(system::isUtf8(address) == isUtf8, "what is UTF-8 is taken otherwise");
     if (address.find('\0') != std::string::npos) {
         for (const Format format : {Format::Csv, Format::Json}) {
             const std::string text = host::formatServices(services, format);

@@ -1,3 +1,4 @@
+#include <QvSystem/Utf8.h>
 #include <fmt/format.h>
 
 #include <cstddef>
@@ -42,7 +43,7 @@ void refuseWhatWouldChange(const std::vector<Service>& services) {
     std::vector<std::string> named;
     std::size_t count = 0;
     for (const Service& service : services) {
-        if (isUtf8(service.address)) {
+        if (system::isUtf8(service.address)) {
             continue;
         }
         ++count;

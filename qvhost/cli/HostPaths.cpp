@@ -1,5 +1,6 @@
 #include "cli/HostPaths.h"
 
+#include <QvSystem/Environment.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <system_error>
 #include <utility>
 
-#include "environment.h"
 #include "server/Plugin.h"
 #include "server/PluginError.h"
 
@@ -63,7 +63,7 @@ fs::path findPlugin(const fs::path& directory) {
 
 std::string configurationFile(std::string directory) {
     if (directory.empty()) {
-        const char* const named = util::environmentValue("QV_CONFIG_DIR");
+        const char* const named = system::environmentValue("QV_CONFIG_DIR");
         directory = named == nullptr ? QV_DEFAULT_CONFIG_DIR : named;
     }
     return directory + '/' + kConfigurationName;

@@ -1,5 +1,7 @@
 #include "cli/NewFile.h"
 
+#include <QvSystem/Descriptor.h>
+#include <QvSystem/Directories.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,10 +27,6 @@ void check(bool succeeded, const std::string& attempt) {
     if (!succeeded) {
         throw std::system_error(errno, std::generic_category(), "cannot " + attempt);
     }
-}
-
-fs::path directoryOf(const fs::path& path) {
-    return path.has_parent_path() ? path.parent_path() : fs::path(".");
 }
 
 // As long as the object lives.
@@ -64,67 +62,53 @@ class HeldBackSignals {
     sigset_t previous_{};
 };
 
-void syncDirectory(const fs::path& directory) {
-    const std::string attempt = "write the directory " + directory.string();
-    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // One may be allowed to make files in a directory and not to read it.
-    if (descriptor == -1 && errno == EACCES) {
+void syncDirectory(const std::string& directory) {
+    const std::string attempt = "write the directory " + directory;
+    const system::Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A user may be allowed to make files in a directory that he may not read.
+    if (!file && errno == EACCES) {
         return;
     }
-    check(descriptor != -1, attempt);
-    // EINVAL is a file system that has nothing to write there.
-    const bool isSynced = fsync(descriptor) == 0 || errno == EINVAL;
-    const int error = errno;
-    close(descriptor);
-    errno = error;
-    check(isSynced, attempt);
+    check(static_cast<bool>(file), attempt);
+    // EINVAL means that the file system has nothing to write there.
+    check(fsync(file.get()) == 0 || errno == EINVAL, attempt);
 }
 
-// A directory and those above it that were missing. They go again with the object, unless kept.
-class Directories {
+// Makes a directory and those above it that are missing. The destructor removes them again, unless
+// they are to be kept.
+class NewDirectories {
   public:
-    Directories() = default;
-    ~Directories() {
+    explicit NewDirectories(const std::string& directory)
+        : made_(system::makeDirectories(directory, kDirectoryMode)) {}
+    ~NewDirectories() {
         std::for_each(made_.rbegin(), made_.rend(),
-                      [](const fs::path& directory) { rmdir(directory.c_str()); });
+                      [](const std::string& directory) { rmdir(directory.c_str()); });
     }
-    Directories(const Directories&) = delete;
-    Directories& operator=(const Directories&) = delete;
+    NewDirectories(const NewDirectories&) = delete;
+    NewDirectories& operator=(const NewDirectories&) = delete;
 
-    void make(const fs::path& directory) {
-        struct stat status = {};
-        if (stat(directory.c_str(), &status) == 0 || errno != ENOENT) {
-            return;
-        }
-        if (directory.has_parent_path() && directory.parent_path() != directory) {
-            make(directory.parent_path());
-        }
-        made_.reserve(made_.size() + 1);
-        const bool isMade = mkdir(directory.c_str(), kDirectoryMode) == 0;
-        check(isMade || errno == EEXIST, "make the directory " + directory.string());
-        if (isMade) {
-            made_.push_back(directory);
-            syncDirectory(directoryOf(directory));
+    void sync() const {
+        for (const std::string& directory : made_) {
+            syncDirectory(system::directoryOf(directory));
         }
     }
 
     void keep() { made_.clear(); }
 
   private:
-    std::vector<fs::path> made_;
+    std::vector<std::string> made_;
 };
 
-// The content under another name, which goes with the object.
+// Writes the content to a file with a name of its own. The destructor removes that name.
 class TemporaryFile {
   public:
-    explicit TemporaryFile(const fs::path& path)
+    explicit TemporaryFile(const std::string& path)
         : path_(path),
-          name_((directoryOf(path) / ('.' + path.filename().string() + ".XXXXXX")).string()),
+          name_(system::directoryOf(path) + "/." + fs::path(path).filename().string() + ".XXXXXX"),
           descriptor_(mkostemp(name_.data(), O_CLOEXEC)) {
-        check(descriptor_ != -1, attempt());
+        check(static_cast<bool>(descriptor_), attempt());
     }
     ~TemporaryFile() {
-        close(descriptor_);
         if (!name_.empty()) {
             unlink(name_.c_str());
         }
@@ -134,13 +118,13 @@ class TemporaryFile {
 
     void write(std::string_view content) const {
         while (!content.empty()) {
-            const ssize_t written = ::write(descriptor_, content.data(), content.size());
+            const ssize_t written = ::write(descriptor_.get(), content.data(), content.size());
             check(written >= 0 || errno == EINTR, attempt());
             content.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
         }
-        // Whatever the umask has taken away.
-        check(fchmod(descriptor_, kFileMode) == 0, attempt());
-        check(fsync(descriptor_) == 0, attempt());
+        // The umask must not count.
+        check(fchmod(descriptor_.get(), kFileMode) == 0, attempt());
+        check(fsync(descriptor_.get()) == 0, attempt());
     }
 
     void putInPlace() {
@@ -162,27 +146,27 @@ class TemporaryFile {
 
   private:
     std::string attempt() const {
-        return "make " + path_.string();
+        return "make " + path_;
     }
 
-    fs::path path_;
+    std::string path_;
     std::string name_;
-    int descriptor_;
+    system::Descriptor descriptor_;
 };
 
 }  // namespace
 
 void makeNewFile(const std::string& path, std::string_view content) {
     const HeldBackSignals signals;
-    Directories directories;
-    directories.make(directoryOf(path));
+    NewDirectories directories(system::directoryOf(path));
+    directories.sync();
     TemporaryFile file(path);
     file.write(content);
     errno = EINTR;
     check(!signals.oneArrived(), "make " + path);
     file.putInPlace();
     try {
-        syncDirectory(directoryOf(path));
+        syncDirectory(system::directoryOf(path));
     } catch (const std::system_error&) {
         unlink(path.c_str());
         throw;

@@ -1,5 +1,6 @@
 #include "cli/Output.h"
 
+#include <QvSystem/Utf8.h>
 #include <QvText.h>
 #include <fmt/format.h>
 
@@ -17,14 +18,6 @@ std::string oneLine(const Json& json) {
     constexpr int kNoIndent = -1;
     constexpr bool kAsciiOnly = true;
     return json.dump(kNoIndent, ' ', kAsciiOnly, Json::error_handler_t::replace) + '\n';
-}
-
-std::string withReplacements(const std::string& text) {
-    if (isUtf8(text)) {
-        return text;
-    }
-    const Json json = text;
-    return Json::parse(json.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 std::string csvField(const std::string& text) {
@@ -55,8 +48,8 @@ std::string formatServices(const std::vector<Service>& services, Format format) 
     if (format == Format::Csv) {
         std::string csv = "id,address\r\n";
         for (const Service& service : services) {
-            csv +=
-                fmt::format("{},{}\r\n", service.id, csvField(withReplacements(service.address)));
+            csv += fmt::format("{},{}\r\n", service.id,
+                               csvField(system::withReplacements(service.address)));
         }
         return csv;
     }
@@ -74,15 +67,6 @@ std::string formatServices(const std::vector<Service>& services, Format format) 
         table += '\n';
     }
     return table;
-}
-
-bool isUtf8(const std::string& text) {
-    try {
-        static_cast<void>(Json(text).dump());
-        return true;
-    } catch (const Json::type_error&) {
-        return false;
-    }
 }
 
 std::string formatInfo(const Plugin& plugin, Format format) {

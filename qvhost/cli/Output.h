@@ -19,9 +19,6 @@ enum class Format { Table, Json, Csv };
 // line, [{"id":1,"address":"..."}]. CSV: as RFC 4180 has it, with the header id,address.
 std::string formatServices(const std::vector<Service>& services, Format format);
 
-// Whether a text has no byte that is not UTF-8.
-bool isUtf8(const std::string& text);
-
 // The plug-in's path, identifier and command table. JSON: one object on one line,
 // {"path":"...","id":2,"commands":[{"code":"0x0200","name":"..."}]}.
 std::string formatInfo(const Plugin& plugin, Format format);

@@ -1,5 +1,6 @@
 #include "cli/Quotation.h"
 
+#include <QvSystem/Utf8.h>
 #include <fmt/format.h>
 
 namespace qv::host {
@@ -18,11 +19,7 @@ std::string shortened(std::string_view text, std::size_t longest) {
     if (text.size() <= longest) {
         return std::string(text);
     }
-    std::size_t length = longest;
-    while (length > longest - 3 && (static_cast<unsigned char>(text[length]) & 0xc0) == 0x80) {
-        --length;
-    }
-    return fmt::format("{}...", text.substr(0, length));
+    return fmt::format("{}...", system::wholeCharacters(text.substr(0, longest)));
 }
 
 }  // namespace qv::host

@@ -1,3 +1,4 @@
+#include <QvSystem/Utf8.h>
 #include <fmt/format.h>
 
 #include <cstddef>
@@ -41,7 +42,7 @@ int registerServices(const std::vector<std::string>& words, const CommonOptions&
     services.reserve(words.size() / 2);
     for (std::size_t i = 0; i < words.size(); i += 2) {
         const int32_t id = parseIdentifier(words[i]);
-        if (!isUtf8(words[i + 1])) {
+        if (!system::isUtf8(words[i + 1])) {
             // The plug-in would take it, and save nothing any more, whoever registers.
             throw UsageError(
                 fmt::format("the address of {} is not UTF-8, and could not be saved", id));

@@ -1,15 +1,18 @@
 #include "cli/ServiceFile.h"
 
+#include <QvSystem/Descriptor.h>
+#include <QvSystem/Files.h>
+#include <QvSystem/Utf8.h>
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <iterator>
 #include <limits>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
@@ -79,7 +82,7 @@ void addRecord(CsvReader::Record& record, Collector& collector) {
                                       record.fields.size(), record.fields.size() == 1 ? "" : "s"));
         return;
     }
-    if (!isUtf8(record.fields[1])) {
+    if (!system::isUtf8(record.fields[1])) {
         collector.problem(record.line, "the address is not UTF-8");
         return;
     }
@@ -267,10 +270,10 @@ class JsonHandler : public nlohmann::json_sax<Json> {
             static_cast<unsigned char>(token.back()) < 0x80) {
             return text;
         }
-        const char* const end = farthest_ + std::min<std::ptrdiff_t>(3, end_ - farthest_);
-        const char* const next = std::find_if(
-            farthest_, end, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
-        text.insert(place + token.size(), farthest_, static_cast<std::size_t>(next - farthest_));
+        const char* const begin = farthest_ - 1;
+        const system::Utf8Character character =
+            system::firstCharacter({begin, static_cast<std::size_t>(end_ - begin)});
+        text.insert(place + token.size(), farthest_, character.length - 1);
         return text;
     }
 
@@ -320,19 +323,10 @@ bool looksLikeJson(std::string_view text) {
     return first != std::string_view::npos && (text[first] == '[' || text[first] == '{');
 }
 
-std::string readWhole(std::FILE* file, const std::string& name) {
+std::string readWhole(int descriptor, const std::string& name) {
     std::string text;
-    char part[1 << 16];
-    std::size_t count = 0;
-    while ((count = std::fread(part, 1, sizeof part, file)) > 0) {
-        text.append(part, count);
-        if (text.size() > kLongestFile) {
-            throw std::runtime_error(
-                fmt::format("cannot read {}: it is larger than {} bytes", name, kLongestFile));
-        }
-    }
-    if (std::ferror(file) != 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot read " + name);
+    if (const std::error_code error = system::readAll(descriptor, kLongestFile, text)) {
+        throw std::system_error(error, "cannot read " + name);
     }
     return text;
 }
@@ -355,16 +349,15 @@ ReadServices readServices(const std::string& text, const std::string& name,
 }
 
 std::string readWholeFile(const std::string& path) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"),
-                                                               std::fclose);
-    if (file == nullptr) {
+    const system::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    if (!file) {
         throw std::system_error(errno, std::generic_category(), "cannot read " + path);
     }
     return readWhole(file.get(), path);
 }
 
 std::string readWholeStandardInput() {
-    return readWhole(stdin, "standard input");
+    return readWhole(STDIN_FILENO, "standard input");
 }
 
 }  // namespace qv::host

@@ -1,17 +1,17 @@
 #include "server/ListeningSocket.h"
 
+#include <QvSystem/Descriptor.h>
+#include <QvSystem/Directories.h>
+#include <QvSystem/UnixAddress.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <cstring>
-#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -31,55 +31,36 @@ namespace {
 constexpr char kInUse[] = "is in use by another host";
 
 sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
+    try {
+        return system::unixAddress(path);
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::filename_too_long) {
+            throw;
+        }
         throw std::runtime_error(
             fmt::format("the socket's path is too long: {} has {} bytes, and the system takes {}",
-                        path, path.size(), sizeof address.sun_path - 1));
+                        path, path.size(), sizeof sockaddr_un().sun_path - 1));
     }
-    std::memcpy(address.sun_path, path.data(), path.size());
-    return address;
 }
 
-const sockaddr* generic(const sockaddr_un& address) {
-    return reinterpret_cast<const sockaddr*>(&address);
-}
-
-int makeSocket() {
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    if (descriptor == -1 || ::fcntl(descriptor, F_SETFD, FD_CLOEXEC) == -1 ||
-        ::fcntl(descriptor, F_SETFL, O_NONBLOCK) == -1) {
+system::Descriptor makeSocket() {
+    system::Descriptor made(::socket(AF_UNIX, SOCK_STREAM, 0));
+    if (!made || ::fcntl(made.get(), F_SETFD, FD_CLOEXEC) == -1 ||
+        ::fcntl(made.get(), F_SETFL, O_NONBLOCK) == -1) {
         fail("cannot make a socket");
     }
-    return descriptor;
-}
-
-void makeDirectory(const std::string& path, mode_t mode) {
-    if (path.empty() || ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) {
-        return;
-    }
-    if (errno == ENOENT) {
-        makeDirectory(std::filesystem::path(path).parent_path().string(), mode);
-        if (::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) {
-            return;
-        }
-    }
-    fail("cannot make " + path);
+    return made;
 }
 
 // Nobody else has the lock, but a program that knows of none may listen there.
 bool somebodyListens(const std::string& path) {
     const sockaddr_un address = addressOf(path);
-    const int descriptor = makeSocket();
-    const int result = ::connect(descriptor, generic(address), sizeof address);
-    const int error = errno;
-    ::close(descriptor);
-    if (result == 0 || error == EAGAIN) {
+    const system::Descriptor descriptor = makeSocket();
+    if (::connect(descriptor.get(), system::generic(address), sizeof address) == 0 ||
+        errno == EAGAIN) {
         return true;
     }
-    if (error != ECONNREFUSED && error != ENOENT) {
-        errno = error;
+    if (errno != ECONNREFUSED && errno != ENOENT) {
         fail("cannot tell whether anybody listens on " + path);
     }
     return false;
@@ -89,14 +70,13 @@ bool somebodyListens(const std::string& path) {
 
 ListeningSocket::ListeningSocket(std::string path, bool forOwnerOnly) : path_(std::move(path)) {
     static_cast<void>(addressOf(path_));
-    makeDirectory(std::filesystem::path(path_).parent_path().string(), forOwnerOnly ? 0750 : 0755);
+    system::makeDirectories(system::directoryOf(path_), forOwnerOnly ? 0750 : 0755);
     try {
         takeLock();
         makeWay();
         bind(forOwnerOnly ? 0600 : 0666);
     } catch (...) {
         remove();
-        close();
         throw;
     }
 }
@@ -125,7 +105,6 @@ ListeningSocket::ListeningSocket(int descriptor) : descriptor_(descriptor) {
 
 ListeningSocket::~ListeningSocket() {
     remove();
-    close();
 }
 
 // The file goes when its host ends, so a host that waited for it may hold the lock of a file that
@@ -133,26 +112,24 @@ ListeningSocket::~ListeningSocket() {
 void ListeningSocket::takeLock() {
     const std::string name = path_ + ".lock";
     for (;;) {
-        lock_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-        if (lock_ == -1) {
+        system::Descriptor lock(
+            ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        if (!lock) {
             fail("cannot open " + name);
         }
-        if (::flock(lock_, LOCK_EX | LOCK_NB) != 0) {
-            const int error = errno;
-            ::close(std::exchange(lock_, -1));
-            if (error == EWOULDBLOCK) {
+        if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno == EWOULDBLOCK) {
                 refuse(path_, kInUse);
             }
-            errno = error;
             fail("cannot lock " + name);
         }
         struct stat locked = {};
         struct stat named = {};
-        if (::fstat(lock_, &locked) == 0 && ::stat(name.c_str(), &named) == 0 &&
+        if (::fstat(lock.get(), &locked) == 0 && ::stat(name.c_str(), &named) == 0 &&
             locked.st_dev == named.st_dev && locked.st_ino == named.st_ino) {
+            lock_ = std::move(lock);
             return;
         }
-        ::close(std::exchange(lock_, -1));
     }
 }
 
@@ -179,7 +156,7 @@ void ListeningSocket::bind(mode_t mode) {
     const sockaddr_un address = addressOf(path_);
     descriptor_ = makeSocket();
     const mode_t previous = ::umask(static_cast<mode_t>(0777) & ~mode);
-    const int result = ::bind(descriptor_, generic(address), sizeof address);
+    const int result = ::bind(descriptor_.get(), system::generic(address), sizeof address);
     const int error = errno;
     ::umask(previous);
     errno = error;
@@ -193,13 +170,13 @@ void ListeningSocket::bind(mode_t mode) {
 }
 
 void ListeningSocket::listen() const {
-    if (own() && ::listen(descriptor_, SOMAXCONN) != 0) {
+    if (own() && ::listen(descriptor_.get(), SOMAXCONN) != 0) {
         fail("cannot listen on " + path_);
     }
 }
 
 int ListeningSocket::release() {
-    return std::exchange(descriptor_, -1);
+    return descriptor_.release();
 }
 
 void ListeningSocket::remove() noexcept {
@@ -208,19 +185,13 @@ void ListeningSocket::remove() noexcept {
         present.st_dev == device_ && present.st_ino == file_) {
         static_cast<void>(::unlink(path_.c_str()));
     }
-    if (lock_ != -1) {
+    if (lock_) {
         try {
             static_cast<void>(::unlink((path_ + ".lock").c_str()));
         } catch (const std::exception&) {
-            // One that stays does no harm.
+            // A lock file that stays does no harm.
         }
-        ::close(std::exchange(lock_, -1));
-    }
-}
-
-void ListeningSocket::close() noexcept {
-    if (descriptor_ != -1) {
-        ::close(std::exchange(descriptor_, -1));
+        lock_.reset();
     }
 }
 

@@ -3,6 +3,7 @@
 #ifndef QVHOST_SERVER_LISTENING_SOCKET_H
 #define QVHOST_SERVER_LISTENING_SOCKET_H
 
+#include <QvSystem/Descriptor.h>
 #include <sys/types.h>
 
 #include <string>
@@ -34,7 +35,7 @@ class ListeningSocket {
     const std::string& path() const { return path_; }
 
     // Whether it was made here.
-    bool own() const { return lock_ != -1; }
+    bool own() const { return static_cast<bool>(lock_); }
 
     // Removes the file, if it is still this one; the destructor does nothing then.
     void remove() noexcept;
@@ -43,11 +44,10 @@ class ListeningSocket {
     void takeLock();
     void makeWay() const;
     void bind(mode_t mode);
-    void close() noexcept;
 
     std::string path_;
-    int lock_ = -1;
-    int descriptor_ = -1;
+    system::Descriptor lock_;
+    system::Descriptor descriptor_;
     dev_t device_ = 0;
     ino_t file_ = 0;
     bool bound_ = false;

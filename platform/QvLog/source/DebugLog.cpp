@@ -1,5 +1,6 @@
 #include "DebugLog.h"
 
+#include <QvSystem/Utf8.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/pattern_formatter.h>
 
@@ -24,22 +25,6 @@ constexpr std::array<std::string_view, 8> levelNames = {"emerg",   "alert",  "cr
 constexpr std::size_t textLimit = 8192;
 constexpr std::size_t moduleLimit = 64;
 
-// Returns the text without an incomplete UTF-8 sequence at its end.
-std::string_view wholeCharacters(std::string_view text) {
-    const std::size_t longest = std::min<std::size_t>(text.size(), 3);
-    for (std::size_t count = 1; count <= longest; ++count) {
-        const auto byte = static_cast<unsigned char>(text[text.size() - count]);
-        if (byte >= 0xC0) {
-            const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
-            return length > count ? text.substr(0, text.size() - count) : text;
-        }
-        if (byte < 0x80) {
-            break;
-        }
-    }
-    return text;
-}
-
 void appendText(std::string& record, const char* format, std::va_list arguments) {
     char buffer[textLimit];
     const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
@@ -54,14 +39,15 @@ void appendText(std::string& record, const char* format, std::va_list arguments)
         text::appendEscaped(record, {buffer, size});
         return;
     }
-    text::appendEscaped(record, wholeCharacters({buffer, sizeof buffer - 1}));
+    text::appendEscaped(record, system::wholeCharacters({buffer, sizeof buffer - 1}));
     record += " ... (" + std::to_string(size) + " bytes)";
 }
 
 }  // namespace
 
 DebugLog::DebugLog(const char* path, const char* module, int level)
-    : module_(text::escaped(wholeCharacters(std::string_view(module).substr(0, moduleLimit)))),
+    : module_(
+          text::escaped(system::wholeCharacters(std::string_view(module).substr(0, moduleLimit)))),
       level_(std::clamp(level, lowestLevel, highestLevel)),
       formatter_(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%eZ %P/%t %v",
                                                              spdlog::pattern_time_type::utc, "\n")),
@@ -95,7 +81,7 @@ void DebugLog::write(int level, const char* format, std::va_list arguments) noex
 }
 
 void DebugLog::writeRecord(const std::string& record) {
-    const MutexLock lock(mutex_);
+    const system::MutexLock lock(mutex_);
     // The record is formatted under the lock, so that the times in the file ascend.
     const spdlog::details::log_msg message(spdlog::source_loc{}, {}, spdlog::level::info, record);
     spdlog::memory_buf_t line;

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "LogFile.h"
-#include "QvThreadSafety.h"
+#include "QvSystem/ThreadSafety.h"
 
 namespace qv::log {
 
@@ -44,7 +44,7 @@ class DebugLog {
     const std::string module_;
     std::atomic<int> level_;
 
-    Mutex mutex_;
+    system::Mutex mutex_;
     const std::unique_ptr<spdlog::formatter> formatter_ QV_GUARDED_BY(mutex_);
     LogFile file_ QV_GUARDED_BY(mutex_);
 };

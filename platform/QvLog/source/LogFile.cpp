@@ -8,7 +8,7 @@
 #include <system_error>
 #include <utility>
 
-#include "QvThreadSafety.h"
+#include "QvSystem/ThreadSafety.h"
 
 namespace qv::log {
 namespace {
@@ -19,7 +19,7 @@ constexpr mode_t fileMode = 0640;
 
 // Held during a rotation by any handle of the process. Two handles on one file would otherwise
 // shift the older files twice.
-Mutex rotation;
+system::Mutex rotation;
 
 // Repeats the call while a signal interrupts it, so that no record is lost.
 template <class Call>
@@ -58,11 +58,7 @@ LogFile::LogFile(std::string path) : path_(std::move(path)) {
     }
     // Only the first file is asked. A file that replaces it later may end with a record that
     // another handle is just writing.
-    endsInsideLine_ = endsInsideLine(descriptor_, size);
-}
-
-LogFile::~LogFile() {
-    close();
+    endsInsideLine_ = endsInsideLine(descriptor_.get(), size);
 }
 
 void LogFile::append(std::string line) {
@@ -77,7 +73,7 @@ void LogFile::append(std::string line) {
         line.insert(line.begin(), '\n');
     }
     const ssize_t written =
-        uninterrupted([&] { return ::write(descriptor_, line.data(), line.size()); });
+        uninterrupted([&] { return ::write(descriptor_.get(), line.data(), line.size()); });
     if (written > 0) {
         endsInsideLine_ = line[static_cast<std::size_t>(written) - 1] != '\n';
     }
@@ -87,50 +83,42 @@ void LogFile::append(std::string line) {
 // kNowhere if none can be opened.
 off_t LogFile::follow() {
     struct stat status = {};
-    if (descriptor_ == -1) {
+    if (!descriptor_) {
         return open();
     }
     if (uninterrupted([&] { return ::stat(path_.c_str(), &status); }) == 0) {
         return status.st_dev == device_ && status.st_ino == inode_ ? status.st_size : open();
     }
     // A host that gave up the right to search the directory may still write to the open file.
-    return errno == EACCES && ::fstat(descriptor_, &status) == 0 ? status.st_size : open();
+    return errno == EACCES && ::fstat(descriptor_.get(), &status) == 0 ? status.st_size : open();
 }
 
 off_t LogFile::open() {
-    close();
-    int descriptor = openFile(path_, O_RDWR);
-    if (descriptor == -1 && errno == EACCES) {
-        descriptor = openFile(path_, O_WRONLY);
+    descriptor_.reset();
+    system::Descriptor descriptor(openFile(path_, O_RDWR));
+    if (!descriptor && errno == EACCES) {
+        descriptor.reset(openFile(path_, O_WRONLY));
     }
-    if (descriptor == -1) {
+    if (!descriptor) {
         return kNowhere;
     }
     struct stat status = {};
-    if (::fstat(descriptor, &status) != 0 ||
+    if (::fstat(descriptor.get(), &status) != 0 ||
         !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode))) {
-        ::close(descriptor);
         errno = EINVAL;
         return kNowhere;
     }
-    descriptor_ = descriptor;
+    descriptor_ = std::move(descriptor);
     device_ = status.st_dev;
     inode_ = status.st_ino;
     endsInsideLine_ = false;
     return status.st_size;
 }
 
-void LogFile::close() noexcept {
-    if (descriptor_ != -1) {
-        ::close(descriptor_);
-        descriptor_ = -1;
-    }
-}
-
 // Makes room for `length` bytes: rotates, or empties the file if it cannot be renamed, because the
 // newest records are the ones that people look for. Returns the size afterwards, or kNowhere.
 off_t LogFile::makeRoom(std::size_t length) {
-    const MutexLock lock(rotation);
+    const system::MutexLock lock(rotation);
     off_t size = follow();
     if (size == kNowhere || hasRoom(size, length)) {
         return size;
@@ -141,7 +129,7 @@ off_t LogFile::makeRoom(std::size_t length) {
             return size;
         }
     }
-    if (uninterrupted([&] { return ::ftruncate(descriptor_, 0); }) != 0) {
+    if (uninterrupted([&] { return ::ftruncate(descriptor_.get(), 0); }) != 0) {
         return kNowhere;
     }
     endsInsideLine_ = false;

@@ -9,6 +9,7 @@
 #ifndef QV_LOG_LOG_FILE_H
 #define QV_LOG_LOG_FILE_H
 
+#include <QvSystem/Descriptor.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -21,9 +22,6 @@ class LogFile {
   public:
     // Throws std::system_error when the file cannot be opened.
     explicit LogFile(std::string path);
-    ~LogFile();
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
 
     // Appends the line, which ends with a newline, in one write(), so that the lines of several
     // handles or processes do not mix. A line that cannot be written is lost. Throws
@@ -35,13 +33,12 @@ class LogFile {
 
     off_t follow();
     off_t open();
-    void close() noexcept;
     off_t makeRoom(std::size_t length);
     bool shiftOlderFiles() const;
     std::string olderFile(int age) const;
 
     const std::string path_;
-    int descriptor_ = -1;
+    system::Descriptor descriptor_;
     // The identity of the open file.
     dev_t device_ = 0;
     ino_t inode_ = 0;

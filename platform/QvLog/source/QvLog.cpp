@@ -4,7 +4,7 @@
 #include <new>
 
 #include "DebugLog.h"
-#include "QvCancellation.h"
+#include "QvSystem/Cancellation.h"
 
 using qv::log::DebugLog;
 
@@ -14,7 +14,7 @@ void* LorxOpenDbgLog(const char* path, const char* module, int level) {
     if (path == nullptr) {
         return nullptr;
     }
-    const qv::CancellationGuard guard;
+    const qv::system::CancellationGuard guard;
     try {
         return new DebugLog(path, module != nullptr ? module : "", level);
     } catch (...) {
@@ -30,7 +30,7 @@ void LorxWriteDbgLog(void* handle, int level, const char* format, ...) {
     if (handle == nullptr) {
         return;
     }
-    const qv::CancellationGuard guard;
+    const qv::system::CancellationGuard guard;
     std::va_list arguments;
     va_start(arguments, format);
     static_cast<DebugLog*>(handle)->write(level, format, arguments);
@@ -44,7 +44,7 @@ void LorxSetDbgLogLevel(void* handle, int level) {
 }
 
 void LorxReleaseDbgLog(void* handle) {
-    const qv::CancellationGuard guard;
+    const qv::system::CancellationGuard guard;
     delete static_cast<DebugLog*>(handle);
 }
 

@@ -1,5 +1,7 @@
 #include "QvText.h"
 
+#include <QvSystem/Utf8.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -7,14 +9,6 @@
 
 namespace qv::text {
 namespace {
-
-// The character that a text starts with; of no length where its bytes are no well-formed UTF-8.
-struct Character {
-    std::size_t length;
-    std::uint32_t codePoint;
-};
-
-constexpr Character illFormed{0, 0};
 
 struct Range {
     std::uint32_t first;
@@ -32,55 +26,20 @@ constexpr Range unseen[] = {
     {0xE0000, 0xE0FFF},
 };
 
-unsigned char byteAt(std::string_view text, std::size_t index) {
-    return static_cast<unsigned char>(text[index]);
-}
-
-Character firstCharacter(std::string_view text) {
-    const unsigned char lead = byteAt(text, 0);
-    if (lead < 0x80) {
-        return {1, lead};
-    }
-
-    std::size_t length = 0;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4;
-    }
-    if (length == 0 || text.size() < length) {
-        return illFormed;
-    }
-
-    // The second byte's range keeps out overlong forms, surrogates and values past U+10FFFF.
-    const unsigned char second = byteAt(text, 1);
-    const unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-    const unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    if (second < low || second > high) {
-        return illFormed;
-    }
-    std::uint32_t codePoint = lead & (0x7FU >> length);
-    for (std::size_t index = 1; index < length; ++index) {
-        if ((byteAt(text, index) & 0xC0) != 0x80) {
-            return illFormed;
-        }
-        codePoint = codePoint << 6 | (byteAt(text, index) & 0x3FU);
-    }
-    return {length, codePoint};
-}
-
 bool isUnseen(std::uint32_t codePoint) {
-    // Most text needs no search.
-    if (codePoint >= 0x20 && codePoint < 0x7F) {
-        return false;
-    }
     const Range* const range =
         std::lower_bound(std::begin(unseen), std::end(unseen), codePoint,
                          [](const Range& each, std::uint32_t value) { return each.last < value; });
     return (range != std::end(unseen) && range->first <= codePoint) ||
            (codePoint & 0xFFFE) == 0xFFFE;
+}
+
+// Returns the number of bytes at the beginning that stand as they are, as most text does.
+std::size_t plainLength(std::string_view text) {
+    const auto end = std::find_if(text.begin(), text.end(), [](char character) {
+        return character < 0x20 || character >= 0x7F || character == '\\';
+    });
+    return static_cast<std::size_t>(end - text.begin());
 }
 
 void appendEscapedByte(std::string& out, unsigned char byte) {
@@ -108,10 +67,17 @@ void appendEscapedByte(std::string& out, unsigned char byte) {
 }  // namespace
 
 void appendEscaped(std::string& out, std::string_view text) {
-    while (!text.empty()) {
-        const Character character = firstCharacter(text);
-        const std::string_view bytes = text.substr(0, std::max<std::size_t>(character.length, 1));
-        if (character.length == 0 || character.codePoint == '\\' || isUnseen(character.codePoint)) {
+    while (true) {
+        const std::string_view plain = text.substr(0, plainLength(text));
+        out += plain;
+        text.remove_prefix(plain.size());
+        if (text.empty()) {
+            return;
+        }
+        const system::Utf8Character character = system::firstCharacter(text);
+        const std::string_view bytes = text.substr(0, character.length);
+        if (!character.isWellFormed || character.codePoint == '\\' ||
+            isUnseen(character.codePoint)) {
             for (const char byte : bytes) {
                 appendEscapedByte(out, static_cast<unsigned char>(byte));
             }

@@ -1,12 +1,14 @@
-#include <sys/stat.h>
+#include <QvSystem/Directories.h>
+#include <QvSystem/Environment.h>
+#include <sys/types.h>
 
 #include <string>
+#include <system_error>
 
 #include "ConfiguredDebugLevel.h"
-#include "QvCancellation.h"
 #include "QvLog.h"
+#include "QvSystem/Cancellation.h"
 #include "QvUtil.h"
-#include "environment.h"
 
 // The one function here that is not the product's own. Another log library in the place of ours may
 // lack it; there is no log to open then.
@@ -17,7 +19,7 @@ namespace {
 constexpr mode_t directoryMode = 0750;
 
 std::string logFilePath(const std::string& logPath) {
-    const char* const directory = qv::util::environmentValue("QV_LOG_DIR");
+    const char* const directory = qv::system::environmentValue("QV_LOG_DIR");
     if (directory == nullptr) {
         return logPath;
     }
@@ -26,11 +28,12 @@ std::string logFilePath(const std::string& logPath) {
     return std::string(directory) + '/' + baseName;
 }
 
-// Reports nothing: when a directory is missing afterwards, the file in it cannot be opened.
-void makeParentDirectories(const std::string& path) {
-    for (auto slash = path.find('/', 1); slash != std::string::npos;
-         slash = path.find('/', slash + 1)) {
-        ::mkdir(path.substr(0, slash).c_str(), directoryMode);
+// Reports nothing: if a directory is missing afterwards, the file in it cannot be opened.
+void makeDirectoryOf(const std::string& path) {
+    try {
+        qv::system::makeDirectories(qv::system::directoryOf(path), directoryMode);
+    } catch (const std::system_error&) {
+        return;
     }
 }
 
@@ -45,10 +48,10 @@ int QvInitDebugByConfig(void** handle, const char* configName, const char* modul
     if (logPath == nullptr || LorxOpenDbgLog == nullptr) {
         return -1;
     }
-    const qv::CancellationGuard guard;
+    const qv::system::CancellationGuard guard;
     try {
         const std::string path = logFilePath(logPath);
-        makeParentDirectories(path);
+        makeDirectoryOf(path);
         *handle = LorxOpenDbgLog(path.c_str(), module, qv::util::configuredDebugLevel(configName));
     } catch (...) {
         return -1;

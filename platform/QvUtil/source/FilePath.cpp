@@ -1,13 +1,14 @@
+#include <QvSystem/Environment.h>
+
 #include <cstdio>
 
 #include "QvUtil.h"
-#include "environment.h"
 
 char* QvGetFilePath(char* buffer, int size, const char* fileName) {
     if (buffer == nullptr || size <= 0 || fileName == nullptr) {
         return nullptr;
     }
-    const char* directory = qv::util::environmentValue("QV_CONFIG_DIR");
+    const char* directory = qv::system::environmentValue("QV_CONFIG_DIR");
     if (directory == nullptr) {
         directory = QV_DEFAULT_CONFIG_DIR;
     }

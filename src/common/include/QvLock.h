@@ -17,7 +17,7 @@
 #include <cerrno>
 #include <string>
 
-#include "QvThreadSafety.h"
+#include "QvSystem/ThreadSafety.h"
 
 namespace qor::kevra {
 

@@ -72,14 +72,6 @@ TEST(FormatServices, CsvReplacesBytesThatAreNotUtf8) {
               "id,address\r\n1,a\xef\xbf\xbd\xc3\xa9\r\n");
 }
 
-TEST(IsUtf8, TellsTextFromBytes) {
-    EXPECT_TRUE(isUtf8(""));
-    EXPECT_TRUE(isUtf8("a\xc3\xa9\xf0\x9f\x98\x80"));
-    EXPECT_FALSE(isUtf8("\xff"));
-    EXPECT_FALSE(isUtf8("\xc3"));
-    EXPECT_FALSE(isUtf8("\xed\xa0\x80"));
-}
-
 TEST(FormatInfo, TableShowsPathIdAndCommandsInHexadecimal) {
     const FakePluginControl control;
     const Plugin plugin(QVHOST_FAKE_PLUGIN);

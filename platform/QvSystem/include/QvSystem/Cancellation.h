@@ -1,10 +1,10 @@
 // Cancellation of threads with pthread_cancel().
-#ifndef QV_CANCELLATION_H
-#define QV_CANCELLATION_H
+#ifndef QV_SYSTEM_CANCELLATION_H
+#define QV_SYSTEM_CANCELLATION_H
 
 #include <pthread.h>
 
-namespace qv {
+namespace qv::system {
 
 // Keeps the calling thread from being cancelled as long as the object exists. A request to cancel
 // the thread waits, and takes effect at the first cancellation point afterwards.
@@ -22,6 +22,6 @@ class CancellationGuard {
     int formerState_ = PTHREAD_CANCEL_ENABLE;
 };
 
-}  // namespace qv
+}  // namespace qv::system
 
-#endif  // QV_CANCELLATION_H
+#endif  // QV_SYSTEM_CANCELLATION_H

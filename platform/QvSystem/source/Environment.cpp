@@ -1,4 +1,4 @@
-#include "environment.h"
+#include "QvSystem/Environment.h"
 
 #include <cstdlib>
 
@@ -6,7 +6,7 @@
 #include <unistd.h>
 #endif
 
-namespace qv::util {
+namespace qv::system {
 
 const char* environmentValue(const char* name) {
 #ifdef __APPLE__
@@ -17,4 +17,4 @@ const char* environmentValue(const char* name) {
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
-}  // namespace qv::util
+}  // namespace qv::system

@@ -3,8 +3,8 @@
 //     Mutex mutex;
 //     int count QV_GUARDED_BY(mutex);           // only read and written while `mutex` is held
 //     void increment() QV_REQUIRES(mutex);      // only called while `mutex` is held
-#ifndef QV_THREAD_SAFETY_H
-#define QV_THREAD_SAFETY_H
+#ifndef QV_SYSTEM_THREAD_SAFETY_H
+#define QV_SYSTEM_THREAD_SAFETY_H
 
 #include <mutex>
 
@@ -27,7 +27,7 @@
 #define QV_RELEASE(...) QV_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define QV_NO_THREAD_SAFETY_ANALYSIS QV_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
-namespace qv {
+namespace qv::system {
 
 // std::mutex and std::lock_guard, which clang does not know to be locks in every standard library.
 class QV_CAPABILITY("mutex") Mutex {
@@ -50,6 +50,6 @@ class QV_SCOPED_CAPABILITY MutexLock {
     Mutex& mutex_;
 };
 
-}  // namespace qv
+}  // namespace qv::system
 
-#endif  // QV_THREAD_SAFETY_H
+#endif  // QV_SYSTEM_THREAD_SAFETY_H
