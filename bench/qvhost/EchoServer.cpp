@@ -27,7 +27,7 @@
 #include <utility>
 #include <vector>
 
-#include "server/ContextThreads.h"
+#include "server/ClientThreads.h"
 
 namespace {
 
@@ -99,9 +99,9 @@ class EchoedClient : public std::enable_shared_from_this<EchoedClient> {
 void serve(std::size_t threadCount) {
     asio::io_context own{1};
     asio::basic_socket_acceptor<Protocol, Executor> acceptor(own, Protocol(), kListeningSocket);
-    std::deque<qv::host::ContextThreads> threads;
+    std::deque<qv::host::ClientThread> threads;
     for (std::size_t i = 0; i < threadCount; ++i) {
-        threads.emplace_back(1).start(1);
+        threads.emplace_back().start();
     }
     asio::error_code error;
     for (std::size_t client = 0; !error; ++client) {
@@ -110,7 +110,7 @@ void serve(std::size_t threadCount) {
             std::make_shared<EchoedClient>(std::move(socket))->read();
         }
     }
-    for (qv::host::ContextThreads& thread : threads) {
+    for (qv::host::ClientThread& thread : threads) {
         thread.context().stop();
         thread.join();
     }

@@ -1,28 +1,34 @@
-// The threads that the clients' requests are executed on. Mostly that is where they were read: each
-// thread that reads has a context and clients of its own, since threads that share a context wake
-// each other at every request.
+// Holds the threads that execute the clients' requests. Each thread that reads has an Asio context
+// and clients of its own, because threads that share a context wake each other at every request.
+// It executes the requests that it reads, as long as they are short.
 //
-// That makes clients wait for each other, which is fine while it is short. Once a request took
-// long, as one does that waits for the disk, those that come next are handed over, for ten times as
-// long, to threads that share them. So clients wait for each other's long requests for a tenth of
-// the time at most.
+// A request that waits for the disk takes long, and the other clients of the thread wait for it.
+// The requests that follow it, for ten times as long, are handed over to threads that share one
+// context. So clients wait for each other's long requests for a tenth of the time at most.
 #ifndef QVHOST_SERVER_CLIENT_THREADS_H
 #define QVHOST_SERVER_CLIENT_THREADS_H
 
+#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <atomic>
 #include <cstddef>
 #include <deque>
+#include <thread>
+#include <vector>
 
-#include "server/ContextThreads.h"
 #include "server/SlowTimes.h"
 
 namespace qv::host {
 
-// Reads for its clients.
+// Runs the context until it is stopped or has no work. Reports what a client's handler throws.
+void runClients(asio::io_context& context);
+
+using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
+
+// One thread that reads for its clients.
 class ClientThread {
   public:
-    // A client's, for as long as it lives.
+    // Counts a client of the thread for as long as the object lives.
     class Place {
       public:
         explicit Place(ClientThread& thread) : thread_(thread) { ++thread_.clients_; }
@@ -39,47 +45,57 @@ class ClientThread {
     ClientThread();
 
     std::size_t clients() const { return clients_; }
-    ContextThreads& threads() { return threads_; }
-    asio::io_context& context() { return threads_.context(); }
+    asio::io_context& context() { return context_; }
+
+    // Throws std::system_error.
+    void start();
+
+    // Waits until the context has no work or, if it is stopped, until no handler runs.
+    void join();
 
   private:
-    // Declared first: clients that are abandoned are counted off when the context goes.
+    // Declared first: clients that are abandoned leave the count when the context goes.
     std::atomic<std::size_t> clients_ = 0;
-    ContextThreads threads_{1};
+    asio::io_context context_{1};
+    WorkGuard work_{context_.get_executor()};
+    std::thread thread_;
 };
 
 class ClientThreads {
   public:
-    // What one that reads has open: Asio's epoll, its timer and what wakes it.
+    // The descriptors of a thread that reads: Asio's epoll, its timer and what wakes it.
     static constexpr std::size_t kDescriptors = 3;
 
-    // So many read, and as many, or a few more, share what is handed over. Throws
-    // std::system_error.
+    // Makes `count` threads that read. As many, but at least a few, share the requests that are
+    // handed over. Throws std::system_error.
     explicit ClientThreads(std::size_t count);
 
-    // Throws std::system_error; those that were started are to be abandoned then.
+    // Throws std::system_error. Call abandon() then.
     void start();
 
-    // To be called when there are no clients any more.
+    // Call when there are no clients any more.
     void join();
 
     // Waits for the requests that are executed, and for nothing else.
     void abandon();
 
-    // The one with the fewest clients.
+    // Returns the thread with the fewest clients.
     ClientThread& next();
 
-    // Tells when to hand over, and is to be told of what was executed where it was read.
+    // Tells when to hand requests over. Must be told of those that were executed where they were
+    // read.
     SlowTimes& slowTimes() { return slowTimes_; }
 
-    // Of the threads that share.
-    asio::io_context& shared() { return sharing_.context(); }
+    // Returns the context of the threads that share.
+    asio::io_context& shared() { return shared_; }
 
   private:
     std::deque<ClientThread> reading_;
+    // Declared behind the contexts that read: its clients go before the contexts of their sockets.
     const std::size_t sharingCount_;
-    // Its clients go before the contexts of their sockets.
-    ContextThreads sharing_;
+    asio::io_context shared_;
+    WorkGuard sharedWork_{shared_.get_executor()};
+    std::vector<std::thread> sharing_;
     SlowTimes slowTimes_;
 };
 
