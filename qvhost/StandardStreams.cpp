@@ -17,8 +17,8 @@ void guardStandardStreams() {
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
-            // The lowest free descriptor is this one. Opened the wrong way round on purpose: using
-            // it fails, as it would have when closed.
+            // The lowest free descriptor is this one. It is opened for the wrong direction on
+            // purpose: using it fails, as using a closed one does.
             static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
         }
     }

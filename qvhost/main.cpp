@@ -1,5 +1,5 @@
-// qvhost: the naming service's plug-in as a resident host, a client of that, and the plug-in by
-// hand. What its commands do is in commands/.
+// qvhost runs the naming service as a resident host and is a client of it. Each subcommand has a
+// file in cli/; the resident host is in server/.
 #include <exception>
 #include <new>
 

@@ -1,5 +1,4 @@
-// The naming service as its clients see it: the services that a resident host, `qvhost serve`,
-// keeps.
+// Registers, removes and lists services with the resident host, `qvhost serve`.
 //
 //     qv::client::Client client;
 //     client.registerServices({{1, "/run/a.sock"}, {2, "tcp://127.0.0.1:9000"}});
@@ -8,22 +7,22 @@
 //     }
 //     client.unregisterServices({2});
 //
-// A client is one connection over the host's socket. Every function sends one request and returns
-// when the host has carried it out, or throws Error.
+// A client has one connection to the host's socket. Every function sends one request and returns
+// when the host has carried out the request. It throws Error if that fails.
 //
-// Time: connecting, and each request from its beginning to the end of its answer, may take as long
-// as the time-out that the client was made with, 30 seconds unless said otherwise.
+// Time: connecting may take as long as the client's time-out, which is 30 seconds by default. The
+// same holds for each request up to the end of its answer.
 //
-// Lost connections: a host that stops, or that finds a client idle for too long, closes the
-// connection. A client notices that before it sends its next request, and connects anew. A
-// connection that breaks during a request is an error, because nobody can tell whether the request
-// was carried out; so is a time-out. The request after it connects anew. Repeating a request does
-// no harm: one that changes nothing is carried out like any other.
+// Lost connections: the host closes the connection when it stops, or when the client is idle for
+// too long. The client notices this before its next request and connects again. If the connection
+// breaks during a request, or the time-out passes, nobody can tell whether the host carried out the
+// request. The function throws Error, and the next request connects again. A request may be
+// repeated: registering or removing the same services twice has the same effect as once.
 //
-// Threads: a client may be used by one thread at a time; different clients are independent. A
-// client does not survive fork() in both processes.
+// Threads: only one thread at a time may use a client. Different clients are independent. After
+// fork(), only one of the two processes may use the client.
 //
-// Signals: none is raised, SIGPIPE included, and one that arrives interrupts nothing.
+// Signals: no function raises a signal, SIGPIPE included. A signal that arrives interrupts nothing.
 #ifndef QV_CLIENT_H
 #define QV_CLIENT_H
 
@@ -44,21 +43,21 @@ namespace qv::client {
 
 struct Service {
     int32_t id = 0;
-    // Any bytes. The directory cannot be saved as long as it holds an address that is not UTF-8,
-    // and of an address with a zero byte only what stands in front of that is saved.
+    // Any bytes. The host cannot save the directory while an address in it is not UTF-8. It saves
+    // an address only up to its first zero byte.
     std::string address;
 };
 
-// What went wrong, as one line for a person: what was tried, and why it failed.
+// Tells a person in one line what was tried and why it failed.
 class QV_CLIENT_EXPORT Error : public std::runtime_error {
   public:
     enum class Kind {
         CannotConnect,   // code() is the system's error number
-        Refused,         // by the host; code() is a QvHostResult of QvFrame.h, what() its words
-        Result,          // by the plug-in; code() is its result code, of QvPlugin.h
-        ConnectionLost,  // code() is the system's error number; 0 when the host closed it
+        Refused,         // the host refused; code() is a QvHostResult of QvFrame.h
+        Result,          // the plug-in failed; code() is a result code of QvPlugin.h
+        ConnectionLost,  // code() is the system's error number, or 0 if the host closed it
         TimedOut,
-        BrokenAnswer,  // what came is no answer to the request
+        BrokenAnswer,  // the bytes that arrived are no answer to the request
         TooLong,       // the request has more bytes than the plug-in reads; nothing was sent
     };
 
@@ -69,7 +68,7 @@ class QV_CLIENT_EXPORT Error : public std::runtime_error {
 
     Kind kind() const noexcept { return kind_; }
 
-    // See Kind; 0 where nothing is said there.
+    // Returns the number that Kind names, or 0 for a kind without one.
     int32_t code() const noexcept { return code_; }
 
   private:
@@ -77,21 +76,22 @@ class QV_CLIENT_EXPORT Error : public std::runtime_error {
     int32_t code_;
 };
 
-// Where the host listens unless it was told otherwise: namingService.sock in the directory that
-// QV_RUN_DIR names, and else in /run/Vornak/LorxCore (macOS: /var/run/Vornak/LorxCore), or where
-// the build has it. A set-id process ignores the variable.
+// Returns the path of the socket at which the host listens by default: namingService.sock in the
+// directory that QV_RUN_DIR in the environment names. Without that variable, the directory is the
+// one that the build names, by default /run/Vornak/LorxCore (macOS: /var/run/Vornak/LorxCore). A
+// set-id process ignores the variable.
 QV_CLIENT_EXPORT std::string defaultSocketPath();
 
-class Connection;  // the library's own
+class Connection;  // private to the library
 
 constexpr std::chrono::milliseconds kDefaultTimeout = std::chrono::seconds(30);
 
-// Waits as long as it takes.
+// Makes a client wait without a bound.
 constexpr std::chrono::milliseconds kNoTimeout = std::chrono::milliseconds::max();
 
 class QV_CLIENT_EXPORT Client {
   public:
-    // Connects.
+    // Connects to the host.
     explicit Client(const std::string& socketPath = defaultSocketPath(),
                     std::chrono::milliseconds timeout = kDefaultTimeout);
     ~Client();
@@ -101,21 +101,22 @@ class QV_CLIENT_EXPORT Client {
     Client(Client&&) = delete;
     Client& operator=(Client&&) = delete;
 
-    // In this order; a later address for an identifier replaces an earlier one. One request, and so
-    // one save of the directory: many services are faster together. The host bounds how long a
-    // request may be, and refuses a longer one. Without services nothing is sent.
+    // Registers the services in this order. If an identifier has an address already, the new
+    // address replaces it. All services go out in one request, which costs the host one save. The
+    // host refuses a request that is longer than its bound. Sends nothing if there are no services.
     void registerServices(const std::vector<Service>& services);
 
-    // An identifier that is not registered does no harm.
+    // Removes the services. Ignores identifiers that are not registered.
     void unregisterServices(const std::vector<int32_t>& ids);
 
-    // All of them, ascending by identifier.
+    // Returns all services, ascending by identifier.
     std::vector<Service> services();
 
-    // Of the plug-in's diagnostic log: 0 (least) to 7 (most).
+    // Sets the level of the plug-in's diagnostic log, 0 (least) to 7 (most). It holds until the
+    // host reloads its configuration or ends.
     void setDebugLevel(int32_t level);
 
-    // Succeeds when the host answers.
+    // Returns when the host has answered.
     void ping();
 
   private:

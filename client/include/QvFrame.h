@@ -1,19 +1,20 @@
 /*
- * What a client and the resident host, `qvhost serve`, say to each other over its socket, a stream
- * socket of the Unix domain.
+ * Defines the frames that a client and the resident host, `qvhost serve`, exchange over the host's
+ * socket. The socket is a stream socket of the Unix domain.
  *
- * A client sends requests, the host sends an answer to each, in the requests' order. Both are
- * frames: a header of 12 bytes, then as many bytes as the header says.
+ * A client sends requests. The host sends an answer to each, in the order of the requests. Requests
+ * and answers are frames: a header of 12 bytes, then as many bytes as the header says.
  *
  *     offset  bytes  in a request                         in an answer
  *     0       4      command code                         result code
  *     4       4      how many bytes follow the header     the same
  *     8       4      a number of the client's choice      the request's number
  *
- * All three are unsigned and little-endian. What follows a request's header is the command's input,
- * a serialised message; what follows an answer's header is the command's answer where the result is
- * QV_OK, and a text in UTF-8, for people, where it is one of the host's own codes below. A client
- * may send further requests before it has the answers to earlier ones.
+ * All three are unsigned and little-endian. The bytes after a request's header are the input of the
+ * command, a serialised message. If the result is QV_OK, the bytes after an answer's header are the
+ * answer of the command, a serialised message. If the result is one of the host's own codes below,
+ * they are a text in UTF-8 for people. A client may send further requests before it has received
+ * the answers to earlier ones.
  *
  * The command codes are those of QvPlugin.h and QV_HOST_COMMAND_PING. The result codes are those of
  * QvPlugin.h and QvHostResult.
@@ -29,31 +30,31 @@ extern "C" {
 
 enum { QV_FRAME_HEADER_SIZE = 12 };
 
-/* Answered by the host itself, with no bytes, whatever bytes it came with. */
+/* The host answers this command itself and ignores its input. The answer has no bytes. */
 enum { QV_HOST_COMMAND_PING = 0 };
 
 /*
- * The host's own result codes. After the first five it closes the connection, because it must not
- * or cannot go on reading: they answer no request unless the header of one has arrived, and carry
- * the number 0 then.
+ * The host's own result codes. After the first five the host closes the connection, because it must
+ * not or cannot read on. If the header of a request has arrived, the code answers this request.
+ * Otherwise the code answers no request, and its number is 0.
  */
 enum QvHostResult {
     QV_HOST_ERROR_FORBIDDEN = 21001, /* this user may not use the host */
     QV_HOST_ERROR_CLIENTS = 21002,   /* as many clients as the host takes are connected */
     QV_HOST_ERROR_LENGTH = 21003,    /* the request is longer than the host takes */
-    QV_HOST_ERROR_TIMEOUT = 21004,   /* no request, or only part of one, for too long */
-    QV_HOST_ERROR_STOPPING = 21005,  /* the host ends; idle clients are told so, too */
+    QV_HOST_ERROR_TIMEOUT = 21004,   /* no request, or only part of one, arrived in time */
+    QV_HOST_ERROR_STOPPING = 21005,  /* the host ends; idle clients receive this, too */
     QV_HOST_ERROR_COMMAND = 21006,   /* the plug-in has no such command */
     QV_HOST_ERROR_PLUGIN = 21007     /* the plug-in failed to carry the command out */
 };
 
 typedef struct QvFrameHeader {
-    uint32_t code;   /* of the command, or of the result */
-    uint32_t length; /* in bytes, of what follows the header */
-    uint32_t number; /* of the request */
+    uint32_t code;   /* command code or result code */
+    uint32_t length; /* number of bytes after the header */
+    uint32_t number; /* number of the request */
 } QvFrameHeader;
 
-/* Between a header and its QV_FRAME_HEADER_SIZE bytes on the wire. */
+/* These convert a header to its QV_FRAME_HEADER_SIZE bytes on the wire, and back. */
 
 static inline void QvFramePutNumber(unsigned char* bytes, uint32_t number) {
     bytes[0] = (unsigned char)(number & 0xFF);

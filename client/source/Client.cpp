@@ -13,7 +13,7 @@ namespace qv::client {
 
 namespace {
 
-// Puts what was tried in front of why it failed.
+// Runs the action. Puts `what` in front of the text of an Error that the action throws.
 template <typename Action>
 auto attempt(const std::string& what, Action action) -> decltype(action()) {
     try {

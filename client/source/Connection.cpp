@@ -14,10 +14,10 @@ namespace qv::client {
 
 namespace {
 
-// Of the plug-in's answers, whose length is an int.
+// The length of a plug-in's answer is an int.
 constexpr uint32_t kLongestAnswer = std::numeric_limits<int32_t>::max();
 
-bool isHosts(uint32_t result) {
+bool isHostResult(uint32_t result) {
     return result >= 21000 && result < 22000;
 }
 
@@ -31,7 +31,7 @@ Error broken(const std::string& reason) {
 
 Error resultError(uint32_t result, const std::string& text) {
     const auto code = static_cast<int32_t>(result);
-    if (isHosts(result)) {
+    if (isHostResult(result)) {
         return {Error::Kind::Refused, code,
                 "the host refused: " + (text.empty() ? "result " + std::to_string(code) : text)};
     }
@@ -49,7 +49,7 @@ std::string frame(const QvFrameHeader& header, const std::string& input) {
     return frame;
 }
 
-// A length is only a claim: the memory grows with what has arrived.
+// Takes memory only as the bytes arrive, because the length is only a claim.
 std::string receiveText(const Socket& socket, std::size_t length, const Deadline& deadline) {
     constexpr std::size_t kStep = std::size_t{1} << 20;
     std::string text;
@@ -73,7 +73,7 @@ std::string Connection::request(uint32_t command, const std::string& input) {
         throw Error(Error::Kind::TooLong, 0, "the request is too long to be sent");
     }
     const Deadline deadline(timeout_);
-    // Nothing is under way, so the host has closed it, or says why it is about to.
+    // No request is under way. So the host has closed the connection, or tells why it will.
     if (socket_ && socket_->isReadable()) {
         socket_.reset();
     }
@@ -83,7 +83,7 @@ std::string Connection::request(uint32_t command, const std::string& input) {
     try {
         return exchange(command, input, deadline);
     } catch (const Error& error) {
-        // What is late or cannot be understood would be taken for the next request's answer.
+        // A late or broken answer would be taken for the answer to the next request.
         const bool isAnswered =
             error.kind() == Error::Kind::Result || error.kind() == Error::Kind::Refused;
         if (!isAnswered || endsTheConnection(static_cast<uint32_t>(error.code()))) {
@@ -98,14 +98,14 @@ std::string Connection::request(uint32_t command, const std::string& input) {
 
 std::string Connection::exchange(uint32_t command, const std::string& input,
                                  const Deadline& deadline) {
-    // 0 is for answers to nothing.
+    // 0 marks an answer that belongs to no request.
     number_ = std::max<uint32_t>(number_ + 1, 1);
     QvFrameHeader header = {};
     header.code = command;
     header.length = static_cast<uint32_t>(input.size());
     header.number = number_;
     const std::string request = frame(header, input);
-    // The host may say why it does not read on.
+    // The host may stop reading and tell why.
     const bool isWhollySent = socket_->send(request, deadline) == request.size();
     return receiveAnswer(isWhollySent, deadline);
 }
@@ -114,12 +114,12 @@ std::string Connection::receiveAnswer(bool isWhollySent, const Deadline& deadlin
     unsigned char bytes[QV_FRAME_HEADER_SIZE];
     socket_->receive(reinterpret_cast<char*>(bytes), sizeof bytes, deadline);
     const QvFrameHeader header = QvFrameGetHeader(bytes);
-    const bool isToNothing = header.number == 0 && endsTheConnection(header.code);
-    if (header.number != number_ && !isToNothing) {
+    const bool belongsToNoRequest = header.number == 0 && endsTheConnection(header.code);
+    if (header.number != number_ && !belongsToNoRequest) {
         throw broken("it is to request " + std::to_string(header.number) + ", not " +
                      std::to_string(number_));
     }
-    if (!isWhollySent && !isHosts(header.code)) {
+    if (!isWhollySent && !isHostResult(header.code)) {
         throw broken("it came before the request was sent");
     }
     if (header.length > kLongestAnswer) {

@@ -1,5 +1,5 @@
-// Requests and answers as the frames of QvFrame.h, over a connection that is made anew where it has
-// to be. Throws Error whose text is the reason alone.
+// Sends requests and receives answers as the frames of QvFrame.h. Connects again when needed. The
+// text of an Error is the reason alone; Client says what was tried.
 #ifndef QV_CLIENT_CONNECTION_H
 #define QV_CLIENT_CONNECTION_H
 
@@ -17,10 +17,10 @@ namespace qv::client {
 
 class Connection {
   public:
-    // Connects.
+    // Connects to the host.
     Connection(std::string path, std::chrono::milliseconds timeout);
 
-    // What the host answers; a result other than QV_OK is thrown.
+    // Returns the bytes of the host's answer. Throws Error for any result but QV_OK.
     std::string request(uint32_t command, const std::string& input);
 
   private:
@@ -30,7 +30,7 @@ class Connection {
     const std::string path_;
     const std::chrono::milliseconds timeout_;
     std::optional<Socket> socket_;
-    uint32_t number_ = 0;  // of the latest request
+    uint32_t number_ = 0;  // the number of the latest request
 };
 
 }  // namespace qv::client

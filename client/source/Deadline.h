@@ -1,4 +1,4 @@
-// A point in time by which something has to be done, or none.
+// Holds the time by which something has to be done, or no time.
 #ifndef QV_CLIENT_DEADLINE_H
 #define QV_CLIENT_DEADLINE_H
 
@@ -11,9 +11,9 @@ namespace qv::client {
 
 class Deadline {
   public:
-    // From now on.
+    // Begins now.
     explicit Deadline(std::chrono::milliseconds timeout) {
-        // What is longer would pass the end of the clock's range, and nobody's life.
+        // A longer time would exceed the range of the clock.
         constexpr std::chrono::hours kLongest(24 * 365 * 100);
         if (timeout < kLongest) {
             end_ = Clock::now() + timeout;
@@ -24,7 +24,7 @@ class Deadline {
 
     bool hasPassed() const { return end_ && Clock::now() >= *end_; }
 
-    // What is left, rounded up; as poll() takes it, so -1 without a deadline.
+    // Returns the time left, rounded up, in the form that poll() takes: -1 means no deadline.
     int milliseconds() const {
         if (!end_) {
             return -1;

@@ -1,4 +1,4 @@
-// The messages that requests and answers carry, as bytes.
+// Serialises the messages of requests and parses those of answers.
 #ifndef QV_CLIENT_MESSAGES_H
 #define QV_CLIENT_MESSAGES_H
 
@@ -11,13 +11,12 @@
 
 namespace qv::client {
 
-// Throws Error where a message cannot be that long.
+// Each throws Error if the message would be too long.
 std::string messageOfServices(const std::vector<Service>& services);
 std::string messageOfIds(const std::vector<int32_t>& ids);
-
 std::string messageOfLevel(int32_t level);
 
-// None when the bytes are no list of services.
+// Returns nothing if the bytes are no list of services.
 std::optional<std::vector<Service>> servicesOf(const std::string& message);
 
 }  // namespace qv::client

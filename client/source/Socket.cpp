@@ -46,7 +46,7 @@ sockaddr_un addressOf(const std::string& path) {
     }
 }
 
-// A host that is too busy to take connections makes connect() wait, which poll() knows nothing of.
+// Bounds the time that connect() waits for a busy host. poll() does not cover this wait.
 void boundConnecting(int descriptor, const Deadline& deadline) {
     if (deadline.exists()) {
         const int left = deadline.milliseconds();
@@ -97,7 +97,7 @@ bool Socket::isReadable() const {
     return ready > 0;
 }
 
-// For any of the events, which then are those that came.
+// Waits for any of the events and stores those that came.
 void Socket::wait(short& events, const Deadline& deadline) const {
     while (true) {
         pollfd entry = {descriptor_.get(), events, 0};

@@ -1,4 +1,4 @@
-// A connected stream socket of the Unix domain. Throws Error whose text is the reason alone.
+// Connects a stream socket of the Unix domain. The text of an Error is the reason alone.
 #ifndef QV_CLIENT_SOCKET_H
 #define QV_CLIENT_SOCKET_H
 
@@ -14,16 +14,17 @@ namespace qv::client {
 
 class Socket {
   public:
-    // Connects.
+    // Connects to the socket file at the path.
     Socket(const std::string& path, const Deadline& deadline);
 
-    // Whether there is something to receive, or the end.
+    // Tells whether bytes, or the end of the connection, can be received.
     bool isReadable() const;
 
-    // Sends all, unless the other side speaks or closes before: returns how much was sent.
+    // Sends the bytes. Stops early if the host sends something or closes the connection. Returns
+    // how many bytes were sent.
     std::size_t send(std::string_view bytes, const Deadline& deadline) const;
 
-    // Receives so many bytes, no fewer.
+    // Receives exactly `size` bytes.
     void receive(char* bytes, std::size_t size, const Deadline& deadline) const;
 
   private:

@@ -4,9 +4,10 @@
  *     cc -std=c11 -I client/include -o list examples/client/list.c
  *     ./list [SOCKET]
  *
- * The answer is a message of Protocol Buffers, and this reads as much of that as a list of services
- * has: a tag, which is 8 times the field's number and how its value is written; then the value, a
- * number of 7 bits a byte, the lowest first, or a length and so many bytes.
+ * The answer is a message of Protocol Buffers. This program reads what a list of services has of
+ * it. A field is a tag and a value. The tag is 8 times the number of the field, plus the kind of
+ * the value. A value is a number or bytes. A number has 7 bits in each byte, the lowest first.
+ * Bytes have their count, as such a number, before them.
  */
 #include <QvFrame.h>
 #include <errno.h>
@@ -20,7 +21,7 @@
 
 enum { COMMAND_GET_SERVICES = 0x0202 };
 
-/* What is left of a message. */
+/* The rest of a message. */
 typedef struct Bytes {
     const unsigned char* next;
     const unsigned char* end;
@@ -28,7 +29,7 @@ typedef struct Bytes {
 
 typedef struct Field {
     unsigned number;
-    uint64_t value; /* of a number, or how many bytes there are */
+    uint64_t value; /* the number, or the count of the bytes */
     Bytes bytes;
 } Field;
 
@@ -50,7 +51,7 @@ static uint64_t takeNumber(Bytes* bytes) {
     return 0;
 }
 
-/* Takes the next field; 0 at the end. */
+/* Takes the next field. Returns 0 at the end. */
 static int takeField(Bytes* message, Field* field) {
     enum { WIRE_NUMBER = 0, WIRE_BYTES = 2 };
     if (message->next == message->end) {
@@ -77,14 +78,14 @@ static void printService(Bytes service) {
     Field field;
     while (takeField(&service, &field)) {
         if (field.number == 1) {
-            /* Negative ones come as 64 bits. */
+            /* A negative number has 64 bits. */
             id = (int32_t)(uint32_t)field.value;
         } else if (field.number == 2) {
             address = field.bytes;
         }
     }
     printf("%d\t", (int)id);
-    /* A program for people would have to escape what drives a terminal. */
+    /* A program for people would have to escape characters that drive a terminal. */
     for (; address.next != address.end; ++address.next) {
         putchar(*address.next);
     }
@@ -94,7 +95,7 @@ static void printService(Bytes service) {
 static int connectTo(const char* path) {
     struct sockaddr_un address = {0};
     address.sun_family = AF_UNIX;
-    /* What follows the path in the address is 0. */
+    /* The address is 0 after the path. */
     for (size_t i = 0; path[i] != '\0'; ++i) {
         if (i + 1 == sizeof address.sun_path) {
             fail("the socket's path is too long");

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A client of the resident host in Python, without any library.
+"""Talks to the resident host without any library.
 
     client = QvClient("/run/Vornak/LorxCore/namingService.sock")
     client.register({1: b"/run/a.sock"})
@@ -12,8 +12,8 @@ or from a shell:
     qvclient.py SOCKET unregister ID
     qvclient.py SOCKET list
 
-What goes over the socket is in QvFrame.h. The messages are of Protocol Buffers, and this writes and
-reads as much of that as lists of services have.
+QvFrame.h describes the frames on the socket. The messages in them are of Protocol Buffers. This client
+writes and reads what lists of services have of them.
 """
 import socket
 import struct
@@ -36,7 +36,7 @@ class QvError(Exception):
 
 
 def _number(value):
-    """7 bits a byte, the lowest first; a negative one as 64 bits."""
+    """Encodes a number: 7 bits in each byte, the lowest first; a negative number has 64 bits."""
     value &= (1 << 64) - 1
     encoded = bytearray()
     while value > 0x7F:
@@ -92,7 +92,7 @@ class QvClient:
         self._socket.close()
 
     def register(self, services):
-        """Of identifiers and addresses, which are bytes."""
+        """Registers addresses, which are bytes, by their identifiers."""
         self._request(REGISTER_SERVICES, b"".join(_service(i, a) for i, a in services.items()))
 
     def unregister(self, identifiers):

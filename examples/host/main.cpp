@@ -1,4 +1,4 @@
-// Loads the plug-in, registers the services that the command line names, and lists all.
+// Loads the plug-in, registers the services that the command line names, and lists all services.
 //
 //     QV_CONFIG_DIR=state QV_LOG_DIR=log exampleHost 1 /run/a.sock 2 tcp://127.0.0.1:9000
 #include <QvPlugin.h>
@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         std::fprintf(stderr, "exampleHost: %s\n", error.what());
     } catch (const std::string& text) {
-        // What the plug-in throws where it cannot have its lock.
+        // The plug-in throws a text if it cannot take its lock.
         std::fprintf(stderr, "exampleHost: %s\n", text.c_str());
     }
     return EXIT_FAILURE;

@@ -1,4 +1,4 @@
-# cpack makes three Debian packages, one a component.
+# Makes cpack build three Debian packages, one for each component.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lorx-naming-service)
@@ -12,7 +12,7 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS OFF)
-# The packages' dependencies are those of the libraries that their files use.
+# Each package depends on the packages of the libraries that its files use.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 
@@ -25,8 +25,8 @@ set(CPACK_COMPONENT_PLUGIN_DESCRIPTION "LorxCore naming service: the plug-in
 
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME lorx-naming-service-host)
 set(CPACK_COMPONENT_HOST_DESCRIPTION "LorxCore naming service: the resident host
- qvhost loads the plug-in and lets other processes use it over a socket; it
- is the command line for that, too. With the client library.")
+ qvhost loads the plug-in and lets other processes use it over a socket. It
+ is also the command line of that host. Contains the client library.")
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS
   "lorx-naming-service ${sameVersion}, systemd | systemd-standalone-sysusers, systemd | systemd-standalone-tmpfiles")
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
@@ -38,8 +38,8 @@ set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME lorx-naming-service-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "LorxCore naming service: development files
- Headers, message definitions, and packages for CMake and pkg-config, for
- who writes a host of the plug-in or a client of the resident host.")
+ Headers, message definitions, and packages for CMake and pkg-config. They
+ serve to write a host of the plug-in or a client of the resident host.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "lorx-naming-service ${sameVersion}, lorx-naming-service-host ${sameVersion}")
 

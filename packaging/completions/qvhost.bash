@@ -1,7 +1,7 @@
-# Completion of qvhost in bash 3.2 or newer: source it, or put it into bash-completion's directory under
-# the name qvhost.
+# Completes qvhost in bash 3.2 or newer. Source this file, or put it into bash-completion's directory under the
+# name qvhost.
 
-# The options of a command; without one, those that may stand before it.
+# Prints the options of a subcommand. Without a subcommand, prints those that may stand before one.
 _qvhost_options() {
     local help='--help --version' plugin='--config-dir --plugin --log-dir'
     case $1 in
@@ -16,7 +16,7 @@ _qvhost_options() {
     esac
 }
 
-# What may stand behind an option that takes a value; fails for one that takes none.
+# Prints what may stand after an option that takes a value. Fails for an option that takes none.
 _qvhost_value() {
     case $1 in
         --plugin | --socket) compgen -f -- "$2" ;;
@@ -36,7 +36,7 @@ _qvhost() {
     local command='' word position values
     COMPREPLY=()
 
-    # bash takes the = of --option=value for a word.
+    # bash takes the = of --option=value for a word of its own.
     if [ "$current" = = ]; then
         current=''
     elif [ "$previous" = = ]; then
@@ -47,7 +47,7 @@ _qvhost() {
         case $word in
             = | -*) ;;
             *)
-                # Not the value of an option.
+                # The value of an option is no subcommand.
                 [ "${COMP_WORDS[position - 1]}" = = ] && continue
                 _qvhost_value "${COMP_WORDS[position - 1]}" '' >/dev/null && continue
                 command=$word

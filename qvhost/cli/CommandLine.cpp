@@ -20,10 +20,10 @@ constexpr char kDescription[] =
     "Runs the naming service as a resident host, or talks to the resident host.\n";
 
 constexpr char kFooter[] =
-    "Options may stand before or after the command. `qvhost COMMAND --help` says more.\n"
+    "Options may stand before or after the subcommand. `qvhost SUBCOMMAND --help` says more.\n"
     "\n"
-    "`qvhost serve` is the resident host. Most other commands ask it over its socket, which is in\n"
-    "the system's directory or where --socket or QV_RUN_DIR says:\n"
+    "`qvhost serve` is the resident host. Most other subcommands ask it over its socket, which is\n"
+    "in the system's directory or where --socket or QV_RUN_DIR says:\n"
     "\n"
     "  qvhost register 1 /run/a.sock 2 tcp://127.0.0.1:9000\n"
     "  qvhost list --json\n"
@@ -42,10 +42,10 @@ constexpr char kFooter[] =
     "Exit status: 0 means success, 1 means that the plug-in, the resident host, a file or the\n"
     "output failed, 2 means wrong use or a mistake in an imported file.";
 
-std::vector<std::string> commandNames(const CLI::App& app) {
+std::vector<std::string> subcommandNames(const CLI::App& app) {
     std::vector<std::string> names;
-    for (const CLI::App* const command : app.get_subcommands(nullptr)) {
-        names.push_back(command->get_name());
+    for (const CLI::App* const subcommand : app.get_subcommands(nullptr)) {
+        names.push_back(subcommand->get_name());
     }
     return names;
 }
@@ -83,8 +83,8 @@ CommandLine::CommandLine() : app_(kDescription, "qvhost") {
     addShared(app_, kConfigurationOption | kPluginOptions | kSocketOption | kJsonOption);
 }
 
-// For the program and for each of its commands, so that either place will do and every --help is
-// complete.
+// Adds shared options to the program or to one of its subcommands. Both get them, so that either
+// place will do and every --help is complete.
 void CommandLine::addShared(CLI::App& app, unsigned shared) {
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("--version", "qvhost " QVHOST_VERSION "\n", "Print the version and exit");
@@ -118,33 +118,35 @@ void CommandLine::addShared(CLI::App& app, unsigned shared) {
 CLI::App& CommandLine::add(const std::string& name, const std::string& description,
                            const std::string& footer, unsigned shared,
                            std::function<int()> execute) {
-    CLI::App& command = *app_.add_subcommand(name, description);
-    addShared(command, shared);
-    command.footer(footer);
-    command.final_callback([this, execute = std::move(execute)] { chosen_ = execute; });
-    return command;
+    CLI::App& subcommand = *app_.add_subcommand(name, description);
+    addShared(subcommand, shared);
+    subcommand.footer(footer);
+    subcommand.final_callback([this, execute = std::move(execute)] { chosen_ = execute; });
+    return subcommand;
 }
 
-// The library looks at what is missing before it looks at what is wrong, so that a misspelt option
-// or command would be reported as no command.
+// Tells what is wrong with the arguments. The library looks for missing arguments first, so it
+// would report a misspelt option or subcommand as a missing subcommand.
 void CommandLine::refuse(const CLI::ParseError& error) const {
-    const std::vector<CLI::App*> commands = app_.get_subcommands();
-    constexpr bool kOfCommandsToo = true;
-    const std::vector<std::string> extras = app_.remaining(kOfCommandsToo);
+    const std::vector<CLI::App*> subcommands = app_.get_subcommands();
+    constexpr bool kOfSubcommandsToo = true;
+    const std::vector<std::string> extras = app_.remaining(kOfSubcommandsToo);
     if (extras.empty()) {
-        throw UsageError(commands.empty() && error.get_name() == "RequiredError"
-                             ? fmt::format("no command; the commands are {} (see qvhost --help)",
-                                           fmt::join(commandNames(app_), ", "))
-                             : fmt::format("{} (see qvhost --help)", error.what()));
+        throw UsageError(
+            subcommands.empty() && error.get_name() == "RequiredError"
+                ? fmt::format("no subcommand; the subcommands are {} (see qvhost --help)",
+                              fmt::join(subcommandNames(app_), ", "))
+                : fmt::format("{} (see qvhost --help)", error.what()));
     }
-    // What follows a lone -- is meant as a word.
+    // The argument after a lone -- is a word, whatever it begins with.
     const std::string& word =
         extras.front() == "--" && extras.size() > 1 ? extras[1] : extras.front();
     if (word.substr(0, 1) == "-") {
-        throw unknownWord("option", word, optionNames(commands.empty() ? app_ : *commands.front()));
+        throw unknownWord("option", word,
+                          optionNames(subcommands.empty() ? app_ : *subcommands.front()));
     }
-    if (commands.empty()) {
-        throw unknownWord("command", word, commandNames(app_));
+    if (subcommands.empty()) {
+        throw unknownWord("subcommand", word, subcommandNames(app_));
     }
     throw UsageError(fmt::format("'{}' is one argument too many (see qvhost --help)", word));
 }
@@ -161,11 +163,11 @@ int CommandLine::run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         refuse(error);
     }
-    const CLI::App& command = *app_.get_subcommands().front();
+    const CLI::App& subcommand = *app_.get_subcommands().front();
     for (const std::string& name : optionNames(app_)) {
-        if (app_.count(name) > 0 && command.get_option_no_throw(name) == nullptr) {
+        if (app_.count(name) > 0 && subcommand.get_option_no_throw(name) == nullptr) {
             throw UsageError(fmt::format("{} takes no {} (see qvhost {} --help)",
-                                         command.get_name(), name, command.get_name()));
+                                         subcommand.get_name(), name, subcommand.get_name()));
         }
     }
     return chosen_();

@@ -1,12 +1,12 @@
-// qvhost's command line: its commands, the options that several of them share, and what is said to
-// who mistypes one.
+// Parses the command line of qvhost. Holds its subcommands and the options that several of them
+// share, and explains mistakes.
 //
 //     CommandLine line;
 //     addList(line);
 //     ...
 //     return line.run(argc, argv);
 //
-// A command takes its options behind its name; those that are shared may stand before it, too.
+// The options of a subcommand stand after its name. Shared options may also stand before it.
 #ifndef QVHOST_CLI_COMMAND_LINE_H
 #define QVHOST_CLI_COMMAND_LINE_H
 
@@ -26,7 +26,7 @@ struct CommonOptions {
 
 class CommandLine {
   public:
-    // Which of the shared options a command takes.
+    // The shared options that a subcommand takes.
     enum Shared : unsigned {
         kConfigurationOption = 1,  // --config-dir
         kPluginOptions = 2,        // --plugin, --log-dir
@@ -36,16 +36,17 @@ class CommandLine {
 
     CommandLine();
 
-    // Adds a command, which `execute` carries out and which gives the exit status. Own options go
-    // to what this returns.
+    // Adds a subcommand. `execute` carries it out and returns the exit status. The caller adds the
+    // subcommand's own options to the returned object.
     CLI::App& add(const std::string& name, const std::string& description,
                   const std::string& footer, unsigned shared, std::function<int()> execute);
 
-    // Filled when a command is executed; lives as long as the command line.
+    // Returns the shared options. They are filled before a subcommand is executed, and live as long
+    // as the command line.
     const CommonOptions& options() const { return options_; }
 
-    // Executes what the arguments say and returns the exit status. Throws UsageError, and what the
-    // command throws.
+    // Executes the subcommand that the arguments name and returns the exit status. Throws
+    // UsageError, and whatever the subcommand throws.
     int run(int argc, char** argv);
 
   private:
@@ -57,7 +58,7 @@ class CommandLine {
     std::function<int()> chosen_;
 };
 
-// Refuses an empty name: it is a shell variable that was not set, and the default would be a
+// Refuses an empty name, which is probably a shell variable that is not set. The default would be a
 // surprise.
 CLI::Validator notEmpty();
 

@@ -1,4 +1,4 @@
-// Reads CSV as RFC 4180 has it, whose lines may end with LF, too. Blank lines mean nothing.
+// Reads CSV by RFC 4180. Lines may also end with LF. Blank lines mean nothing.
 //
 //     CsvReader reader(text);
 //     CsvReader::Record record;
@@ -19,11 +19,11 @@ namespace qv::host {
 class CsvReader {
   public:
     struct Record {
-        std::size_t line = 0;  // where it begins, from 1
+        std::size_t line = 0;  // the line where the record begins, from 1
         std::vector<std::string> fields;
     };
 
-    // Where the text stops being CSV; the reader is then of no more use.
+    // Names the line where the text stops being CSV. Do not use the reader afterwards.
     class Error : public std::runtime_error {
       public:
         Error(std::size_t line, const std::string& text) : std::runtime_error(text), line_(line) {}
@@ -37,7 +37,7 @@ class CsvReader {
     // The text must outlive the reader.
     explicit CsvReader(std::string_view text) : rest_(text) {}
 
-    // Stores the next record; false at the end. Throws Error.
+    // Stores the next record. Returns false at the end. Throws Error.
     bool next(Record& record);
 
   private:

@@ -1,4 +1,4 @@
-// What qvhost exits with.
+// Defines the exit status of qvhost.
 #ifndef QVHOST_CLI_EXIT_STATUS_H
 #define QVHOST_CLI_EXIT_STATUS_H
 
@@ -6,8 +6,8 @@ namespace qv::host {
 
 enum ExitStatus {
     kSuccess = 0,
-    kFailure = 1,   // of the plug-in, a file, the connection or the output
-    kWrongUse = 2,  // of the command line, or a mistake in a text that a person wrote
+    kFailure = 1,   // the plug-in, a file, the connection or the output failed
+    kWrongUse = 2,  // a mistake in the command line or in a text that a person wrote
 };
 
 }  // namespace qv::host

@@ -20,14 +20,14 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "What `qvhost import` reads: lines as RFC 4180 has them, of which the first is id,address, or\n"
-    "an array of objects with id and address. A file is there whole or not at all, with the mode\n"
-    "0600; one that is there already is left as it is, and is a failure.\n"
+    "Writes what `qvhost import` reads: CSV by RFC 4180 whose first line is id,address, or a JSON\n"
+    "array of objects with id and address. A new file is complete or does not exist, and has the\n"
+    "mode 0600. If something stands there already, the command leaves it alone and fails.\n"
     "\n"
-    "Addresses are any bytes, and these formats hold UTF-8 alone. When there is an address that "
-    "is\n"
-    "not, nothing is written, and its service is named; with --replace, U+FFFD takes the place of\n"
-    "what is not UTF-8.\n"
+    "An address may hold any bytes, but these formats hold UTF-8 only. If an address is not "
+    "UTF-8,\n"
+    "the command names its service and writes nothing. With --replace it writes U+FFFD instead of\n"
+    "the bytes that are not UTF-8.\n"
     "\n"
     "  qvhost export services.csv\n"
     "  qvhost export --format json | ssh other qvhost import -";
@@ -38,7 +38,7 @@ struct ExportOptions {
     bool replace = false;
 };
 
-void refuseWhatWouldChange(const std::vector<Service>& services) {
+void requireUtf8(const std::vector<Service>& services) {
     constexpr std::size_t kMostNamed = 10;
     std::vector<std::string> named;
     std::size_t count = 0;
@@ -53,9 +53,10 @@ void refuseWhatWouldChange(const std::vector<Service>& services) {
     }
     if (count > 0) {
         throw std::runtime_error(fmt::format(
-            "nothing exported: not UTF-8 {} of {}{} (--replace replaces what is not)",
-            count == 1 ? "is the address" : "are the addresses", fmt::join(named, ", "),
-            count > named.size() ? fmt::format(" and {} more", count - named.size()) : ""));
+            "nothing exported: the address{} of {}{} {} not UTF-8 (use --replace)",
+            count == 1 ? "" : "es", fmt::join(named, ", "),
+            count > named.size() ? fmt::format(" and {} more", count - named.size()) : "",
+            count == 1 ? "is" : "are"));
     }
 }
 
@@ -64,7 +65,7 @@ int exportServices(const ExportOptions& own, const CommonOptions& options) {
     const Format format = formatNamed(own.format).value_or(isJsonFile ? Format::Json : Format::Csv);
     const std::vector<Service> services = connectToHost(options).services();
     if (!own.replace) {
-        refuseWhatWouldChange(services);
+        requireUtf8(services);
     }
     if (own.path.empty() || own.path == "-") {
         writeListing(services, format);
@@ -81,11 +82,11 @@ void addExport(CommandLine& line) {
     CLI::App& command = line.add(
         "export", "Write the directory of services to a file", kFooter, CommandLine::kSocketOption,
         [own, &options = line.options()] { return exportServices(*own, options); });
-    command.add_option("FILE", own->path, "The file; standard output when absent or -")
+    command.add_option("FILE", own->path, "The file. The default, and -, is standard output")
         ->type_name("")
         ->check(notEmpty());
-    addFormatOption(command, own->format, "json for a FILE that ends in .json, else csv");
-    command.add_flag("--replace", own->replace, "Write U+FFFD for what is not UTF-8");
+    addFormatOption(command, own->format, "json if FILE ends in .json, otherwise csv");
+    command.add_flag("--replace", own->replace, "Write U+FFFD for bytes that are not UTF-8");
 }
 
 }  // namespace qv::host

@@ -12,9 +12,9 @@ client::Client connectToHost(const CommonOptions& options) {
     try {
         return client::Client(socketPath(options));
     } catch (const client::Error& error) {
-        const bool isNobodyThere = error.kind() == client::Error::Kind::CannotConnect &&
-                                   (error.code() == ENOENT || error.code() == ECONNREFUSED);
-        if (!isNobodyThere) {
+        const bool isAbsent = error.kind() == client::Error::Kind::CannotConnect &&
+                              (error.code() == ENOENT || error.code() == ECONNREFUSED);
+        if (!isAbsent) {
             throw;
         }
         throw client::Error(error.kind(), error.code(),

@@ -1,4 +1,4 @@
-// The resident host, as the command line's options say.
+// Connects to the resident host that the options of the command line name.
 #ifndef QVHOST_CLI_HOST_CONNECTION_H
 #define QVHOST_CLI_HOST_CONNECTION_H
 
@@ -12,7 +12,7 @@ namespace qv::host {
 
 std::string socketPath(const CommonOptions& options);
 
-// Throws client::Error, which says what to do where no host is there.
+// Throws client::Error, which tells what to do if no host is there.
 client::Client connectToHost(const CommonOptions& options);
 
 }  // namespace qv::host

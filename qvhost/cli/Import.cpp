@@ -21,22 +21,25 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The formats are those of `qvhost export` and of list --json and --csv: an array of objects\n"
-    "with id and address, or lines as RFC 4180 has them, of which the first is id,address. What\n"
-    "begins with a bracket is JSON.\n"
+    "The formats are those of `qvhost export` and of list --json and --csv: a JSON array of "
+    "objects\n"
+    "with id and address, or CSV by RFC 4180 whose first line is id,address. A text that begins\n"
+    "with a bracket is JSON.\n"
     "\n"
-    "The file is checked first. Where anything is wrong with it (an identifier is there twice, an\n"
-    "address is not UTF-8), each place is named and nothing is registered. Services that are\n"
-    "registered already get the new addresses, and those that the file does not name stay.\n"
+    "The file is checked first. If anything is wrong, such as an identifier that occurs twice or "
+    "an\n"
+    "address that is not UTF-8, the command names each place and registers nothing. A service "
+    "that\n"
+    "is registered already gets the new address. Services that the file does not name stay.\n"
     "\n"
     "  qvhost import services.csv\n"
     "  qvhost import - < services.json";
 
-// A request is one save of the directory, and the host bounds its length.
+// Each request costs the host one save of the directory, and the host bounds its length.
 constexpr std::size_t kMostServices = 1000;
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
 
-// The services that go with the first of them.
+// Returns how many services, from `first` on, go into one request.
 std::size_t batchSize(const std::vector<Service>& services, std::size_t first) {
     std::size_t count = 0;
     std::size_t bytes = 0;
@@ -100,11 +103,11 @@ void addImport(CommandLine& line) {
                  [path, format, &options = line.options()] {
                      return importServices(*path, *format, options);
                  });
-    command.add_option("FILE", *path, "The file; - for standard input")
+    command.add_option("FILE", *path, "The file, or - for standard input")
         ->type_name("")
         ->required()
         ->check(notEmpty());
-    addFormatOption(command, *format, "as the text begins");
+    addFormatOption(command, *format, "the beginning of the text tells");
 }
 
 }  // namespace qv::host

@@ -12,8 +12,8 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The plug-in is loaded but not initialised: no file of its is touched. With --json the output\n"
-    "is one object on one line:\n"
+    "Loads the plug-in but does not initialise it, so that the plug-in opens no file. With --json\n"
+    "the output is one object on one line:\n"
     "\n"
     "  {\"path\":\"...\",\"id\":2,\"commands\":[{\"code\":\"0x0200\",\"name\":\"...\"}]}";
 

@@ -15,11 +15,13 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The plug-in keeps the directory in a configuration file and never makes one itself: without\n"
-    "it, the services are gone when the host ends. The file is made in the directory of\n"
-    "--config-dir, which is made when missing, and holds nothing yet. Whatever stands in its\n"
-    "place, or in its backup's, is left alone, and is a failure. The plug-in is loaded but not\n"
-    "initialised. With --json the output is one object on one line:\n"
+    "The plug-in keeps the directory in a configuration file, which it never makes itself. "
+    "Without\n"
+    "the file, the services are gone when the host ends. This makes the file in the directory of\n"
+    "--config-dir, and the directory if it is missing. The file holds no services. If something\n"
+    "stands in the place of the file or of its backup, the command leaves it alone and fails. It\n"
+    "loads the plug-in but does not initialise it. With --json the output is one object on one\n"
+    "line:\n"
     "\n"
     "  {\"path\":\"...\"}";
 

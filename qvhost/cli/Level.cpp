@@ -11,8 +11,8 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The level holds until the resident host ends, which starts at the level of the\n"
-    "configuration.\n"
+    "The level holds until the resident host reloads its configuration or ends. At its start and\n"
+    "at a reload, the host takes the level of the configuration.\n"
     "\n"
     "  qvhost level 7";
 

@@ -21,7 +21,7 @@ bool hasColours() {
            std::string_view(terminal) != "dumb";
 }
 
-std::string forEyes(std::vector<Service> services, Format format) {
+std::string formatForTerminal(std::vector<Service> services, Format format) {
     if (format == Format::Csv) {
         for (Service& service : services) {
             service.address = text::escaped(service.address);
@@ -42,7 +42,7 @@ bool isTerminal(int descriptor) {
 }
 
 void writeListing(const std::vector<Service>& services, Format format) {
-    writeOutput(stdout, isTerminal(STDOUT_FILENO) ? forEyes(services, format)
+    writeOutput(stdout, isTerminal(STDOUT_FILENO) ? formatForTerminal(services, format)
                                                   : formatServices(services, format));
 }
 

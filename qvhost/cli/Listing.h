@@ -1,4 +1,4 @@
-// Shows the directory on standard output.
+// Prints the directory on standard output.
 #ifndef QVHOST_CLI_LISTING_H
 #define QVHOST_CLI_LISTING_H
 
@@ -11,8 +11,8 @@ namespace qv::host {
 
 bool isTerminal(int descriptor);
 
-// As formatServices() has it, and on a terminal made for eyes: a table's heading stands out, unless
-// the environment's NO_COLOR is set, and CSV shows control characters escaped. Throws
+// Prints the services as formatServices() returns them. On a terminal, a table has a bold heading
+// unless NO_COLOR in the environment is set, and CSV shows control characters escaped. Throws
 // std::system_error.
 void writeListing(const std::vector<Service>& services, Format format);
 

@@ -29,7 +29,7 @@ void check(bool succeeded, const std::string& attempt) {
     }
 }
 
-// As long as the object lives.
+// Holds back signals for as long as the object lives.
 class HeldBackSignals {
   public:
     HeldBackSignals() {
@@ -132,7 +132,7 @@ class TemporaryFile {
             unlink(name_.c_str());
         } else {
             check(errno != EEXIST, attempt());
-            // A file system without hard links, perhaps.
+            // The file system may have no hard links.
 #ifdef __APPLE__
             const int result = renamex_np(name_.c_str(), path_.c_str(), RENAME_EXCL);
 #else

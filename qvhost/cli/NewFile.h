@@ -1,4 +1,4 @@
-// Makes a file that is there whole or not at all, and never in the place of another.
+// Makes a new file that is complete or does not exist, and never replaces another file.
 #ifndef QVHOST_CLI_NEW_FILE_H
 #define QVHOST_CLI_NEW_FILE_H
 
@@ -7,12 +7,12 @@
 
 namespace qv::host {
 
-// Makes the file with the mode 0600, and the directories that it lacks with 0750, and sees to it
-// that they survive a loss of power. Whatever stands at the path already, a symbolic link to
-// nothing included, is an error. Throws std::system_error, with nothing left behind.
+// Makes the file with the mode 0600, and the directories that are missing with 0750. Returns when
+// they are on the disk. Throws std::system_error and leaves nothing behind if it fails, or if
+// anything stands at the path, a symbolic link to nothing included.
 //
-// A signal that ends a program by hand (SIGINT, SIGTERM and their like) takes effect at the end:
-// the file is whole then, or nothing is left.
+// SIGHUP, SIGINT, SIGQUIT and SIGTERM take effect when the function returns. The file is complete
+// then, or nothing is left behind.
 void makeNewFile(const std::string& path, std::string_view content);
 
 }  // namespace qv::host

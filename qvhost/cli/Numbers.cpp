@@ -19,7 +19,7 @@ bool consistsOf(std::string_view text, std::string_view characters) {
     return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-// `what` is what the number stands for; `range` is what may be written, for the message.
+// `what` names the number and `range` the numbers that may be written, both for the message.
 int32_t parseNumber(std::string_view text, std::string_view what, std::string_view range) {
     const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
     const bool negative = text.substr(0, 1) == "-";

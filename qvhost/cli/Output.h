@@ -1,7 +1,7 @@
-// What the host prints, as text: tables for people, JSON and CSV for programs. Every text ends with
-// a newline. Whatever bytes an address holds, the text is valid UTF-8, and a table and JSON are
-// safe on a terminal: a table is escaped as QvText.h has it; in JSON everything outside ASCII is
-// escaped. In JSON and CSV, U+FFFD replaces a byte that is not UTF-8.
+// Formats the output: tables for people, JSON and CSV for programs. Every text ends with a newline
+// and is valid UTF-8, whatever bytes an address holds. Tables are escaped by the rules of QvText.h,
+// and JSON is ASCII, so that both are safe on a terminal. In JSON and CSV, U+FFFD replaces a
+// character that is not UTF-8.
 #ifndef QVHOST_CLI_OUTPUT_H
 #define QVHOST_CLI_OUTPUT_H
 
@@ -15,15 +15,16 @@ namespace qv::host {
 
 enum class Format { Table, Json, Csv };
 
-// Table: the columns ID and ADDRESS, or a line that says there are none. JSON: one array on one
-// line, [{"id":1,"address":"..."}]. CSV: as RFC 4180 has it, with the header id,address.
+// Formats services. A table has the columns ID and ADDRESS, or is a line that says that there are
+// none. JSON is one array on one line, [{"id":1,"address":"..."}]. CSV follows RFC 4180 and has the
+// header id,address.
 std::string formatServices(const std::vector<Service>& services, Format format);
 
-// The plug-in's path, identifier and command table. JSON: one object on one line,
+// Formats the plug-in's path, identifier and command table. JSON is one object on one line,
 // {"path":"...","id":2,"commands":[{"code":"0x0200","name":"..."}]}.
 std::string formatInfo(const Plugin& plugin, Format format);
 
-// Says that a file was made. JSON: one object on one line, {"path":"..."}.
+// Formats the message that a file was made. JSON is one object on one line, {"path":"..."}.
 std::string formatMadeFile(const std::string& path, Format format);
 
 }  // namespace qv::host

@@ -14,7 +14,7 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "Prints how long the answer took; fails when there is none.\n"
+    "Prints how long the answer took. Fails if there is none.\n"
     "\n"
     "  $ qvhost ping\n"
     "  pong from /run/Vornak/LorxCore/namingService.sock: time=0.071 ms";
@@ -33,8 +33,8 @@ int ping(const CommonOptions& options) {
 }  // namespace
 
 void addPing(CommandLine& line) {
-    line.add("ping", "Ask the resident host for a sign of life", kFooter,
-             CommandLine::kSocketOption, [&options = line.options()] { return ping(options); });
+    line.add("ping", "Check that the resident host answers", kFooter, CommandLine::kSocketOption,
+             [&options = line.options()] { return ping(options); });
 }
 
 }  // namespace qv::host

@@ -26,7 +26,7 @@ void Progress::show(std::size_t done) {
     const std::size_t filled = total_ == 0 ? kWidth : done * kWidth / total_;
     const std::string line =
         fmt::format("\r[{:<{}}] {}/{}", std::string(filled, '#'), kWidth, done, total_);
-    // There is nobody to tell when that fails.
+    // If this fails, nobody can be told.
     static_cast<void>(std::fputs(line.c_str(), stderr));
     static_cast<void>(std::fflush(stderr));
     isBegun_ = true;

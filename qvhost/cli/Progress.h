@@ -1,4 +1,4 @@
-// How far a long work has come, on standard error where that is a terminal.
+// Shows on standard error how far a long task has come, if standard error is a terminal.
 #ifndef QVHOST_CLI_PROGRESS_H
 #define QVHOST_CLI_PROGRESS_H
 
@@ -10,7 +10,7 @@ class Progress {
   public:
     explicit Progress(std::size_t total);
 
-    // Ends the line, so that what follows has one of its own.
+    // Ends the line, so that later output begins on a new one.
     ~Progress();
 
     Progress(const Progress&) = delete;

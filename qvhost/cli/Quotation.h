@@ -1,4 +1,4 @@
-// Quotes a text of any length in a message that stays one readable line.
+// Quotes texts of any length in messages that stay one readable line.
 #ifndef QVHOST_CLI_QUOTATION_H
 #define QVHOST_CLI_QUOTATION_H
 
@@ -8,10 +8,11 @@
 
 namespace qv::host {
 
-// 'text', or the beginning of a long one.
+// Returns the text, or the beginning of a long one, in quotation marks.
 std::string quotation(std::string_view text);
 
-// The text, or as much of it as fits without a cut through a UTF-8 character, and dots.
+// Returns the text. If it has more than `longest` bytes, returns as many whole characters as fit,
+// and dots.
 std::string shortened(std::string_view text, std::size_t longest);
 
 }  // namespace qv::host

@@ -20,15 +20,17 @@ namespace qv::host {
 namespace {
 
 constexpr char kRegisterFooter[] =
-    "All of them are registered with one request. An identifier that is registered already gets\n"
-    "the new address. An identifier is a signed 32-bit number, decimal or from 0x0 to 0x7fffffff.\n"
-    "Where an address begins with a -, a lone -- stands before all of them.\n"
+    "Registers all services with one request. If an identifier is registered already, the new\n"
+    "address replaces the old one. An identifier is a signed 32-bit number, decimal or from 0x0 "
+    "to\n"
+    "0x7fffffff. If an address begins with a -, put -- before the first identifier.\n"
     "\n"
     "  qvhost register 1 /run/a.sock\n"
     "  qvhost register 1 /run/a.sock 2 tcp://127.0.0.1:9000";
 
 constexpr char kUnregisterFooter[] =
-    "An identifier that is not registered does no harm.\n"
+    "Ignores identifiers that are not registered. The file keeps a removed service until the next\n"
+    "registration that changes something.\n"
     "\n"
     "  qvhost unregister 1 2";
 
@@ -43,9 +45,9 @@ int registerServices(const std::vector<std::string>& words, const CommonOptions&
     for (std::size_t i = 0; i < words.size(); i += 2) {
         const int32_t id = parseIdentifier(words[i]);
         if (!system::isUtf8(words[i + 1])) {
-            // The plug-in would take it, and save nothing any more, whoever registers.
+            // The plug-in would take the address and could save nothing any more, for anybody.
             throw UsageError(
-                fmt::format("the address of {} is not UTF-8, and could not be saved", id));
+                fmt::format("the address of {} is not UTF-8 and could not be saved", id));
         }
         services.push_back({id, words[i + 1]});
     }
@@ -70,14 +72,14 @@ void addRegister(CommandLine& line) {
     line.add("register", "Bind addresses to identifiers", kRegisterFooter,
              CommandLine::kSocketOption,
              [words, &options = line.options()] { return registerServices(*words, options); })
-        .add_option("ID-ADDRESS", *words, "Identifiers, each with its address: ID ADDRESS")
+        .add_option("ID-ADDRESS", *words, "Identifiers, each followed by its address")
         ->type_name("")
         ->required();
 }
 
 void addUnregister(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    line.add("unregister", "Withdraw services", kUnregisterFooter, CommandLine::kSocketOption,
+    line.add("unregister", "Remove services", kUnregisterFooter, CommandLine::kSocketOption,
              [words, &options = line.options()] { return unregisterServices(*words, options); })
         .add_option("ID", *words, "The services' identifiers")
         ->type_name("")

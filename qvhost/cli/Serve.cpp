@@ -28,32 +28,34 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The host keeps the directory of services and lets other programs use it over its socket, in\n"
-    "/run/Vornak/LorxCore or where --socket or QV_RUN_DIR has it. A directory that is missing is\n"
-    "made, and so is the socket; one that a killed host left is replaced. A socket that the\n"
-    "service manager passes is used instead, and left to it.\n"
+    "The host keeps the directory of services and lets other programs use it over its socket. The\n"
+    "socket is in /run/Vornak/LorxCore, or where --socket or QV_RUN_DIR says. The host makes the\n"
+    "socket, and its directory if that is missing, and replaces a socket that a killed host left.\n"
+    "If the service manager passes a socket, the host uses that one and does not remove it.\n"
     "\n"
-    "The host's own user and root may connect, and whoever --allow-user and --allow-group name,\n"
-    "which may be given several times. Everybody else is told that he may not. A client beyond\n"
-    "--max-clients, one with a request beyond --max-message and one that is too slow are told so,\n"
-    "too, and their connections are closed; the others notice nothing.\n"
+    "Root and the host's own user may connect, and those whom --allow-user and --allow-group "
+    "name.\n"
+    "Both options may be given several times. The host refuses all other users. It also tells a\n"
+    "client beyond --max-clients, a client whose request exceeds --max-message and a client that "
+    "is\n"
+    "too slow, and closes their connections. Other clients notice nothing.\n"
     "\n"
-    "It says on standard error when it serves, and tells a service manager of Type=notify.\n"
+    "The host says on standard error when it serves, and tells a service manager of Type=notify.\n"
     "\n"
-    "  SIGTERM, SIGINT  the requests that have arrived are answered, the plug-in is finalised;\n"
-    "                   a second signal does not wait for clients that do not read, a third not\n"
-    "                   for the plug-in either; --stop-timeout stands for a signal\n"
-    "  SIGHUP           the plug-in is finalised and initialised again; requests wait for it\n"
+    "  SIGTERM, SIGINT  Answers the requests that have arrived and finalises the plug-in. After a\n"
+    "                   second signal, does not wait for clients that do not read. After a third,\n"
+    "                   does not wait for the plug-in. Each --stop-timeout counts as a signal.\n"
+    "  SIGHUP           Finalises the plug-in and initialises it again. Requests wait meanwhile.\n"
     "\n"
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
 
-// One a processor. With a single one, no two short requests are executed at once; more would wait
-// for each other at the directory's lock.
+// By default, one thread for each processor. A single thread could not execute two requests at
+// once. More threads would wait for each other at the lock of the directory.
 constexpr unsigned kFewestThreadsByDefault = 2;
 constexpr unsigned kMostThreadsByDefault = 8;
 
-// As the options have them.
+// The options as the command line has them.
 struct ServeOptions {
     unsigned threads = std::clamp(std::thread::hardware_concurrency(), kFewestThreadsByDefault,
                                   kMostThreadsByDefault);
@@ -66,9 +68,9 @@ struct ServeOptions {
     std::vector<std::string> groups;
 };
 
-constexpr double kLongestTime = 1e6;  // in seconds, more than a week
+constexpr double kLongestTime = 1e6;  // seconds, more than a week
 
-// Rounded up, since no time at all stands for no bound.
+// Rounds up, because 0 stands for no bound.
 std::chrono::milliseconds milliseconds(const std::string& seconds) {
     return std::chrono::milliseconds(
         static_cast<int64_t>(std::ceil(std::strtod(seconds.c_str(), nullptr) * 1000)));
@@ -144,8 +146,7 @@ void addServe(CommandLine& line) {
                  [&common = line.options(), options] { return serve(common, *options); });
     command
         .add_option("--threads", options->threads,
-                    "Threads that serve the clients; others help them while requests take long; "
-                    "by default one a processor, from 2 to 8")
+                    "Threads that serve the clients; by default one for each processor, 2 to 8")
         ->type_name("N")
         ->check(CLI::Range(1, 1024));
     command.add_option("--max-message", options->maxMessage, "Longest request in bytes")
@@ -158,20 +159,22 @@ void addServe(CommandLine& line) {
         ->capture_default_str();
     command
         .add_option("--idle-timeout", options->idleTimeout,
-                    "How many seconds a client may send nothing; 0 is for ever")
+                    "How many seconds a client may send nothing; 0 means no limit")
+        ->type_name("SECONDS")
+        ->check(isTime(0))
+        ->capture_default_str();
+    command
+        .add_option("--frame-timeout", options->frameTimeout,
+                    "How many seconds a client may take to send a request or to read its answers; "
+                    "0 means no "
+                    "limit")
         ->type_name("SECONDS")
         ->check(isTime(0))
         ->capture_default_str();
     command
         .add_option(
-            "--frame-timeout", options->frameTimeout,
-            "How many seconds a request, or the reading of an answer, may take; 0 is for ever")
-        ->type_name("SECONDS")
-        ->check(isTime(0))
-        ->capture_default_str();
-    command
-        .add_option("--stop-timeout", options->stopTimeout,
-                    "How many seconds the end waits for clients, then for the plug-in")
+            "--stop-timeout", options->stopTimeout,
+            "How many seconds the host waits for clients when it stops, and then for the plug-in")
         ->type_name("SECONDS")
         ->check(isTime(0.001))
         ->capture_default_str();

@@ -1,4 +1,4 @@
-// One service of the directory, as the host's own code passes it about: the clients' type.
+// Names one service of the directory. The type is the client library's.
 #ifndef QVHOST_CLI_SERVICE_H
 #define QVHOST_CLI_SERVICE_H
 

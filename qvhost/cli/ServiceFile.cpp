@@ -31,28 +31,28 @@ namespace {
 
 using Json = nlohmann::json;
 
-// Enough to mend a list in one go; a file that is no list at all says no more than this.
+// The number of mistakes that are told. A file that is no list at all has many more.
 constexpr std::size_t kMostProblems = 10;
 
-// Far beyond any directory of services; a device ends here and not in exhausted memory.
+// Far more than any directory of services. Reading a device ends here, before memory runs out.
 constexpr std::size_t kLongestFile = std::size_t{1} << 28;
 
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
-// What is read, whatever it is read from.
+// Collects services and mistakes of either format.
 class Collector {
   public:
     explicit Collector(std::string name) : name_(std::move(name)) {}
 
     void add(int32_t id, std::string address, std::size_t line) {
         if (address.find('\0') != std::string::npos) {
-            problem(line, "the address holds a zero byte, behind which nothing would be saved");
+            problem(line, "the address holds a zero byte, after which nothing would be saved");
             return;
         }
         const auto [place, isNew] = lines_.emplace(id, line);
         if (!isNew) {
-            problem(line, fmt::format("identifier {} is there twice, first in line {}", id,
-                                      place->second));
+            problem(line,
+                    fmt::format("identifier {} occurs twice, first in line {}", id, place->second));
             return;
         }
         read_.services.push_back({id, std::move(address)});
@@ -77,7 +77,7 @@ class Collector {
 void addRecord(CsvReader::Record& record, Collector& collector) {
     if (record.fields.size() != 2) {
         collector.problem(record.line,
-                          fmt::format("a line has an identifier and an address, and this one has "
+                          fmt::format("a line has an identifier and an address, but this one has "
                                       "{} field{}",
                                       record.fields.size(), record.fields.size() == 1 ? "" : "s"));
         return;
@@ -110,7 +110,7 @@ void readCsv(std::string_view text, Collector& collector) {
     }
 }
 
-// Tells how far the JSON library has come, which tells only on errors itself.
+// Tells how far the JSON library has read. The library itself tells only with errors.
 class WatchedIterator {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -140,7 +140,7 @@ class WatchedIterator {
     const char** farthest_;
 };
 
-// The one form that a list has: an array of objects, each with an id and an address.
+// Takes the one form of a list: an array of objects, each with an id and an address.
 class JsonHandler : public nlohmann::json_sax<Json> {
   public:
     JsonHandler(std::string_view text, Collector& collector)
@@ -230,7 +230,7 @@ class JsonHandler : public nlohmann::json_sax<Json> {
             number_float(std::numeric_limits<double>::infinity(), token);
             return false;
         }
-        // The library names itself and the place before it says what is wrong.
+        // The library names itself and the place before the mistake.
         const std::string text = withWholeCharacter(error.what(), token);
         const std::size_t start = text.find("syntax error");
         constexpr std::size_t kLongest = 160;
@@ -242,7 +242,7 @@ class JsonHandler : public nlohmann::json_sax<Json> {
   private:
     enum class Place { Start, Array, Object, Id, Address, End };
 
-    // Of what was read last. The library may have looked at the character after it.
+    // Returns the line of the last token. The library may have read one character more.
     std::size_t line() {
         while (counted_ + 1 < farthest_) {
             line_ += *counted_++ == '\n' ? 1 : 0;
@@ -263,7 +263,8 @@ class JsonHandler : public nlohmann::json_sax<Json> {
         return true;
     }
 
-    // The library stops at the first byte that it does not expect, which may begin a character.
+    // Adds the rest of a character to the text. The library stops at the first byte that it does
+    // not expect, which may begin a character of several bytes.
     std::string withWholeCharacter(std::string text, const std::string& token) const {
         const std::size_t place = text.rfind(token);
         if (place == std::string::npos || token.empty() ||
@@ -277,7 +278,7 @@ class JsonHandler : public nlohmann::json_sax<Json> {
         return text;
     }
 
-    // A value that is not what its place asks for.
+    // Tells of a value of another type than its place asks for.
     bool value(const std::string& what) {
         if (place_ != Place::Id && place_ != Place::Address) {
             return misplaced(what);
@@ -341,7 +342,7 @@ ReadServices readServices(const std::string& text, const std::string& name,
     }
     Collector collector(name);
     if (format ? *format == Format::Json : looksLikeJson(content)) {
-        readJson(text, collector);  // The JSON library takes the mark away itself.
+        readJson(text, collector);  // The JSON library skips the mark itself.
     } else {
         readCsv(content, collector);
     }

@@ -1,4 +1,4 @@
-// Reads lists of services as programs write them, in the formats of formatServices(): JSON and CSV.
+// Reads lists of services in the formats that formatServices() writes for programs: JSON and CSV.
 #ifndef QVHOST_CLI_SERVICE_FILE_H
 #define QVHOST_CLI_SERVICE_FILE_H
 
@@ -14,18 +14,17 @@ namespace qv::host {
 struct ReadServices {
     std::vector<Service> services;
 
-    // What is wrong, the first few things, each as "name:line: what"; the services are then of no
-    // use.
+    // The first few mistakes, each as "name:line: what". If there are any, ignore the services.
     std::vector<std::string> problems;
 };
 
-// Checks all of the text: every identifier is a number and there once, every address is UTF-8, and
-// there is nothing else. `name` is what the problems call the text. Without a format, a text that
-// begins with a bracket or a brace is JSON, and any other is CSV.
+// Reads a list and checks all of it: every identifier is a number and occurs once, every address is
+// UTF-8, and there is nothing else. `name` is the name of the text in the problems. Without a
+// format, a text that begins with a bracket or a brace is JSON, and any other text is CSV.
 ReadServices readServices(const std::string& text, const std::string& name,
                           std::optional<Format> format);
 
-// Throws std::system_error, and std::runtime_error for a file too large to be a list of services.
+// Each throws std::system_error, also if there is more than a list of services can be long.
 std::string readWholeFile(const std::string& path);
 std::string readWholeStandardInput();
 

@@ -1,4 +1,4 @@
-// The commands of qvhost, each of which adds itself to the command line.
+// Declares the subcommands of qvhost. Each adds itself to the command line.
 #ifndef QVHOST_CLI_SUBCOMMANDS_H
 #define QVHOST_CLI_SUBCOMMANDS_H
 
@@ -6,14 +6,14 @@
 
 namespace qv::host {
 
-// These load the plug-in.
+// These load the plug-in but do not start it.
 void addInit(CommandLine& line);
 void addInfo(CommandLine& line);
 
-// The resident host.
+// This is the resident host.
 void addServe(CommandLine& line);
 
-// These ask the resident host; list can do either.
+// These ask the resident host. List can also read the configuration file.
 void addRegister(CommandLine& line);
 void addUnregister(CommandLine& line);
 void addList(CommandLine& line);

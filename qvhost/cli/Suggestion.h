@@ -1,4 +1,4 @@
-// Finds the word that a misspelt one was probably meant to be.
+// Finds the word that a misspelt word probably stands for.
 #ifndef QVHOST_CLI_SUGGESTION_H
 #define QVHOST_CLI_SUGGESTION_H
 
@@ -7,8 +7,8 @@
 
 namespace qv::host {
 
-// The candidate at most two edits away from `word`, letter case aside; the nearest one, and among
-// equals the first. Empty when none is that near.
+// Returns the candidate that is nearest to `word`, at most two edits away. Letter case does not
+// count. Among equals the first wins. Returns an empty text if no candidate is that near.
 std::string_view closestWord(std::string_view word,
                              const std::vector<std::string_view>& candidates);
 

@@ -1,4 +1,4 @@
-// The option --format of the commands that read and write lists of services.
+// Adds the option --format of the subcommands that read and write lists of services.
 #ifndef QVHOST_CLI_TEXT_FORMAT_H
 #define QVHOST_CLI_TEXT_FORMAT_H
 
@@ -10,9 +10,9 @@
 
 namespace qv::host {
 
-// `name` is given "csv" or "json", or stays empty.
+// Adds the option, which sets `name` to "csv" or "json". `otherwise` says what holds without it.
 inline void addFormatOption(CLI::App& command, std::string& name, const std::string& otherwise) {
-    command.add_option("--format", name, "csv or json; when not given, " + otherwise)
+    command.add_option("--format", name, "csv or json; by default, " + otherwise)
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"csv", "json"}).description(""));
 }

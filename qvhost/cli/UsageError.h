@@ -1,4 +1,4 @@
-// What is wrong with the command line, as one line for a person.
+// Says what is wrong with the command line, as one line for a person.
 #ifndef QVHOST_CLI_USAGE_ERROR_H
 #define QVHOST_CLI_USAGE_ERROR_H
 

@@ -28,7 +28,7 @@ bool areEqual(const std::vector<Service>& a, const std::vector<Service>& b) {
                       });
 }
 
-// There is nothing to put back, so that no place of the program is a bad one to stop in.
+// Makes SIGINT and SIGTERM end the program at once. Watching leaves nothing to clean up.
 void endOnSignals() {
     for (const int signal : {SIGINT, SIGTERM}) {
         struct sigaction action = {};
@@ -39,13 +39,13 @@ void endOnSignals() {
     }
 }
 
-// Whether it passed, and not somebody closed the output.
-bool waited(std::chrono::milliseconds interval) {
+// Waits for the interval. Returns false as soon as the reader has closed the output.
+bool waitFor(std::chrono::milliseconds interval) {
     pollfd output = {STDOUT_FILENO, 0, 0};
     return poll(&output, 1, static_cast<int>(interval.count())) <= 0;
 }
 
-bool isWritten(const std::vector<Service>& services, Format format) {
+bool write(const std::vector<Service>& services, Format format) {
     try {
         if (isTerminal(STDOUT_FILENO)) {
             constexpr char kCursorHomeAndClear[] = "\x1b[H\x1b[2J";
@@ -86,15 +86,15 @@ void watchServices(const CommonOptions& options, Format format,
         if (isAway) {
             reportError("connected again");
         }
-        // On a terminal the messages stand below the listing, which has to be shown anew.
+        // On a terminal, the messages about the host stand below the listing. So print it again.
         if (!shown || !areEqual(*shown, services) || (isAway && isTerminal(STDOUT_FILENO))) {
-            if (!isWritten(services, format)) {
+            if (!write(services, format)) {
                 return;
             }
             shown = std::move(services);
         }
         isAway = false;
-    } while (waited(interval));
+    } while (waitFor(interval));
 }
 
 }  // namespace qv::host

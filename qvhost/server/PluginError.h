@@ -1,5 +1,4 @@
-// What went wrong with the plug-in, as one line for a person: what was tried, on what, and why it
-// failed.
+// Tells a person in one line what was tried with the plug-in and why it failed.
 #ifndef QVHOST_SERVER_PLUGIN_ERROR_H
 #define QVHOST_SERVER_PLUGIN_ERROR_H
 

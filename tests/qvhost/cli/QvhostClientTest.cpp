@@ -219,10 +219,9 @@ TEST_F(QvhostClient, ImportRegistersNothingOfAFileWithAMistake) {
     const Outcome outcome = run({"import", file});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.out, "");
-    EXPECT_THAT(
-        outcome.err,
-        AllOf(HasSubstr("qvhost: " + file + ":3: identifier must be a number"),
-              HasSubstr("qvhost: " + file + ":5: identifier 1 is there twice, first in line 2\n")));
+    EXPECT_THAT(outcome.err, AllOf(HasSubstr("qvhost: " + file + ":3: identifier must be a number"),
+                                   HasSubstr("qvhost: " + file +
+                                             ":5: identifier 1 occurs twice, first in line 2\n")));
     EXPECT_THAT(run({"import", "-"}, "[{\"id\":1}]").err, HasSubstr("qvhost: <stdin>:1: "));
     EXPECT_EQ(done({"list"}), "no services\n");
     EXPECT_EQ(run({"import", path("none")}).status, 1);
@@ -288,9 +287,9 @@ TEST_F(QvhostClient, ExportLosesNoBytesUntold) {
     for (const char* format : {"csv", "json"}) {
         const Outcome outcome = run({"export", path("out.txt"), "--format", format});
         EXPECT_EQ(outcome.status, 1);
-        EXPECT_EQ(outcome.err,
-                  "qvhost: nothing exported: not UTF-8 are the addresses of 5, 9 (--replace "
-                  "replaces what is not)\n");
+        EXPECT_EQ(
+            outcome.err,
+            "qvhost: nothing exported: the addresses of 5, 9 are not UTF-8 (use --replace)\n");
         EXPECT_FALSE(std::filesystem::exists(path("out.txt")));
     }
     EXPECT_EQ(done({"export", "--replace"}),

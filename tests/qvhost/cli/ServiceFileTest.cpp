@@ -95,9 +95,9 @@ TEST(ReadServices, IdentifiersInCsvAreWrittenAsEverywhere) {
 TEST(ReadServices, WrongLinesOfCsvAreNamed) {
     EXPECT_THAT(problemsOf("id,address\n1,a\nx,b\n2,c,d\n3\n2147483648,e\n4,\xff\n"),
                 ElementsAre(HasSubstr("file:3: identifier must be a number"),
-                            "file:4: a line has an identifier and an address, and this one has 3 "
+                            "file:4: a line has an identifier and an address, but this one has 3 "
                             "fields",
-                            "file:5: a line has an identifier and an address, and this one has 1 "
+                            "file:5: a line has an identifier and an address, but this one has 1 "
                             "field",
                             HasSubstr("file:6: identifier '2147483648' is out of range"),
                             "file:7: the address is not UTF-8"));
@@ -121,9 +121,9 @@ TEST(ReadServices, DamagedCsvIsNamed) {
 
 TEST(ReadServices, IdentifierThatIsThereTwiceIsNamedWithBothLines) {
     EXPECT_THAT(problemsOf("id,address\n5,a\n6,b\n5,a\n"),
-                ElementsAre("file:4: identifier 5 is there twice, first in line 2"));
+                ElementsAre("file:4: identifier 5 occurs twice, first in line 2"));
     EXPECT_THAT(problemsOf("[{\"id\":5,\"address\":\"a\"},\n\n{\"id\":5,\"address\":\"b\"}]"),
-                ElementsAre("file:3: identifier 5 is there twice, first in line 1"));
+                ElementsAre("file:3: identifier 5 occurs twice, first in line 1"));
 }
 
 TEST(ReadServices, WrongPlacesInJsonAreNamed) {
