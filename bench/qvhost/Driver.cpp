@@ -22,7 +22,7 @@ using Socket = asio::basic_stream_socket<Protocol, asio::io_context::executor_ty
 
 constexpr std::size_t kBufferSize = 65'536;
 
-// Of what arrives at once, enough to see that it is what it should be.
+// The number of bytes of an answer that are compared at once.
 constexpr std::size_t kCompared = 64;
 
 }  // namespace

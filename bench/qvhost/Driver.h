@@ -1,5 +1,5 @@
-// Clients that each keep one request under way: N connections on one thread. Its own work is in all
-// figures alike.
+// Drives N connections on one thread. Each client has one request under way. All figures contain
+// the work of the driver itself.
 #ifndef QV_BENCH_DRIVER_H
 #define QV_BENCH_DRIVER_H
 
@@ -13,8 +13,9 @@ namespace qv::bench {
 
 class Driver {
   public:
-    // Connects as many clients as there are lists of requests, which each sends in turn. All have
-    // `answer` for an answer; another one makes run() throw std::runtime_error.
+    // Connects one client for each list of requests. A client sends the requests of its list in
+    // turn. All requests have the same answer, `answer`. Any other answer makes run() throw
+    // std::runtime_error.
     Driver(const std::string& path, std::vector<std::vector<std::string>> requests,
            const std::string& answer);
     ~Driver();
@@ -22,7 +23,7 @@ class Driver {
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;
 
-    // Sends so many requests and returns when all are answered.
+    // Sends `count` requests and returns when all are answered.
     void run(std::int64_t count);
 
   private:

@@ -1,10 +1,10 @@
-// What a server of this kind costs that only reads and writes:
+// Shows what a server costs that only reads and writes:
 //
 //     echo_server THREADS
 //
-// accepts clients at its descriptor 3. A request is a frame whose code says how many bytes the
-// answer is to have; which ones, does not matter. A client waits for one answer before it sends the
-// next request.
+// It accepts clients at descriptor 3. A request is a frame whose code is the length of the answer.
+// The bytes of the answer do not matter. A client waits for each answer before it sends the next
+// request.
 
 #include <QvFrame.h>
 
@@ -95,7 +95,7 @@ class EchoedClient : public std::enable_shared_from_this<EchoedClient> {
     std::vector<unsigned char> answer_;
 };
 
-// Each client stays on one of the threads, which run as the host's do.
+// Serves clients, each of which stays on one thread. The threads run as the host's threads do.
 void serve(std::size_t threadCount) {
     asio::io_context own{1};
     asio::basic_socket_acceptor<Protocol, Executor> acceptor(own, Protocol(), kListeningSocket);

@@ -1,4 +1,4 @@
-// The bare sockets: requests as long as the host's, and answers as long.
+// Measures the bare sockets, with requests and answers as long as the host's.
 #ifndef QV_BENCH_ECHO_SUBJECT_H
 #define QV_BENCH_ECHO_SUBJECT_H
 

@@ -1,4 +1,4 @@
-// A connection for one request at a time, outside of what is measured.
+// Sends one request at a time, outside the measured time.
 #ifndef QV_BENCH_FRAME_CONNECTION_H
 #define QV_BENCH_FRAME_CONNECTION_H
 
@@ -32,7 +32,7 @@ class FrameConnection {
         socket_.connect(asio::local::stream_protocol::endpoint(path));
     }
 
-    // The whole frame of the answer, whatever its code.
+    // Returns the whole frame of the answer, whatever its code.
     std::string ask(const std::string& request) {
         asio::write(socket_, asio::buffer(request));
         std::string answer(QV_FRAME_HEADER_SIZE, '\0');

@@ -1,7 +1,7 @@
-// Requests to the resident host, by one client and by many at once, against
-//   - the bare sockets: the same bytes to and fro, and nothing done with them;
+// Measures requests to the resident host, by one client and by many at once, against
+//   - the bare sockets, which carry the same bytes without any work;
 //   - rpcbind, which keeps a directory of the same kind.
-// The counter is what a request costs the server in processor time, in nanoseconds.
+// The counter is the processor time of the server for a request, in nanoseconds.
 
 #include <benchmark/benchmark.h>
 
@@ -26,13 +26,13 @@ namespace {
 
 using namespace qv::bench;
 
-// As many as `qvhost serve` has by itself on a small machine.
+// The default of `qvhost serve` on a small machine.
 constexpr int kThreads = 2;
 
 template <class Tested>
 Subject* tested = nullptr;
 
-// So many services, so many clients.
+// The first number counts the services, the second one the clients.
 template <class Tested, Work work>
 void measure(benchmark::State& state) {
     if (tested<Tested> == nullptr) {
@@ -80,7 +80,7 @@ QV_MEASURE(RpcbindSubject, Listing, "rpcbind/listing", 20, kMostServices);
 QV_MEASURE(HostSubject, UnchangedRegistration, "host/unchangedRegistration", 100);
 QV_MEASURE(EchoSubject, UnchangedRegistration, "echo/unchangedRegistration", 100);
 QV_MEASURE(RpcbindSubject, UnchangedRegistration, "rpcbind/unchangedRegistration", 100);
-// No bare sockets beside these: a change takes what its save takes.
+// Bare sockets say nothing here, because the save takes nearly all the time of a change.
 QV_MEASURE(HostSubject, Change, "host/change", 100);
 QV_MEASURE(RpcbindSubject, Change, "rpcbind/change", 100);
 
@@ -101,7 +101,7 @@ void run() {
     tested<HostSubject> = &host;
     tested<EchoSubject> = &echo;
     tested<RpcbindSubject> = rpcbind.get();
-    // A table cannot be printed of what is skipped.
+    // No table can be printed of a skipped benchmark.
     const std::string filter = benchmark::GetBenchmarkFilter();
     if (rpcbind == nullptr && (filter.empty() || filter == ".")) {
         benchmark::SetBenchmarkFilter("-^rpcbind/");

@@ -15,7 +15,7 @@ namespace {
 
 using Services = qor::kevra::ServiceInfoArray;
 
-// The file that registrations are saved to, and the directory of its backup.
+// Makes the configuration file and the directory of its backup.
 const Place& withFile(const Place& place) {
     std::ofstream(place.path("namingService.conf.plist"))
         << "<plist version=\"1.0\"><dict/></plist>";

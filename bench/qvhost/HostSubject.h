@@ -1,4 +1,4 @@
-// The resident host, with its files in memory.
+// Measures the resident host, with its files in memory.
 #ifndef QV_BENCH_HOST_SUBJECT_H
 #define QV_BENCH_HOST_SUBJECT_H
 

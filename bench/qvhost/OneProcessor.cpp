@@ -14,7 +14,7 @@ namespace qv::bench {
 
 namespace {
 
-// None of them begins or ends while it serves.
+// The server starts and ends no thread while it serves.
 std::vector<pid_t> threadsOf(pid_t process) {
     std::vector<pid_t> threads;
     for (const auto& thread :

@@ -1,6 +1,6 @@
-// Keeps a server and this program, its client, on one processor for as long as it lives. Two that
-// only wait for each other gain nothing from a second one, and waking that costs a virtual machine
-// several times the request.
+// Keeps a server and this program, its client, on one processor for as long as the object lives.
+// Two processes that only wait for each other gain nothing from a second processor. On a virtual
+// machine, waking a second processor costs several times as much as the request.
 #ifndef QV_BENCH_ONE_PROCESSOR_H
 #define QV_BENCH_ONE_PROCESSOR_H
 
@@ -21,7 +21,7 @@ class OneProcessor {
     OneProcessor& operator=(const OneProcessor&) = delete;
 
   private:
-    // What this program, and so the server that it started, had before.
+    // The processors that this program, and the server that it started, had before.
     cpu_set_t all_ = {};
     std::vector<pid_t> threads_;
 };

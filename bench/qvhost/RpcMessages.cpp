@@ -13,15 +13,15 @@ constexpr uint32_t kRpcVersion = 2;
 constexpr uint32_t kRpcbind = 100000;
 constexpr uint32_t kRpcbindVersion = 4;
 
-// Programs from here on are nobody's but their user's.
+// Programs from this number on are free for any user.
 constexpr uint32_t kFirstProgram = 0x4000'0000;
 constexpr uint32_t kProgramVersion = 1;
 
 constexpr uint32_t kLastRecord = 0x8000'0000;
 constexpr std::size_t kUnit = 4;
 
-// Of an answer that was accepted: the call's number, that it is an answer, that it is accepted, the
-// proof of the server's name, that it succeeded.
+// The head of an accepted answer: the number of the call, the kind of message, the acceptance, the
+// server's credentials, and the success.
 constexpr std::size_t kStatusOffset = 5 * kUnit;
 constexpr std::size_t kResultOffset = 6 * kUnit;
 
@@ -33,7 +33,7 @@ std::string number(uint32_t value) {
     return bytes;
 }
 
-// To the next whole unit.
+// Rounds up to a whole unit.
 std::size_t padded(std::size_t length) {
     return (length + kUnit - 1) / kUnit * kUnit;
 }
@@ -102,7 +102,7 @@ int countOf(const std::string& answer) {
     int count = 0;
     std::size_t offset = kResultOffset;
     while (numberAt(answer, offset) != 0) {
-        offset += 3 * kUnit;  // that there is one, the program, its version
+        offset += 3 * kUnit;  // a mark that an entry follows, the program, its version
         for (int i = 0; i < 3; ++i) {
             offset += kUnit + padded(numberAt(answer, offset));
         }

@@ -1,5 +1,5 @@
-// What rpcbind is asked over a stream, and what it answers: version 4 of its protocol, RFC 1833, in
-// messages of RFC 5531.
+// Encodes requests to rpcbind over a stream and decodes its answers, by version 4 of its protocol,
+// RFC 1833, in messages of RFC 5531.
 #ifndef QV_BENCH_RPC_MESSAGES_H
 #define QV_BENCH_RPC_MESSAGES_H
 
@@ -9,7 +9,7 @@
 
 namespace qv::bench::rpc {
 
-// Each message comes in records, each after a mark that says how long it is and whether it is the
+// A message consists of records. A mark before each record tells its length and whether it is the
 // last.
 constexpr std::size_t kMarkSize = 4;
 
@@ -20,14 +20,15 @@ struct Mark {
 
 Mark markOf(const std::string& bytes);
 
-// Calls, with their marks. Programs count from 0.
+// These return calls with their marks. Programs count from 0.
 std::string nothing();
 std::string dump();
 std::string set(int program, const std::string& address);
 std::string unset(int program);
 
-// Of answers without their marks; each throws std::runtime_error when it is cut. Whether the call
-// was carried out; whether set() or unset() did what it was to do; how many programs dump() has.
+// These read answers without their marks: whether the call was carried out, whether set() or
+// unset() succeeded, and how many programs dump() returns. Each throws std::runtime_error for an
+// answer that is cut short.
 bool isAccepted(const std::string& answer);
 bool isTrue(const std::string& answer);
 int countOf(const std::string& answer);

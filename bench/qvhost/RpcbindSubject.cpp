@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kProgram[] = "/sbin/rpcbind";
 
-// A transport that it is given no socket for it opens to the network by itself.
+// Makes a socket for every transport. rpcbind itself would open a missing one to the network.
 std::vector<Descriptor> socketsFor(const std::string& path) {
     if (access(kProgram, X_OK) != 0) {
         throw std::system_error(errno, std::generic_category(), kProgram);

@@ -1,6 +1,6 @@
-// rpcbind, the system's directory from program numbers to addresses, over its Unix socket. It has
-// sockets of the benchmark's own, so that port 111 and /run/rpcbind.sock stay whose they are. Its
-// lock it has in common with the system's one.
+// Measures rpcbind, the system's directory from program numbers to addresses, over its Unix socket.
+// The benchmark gives rpcbind sockets of its own, so that port 111 and /run/rpcbind.sock stay with
+// the system's rpcbind. Both share one lock file.
 #ifndef QV_BENCH_RPCBIND_SUBJECT_H
 #define QV_BENCH_RPCBIND_SUBJECT_H
 
@@ -16,11 +16,11 @@ namespace qv::bench {
 
 class RpcbindSubject : public Subject {
   public:
-    // Throws std::exception when it does not start: it is not installed, another one runs, or the
-    // benchmark has not the rights that it needs.
+    // Throws std::exception if rpcbind does not start: it is not installed, another one runs, or
+    // the benchmark lacks rights.
     RpcbindSubject();
 
-    // Its own programs count.
+    // Counts rpcbind's own programs as well.
     void hold(int count) override;
     std::vector<std::string> requests(Work work, int client) override;
     std::string ask(const std::string& request) override;
@@ -29,7 +29,8 @@ class RpcbindSubject : public Subject {
 
   private:
     int count();
-    // The answer with its marks goes to `whole`, which may be null, the one without is returned.
+    // Returns the answer without its marks. Stores the answer with its marks in `whole` unless that
+    // is null.
     std::string exchange(const std::string& request, std::string* whole);
 
     Place place_{Place::Kind::Memory};

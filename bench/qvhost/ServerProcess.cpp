@@ -22,7 +22,7 @@ namespace qv::bench {
 namespace {
 
 constexpr int kFirstPassed = 3;
-// Where the sockets wait while their places are still taken.
+// The sockets are moved to these descriptors while their final numbers are in use.
 constexpr int kOutOfTheWay = 64;
 
 int checked(int result, const char* what) {
@@ -32,7 +32,7 @@ int checked(int result, const char* what) {
     return result;
 }
 
-// The address has no port, which lets the system choose one.
+// Adds a socket for the address. Port 0 lets the system choose a port.
 void addSockets(std::vector<Descriptor>& sockets, const sockaddr* address, socklen_t size) {
     for (const int type : {SOCK_STREAM, SOCK_DGRAM}) {
         const int socket = ::socket(address->sa_family, type | SOCK_CLOEXEC, 0);

@@ -1,5 +1,6 @@
-// A server that is started with its sockets open, as a service manager starts one: who connects at
-// once only waits for it. It is killed with the object, or with the benchmark.
+// Starts a server with its sockets open, as a service manager does. A client may connect at once
+// and waits until the server is ready. The destructor kills the server, and so does the end of the
+// benchmark.
 #ifndef QV_BENCH_SERVER_PROCESS_H
 #define QV_BENCH_SERVER_PROCESS_H
 
@@ -15,15 +16,15 @@ namespace qv::bench {
 
 using system::Descriptor;
 
-// The Unix socket there, as the only one. All here throw std::system_error.
+// Returns a socket that listens at the path. This and the functions below throw std::system_error.
 std::vector<Descriptor> listenOn(const std::string& path);
 
-// Sockets for TCP and UDP at ports of the loopback that are free, of IPv6 where the system has it.
+// Adds sockets for TCP and UDP at free ports of the loopback, also for IPv6 if the system has it.
 void addLoopbackSockets(std::vector<Descriptor>& sockets);
 
 class ServerProcess {
   public:
-    // The sockets become the program's descriptors 3, 4, and so on.
+    // Starts the program. The sockets become its descriptors 3, 4, and so on.
     ServerProcess(const std::vector<std::string>& command, const std::vector<Descriptor>& sockets);
     ~ServerProcess();
 
@@ -32,7 +33,7 @@ class ServerProcess {
 
     pid_t id() const { return process_; }
 
-    // The processor time of all its threads, up to now.
+    // Returns the processor time of all threads of the server up to now.
     std::chrono::nanoseconds processorTime() const;
 
   private:

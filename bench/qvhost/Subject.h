@@ -1,4 +1,4 @@
-// A server with a directory of services, as the benchmark sees it.
+// Stands for a server with a directory of services.
 #ifndef QV_BENCH_SUBJECT_H
 #define QV_BENCH_SUBJECT_H
 
@@ -11,7 +11,7 @@ namespace qv::bench {
 
 enum class Work { Ping, Listing, UnchangedRegistration, Change };
 
-// Services beyond these are nobody's.
+// The benchmark registers at most this many services.
 constexpr int kMostServices = 1'000;
 
 // Each client changes a service of its own.
@@ -24,15 +24,15 @@ class Subject {
     Subject(const Subject&) = delete;
     Subject& operator=(const Subject&) = delete;
 
-    // Puts so many services into the directory, and nothing else.
+    // Puts `count` services into the directory and removes all others.
     virtual void hold(int count) = 0;
 
-    // What a client sends for this work, one after the other, over and over. All have the same
-    // answer.
+    // Returns the requests that a client sends for this work, in turn and repeatedly. All have the
+    // same answer.
     virtual std::vector<std::string> requests(Work work, int client) = 0;
 
-    // Sends a request and returns its answer. Throws std::runtime_error when it was not carried
-    // out.
+    // Sends a request and returns its answer. Throws std::runtime_error if the server did not carry
+    // out the request.
     virtual std::string ask(const std::string& request) = 0;
 
     virtual const std::string& path() const = 0;

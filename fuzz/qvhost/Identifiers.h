@@ -1,4 +1,4 @@
-// How identifiers and other numbers are written, once more, for comparison.
+// Reads identifiers a second time, without the code of qvhost, for comparison.
 #ifndef QV_FUZZ_IDENTIFIERS_H
 #define QV_FUZZ_IDENTIFIERS_H
 
@@ -32,7 +32,7 @@ inline std::optional<std::int32_t> numberOf(std::string_view text) {
         if (digit == std::string_view::npos || static_cast<std::int64_t>(digit) >= base) {
             return std::nullopt;
         }
-        // Far outside, and it stays there.
+        // The bound keeps the value from overflowing. It is far out of range.
         value = std::min(value * base + static_cast<std::int64_t>(digit), std::int64_t{1} << 40);
     }
     value *= sign;

@@ -18,7 +18,7 @@ std::size_t newlinesIn(std::string_view text) {
     return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-// Up to the first such character outside quotation marks, or all of it.
+// Returns the text up to the first such character outside quotation marks, or all of the text.
 std::string_view partOf(std::string_view text, char end) {
     bool isQuoted = false;
     for (std::size_t index = 0; index < text.size(); ++index) {
@@ -56,7 +56,7 @@ Field fieldOf(std::string_view written) {
     return field;
 }
 
-// Up to the first that is wrong.
+// Reads fields up to the first mistake.
 std::vector<Field> fieldsOf(std::string_view record) {
     std::vector<Field> fields;
     for (std::size_t begin = 0; begin <= record.size();) {
@@ -169,7 +169,7 @@ std::optional<JsonList> listOfJson(std::string_view text) {
             ++list.problems;
         }
     }
-    // The tree has the last of what is there twice.
+    // If a key occurs twice, the tree has the last value.
     return keys == 0 ? std::optional(list) : std::nullopt;
 }
 

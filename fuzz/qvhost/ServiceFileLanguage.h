@@ -1,5 +1,6 @@
-// The formats of lists of services once more, for comparison: CSV is cut at the line ends and the
-// commas that have an even number of quotation marks before them, and JSON becomes a tree first.
+// Reads lists of services a second time, in another way, for comparison. CSV is cut at the line
+// ends and commas that have an even number of quotation marks before them. JSON becomes a tree
+// first.
 #ifndef QV_FUZZ_SERVICE_FILE_LANGUAGE_H
 #define QV_FUZZ_SERVICE_FILE_LANGUAGE_H
 
@@ -14,7 +15,7 @@ namespace qv::fuzz {
 
 struct CsvList {
     std::vector<host::Service> services;
-    std::vector<std::size_t> wrongLines;  // one for each thing that is wrong
+    std::vector<std::size_t> wrongLines;  // one for each mistake
 };
 
 struct JsonList {
@@ -22,10 +23,11 @@ struct JsonList {
     std::size_t problems = 0;
 };
 
-// Of a text without its byte order mark.
+// Reads a text without its byte order mark.
 CsvList listOfCsv(std::string_view text);
 
-// Of a text with it. None where it stops being a list of objects with ids and addresses.
+// Reads a text with its byte order mark. Returns nothing if the text is no list of objects with ids
+// and addresses.
 std::optional<JsonList> listOfJson(std::string_view text);
 
 bool isWellFormedUtf8(std::string_view text);

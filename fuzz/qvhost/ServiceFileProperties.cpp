@@ -28,9 +28,9 @@ constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view kReplacement = "\xef\xbf\xbd";
 constexpr std::string_view kMore = "more is wrong from here on";
 
-// Whatever the file holds.
+// The bound of a message, whatever the file holds.
 constexpr std::size_t kLongestMessage = 250;
-// That are told of one by one.
+// The number of mistakes that are told one by one.
 constexpr std::size_t kMostProblems = 10;
 
 ReadServices readText(const std::string& text, std::optional<Format> format) {
@@ -96,7 +96,7 @@ std::vector<Problem> problemsOf(const ReadServices& read, const std::string& tex
     return problems;
 }
 
-// What is written reads back, and is the same when it is written again.
+// Checks that written services can be read back, and that writing them again gives the same text.
 void checkWriting(const std::vector<Service>& services) {
     for (const Format format : {Format::Csv, Format::Json}) {
         const std::string text = host::formatServices(services, format);
@@ -125,14 +125,15 @@ void checkCsv(const ReadServices& read, const std::string& text, std::string_vie
     }
 }
 
-// Behind these a message may name another line, or show the blanks before what is wrong.
+// Returns the message up to a place where it may name another line, or show blanks before a
+// mistake.
 std::string_view withoutPlace(std::string_view message) {
     return message.substr(0, std::min(message.find("first in line"), message.find("last read")));
 }
 
-// Blank lines before it, which move every line and change nothing else.
+// Checks that blank lines before JSON move every mistake and change nothing else.
 void checkMovedJson(const std::vector<Problem>& problems, std::string_view content) {
-    // What has no last line has none to move, and a cut byte order mark is told of as such.
+    // An empty text has no line to move. A cut byte order mark has a message of its own.
     if (content.empty() || content[0] == kByteOrderMark[0]) {
         return;
     }

@@ -1,5 +1,5 @@
-// What must hold of lists of services for every file, however damaged. The fuzz target looks for
-// bytes for which it does not; the tests hold the files that are known to it.
+// Checks what must hold for every file of services, however damaged. The fuzz target looks for
+// bytes that break it. The tests check the files that are known.
 #ifndef QV_FUZZ_SERVICE_FILE_PROPERTIES_H
 #define QV_FUZZ_SERVICE_FILE_PROPERTIES_H
 
@@ -8,12 +8,18 @@
 
 namespace qv::fuzz {
 
-// Reads the bytes as each format, and as what they look like. Checks that another reader of the
-// formats finds the same services, or as much that is wrong, in CSV in the same lines; that each
-// problem is told in one short line that begins with the file and a line of it and, shown, holds no
-// control character; that blank lines before JSON change nothing but these lines; and that what was
-// read, written in either format, reads back as the same. So does an address that is the bytes
-// themselves, as far as it is UTF-8. Aborts, saying what did not hold, otherwise.
+// Reads the bytes as each format, and as the format that they look like. Aborts and says why if one
+// of these does not hold:
+//
+// - Another reader finds the same services, or as many mistakes. In CSV the mistakes are in the
+// same
+//   lines.
+// - Each mistake is one short line. It begins with the file and the line, and shows no control
+//   character.
+// - Blank lines before JSON change only the lines of the mistakes.
+// - The services that were read can be written in either format and read back. So can an address
+// that
+//   has these bytes, if they are UTF-8.
 void checkServiceFileProperties(const std::uint8_t* data, std::size_t size);
 
 }  // namespace qv::fuzz

@@ -1,4 +1,4 @@
-// Files of services that the host imports.
+// Looks for files of services that break the properties.
 
 #include <cstddef>
 #include <cstdint>

@@ -16,7 +16,7 @@ TEST(ClientLibrary, ShowsItsHeadersNamesAndNothingElse) {
     const std::set<std::string> symbols = qv::tests::exportedSymbols(QV_CLIENT_LIBRARY);
     EXPECT_THAT(symbols, Each(AnyOf(HasSubstr("2qv6client6Client"), HasSubstr("2qv6client5Error"),
                                     HasSubstr("2qv6client17defaultSocketPath"))));
-    // The functions, constructors and destructors that a program calls.
+    // A program calls these functions, constructors and destructors.
     for (const char* name : {"6ClientC1E", "6ClientD1E", "16registerServicesE", "8servicesEv",
                              "18unregisterServicesE", "13setDebugLevelEi", "4pingEv", "5ErrorC1E",
                              "17defaultSocketPath", "TIN2qv6client5ErrorE"}) {

@@ -63,7 +63,7 @@ std::string listOf(const std::vector<Service>& services) {
     return message.SerializeAsString();
 }
 
-// Answers every request like this, until the client goes away.
+// Returns a function that answers every request like this until the client closes.
 ScriptedServer::Script answering(uint32_t result, const std::string& bytes) {
     return [=](Peer& peer) {
         for (Request request = peer.receive(); request.number != 0; request = peer.receive()) {
@@ -72,7 +72,7 @@ ScriptedServer::Script answering(uint32_t result, const std::string& bytes) {
     };
 }
 
-// Notes the requests and answers each with success.
+// Returns a function that records the requests and answers each with success.
 ScriptedServer::Script noting(std::vector<Request>& requests) {
     return [&requests](Peer& peer) {
         for (Request request = peer.receive(); request.number != 0; request = peer.receive()) {
@@ -115,7 +115,7 @@ TEST(Client, SendsEachRequestAsAFrameWithANumberOfItsOwn) {
     EXPECT_EQ(requests[4].input, "");
 }
 
-TEST(Client, SendsNothingOfNoServices) {
+TEST(Client, SendsNothingWithoutServices) {
     std::vector<Request> requests;
     {
         ScriptedServer server({noting(requests)});
@@ -201,7 +201,7 @@ TEST(ClientErrors, SayWhyTheHostCannotBeReached) {
     EXPECT_EQ(failureOf([&] { const Client client(left); }).code, ECONNREFUSED);
 }
 
-TEST(ClientErrors, SayThatAPathIsNone) {
+TEST(ClientErrors, SayThatAPathNamesNoSocket) {
     const std::string longest(sizeof(sockaddr_un{}.sun_path) - 1, 'x');
     EXPECT_EQ(failureOf([&] { const Client client(longest); }).code, ENOENT);
     EXPECT_EQ(failureOf([&] { const Client client(longest + 'x'); }).code, ENAMETOOLONG);
@@ -209,7 +209,7 @@ TEST(ClientErrors, SayThatAPathIsNone) {
     EXPECT_EQ(failureOf([&] { const Client client(std::string("\0a", 2)); }).code, ENOENT);
 }
 
-TEST(ClientErrors, HoldTheHostsWordsAndLeaveTheConnectionWhereItDoes) {
+TEST(ClientErrors, HoldTheHostsTextAndKeepAConnectionThatTheHostKeeps) {
     ScriptedServer server({[](Peer& peer) {
         peer.answer(QV_HOST_ERROR_COMMAND, "no such command", peer.receive().number);
         peer.answer(QV_OK, "", peer.receive().number);
@@ -223,7 +223,7 @@ TEST(ClientErrors, HoldTheHostsWordsAndLeaveTheConnectionWhereItDoes) {
     client.ping();
 }
 
-TEST(ClientErrors, HoldTheHostsWordsThatAnswerNoRequest) {
+TEST(ClientErrors, HoldTheHostsTextThatAnswersNoRequest) {
     const auto refusing = [](Peer& peer) { peer.answer(QV_HOST_ERROR_FORBIDDEN, "not you", 0); };
     ScriptedServer server({refusing, refusing});
     Client client(server.path());
@@ -301,7 +301,7 @@ TEST(ClientErrors, NameAnAnswerThatCameBeforeTheRequestWasSent) {
               Error::Kind::BrokenAnswer);
 }
 
-TEST(ClientErrors, SayThatTheHostDoesNotTakeSoMuch) {
+TEST(ClientErrors, SayThatTheRequestIsTooLongForTheHost) {
     ScriptedServer server({[](Peer& peer) {
         peer.receiveBytes(QV_FRAME_HEADER_SIZE);
         peer.answer(QV_HOST_ERROR_LENGTH, "too long", 1);
@@ -313,7 +313,7 @@ TEST(ClientErrors, SayThatTheHostDoesNotTakeSoMuch) {
     EXPECT_EQ(failure.code, QV_HOST_ERROR_LENGTH);
 }
 
-TEST(ClientConnection, ThatEndsInAnAnswerIsLost) {
+TEST(ClientConnection, IsLostIfItEndsInAnAnswer) {
     const std::string list = listOf({{1, "a"}});
     const std::string answer = frameOf(QV_OK, static_cast<uint32_t>(list.size()), 1, list);
     for (std::size_t length = 0; length < answer.size(); ++length) {
@@ -328,7 +328,7 @@ TEST(ClientConnection, ThatEndsInAnAnswerIsLost) {
     }
 }
 
-TEST(ClientConnection, ThatEndsInARequestIsLostAndRaisesNoSignal) {
+TEST(ClientConnection, IsLostWithoutASignalIfItEndsInARequest) {
     const auto previous = std::signal(SIGPIPE, SIG_DFL);
     {
         ScriptedServer server({[](Peer& peer) { peer.receiveBytes(1); }});
@@ -342,7 +342,7 @@ TEST(ClientConnection, ThatEndsInARequestIsLostAndRaisesNoSignal) {
     static_cast<void>(std::signal(SIGPIPE, previous));
 }
 
-TEST(ClientConnection, IsMadeAnewAfterAFailure) {
+TEST(ClientConnection, IsMadeAgainAfterAFailure) {
     ScriptedServer server({[](Peer& peer) { peer.receive(); },
                            [](Peer& peer) { peer.answer(QV_OK, "", peer.receive().number + 1); },
                            answering(QV_OK, "")});
@@ -353,7 +353,7 @@ TEST(ClientConnection, IsMadeAnewAfterAFailure) {
     client.ping();
 }
 
-TEST(ClientConnection, ThatTheHostEndedBetweenRequestsIsMadeAnew) {
+TEST(ClientConnection, IsMadeAgainIfTheHostEndedItBetweenRequests) {
     ScriptedServer server({[](Peer& peer) {
                                peer.answer(QV_OK, "", peer.receive().number);
                                peer.answer(QV_HOST_ERROR_TIMEOUT, "idle for too long", 0);
@@ -361,13 +361,13 @@ TEST(ClientConnection, ThatTheHostEndedBetweenRequestsIsMadeAnew) {
                            [](Peer& peer) { peer.receive(); }, answering(QV_OK, "")});
     Client client(server.path());
     client.ping();
-    // Its connection is the second, which is served when the first is closed.
+    // The server serves the second connection when the first one is closed.
     Client other(server.path());
     EXPECT_THROW(other.ping(), Error);
     client.ping();
 }
 
-TEST(ClientConnection, IsNotMadeAnewWhereTheHostIsGone) {
+TEST(ClientConnection, IsNotMadeAgainIfTheHostIsGone) {
     auto server = std::make_unique<ScriptedServer>(std::vector<ScriptedServer::Script>{
         [](Peer& peer) { peer.answer(QV_OK, "", peer.receive().number); }});
     const std::string path = server->path();
@@ -428,7 +428,7 @@ TEST(ClientTimeout, LeavesNoLateAnswerForTheNextRequest) {
     EXPECT_EQ(failureOf([&] { client.services(); }).kind, Error::Kind::TimedOut);
     isLate.set_value();
     std::vector<Service> services;
-    // Each may be too slow, too, on a busy machine.
+    // On a busy machine, each of these requests may be too slow as well.
     for (int i = 1; i < kMostAttempts && services.empty(); ++i) {
         try {
             services = client.services();
@@ -439,7 +439,7 @@ TEST(ClientTimeout, LeavesNoLateAnswerForTheNextRequest) {
     EXPECT_EQ(services.at(0).address, "second");
 }
 
-TEST(ClientTimeout, LeavesTheConnectionThatIsNotAnswered) {
+TEST(ClientTimeout, ClosesTheConnectionThatIsNotAnswered) {
     constexpr int kMostAttempts = 200;
     std::vector<ScriptedServer::Script> scripts(kMostAttempts, answering(QV_OK, ""));
     scripts.front() = [](Peer& peer) { peer.waitForEnd(); };
@@ -447,7 +447,7 @@ TEST(ClientTimeout, LeavesTheConnectionThatIsNotAnswered) {
     Client client(server.path(), milliseconds(20));
     EXPECT_EQ(failureOf([&] { client.ping(); }).kind, Error::Kind::TimedOut);
     bool isAnswered = false;
-    // Each may be too slow on a busy machine.
+    // On a busy machine, each of these requests may be too slow.
     for (int i = 1; i < kMostAttempts && !isAnswered; ++i) {
         try {
             client.ping();
@@ -459,7 +459,7 @@ TEST(ClientTimeout, LeavesTheConnectionThatIsNotAnswered) {
     EXPECT_TRUE(isAnswered);
 }
 
-TEST(ClientTimeout, OfConnectingEndsIt) {
+TEST(ClientTimeout, EndsConnecting) {
     const tests::TemporaryDirectory directory;
     const std::string path = directory.path("host.sock");
     const int listening = tests::listenAt(path, 0);
@@ -489,7 +489,7 @@ TEST(ClientTimeout, MayBeNone) {
     client.ping();
 }
 
-// Interrupts whatever system call this thread is in, again and again.
+// Interrupts the system calls of this thread repeatedly.
 class Interruptions {
   public:
     Interruptions() {

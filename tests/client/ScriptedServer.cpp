@@ -110,7 +110,7 @@ ScriptedServer::ScriptedServer(std::vector<Script> scripts) : listening_(listenA
 }
 
 ScriptedServer::~ScriptedServer() {
-    // Wakes who still waits for a client.
+    // Wakes the thread that still waits for a client.
     ::shutdown(listening_, SHUT_RDWR);
     thread_.join();
     ::close(listening_);

@@ -1,4 +1,4 @@
-// A server that does with its clients what a test says, broken answers included:
+// Serves clients with functions of the test, which may send broken answers:
 //
 //     ScriptedServer server({[](Peer& peer) {
 //         const Request request = peer.receive();
@@ -7,7 +7,8 @@
 //     Client client(server.path());
 //     client.ping();
 //
-// Each connection is another function's, in their order; it is closed when the function returns.
+// Each function serves one connection, in their order. The connection closes when the function
+// returns.
 #ifndef QV_TESTS_SCRIPTED_SERVER_H
 #define QV_TESTS_SCRIPTED_SERVER_H
 
@@ -32,23 +33,23 @@ class Peer {
   public:
     explicit Peer(int descriptor) : descriptor_(descriptor) {}
 
-    // A whole request; of no command and without a number when the client goes away.
+    // Returns a whole request, or an empty one if the client closes.
     Request receive() const;
 
-    // So many bytes, of a request that is not read to its end.
+    // Returns `size` bytes of a request, which need not be all.
     std::string receiveBytes(std::size_t count) const;
 
     void send(const std::string& bytes) const;
     void answer(uint32_t result, const std::string& bytes, uint32_t number) const;
 
-    // Until the client goes away.
+    // Waits until the client closes.
     void waitForEnd() const;
 
   private:
     int descriptor_;
 };
 
-// A header that says `length`, and these bytes.
+// Returns a header that tells `length`, followed by these bytes.
 std::string frameOf(uint32_t code, uint32_t length, uint32_t number, const std::string& bytes);
 
 class ScriptedServer {
@@ -57,7 +58,7 @@ class ScriptedServer {
 
     explicit ScriptedServer(std::vector<Script> scripts);
 
-    // The clients must be gone.
+    // All clients must have closed.
     ~ScriptedServer();
 
     ScriptedServer(const ScriptedServer&) = delete;

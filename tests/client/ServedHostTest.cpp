@@ -1,4 +1,4 @@
-// The client library and the examples with a host that serves.
+// Tests the client library and the examples with a running host.
 #include <QvClient.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -95,7 +95,7 @@ TEST_F(ServedHost, ServesManyClientsAtOnce) {
     EXPECT_EQ(client.services().size(), static_cast<std::size_t>(kClients));
 }
 
-TEST(ServedHostThatIsNarrow, RefusesARequestThatIsTooLongInItsWords) {
+TEST(ServedHostWithASmallBound, RefusesALongRequest) {
     HostProcess narrow;
     ASSERT_TRUE(narrow.start({"--max-message", "1000"}));
     Client client(narrow.socket());
@@ -113,7 +113,7 @@ TEST(ServedHostThatIsNarrow, RefusesARequestThatIsTooLongInItsWords) {
     EXPECT_EQ(servicesOf(client), (Pairs{{1, "a"}}));
 }
 
-// What the command prints, on standard error, too, and how it ends.
+// Returns what the command prints, on standard error as well, and its exit status.
 std::pair<std::string, int> outputOf(const std::string& command) {
     std::FILE* const pipe = ::popen((command + " 2>&1").c_str(), "r");
     std::string output;

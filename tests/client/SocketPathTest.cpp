@@ -15,7 +15,7 @@ TEST(DefaultSocketPath, IsInTheDirectoryOfTheEnvironment) {
     EXPECT_EQ(defaultSocketPath(), "/some where/namingService.sock");
 }
 
-TEST(DefaultSocketPath, IsTheBuildsWithoutTheVariable) {
+TEST(DefaultSocketPath, IsInTheDirectoryOfTheBuildWithoutTheVariable) {
     for (const std::optional<std::string>& value : {std::optional<std::string>(), {""}}) {
         const EnvironmentVariable directory("QV_RUN_DIR", value);
         EXPECT_EQ(defaultSocketPath(), QV_EXPECTED_RUN_DIR "/namingService.sock");

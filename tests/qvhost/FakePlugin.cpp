@@ -1,7 +1,7 @@
-// A plug-in that behaves as QVHOST_FAKE in the environment says, and notes every call in the file
-// that QVHOST_FAKE_RECORD names, one a line, a request's bytes in hexadecimal. A behaviour of @ and
-// a path is read from that file at every call, so that another process can change it. A host that
-// calls it when it must not ends there and then.
+// A plug-in that behaves as QVHOST_FAKE in the environment says. It records every call in the file
+// that QVHOST_FAKE_RECORD names, one in each line, with the bytes of a request in hexadecimal. If
+// the behaviour is @ and a path, it is read from that file at every call, so that another process
+// can change it. A call that a host must not make aborts the host.
 #include <QvPlugin.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,7 +22,7 @@
 
 namespace {
 
-// {id 5, address "a"} and {id 6, address "b"}.
+// A list of {id 5, address "a"} and {id 6, address "b"}.
 constexpr char kTwoServices[] = "\x0a\x05\x08\x05\x12\x01\x61\x0a\x05\x08\x06\x12\x01\x62";
 
 std::atomic<bool> initialized = false;
@@ -47,7 +47,7 @@ void mustBe(bool right) {
     }
 }
 
-// A request that is being executed.
+// Counts a request while it is executed.
 class Inside {
   public:
     Inside() {
@@ -59,7 +59,7 @@ class Inside {
     Inside& operator=(const Inside&) = delete;
 };
 
-// Whether another request came while this one was inside.
+// Waits until another request is executed beside this one. Returns false if none comes.
 bool meetsAnother() {
     static std::mutex mutex;
     static std::condition_variable arrived;
@@ -71,7 +71,7 @@ bool meetsAnother() {
     return arrived.wait_for(lock, kNever, [] { return count % 2 == 0; });
 }
 
-// Until somebody has opened the pipe that QVHOST_FAKE_PIPE names for writing, and closed it again.
+// Waits until somebody has opened the pipe that QVHOST_FAKE_PIPE names for writing, and closed it.
 void waitAtThePipe() {
     const int pipe = open(std::getenv("QVHOST_FAKE_PIPE"), O_RDONLY | O_CLOEXEC);
     char byte = 0;
@@ -170,7 +170,7 @@ int handle(int command, const void* in, int inLen, void** out, int* outLen) {
     return answer(kTwoServices, sizeof kTwoServices - 1, out, outLen);
 }
 
-// The row that a plug-in may lack comes last. The second name fills its field and has no NUL.
+// The last row can be left out. The second name fills its field and has no NUL.
 constexpr HandlerEntry kTable[] = {
     {QV_COMMAND_REGISTER_SERVICES, "fake register", handle},
     {QV_COMMAND_UNREGISTER_SERVICES,

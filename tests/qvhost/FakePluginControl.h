@@ -1,5 +1,5 @@
-// Tells the fake plug-in of this process how to behave, for as long as the object lives, and gives
-// back what the plug-in noted.
+// Tells the fake plug-in of this process how to behave for as long as the object lives. Returns
+// what the plug-in recorded.
 #ifndef QVHOST_FAKE_PLUGIN_CONTROL_H
 #define QVHOST_FAKE_PLUGIN_CONTROL_H
 
@@ -12,7 +12,7 @@ namespace qv::host {
 
 class FakePluginControl {
   public:
-    // Without a behaviour the fake does everything it is asked.
+    // Without a behaviour, the fake plug-in carries out every command.
     explicit FakePluginControl(const std::string& behaviour = "");
     ~FakePluginControl();
 

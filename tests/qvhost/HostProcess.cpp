@@ -46,7 +46,7 @@ void HostProcess::useFakePlugin(const std::string& behaviour) {
     setVariable("QVHOST_FAKE_PIPE", files_.path("pipe"));
 }
 
-// The plug-in may read it meanwhile.
+// Renames a new file, because the plug-in may be reading the old one.
 void HostProcess::setBehaviour(const std::string& behaviour) const {
     std::filesystem::rename(files_.write("behaviour.new", behaviour), files_.path("behaviour"));
 }
@@ -61,7 +61,7 @@ void HostProcess::becomeHost(const std::vector<std::string>& options, int errors
         ::setenv("LISTEN_FDS", std::to_string(passed_.size()).c_str(), 1);
         ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
     }
-    // What the environment says otherwise would lead it to the system's files.
+    // These variables would lead the host to other files.
     for (const char* name : {"QV_CONFIG_DIR", "QV_LOG_DIR", "QV_RUN_DIR"}) {
         ::unsetenv(name);
     }

@@ -22,7 +22,7 @@ namespace qv::host {
 class HostProcess {
   public:
     HostProcess();
-    // Kills it if need be.
+    // Kills the host if it still runs.
     ~HostProcess();
 
     HostProcess(const HostProcess&) = delete;
@@ -39,34 +39,35 @@ class HostProcess {
         variables_.emplace_back(name, value);
     }
 
-    // The host loads the fake plug-in, which behaves so.
+    // Makes the host load the fake plug-in, which behaves like this.
     void useFakePlugin(const std::string& behaviour);
     void setBehaviour(const std::string& behaviour) const;
 
-    // What is done in the process before it becomes the host.
+    // Sets a function that the process runs before it becomes the host.
     void setPreparation(std::function<void()> preparation) {
         preparation_ = std::move(preparation);
     }
 
-    // These become its first descriptors behind the standard ones, as a service manager passes
-    // them.
+    // Passes descriptors as a service manager does. They become the first ones after the standard
+    // streams.
     void passSockets(std::vector<int> descriptors) { passed_ = std::move(descriptors); }
 
-    // Starts it and waits until it serves; false when it ended instead.
+    // Starts the host and waits until it serves. Returns false if it ends first.
     bool start(const std::vector<std::string>& options = {});
 
-    // The same, not waiting.
+    // Starts the host and does not wait.
     void launch(const std::vector<std::string>& options = {});
 
-    // Reads its standard error until `text` has appeared there; false when it ended first.
+    // Reads the standard error of the host until `text` appears. Returns false if the host ends
+    // first.
     bool waitForError(const std::string& text);
 
     void signal(int number) const;
 
-    // Its exit status, or 128 and the signal that ended it.
+    // Waits for the end. Returns the exit status, or 128 plus the signal that ended the host.
     int wait();
 
-    // What was read of its standard error so far; all of it after wait().
+    // Returns what was read of standard error so far. After wait(), that is all of it.
     const std::string& errors() const { return errors_; }
 
     pid_t process() const { return child_; }

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <system_error>
 
-// POSIX asks programs to declare it themselves.
+// POSIX leaves the declaration to programs.
 extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace qv::host {
@@ -33,7 +33,8 @@ void closeDescriptor(int& descriptor) {
     }
 }
 
-// Neither end outlives an exec, so that closing ours is the end of the stream for the child.
+// Makes a pipe whose ends do not outlive an exec. So the stream ends for the child when this
+// process closes its end.
 void makePipe(int (&ends)[2]) {
     check(pipe(ends) == 0, "cannot make a pipe");
     for (const int end : ends) {
@@ -47,7 +48,7 @@ int openFile(const std::string& path, int flags) {
     return descriptor;
 }
 
-// The caller's environment must not lead the program to the system's files, nor choose its colours.
+// These variables would lead the program to other files, or choose its colours.
 constexpr std::string_view kLeftOut[] = {"QV_CONFIG_DIR", "QV_LOG_DIR", "QV_RUN_DIR", "NO_COLOR",
                                          "TERM"};
 
@@ -78,7 +79,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 ProgramRun::ProgramRun() : outputFile_(files_.path("out")), errorFile_(files_.path("err")) {
     std::filesystem::create_directory(files_.path("config"));
     files_.write("config/namingService.conf.plist", "<plist version='1.0'><dict/></plist>");
-    // A test that writes to a program that has ended must get an error and not end, too.
+    // A test that writes to a program that has ended must get an error instead of a signal.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
 }
 
@@ -116,7 +117,7 @@ void ProgramRun::spawn(const std::vector<std::string>& arguments, int input, int
                                      O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    // The program must not profit from what this process ignores.
+    // The program must not inherit that this process ignores the signal.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGPIPE);

@@ -4,7 +4,7 @@
 //     ProgramRun program;
 //     Outcome outcome = program.run({"import", "-"}, "id,address\n");
 //
-// or, to talk to it while it runs, start(), write(), readUntil(), finish().
+// start(), write(), readUntil() and finish() talk to the program while it runs.
 #ifndef QVHOST_PROGRAM_RUN_H
 #define QVHOST_PROGRAM_RUN_H
 
@@ -18,7 +18,7 @@
 namespace qv::host {
 
 struct Outcome {
-    int status = 0;  // what the program exited with; 128 and the signal when one ended it
+    int status = 0;  // the exit status, or 128 plus the signal that ended the program
     std::string out;
     std::string err;
 };
@@ -37,7 +37,7 @@ class ProgramRun {
 
     std::string configuration() const { return files_.path("config/namingService.conf.plist"); }
 
-    // Another copy of the program; by default the built one.
+    // Runs another copy of the program instead of the built one.
     void setProgram(const std::string& path) { program_ = path; }
 
     // Adds a variable to the program's environment.
@@ -45,11 +45,11 @@ class ProgramRun {
         variables_.push_back(name + "=" + value);
     }
 
-    // The file that takes the program's standard output; a null name closes it. By default a file
-    // of the run's own.
+    // Sets the file for standard output, by default one of the run's own. Null closes standard
+    // output.
     void setOutput(const char* path);
 
-    // The same of its standard error, which is read here no more; by default a file, too.
+    // Sets the file for standard error, whose content Outcome then lacks.
     void setErrors(const std::string& path) { errorFile_ = path; }
 
     // Runs the program to its end with `input` as standard input.
@@ -57,11 +57,11 @@ class ProgramRun {
 
     enum Output { kOutputPipe, kOutputFile };
 
-    // Starts the program with a pipe as standard input, and another or the file of setOutput() as
-    // standard output.
+    // Starts the program. Standard input is a pipe. Standard output is a pipe or the file of
+    // setOutput().
     void start(const std::vector<std::string>& arguments, Output output = kOutputPipe);
     void write(const std::string& text) const;
-    // Reads output until `text` has appeared or the output ended; returns what was read.
+    // Reads output until `text` appears or the output ends. Returns what was read.
     std::string readUntil(const std::string& text) const;
     void closeOutput();
     void interrupt() const;

@@ -1,4 +1,4 @@
-// A terminal that nobody sits at.
+// Makes a terminal whose output a test reads.
 #ifndef QVHOST_PSEUDO_TERMINAL_H
 #define QVHOST_PSEUDO_TERMINAL_H
 
@@ -15,15 +15,15 @@ class PseudoTerminal {
     PseudoTerminal(const PseudoTerminal&) = delete;
     PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
-    // The file that a program opens to write to it.
+    // Returns the file that a program opens to write to the terminal.
     const std::string& path() const { return path_; }
 
-    // Reads what was written to it until `text` has appeared.
+    // Returns what was written to the terminal up to `text`.
     std::string readUntil(const std::string& text) const;
 
   private:
     int screen_;
-    int kept_;  // as long as it is open, nothing that was written is lost
+    int kept_;  // while this is open, no output is lost
     std::string path_;
 };
 

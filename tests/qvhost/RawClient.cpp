@@ -30,7 +30,7 @@ RawClient::RawClient(const std::string& path)
         ::close(descriptor_);
         throw std::system_error(error, std::generic_category(), "cannot connect to " + path);
     }
-    // A test that waits in vain fails.
+    // The bound makes a test fail that waits for nothing.
     const timeval never = {120, 0};
     ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &never, sizeof never);
     ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &never, sizeof never);

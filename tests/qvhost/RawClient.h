@@ -1,4 +1,4 @@
-// A client that says what it likes, byte by byte if need be.
+// Sends any bytes to the host, also one by one.
 #ifndef QVHOST_RAW_CLIENT_H
 #define QVHOST_RAW_CLIENT_H
 
@@ -16,12 +16,12 @@ struct RawAnswer {
     std::string bytes;
 };
 
-// A header and as many bytes as it says.
+// Returns a header, followed by the bytes, whose number the header tells.
 std::string frame(uint32_t code, uint32_t number, const std::string& bytes = "");
 
 class RawClient {
   public:
-    // Connects. Throws std::system_error.
+    // Connects to the socket. Throws std::system_error.
     explicit RawClient(const std::string& path);
     RawClient(RawClient&& other) noexcept;
     ~RawClient();
@@ -30,24 +30,25 @@ class RawClient {
     RawClient& operator=(const RawClient&) = delete;
     RawClient& operator=(RawClient&&) = delete;
 
-    // All of it; false when the host has closed the connection.
+    // Sends all bytes. Returns false if the host has closed the connection.
     bool send(const std::string& bytes) const;
 
-    // As much as fits without waiting; false when nothing does.
+    // Sends as many bytes as fit without waiting. Returns false if none fit.
     bool sendSome(const std::string& bytes) const;
 
     void endSending() const;
 
-    // The next answer; none at the end of the connection, which must come between two answers.
+    // Returns the next answer, or nothing at the end of the connection. The connection must not end
+    // within an answer.
     std::optional<RawAnswer> receive() const;
 
-    // Those up to the end of the connection.
+    // Returns all answers up to the end of the connection.
     std::vector<RawAnswer> receiveAll() const;
 
     std::optional<RawAnswer> ask(uint32_t code, uint32_t number,
                                  const std::string& bytes = "") const;
 
-    // Whether the host answers.
+    // Tells whether the host answers a ping.
     bool works() const;
 
     int descriptor() const { return descriptor_; }

@@ -1,4 +1,4 @@
-// A test's own files, in a directory that is gone when the object goes.
+// Keeps the files of a test in a directory of its own. The destructor removes the directory.
 #ifndef QVHOST_TEST_FILES_H
 #define QVHOST_TEST_FILES_H
 
@@ -10,7 +10,7 @@ namespace qv::host {
 
 class TestFiles {
   public:
-    // The path of a file or directory, existing or not.
+    // Returns the path of a file or directory, which need not exist.
     std::string path(const std::string& name) const { return directory_.path(name); }
 
     // Writes a file and returns its path. Throws std::system_error.
@@ -20,7 +20,7 @@ class TestFiles {
     tests::TemporaryDirectory directory_;
 };
 
-// The whole file; empty when there is none.
+// Returns the whole file, or an empty text if there is none.
 std::string readFile(const std::string& path);
 
 }  // namespace qv::host

@@ -40,20 +40,20 @@ Words found(const std::string& text, const std::regex& pattern) {
     return words;
 }
 
-// From a line up to the next blank one.
+// Returns the text from a line up to the next blank line.
 std::string section(const std::string& help, const std::string& heading) {
     const std::size_t start = help.find('\n' + heading + '\n');
     return start == std::string::npos ? "" : help.substr(start, help.find("\n\n", start) - start);
 }
 
-// A command's long options, or those before the commands.
+// Returns the long options of a subcommand, or those that may stand before a subcommand.
 Words optionsOf(const std::vector<std::string>& command) {
     static const std::regex kOption("\n  (?:-[a-z],)?(--[a-z-]+)");
     return found(section(helpOf(command), "Options:"), kOption);
 }
 
-// With their descriptions.
-std::map<std::string, std::string> commands() {
+// Returns the subcommands with their descriptions.
+std::map<std::string, std::string> subcommands() {
     static const std::regex kCommand("  ([a-z]+) +(.*)");
     std::map<std::string, std::string> commands;
     std::istringstream lines(section(helpOf({}), "Subcommands:"));
@@ -66,15 +66,15 @@ std::map<std::string, std::string> commands() {
     return commands;
 }
 
-Words commandNames() {
+Words subcommandNames() {
     Words names;
-    for (const auto& [name, description] : commands()) {
+    for (const auto& [name, description] : subcommands()) {
         names.insert(name);
     }
     return names;
 }
 
-// What the words are completed to, the last of them not yet ended.
+// Returns the completions of the last word.
 Words completed(const std::string& words) {
     const std::string script = std::string("source ") + kBash + "; COMP_WORDS=(qvhost " + words +
                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _qvhost;"
@@ -95,39 +95,39 @@ Words completed(const std::string& words) {
     return lines;
 }
 
-TEST(HelpOfQvhost, IsWhatTheseTestsTakeItFor) {
-    EXPECT_THAT(commandNames(), Contains("serve"));
-    EXPECT_THAT(commandNames(), Contains("info"));
+TEST(HelpOfQvhost, HasTheFormThatTheseTestsRead) {
+    EXPECT_THAT(subcommandNames(), Contains("serve"));
+    EXPECT_THAT(subcommandNames(), Contains("info"));
     EXPECT_EQ(optionsOf({"ping"}), (Words{"--help", "--version", "--socket"}));
 }
 
-TEST(BashCompletion, KnowsEveryCommand) {
-    EXPECT_EQ(completed("\"\""), commandNames());
-    EXPECT_EQ(completed("--socket x \"\""), commandNames());
-    EXPECT_EQ(completed("--socket = x --json \"\""), commandNames());
+TEST(BashCompletion, KnowsEverySubcommand) {
+    EXPECT_EQ(completed("\"\""), subcommandNames());
+    EXPECT_EQ(completed("--socket x \"\""), subcommandNames());
+    EXPECT_EQ(completed("--socket = x --json \"\""), subcommandNames());
     EXPECT_THAT(completed("unre"), ElementsAre("unregister"));
 }
 
-TEST(BashCompletion, KnowsEveryOptionOfEveryCommand) {
+TEST(BashCompletion, KnowsEveryOptionOfEverySubcommand) {
     EXPECT_EQ(completed("--"), optionsOf({}));
-    for (const std::string& command : commandNames()) {
-        EXPECT_EQ(completed(command + " --"), optionsOf({command})) << command;
-        EXPECT_EQ(completed("--json " + command + " --socket x --"), optionsOf({command}))
-            << command;
+    for (const std::string& subcommand : subcommandNames()) {
+        EXPECT_EQ(completed(subcommand + " --"), optionsOf({subcommand})) << subcommand;
+        EXPECT_EQ(completed("--json " + subcommand + " --socket x --"), optionsOf({subcommand}))
+            << subcommand;
     }
     EXPECT_THAT(completed("list --wa"), ElementsAre("--watch"));
 }
 
 TEST(BashCompletion, KnowsWhichOptionsTakeAValue) {
     static const std::regex kWithValue("\n  (?:-[a-z],)?(--[a-z-]+) [A-Z]+");
-    for (const std::string& command : commandNames()) {
-        const Words withValue = found(section(helpOf({command}), "Options:"), kWithValue);
-        for (const std::string& option : optionsOf({command})) {
-            // A command is looked for behind what is no value.
+    for (const std::string& subcommand : subcommandNames()) {
+        const Words withValue = found(section(helpOf({subcommand}), "Options:"), kWithValue);
+        for (const std::string& option : optionsOf({subcommand})) {
+            // The completion looks for a subcommand after a word that is no value.
             const Words words =
-                completed(std::string(option).append(" ").append(command).append(" --"));
+                completed(std::string(option).append(" ").append(subcommand).append(" --"));
             EXPECT_EQ(words == optionsOf({}), withValue.count(option) == 1)
-                << command << ' ' << option;
+                << subcommand << ' ' << option;
         }
     }
 }
@@ -145,10 +145,10 @@ TEST(BashCompletion, OffersValues) {
     EXPECT_THAT(completed("--config-dir " + files.path("")), ElementsAre(files.path("directory")));
 }
 
-// The options that the zsh completion has for a command, its groups of options in full.
-Words zshOptions(const std::string& script, const std::string& command) {
+// Returns the options that the zsh completion has for a subcommand, those of its groups included.
+Words zshOptions(const std::string& script, const std::string& subcommand) {
     static const std::regex kOption("[('{,* \"](--[a-z-]+)[=\\[}]");
-    const std::size_t start = script.find("\n                " + command + ")");
+    const std::size_t start = script.find("\n                " + subcommand + ")");
     if (start == std::string::npos) {
         return {};
     }
@@ -165,7 +165,7 @@ Words zshOptions(const std::string& script, const std::string& command) {
     return found(text, kOption);
 }
 
-TEST(ZshCompletion, KnowsEveryCommandAndItsOptions) {
+TEST(ZshCompletion, KnowsEverySubcommandAndItsOptions) {
     const std::string script = readFile(kZsh);
     std::map<std::string, std::string> described;
     static const std::regex kCommand("\n        ['\"]([a-z]+):([^\n]*)['\"](?=\n)");
@@ -173,9 +173,9 @@ TEST(ZshCompletion, KnowsEveryCommandAndItsOptions) {
          ++match) {
         described[(*match)[1]] = (*match)[2];
     }
-    EXPECT_EQ(described, commands());
-    for (const std::string& command : commandNames()) {
-        EXPECT_EQ(zshOptions(script, command), optionsOf({command})) << command;
+    EXPECT_EQ(described, subcommands());
+    for (const std::string& subcommand : subcommandNames()) {
+        EXPECT_EQ(zshOptions(script, subcommand), optionsOf({subcommand})) << subcommand;
     }
 }
 

@@ -27,7 +27,7 @@ std::vector<Fields> recordsOf(std::string_view text) {
     return records;
 }
 
-// Where, and what.
+// Returns the line and the text of the error.
 std::pair<std::size_t, std::string> errorOf(std::string_view text) {
     try {
         recordsOf(text);
@@ -38,7 +38,7 @@ std::pair<std::size_t, std::string> errorOf(std::string_view text) {
     return {};
 }
 
-TEST(CsvReader, LinesEndWithEitherEndingOrTheText) {
+TEST(CsvReader, LineEndsWithCrLfOrLfOrTheText) {
     const std::vector<Fields> records = {{"a", "b"}, {"c", ""}};
     EXPECT_EQ(recordsOf("a,b\r\nc,\r\n"), records);
     EXPECT_EQ(recordsOf("a,b\nc,\n"), records);
@@ -66,7 +66,7 @@ TEST(CsvReader, NulBytesAndBytesBeyondAsciiAreText) {
     EXPECT_THAT(recordsOf(text), ElementsAre(Fields{std::string("a\0\xff", 3), "b"}));
 }
 
-TEST(CsvReader, RecordKnowsTheLineThatItBeginsIn) {
+TEST(CsvReader, RecordKnowsItsFirstLine) {
     CsvReader reader("a\n\n\"x\ny\r\nz\",b\nc\n");
     CsvReader::Record record;
     std::vector<std::size_t> lines;
@@ -76,7 +76,7 @@ TEST(CsvReader, RecordKnowsTheLineThatItBeginsIn) {
     EXPECT_THAT(lines, ElementsAre(1, 3, 6));
 }
 
-TEST(CsvReader, WhatIsNoCsvIsNamedWithItsLine) {
+TEST(CsvReader, ErrorNamesTheLine) {
     EXPECT_EQ(errorOf("a\n\"b\nc").first, 2U);
     EXPECT_THAT(errorOf("a\n\"b\nc").second, HasSubstr("does not end"));
     EXPECT_EQ(errorOf("a\nb\"c\n").first, 2U);

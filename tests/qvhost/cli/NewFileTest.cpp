@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 using testing::ExitedWithCode;
 using testing::KilledBySignal;
 
-// What becomes of an attempt: 0 where it succeeds.
+// Returns the error number of an attempt, or 0 if it succeeds.
 int errorOf(const std::string& path) {
     try {
         makeNewFile(path, "content");
@@ -39,7 +39,7 @@ int errorOf(const std::string& path) {
     _exit(error == 0 ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
-TEST(NewFile, HasItsContentForItsOwnerOnly) {
+TEST(NewFile, IsReadableByItsOwnerOnly) {
     const TestFiles files;
     for (const mode_t mask : {0U, 0277U}) {
         const std::string path = files.path(std::to_string(mask));
@@ -64,7 +64,7 @@ TEST(NewFile, LeavesNothingBesideItself) {
     EXPECT_EQ(fs::hard_link_count(files.path("file")), 1U);
 }
 
-TEST(NewFile, GetsTheDirectoriesItLacks) {
+TEST(NewFile, MissingDirectoriesAreMade) {
     const TestFiles files;
     const tests::UmaskGuard umask(0);
     for (const char* directory : {"a/b/c", "d//", "e/../f"}) {
@@ -84,7 +84,7 @@ TEST(NewFile, NameWithoutADirectoryIsInTheCurrentOne) {
     EXPECT_EQ(readFile(files.path("file")), "content");
 }
 
-TEST(NewFile, TakesTheNameOfNothingThatIsThere) {
+TEST(NewFile, ReplacesNothing) {
     const TestFiles files;
     files.write("file", "other");
     fs::create_directory(files.path("directory"));
@@ -98,7 +98,7 @@ TEST(NewFile, TakesTheNameOfNothingThatIsThere) {
     EXPECT_EQ(std::distance(fs::directory_iterator(files.path("")), {}), 3);
 }
 
-TEST(NewFile, FileIsNoDirectory) {
+TEST(NewFile, FailsBelowAFile) {
     const TestFiles files;
     files.write("file", "other");
     EXPECT_EQ(errorOf(files.path("file/name")), ENOTDIR);
@@ -127,7 +127,7 @@ TEST(NewFile, InterruptedAttemptLeavesNothing) {
     const TestFiles files;
     EXPECT_EXIT(
         {
-            // As it would be when the signal came in the middle.
+            // The signal is pending, as one that arrives in the middle is.
             sigset_t signals;
             sigemptyset(&signals);
             sigaddset(&signals, SIGINT);

@@ -27,7 +27,7 @@ using testing::Not;
 using testing::StartsWith;
 using Arguments = std::vector<std::string>;
 
-// The program as a client, of a host of its own.
+// Runs the program as a client of a host of its own.
 class QvhostClient : public testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(host_.start()) << host_.errors(); }
@@ -41,7 +41,7 @@ class QvhostClient : public testing::Test {
         return program_.run(withSocket(arguments), input);
     }
 
-    // What must succeed, and say nothing on standard error.
+    // Expects success and nothing on standard error. Returns the output.
     std::string done(const Arguments& arguments, const std::string& input = "") {
         const Outcome outcome = run(arguments, input);
         EXPECT_EQ(outcome.status, 0);
@@ -214,7 +214,7 @@ TEST_F(QvhostClient, VeryLongAddressArrivesWhole) {
     EXPECT_TRUE(done({"export"}) == csv);
 }
 
-TEST_F(QvhostClient, ImportRegistersNothingOfAFileWithAMistake) {
+TEST_F(QvhostClient, ImportOfAFileWithAMistakeRegistersNothing) {
     const std::string file = program_.files().write("a.csv", "id,address\n1,a\nx,b\n3,c\n1,d\n");
     const Outcome outcome = run({"import", file});
     EXPECT_EQ(outcome.status, 2);

@@ -42,7 +42,7 @@ TEST(QvhostCommandLine, WrongUseExitsWithTwoAndRunsNothing) {
     }
 }
 
-TEST(QvhostCommandLine, MisspeltOptionsAndCommandsGetSuggestions) {
+TEST(QvhostCommandLine, MisspeltOptionsAndSubcommandsGetSuggestions) {
     ProgramRun program;
     EXPECT_THAT(program.run({"lst"}).err, HasSubstr("did you mean 'list'?"));
     EXPECT_THAT(program.run({"initt"}).err, HasSubstr("did you mean 'init'?"));
@@ -56,7 +56,7 @@ TEST(QvhostCommandLine, MessageDrivesNoTerminal) {
                 AllOf(HasSubstr("\\x1b[2Jlist"), testing::Not(HasSubstr("\x1b"))));
 }
 
-TEST(QvhostCommandLine, HelpExplainsEveryCommandWithExamples) {
+TEST(QvhostCommandLine, HelpExplainsEverySubcommandWithExamples) {
     ProgramRun program;
     for (const char* option : {"--help", "-h"}) {
         const Outcome outcome = program.run({option});
@@ -134,7 +134,7 @@ TEST(QvhostCommandLine, ProgramWithoutItsPluginSaysWhereItLooked) {
     std::filesystem::create_directory(bin);
     std::filesystem::copy_file(QVHOST_PROGRAM, bin / "qvhost");
     program.setProgram(bin / "qvhost");
-    // The libraries that the program itself needs.
+    // These are the libraries that the program itself needs.
     program.setVariable("LD_LIBRARY_PATH", QVHOST_LIBRARY_DIR);
     program.setVariable("DYLD_LIBRARY_PATH", QVHOST_LIBRARY_DIR);
     const Outcome outcome = program.run({"info"});

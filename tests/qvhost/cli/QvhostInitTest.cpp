@@ -49,7 +49,7 @@ TEST(QvhostInit, RelativeDirectoryIsTakenFromTheCurrentOne) {
     EXPECT_EQ(program.run({"list", "--offline", "--config-dir", directory}).status, 0);
 }
 
-TEST(QvhostInit, WhatIsThereStaysAsItIs) {
+TEST(QvhostInit, ReplacesNothing) {
     ProgramRun program;
     for (const char* content : {"<plist version='1.0'><dict/></plist>", "damaged"}) {
         program.files().write("config/namingService.conf.plist", content);
@@ -86,13 +86,14 @@ TEST(QvhostInit, DirectoryThatCannotBeMadeIsNamed) {
 
 TEST(QvhostInit, FullDiskIsAFailureThatLeavesNothing) {
     ProgramRun program;
-    // The program ignores the signal by itself; ThreadSanitizer writes a file of its own before.
+    // The program ignores the signal itself, but ThreadSanitizer writes a file before that.
 #ifdef QV_SANITIZED
     const std::string ignored = "trap '' XFSZ\n";
 #else
     const std::string ignored;
 #endif
-    // A program that may write no file, which would go for its messages too.
+    // This script lets qvhost write no file. A pipe takes the messages, for which the limit would
+    // hold as well.
     const std::string limited =
         program.files().write("limited", "#!/bin/sh\n" + ignored +
                                              "ulimit -S -f 0\n"
@@ -111,7 +112,7 @@ TEST(QvhostInit, FullDiskIsAFailureThatLeavesNothing) {
     EXPECT_FALSE(fs::exists(program.files().path("new")));
 }
 
-TEST(QvhostInit, InterruptedAtAnyTimeItLeavesAWholeFileOrNothing) {
+TEST(QvhostInit, InterruptionLeavesAWholeFileOrNothing) {
     ProgramRun whole;
     fs::remove(whole.configuration());
     whole.run({"init"});

@@ -24,7 +24,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// What a change of a file or directory would alter.
+// The attributes that a change of a file or directory would alter.
 struct FileState {
     ino_t inode;
     mode_t mode;
@@ -129,7 +129,7 @@ TEST_F(QvhostOffline, LaterServiceWithTheSameIdentifierWins) {
     EXPECT_EQ(list().out, "ID  ADDRESS\n 1  new\n");
 }
 
-TEST_F(QvhostOffline, ValuesOfOtherKindsAreTakenAsThePluginTakesThem) {
+TEST_F(QvhostOffline, ValuesOfOtherTypesAreReadAsThePluginReadsThem) {
     const std::pair<const char*, const char*> cases[] = {
         {"<string>x</string>", "no services\n"},
         {"<dict/>", "no services\n"},
@@ -183,7 +183,7 @@ TEST_F(QvhostOffline, FailsIfFileAndBackupAreMissing) {
 }
 
 // The plug-in would not turn to the backup here.
-TEST_F(QvhostOffline, FailsIfWhatStandsInTheFilesPlaceIsNoFile) {
+TEST_F(QvhostOffline, FailsIfNoRegularFileStandsInTheFilesPlace) {
     writeBackup(tests::documentOf({{1, "a"}}));
     fs::remove(file());
     ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);

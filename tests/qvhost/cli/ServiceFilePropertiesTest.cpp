@@ -1,5 +1,5 @@
-// The properties that the fuzz target looks at, for files of services: the corpus, and what is
-// written, cut and changed at every place.
+// Checks the properties of the fuzz target for files of services: for the corpus, and for written
+// files that are cut and changed at every place.
 
 #include "qvhost/ServiceFileProperties.h"
 
@@ -30,7 +30,7 @@ TEST(ServiceFileProperties, HoldForTheCorpus) {
     checkCorpus("service_file_fuzz", fuzz::checkServiceFileProperties);
 }
 
-TEST(ServiceFileProperties, HoldForEveryBeginningOfWhatIsWritten) {
+TEST(ServiceFileProperties, HoldForEveryBeginningOfAWrittenFile) {
     for (const Format format : {Format::Csv, Format::Json}) {
         const std::string text = written(format);
         for (std::size_t size = 0; size <= text.size(); ++size) {
@@ -39,7 +39,7 @@ TEST(ServiceFileProperties, HoldForEveryBeginningOfWhatIsWritten) {
     }
 }
 
-TEST(ServiceFileProperties, HoldForEveryByteThatIsAnother) {
+TEST(ServiceFileProperties, HoldForAChangeOfEveryByte) {
     for (const Format format : {Format::Csv, Format::Json}) {
         const std::string text = written(format);
         for (std::size_t place = 0; place < text.size(); ++place) {

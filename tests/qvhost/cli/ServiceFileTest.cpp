@@ -58,7 +58,7 @@ TEST(ReadServices, FormatMayBeGiven) {
     EXPECT_EQ(servicesOf("[{\"id\":1,\"address\":\"a\"}]", Format::Json), (Pairs{{1, "a"}}));
 }
 
-TEST(ReadServices, ZeroBytesAreRefusedBecauseNothingBehindThemIsSaved) {
+TEST(ReadServices, AddressWithAZeroByteIsRefused) {
     EXPECT_THAT(problemsOf("[{\"id\":1,\"address\":\"a\\u0000b\"}]"),
                 ElementsAre(HasSubstr("file:1: the address holds a zero byte")));
     EXPECT_THAT(problemsOf(std::string("id,address\n1,a\0b\n", 17)),
@@ -74,7 +74,7 @@ TEST(ReadServices, ByteOrderMarkIsNoText) {
                 ElementsAre("file:1: the first line must be id,address"));
 }
 
-TEST(ReadServices, WhatIsWrittenIsReadBack) {
+TEST(ReadServices, WrittenServicesAreReadBack) {
     const std::vector<Service> services = {
         {-2147483648, ""}, {-1, "a,b"},          {0, "\"quoted\""},
         {1, "x\r\ny\nz"},  {2, " a "},           {3, "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"},
@@ -88,7 +88,7 @@ TEST(ReadServices, WhatIsWrittenIsReadBack) {
     }
 }
 
-TEST(ReadServices, IdentifiersInCsvAreWrittenAsEverywhere) {
+TEST(ReadServices, IdentifiersInCsvMayBeHexadecimal) {
     EXPECT_EQ(servicesOf("id,address\n0x10,a\n"), (Pairs{{16, "a"}}));
 }
 
@@ -107,7 +107,7 @@ TEST(ReadServices, LinesInsideQuotationMarksCount) {
     EXPECT_THAT(problemsOf("id,address\n1,\"a\nb\"\nx,c\n"), ElementsAre(HasSubstr("file:4: ")));
 }
 
-TEST(ReadServices, CsvWithoutItsHeaderIsNone) {
+TEST(ReadServices, CsvNeedsItsHeader) {
     for (const char* text : {"", "\n", "1,a\n", "ID,ADDRESS\n", "address,id\n", "id\n"}) {
         EXPECT_THAT(problemsOf(text), ElementsAre(HasSubstr("the first line must be id,address")))
             << text;
@@ -119,7 +119,7 @@ TEST(ReadServices, DamagedCsvIsNamed) {
                 ElementsAre("file:2: the quotation that begins here does not end"));
 }
 
-TEST(ReadServices, IdentifierThatIsThereTwiceIsNamedWithBothLines) {
+TEST(ReadServices, IdentifierThatOccursTwiceIsNamedWithBothLines) {
     EXPECT_THAT(problemsOf("id,address\n5,a\n6,b\n5,a\n"),
                 ElementsAre("file:4: identifier 5 occurs twice, first in line 2"));
     EXPECT_THAT(problemsOf("[{\"id\":5,\"address\":\"a\"},\n\n{\"id\":5,\"address\":\"b\"}]"),
@@ -180,7 +180,7 @@ TEST(ReadServices, DamagedJsonIsNamedWithItsLine) {
                 ElementsAre(SizeIs(Le(std::size_t{300}))));
 }
 
-TEST(ReadServices, WhatIsNoJsonIsShownInWholeCharacters) {
+TEST(ReadServices, DamagedJsonIsShownInWholeCharacters) {
     EXPECT_THAT(problemsOf("[{\xe2\x80\x9cid\xe2\x80\x9d:1}]"),
                 ElementsAre(HasSubstr("last read: '[{\xe2\x80\x9c'")));
     EXPECT_THAT(problemsOf("[\xc3\xa9"), ElementsAre(HasSubstr("last read: '[\xc3\xa9'")));
@@ -204,7 +204,7 @@ TEST(ReadServices, DeepJsonEndsAtItsFirstWrongPlace) {
     EXPECT_THAT(problemsOf(std::string(1000000, '[')), SizeIs(1));
 }
 
-TEST(ReadServices, FileThatIsNoListSaysNoMoreThanIsOfUse) {
+TEST(ReadServices, NoMoreThanTenMistakesAreTold) {
     std::string text = "id,address\n";
     for (int i = 0; i < 1000; ++i) {
         text += "nonsense\n";
@@ -214,7 +214,7 @@ TEST(ReadServices, FileThatIsNoListSaysNoMoreThanIsOfUse) {
     EXPECT_EQ(problems.back(), "file:12: more is wrong from here on");
 }
 
-TEST(ReadWholeFile, SaysWhyItCannot) {
+TEST(ReadWholeFile, FailureIsExplained) {
     const TestFiles files;
     EXPECT_EQ(readWholeFile(files.write("a", std::string("x\0y", 3))), std::string("x\0y", 3));
     try {

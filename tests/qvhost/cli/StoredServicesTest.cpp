@@ -44,7 +44,7 @@ class StoredServicesTest : public testing::Test {
 
     StoredServices file() const { return StoredServices(path()); }
 
-    // What make() says against it.
+    // Returns the error of make().
     std::string refusal() const {
         try {
             file().make();
@@ -58,7 +58,7 @@ class StoredServicesTest : public testing::Test {
     TestFiles files_;
 };
 
-TEST_F(StoredServicesTest, MadeOneIsWhatASaveWouldWrite) {
+TEST_F(StoredServicesTest, NewFileIsTheOneThatASaveWouldWrite) {
     file().make();
     EXPECT_EQ(file().problem(), "");
     EXPECT_EQ(tests::modeOf(path()), 0600U);
@@ -74,16 +74,16 @@ TEST_F(StoredServicesTest, MissingDirectoriesAreMade) {
     EXPECT_EQ(tests::modeOf(files_.path("a/b")) & 07027U, 0U);
 }
 
-TEST_F(StoredServicesTest, MissingOneSaysWhoMakesIt) {
+TEST_F(StoredServicesTest, ProblemOfAMissingFileNamesInit) {
     EXPECT_EQ(file().problem(), path() + " does not exist (qvhost init makes it)");
 }
 
-TEST_F(StoredServicesTest, LinkToNothingIsNotForInitToMend) {
+TEST_F(StoredServicesTest, ProblemOfALinkToNothingDoesNotNameInit) {
     fs::create_symlink(files_.path("nowhere"), path());
     EXPECT_EQ(file().problem(), path() + " does not exist");
 }
 
-TEST_F(StoredServicesTest, WhatThePluginCouldNotLoadIsAProblem) {
+TEST_F(StoredServicesTest, DamagedFileIsAProblem) {
     for (const char* content :
          {"", "text", "<plist><array/></plist>", "<plist><dict>", "bplist00"}) {
         write(content);
@@ -94,7 +94,7 @@ TEST_F(StoredServicesTest, WhatThePluginCouldNotLoadIsAProblem) {
     EXPECT_EQ(file().problem(), "");
 }
 
-TEST_F(StoredServicesTest, WhatIsNoFileIsAProblemAndNotWaitedFor) {
+TEST_F(StoredServicesTest, PipeOrDirectoryIsAProblemAndNotWaitedFor) {
     ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
     EXPECT_THAT(file().problem(), HasSubstr(" is no property list"));
     fs::remove(path());
@@ -102,7 +102,7 @@ TEST_F(StoredServicesTest, WhatIsNoFileIsAProblemAndNotWaitedFor) {
     EXPECT_THAT(file().problem(), HasSubstr(" is no property list"));
 }
 
-TEST_F(StoredServicesTest, FileThatMayNotBeUsedIsAProblem) {
+TEST_F(StoredServicesTest, FileWithoutPermissionIsAProblem) {
     write(kEmpty);
     fs::permissions(files_.path(""), fs::perms(0755));
     fs::permissions(files_.path("config"), fs::perms(0755));
@@ -122,7 +122,7 @@ TEST_F(StoredServicesTest, FileThatMayNotBeUsedIsAProblem) {
                 "plist cannot be read: Permission denied");
 }
 
-TEST_F(StoredServicesTest, WhatIsThereStaysAsItIs) {
+TEST_F(StoredServicesTest, MakeReplacesNothing) {
     for (const char* content : {kEmpty, "damaged", ""}) {
         write(content);
         EXPECT_EQ(refusal(), path() + " exists already and is left as it is");
@@ -151,7 +151,7 @@ TEST_F(StoredServicesTest, BackupThatCannotBeLoadedIsNamed) {
     EXPECT_FALSE(fs::exists(path()));
 }
 
-TEST_F(StoredServicesTest, FileInTheBackupsDirectorysPlaceIsNoBackup) {
+TEST_F(StoredServicesTest, FileInThePlaceOfTheBackupDirectoryIsNoBackup) {
     files_.write("config/backup", "");
     file().make();
     EXPECT_EQ(file().problem(), "");
