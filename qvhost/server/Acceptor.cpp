@@ -20,7 +20,7 @@ namespace qv::host {
 
 namespace {
 
-// For the system to get again what it was short of.
+// Gives the system time to free what it is short of.
 constexpr std::chrono::milliseconds kPause(100);
 
 }  // namespace
@@ -36,7 +36,7 @@ Acceptor::Acceptor(asio::io_context& own, ClientThreads& threads, int descriptor
     acceptor_.non_blocking(true);
 }
 
-// Not for the client itself: which thread has the fewest is known when it is there.
+// Waits until a client can be accepted. Only then is it known which thread has the fewest clients.
 void Acceptor::wait() {
     acceptor_.async_wait(asio::socket_base::wait_read, [this](const asio::error_code& failure) {
         if (stopped_) {
@@ -80,13 +80,13 @@ void Acceptor::admit(ClientSocket socket, ClientThread& thread) {
         }
         serve_(std::move(socket), thread);
     } catch (const std::exception& error) {
-        // No memory for this one, or gone already.
+        // There is no memory for this client, or it has gone already.
         reportError(fmt::format("cannot serve a client: {}", error.what()));
     }
 }
 
 void Acceptor::pause(const asio::error_code& error) {
-    // Once, not ten times a second.
+    // Reports this once, not ten times a second.
     if (!std::exchange(paused_, true)) {
         reportError(fmt::format("clients have to wait: cannot accept them: {}", error.message()));
     }

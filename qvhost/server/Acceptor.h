@@ -1,5 +1,5 @@
-// Takes the clients that connect, turns those away that may not come in, and goes on whatever the
-// system is short of.
+// Accepts clients and refuses those that may not connect. Keeps trying if the system is short of
+// memory or descriptors.
 #ifndef QVHOST_SERVER_ACCEPTOR_H
 #define QVHOST_SERVER_ACCEPTOR_H
 
@@ -20,15 +20,15 @@ class Acceptor {
   public:
     using Serve = std::function<void(ClientSocket, ClientThread&)>;
 
-    // Waits in `own` for clients of `threads`, at the descriptor, which becomes its own. Throws
-    // std::system_error.
+    // Takes over the descriptor, which listens. Waits in the context `own` for clients, which get a
+    // thread of `threads`. Throws std::system_error.
     Acceptor(asio::io_context& own, ClientThreads& threads, int descriptor,
              const ClientList& clients, const ServerSettings& settings, Serve serve);
 
     void start() { wait(); }
 
-    // Takes no more. Those that are connected already come in first where the socket goes with the
-    // host; they stay for its successor where it does not.
+    // Accepts no more clients. If `last`, the socket ends with the host, so accepts those that wait
+    // first. Otherwise they wait for the next host.
     void stop(bool last);
 
   private:

@@ -33,7 +33,8 @@ bool holds(const List& list, const Value& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
-// All ones is no identifier: it stands for none in the system's calls.
+// Returns the number in a text. The largest number is none: it stands for no user or group in the
+// system's calls.
 template <typename Id>
 std::optional<Id> numberIn(const std::string& text) {
     static_assert(std::is_unsigned_v<Id>);
@@ -47,7 +48,7 @@ std::optional<Id> numberIn(const std::string& text) {
 }
 
 #ifdef SO_PEERGROUPS
-// One that belongs to no further group has an empty list.
+// Returns the supplementary groups of the process, which may be none.
 std::vector<gid_t> furtherGroupsOf(int socket) {
     std::vector<gid_t> groups(32);
     for (;;) {
@@ -103,7 +104,7 @@ bool mayUse(const Peer& peer, uid_t owner, const AccessRules& rules) {
 }
 
 uid_t userNamed(const std::string& name) {
-    // A name may consist of digits, and is one then.
+    // A name may consist of digits, so look for a name first.
     if (const passwd* const user = getpwnam(name.c_str())) {
         return user->pw_uid;
     }

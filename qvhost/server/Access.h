@@ -1,4 +1,4 @@
-// Who may use the host: its own user and root, and whoever the rules name.
+// Decides who may use the host: root, its own user, and those whom the rules name.
 #ifndef QVHOST_SERVER_ACCESS_H
 #define QVHOST_SERVER_ACCESS_H
 
@@ -16,19 +16,19 @@ struct AccessRules {
     bool forOwnerOnly() const { return users.empty() && groups.empty(); }
 };
 
-// The process at the other end of a socket, as it was when it connected.
+// The user and groups of the process at the other end of a socket, as they were when it connected.
 struct Peer {
     uid_t user = 0;
-    std::vector<gid_t> groups;  // its own first
+    std::vector<gid_t> groups;  // the primary group is the first
 };
 
-// Throws std::system_error.
+// Returns the credentials that the system tells. Throws std::system_error.
 Peer peerOf(int socket);
 
 bool mayUse(const Peer& peer, uid_t owner, const AccessRules& rules);
 
-// From a name or a number. A number need not be anybody's. Throws std::runtime_error, with a line
-// for a person, when there is no such user or group.
+// Each takes a name or a number and returns the number, which need not belong to anybody. Throws
+// std::runtime_error, with a line for a person, if there is no user or group of this name.
 uid_t userNamed(const std::string& name);
 gid_t groupNamed(const std::string& name);
 

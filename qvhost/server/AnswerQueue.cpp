@@ -10,7 +10,7 @@ namespace qv::host {
 
 namespace {
 
-// From here on a piece of its own costs less than the copy.
+// From this length on, another piece costs less than a copy.
 constexpr std::size_t kLong = std::size_t{16} * 1024;
 
 }  // namespace

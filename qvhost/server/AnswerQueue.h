@@ -1,5 +1,5 @@
-// Answers on their way to a client. They go out together, in their order; a long one is sent from
-// the plug-in's own buffer, without a copy.
+// Collects answers to a client, which are sent together and in their order. A long answer is sent
+// from the plug-in's own buffer without a copy.
 #ifndef QVHOST_SERVER_ANSWER_QUEUE_H
 #define QVHOST_SERVER_ANSWER_QUEUE_H
 
@@ -17,26 +17,26 @@ namespace qv::host {
 
 class AnswerQueue {
   public:
-    // Each throws std::bad_alloc. What the queue holds is not to be sent then.
+    // Each throws std::bad_alloc. Do not send the content of the queue then.
     void append(uint32_t code, uint32_t number, std::string_view bytes = {});
     void append(uint32_t number, Plugin::Answer answer);
 
-    // What to send, piece after piece. Stands until the queue is changed.
+    // Returns the bytes to send, in pieces. They are valid until the queue changes.
     std::vector<std::string_view> pieces() const;
 
-    // In bytes.
+    // Returns the number of bytes.
     std::size_t size() const { return size_; }
 
     void clear();
 
   private:
-    // Headers and short answers, and the long answer that ends them.
+    // Holds headers and short answers, and the long answer after them.
     struct Part {
         std::string bytes;
         std::optional<Plugin::Answer> last;
     };
 
-    // The part that is still open.
+    // Returns the bytes of the part that has no long answer yet.
     std::string& bytes();
     void appendHeader(uint32_t code, std::size_t length, uint32_t number);
 

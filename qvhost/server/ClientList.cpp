@@ -103,7 +103,7 @@ bool ConnectedClient::isReadyFor(bool reading) const {
 }
 
 void ConnectedClient::shutDown(int how) const {
-    // Fails when the other end has gone, which its reader or writer hears by itself.
+    // Fails if the other end has gone, which the reader or writer of the socket learns as well.
     static_cast<void>(::shutdown(socket_, how));
 }
 

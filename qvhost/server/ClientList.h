@@ -1,6 +1,6 @@
-// What others than a client's own thread may know and do about it: for how long it may be waited
-// for, and how it is parted with. Whoever serves the client sees that its socket ended, and asks
-// for the reason then.
+// Lists the connected clients. Other threads than a client's own end its connection here: when the
+// client takes too long, and when the host stops. The client's own thread sees that the socket
+// ended and asks for the reason.
 #ifndef QVHOST_SERVER_CLIENT_LIST_H
 #define QVHOST_SERVER_CLIENT_LIST_H
 
@@ -22,17 +22,17 @@ class ClientList {
 
     std::size_t count() const;
 
-    // Parts with those that are overdue.
+    // Ends the connections of clients that take too long.
     void sweep(Clock::time_point now);
 
-    // From all: what has arrived is all that will. `emptied` is called, on any thread, when the
-    // last has gone. Nobody may join afterwards.
+    // Receives nothing more from any client. Requests that have arrived are still answered. Calls
+    // `emptied` on any thread when the last client has gone. No client may join afterwards.
     void stop(std::function<void()> emptied);
 
-    // Ends every conversation, what is owed to the client included.
+    // Ends every connection at once, even if answers are not sent yet.
     void drop();
 
-    // Nobody is told any more when the last has gone.
+    // Forgets the function that stop() was given.
     void forget();
 
   private:
@@ -52,36 +52,37 @@ class ConnectedClient {
 
     enum class Ending { ByItself, TimedOut, Stopped };
 
-    // In the list for as long as it lives. The socket must be open for longer.
+    // Is in the list for as long as it lives. The socket must stay open for longer.
     ConnectedClient(ClientList& list, int socket);
     ~ConnectedClient();
 
     ConnectedClient(const ConnectedClient&) = delete;
     ConnectedClient& operator=(const ConnectedClient&) = delete;
 
-    // What it is waited for, and until when; a time of nothing since the epoch is for ever. When
-    // the time is over, nothing more is read from it, or neither read nor written.
+    // Tell what the host waits for, and until when. The epoch stands for no bound. When the time is
+    // over, the host reads nothing more from a client that it reads from, and ends the connection
+    // of a client that it writes to.
     void reads(Clock::time_point until) { watch(until.time_since_epoch().count()); }
     void writes(Clock::time_point until) { watch(-until.time_since_epoch().count()); }
     void works() { watch(0); }
 
     Ending ending() const { return ending_.load(); }
 
-    // For the list alone, which knows that the socket is open.
+    // Only the list calls these, because it knows that the socket is open.
     void sweep(Clock::time_point now);
     void stop();
     void drop();
 
   private:
     void watch(Clock::rep until) { watch_.store(until); }
-    // Whether it has done what it is waited for, and its thread just has not come to it.
+    // Tells whether the client has acted and only its thread is late.
     bool isReadyFor(bool reading) const;
     void shutDown(int how) const;
 
     ClientList& list_;
     const int socket_;
-    // Time and direction in one, so that no sweep mistakes one for the other: positive while it is
-    // read from, negative while it is written to.
+    // Holds time and direction in one value, so that a sweep sees both at once: positive while the
+    // host reads, negative while it writes, 0 for no bound.
     std::atomic<Clock::rep> watch_{0};
     std::atomic<Ending> ending_{Ending::ByItself};
 };

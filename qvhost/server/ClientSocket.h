@@ -1,4 +1,4 @@
-// A client's socket. Naming the executor spares what a socket of any executor costs.
+// Names the type of a client's socket. A socket of any executor would cost more.
 #ifndef QVHOST_SERVER_CLIENT_SOCKET_H
 #define QVHOST_SERVER_CLIENT_SOCKET_H
 

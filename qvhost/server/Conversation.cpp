@@ -42,8 +42,8 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
     void read();
 
   private:
-    // What is done when a read or a write has ended. Memory that is short for this client must not
-    // end the thread, and there may be none to tell the client.
+    // Carries out a step after a read or a write. If memory runs out for this client, ends the
+    // connection, but not the thread. There may be no memory to tell the client.
     template <typename Step>
     void go(Step step) {
         try {
@@ -61,7 +61,7 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
     void end();
     void refuse(uint32_t code, std::string_view text);
 
-    // In this order: the client must leave its list before the socket is closed.
+    // The order matters: the client must leave its list before the socket closes.
     ClientSocket socket_;
     ConnectedClient client_;
     ClientThreads& threads_;
@@ -70,13 +70,12 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
     const ServerSettings& settings_;
     FrameReader reader_;
     AnswerQueue answers_;
-    ConnectedClient::Clock::time_point
-        partSince_;  // when the request that is not complete began to arrive
+    ConnectedClient::Clock::time_point partSince_;  // when an incomplete request began to arrive
     bool partial_ = false;
     bool refused_ = false;
 };
 
-// A time to come, or for ever.
+// Returns the end of a time, or the epoch for no bound.
 ConnectedClient::Clock::time_point after(ConnectedClient::Clock::time_point begin,
                                          std::chrono::milliseconds time) {
     return time.count() == 0 ? ConnectedClient::Clock::time_point() : begin + time;
@@ -161,8 +160,8 @@ void Conversation::write() {
         pieces.emplace_back(piece.data(), piece.size());
     }
     asio::error_code error;
-    // Mostly all of it fits the socket, and nobody needs to wait. One piece costs the
-    // system less than a list of one.
+    // Usually all answers fit the socket, so that nothing has to wait. One piece costs the
+    // system less than a list of one piece.
     std::size_t count = pieces.size() == 1 ? socket_.write_some(pieces.front(), error)
                                            : socket_.write_some(pieces, error);
     if (count == answers_.size()) {
@@ -202,14 +201,14 @@ void Conversation::written() {
     } else if (reader_.empty()) {
         readMore();
     } else {
-        // Other clients wait for this thread, and the stack has an end.
+        // Posting lets other clients use this thread, and keeps the stack short.
         asio::post(socket_.get_executor(),
                    [self = shared_from_this()] { self->go([&] { self->execute(); }); });
     }
 }
 
 void Conversation::end() {
-    // One whose answers cannot be sent has nothing to be told; what they were is half sent.
+    // Half an answer may have been sent, so nothing else can be said to the client.
     if (answers_.size() != 0) {
         sayGoodbye(socket_.native_handle());
         return;

@@ -1,6 +1,6 @@
-// One client's conversation: reads requests, has them executed, sends the answers. It lives until
-// the client or the host ends it, and nobody keeps it. At any time it reads, or executes, or
-// writes, so that it needs no lock on whatever thread it is.
+// Serves one client: reads requests, has them executed and sends the answers. A conversation owns
+// itself and lives until the client or the host ends it. At any time it either reads, executes or
+// writes, so it needs no lock, although its thread may change.
 #ifndef QVHOST_SERVER_CONVERSATION_H
 #define QVHOST_SERVER_CONVERSATION_H
 
@@ -12,8 +12,9 @@
 
 namespace qv::host {
 
-// Begins it, with a socket of the thread's context. All but the socket must outlive that. Throws
-// std::bad_alloc and std::system_error, with the socket closed.
+// Begins a conversation. The socket must belong to the context of the thread. All other arguments
+// must outlive that context. Closes the socket and throws std::bad_alloc or std::system_error if
+// that fails.
 void serveClient(ClientSocket socket, ClientThreads& threads, ClientThread& thread,
                  ClientList& clients, PluginService& service, const ServerSettings& settings);
 

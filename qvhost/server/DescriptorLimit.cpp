@@ -20,7 +20,7 @@ std::size_t raiseDescriptorLimit() {
     rlimit raised = limit;
     raised.rlim_cur = limit.rlim_max;
 #ifdef __APPLE__
-    // More than this is refused, whatever the hard limit says.
+    // The system refuses more, whatever the hard limit says.
     raised.rlim_cur = std::min<rlim_t>(raised.rlim_cur, OPEN_MAX);
 #endif
     if (raised.rlim_cur > limit.rlim_cur && setrlimit(RLIMIT_NOFILE, &raised) == 0) {

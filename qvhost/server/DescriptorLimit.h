@@ -1,4 +1,4 @@
-// How many files and sockets the host may have open at once.
+// Raises the number of descriptors that the host may have open.
 #ifndef QVHOST_SERVER_DESCRIPTOR_LIMIT_H
 #define QVHOST_SERVER_DESCRIPTOR_LIMIT_H
 
@@ -6,7 +6,7 @@
 
 namespace qv::host {
 
-// Raises the limit as far as the system lets an ordinary process, and returns it.
+// Raises the limit as far as an ordinary process may, and returns it.
 std::size_t raiseDescriptorLimit();
 
 }  // namespace qv::host

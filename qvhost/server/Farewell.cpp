@@ -10,7 +10,7 @@ namespace qv::host {
 
 void sayGoodbye(int socket) {
     static_cast<void>(::shutdown(socket, SHUT_RDWR));
-    // Nothing more arrives, so this ends.
+    // The loop ends, because nothing more arrives.
     char ignored[4096];
     ssize_t count = 0;
     do {

@@ -1,4 +1,4 @@
-// The last words to a client.
+// Ends the connection to a client.
 #ifndef QVHOST_SERVER_FAREWELL_H
 #define QVHOST_SERVER_FAREWELL_H
 
@@ -7,11 +7,12 @@
 
 namespace qv::host {
 
-// Ends both directions and takes what the client had still sent, since closing a socket with unread
-// bytes in it is an error to the other end, which might then not read the last answer.
+// Ends both directions and reads what the client has still sent. Closing a socket with unread bytes
+// causes an error at the other end, which might then not read the last answer.
 void sayGoodbye(int socket);
 
-// Tells a client that was not let in why. Never waits: what is sent first fits the socket.
+// Tells a client why it was refused, and ends the connection. Never waits, because the first bytes
+// always fit the socket.
 void turnAway(int socket, uint32_t code, std::string_view text);
 
 }  // namespace qv::host

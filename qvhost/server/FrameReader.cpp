@@ -9,7 +9,7 @@
 namespace qv::host {
 
 void FrameReader::resize(std::size_t capacity) {
-    // Moves no page of a long request.
+    // realloc() need not copy the pages of a long request.
     void* const moved = std::realloc(buffer_.get(), capacity);
     if (moved == nullptr) {
         throw std::bad_alloc();

@@ -1,11 +1,11 @@
-// Takes bytes as they arrive and gives the requests that are complete in them:
+// Takes bytes as they arrive and returns the complete requests in them:
 //
 //     const FrameReader::Space space = reader.space();
 //     reader.received(read(socket, space.bytes, space.size));
 //     while (const std::optional<Frame> frame = reader.next()) ...
 //
-// What a header announces costs nothing before it arrives: the buffer is never more than twice as
-// long as what is in it, but for its smallest size.
+// The length in a header costs no memory before the bytes arrive: beyond its smallest size, the
+// buffer is at most twice as long as its content.
 #ifndef QVHOST_SERVER_FRAME_READER_H
 #define QVHOST_SERVER_FRAME_READER_H
 
@@ -32,20 +32,20 @@ class FrameReader {
         std::size_t size = 0;
     };
 
-    // A request may bring up to `maxLength` bytes after its header.
+    // A request may have up to `maxLength` bytes after its header.
     explicit FrameReader(uint32_t maxLength) : maxLength_(maxLength) {}
 
-    // Where the next bytes go; never empty. Ends the life of the frames given. Throws
-    // std::bad_alloc, with what arrived kept.
+    // Returns the space for the next bytes, which is never empty. Frames that next() returned are
+    // not valid any more. Throws std::bad_alloc and keeps the bytes that have arrived.
     Space space();
 
     void received(std::size_t count) { end_ += count; }
 
-    // The next complete request, whose bytes stand until space() is called. None when there is
-    // none, or when the one that comes next is too long.
+    // Returns the next complete request, which is valid until space() is called. Returns nothing if
+    // there is none, or if the next one is too long.
     std::optional<Frame> next();
 
-    // The header of the request that has begun to arrive and is not complete, when it has arrived.
+    // Returns the header of the incomplete request, if that header has arrived.
     std::optional<QvFrameHeader> header() const;
 
     bool empty() const { return begin_ == end_; }
@@ -62,7 +62,7 @@ class FrameReader {
 
     std::unique_ptr<char, Release> buffer_;
     std::size_t capacity_ = 0;
-    std::size_t begin_ = 0;  // of what was not given yet
+    std::size_t begin_ = 0;  // of the bytes that next() has not returned
     std::size_t end_ = 0;
     uint32_t maxLength_;
 };

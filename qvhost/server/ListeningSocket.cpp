@@ -52,7 +52,7 @@ system::Descriptor makeSocket() {
     return made;
 }
 
-// Nobody else has the lock, but a program that knows of none may listen there.
+// Tells whether a program listens at the path. A program that is no host takes no lock.
 bool somebodyListens(const std::string& path) {
     const sockaddr_un address = addressOf(path);
     const system::Descriptor descriptor = makeSocket();
@@ -107,8 +107,8 @@ ListeningSocket::~ListeningSocket() {
     remove();
 }
 
-// The file goes when its host ends, so a host that waited for it may hold the lock of a file that
-// is no longer there, while a third one makes it anew.
+// Takes the lock. A host removes the lock file when it ends. So a second host may lock a file that
+// has gone, while a third one makes a new file. Then try again.
 void ListeningSocket::takeLock() {
     const std::string name = path_ + ".lock";
     for (;;) {

@@ -1,5 +1,5 @@
-// The socket that clients connect to, and the file that it is. One host has it at a time: a lock on
-// a file beside it tells a host that runs from one that was killed and left its socket.
+// Makes the socket that clients connect to, and its file. Only one host has the socket at a time. A
+// lock on a file beside the socket tells a running host from a killed host that left its socket.
 #ifndef QVHOST_SERVER_LISTENING_SOCKET_H
 #define QVHOST_SERVER_LISTENING_SOCKET_H
 
@@ -12,16 +12,16 @@ namespace qv::host {
 
 class ListeningSocket {
   public:
-    // Makes the file, and the directories it lacks, for the owner alone or for everybody. Replaces
-    // what a killed host left. Nobody can connect yet. Throws std::runtime_error, with nothing
-    // changed, when another host has it or when anything but a socket stands there.
+    // Makes the file, for the owner alone or for everybody, and the missing directories. Replaces
+    // the socket of a killed host. Nobody can connect yet. Throws std::runtime_error and changes
+    // nothing if another host has the socket, or if anything but a socket stands there.
     ListeningSocket(std::string path, bool forOwnerOnly);
 
-    // A socket that listens already and is somebody else's to remove. Throws std::runtime_error
-    // when it is none.
+    // Uses a socket that listens already and that somebody else removes. Throws std::runtime_error
+    // if the descriptor is no such socket.
     explicit ListeningSocket(int descriptor);
 
-    // Removes the file if it is still this one.
+    // Removes the file if it is still the one that this object made.
     ~ListeningSocket();
 
     ListeningSocket(const ListeningSocket&) = delete;
@@ -29,15 +29,15 @@ class ListeningSocket {
 
     void listen() const;
 
-    // Gives the descriptor away; the file stays this object's.
+    // Gives the descriptor to the caller. The object still removes the file.
     int release();
 
     const std::string& path() const { return path_; }
 
-    // Whether it was made here.
+    // Tells whether this object made the socket.
     bool own() const { return static_cast<bool>(lock_); }
 
-    // Removes the file, if it is still this one; the destructor does nothing then.
+    // Removes the file if it is still the one that this object made.
     void remove() noexcept;
 
   private:

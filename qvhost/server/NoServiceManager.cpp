@@ -1,4 +1,4 @@
-// Where there is no systemd.
+// Does nothing, for systems without systemd.
 #include "server/ServiceManager.h"
 
 namespace qv::host {

@@ -46,7 +46,7 @@ void PluginService::answer(const Frame& request, AnswerQueue& answers) {
     if (answer) {
         answers.append(number, std::move(*answer));
     } else {
-        // What the plug-in threw may hold any bytes.
+        // A text that the plug-in threw may hold any bytes.
         answers.append(problem, number, text::escaped(text));
     }
 }

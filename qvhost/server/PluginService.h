@@ -1,5 +1,5 @@
-// The plug-in as the clients use it: answers their requests, on as many threads as there are, and
-// is finalised and initialised again in between.
+// Executes the clients' requests on the plug-in, on any number of threads. Reloads the plug-in
+// between requests.
 #ifndef QVHOST_SERVER_PLUGIN_SERVICE_H
 #define QVHOST_SERVER_PLUGIN_SERVICE_H
 
@@ -17,25 +17,25 @@ namespace qv::host {
 
 class PluginService {
   public:
-    // `initialize` initialises the plug-in, or throws std::exception.
+    // `initialize` initialises the plug-in. It may throw std::exception.
     PluginService(Plugin& plugin, std::function<void()> initialize)
         : plugin_(plugin), initialize_(std::move(initialize)) {}
 
     void initialize();
     void finalize() { plugin_.finalize(); }
 
-    // Executes a request and appends its answer, whatever the plug-in makes of it. Waits while the
-    // plug-in is reloaded. Throws std::bad_alloc when there is no memory for the answer; what was
-    // asked for is done then.
+    // Executes a request and appends its answer, also if the plug-in fails. Waits while the plug-in
+    // is reloaded. Throws std::bad_alloc if there is no memory for the answer. The request is
+    // executed then.
     void answer(const Frame& request, AnswerQueue& answers);
 
-    // Keeps requests out from now on; `emptied` is called, on any thread, when none is executed any
-    // more. Then reload() is to be called, which lets them in again whether or not it worked. It
-    // returns what went wrong, as lines for a person.
+    // Makes requests wait from now on. Calls `emptied` on any thread when no request is executed
+    // any more. The caller must call reload() then. That lets requests in again, also if it fails,
+    // and returns what went wrong as lines for a person.
     void closeForReload(std::function<void()> emptied) { gate_.close(std::move(emptied)); }
     std::vector<std::string> reload();
 
-    // Whether the plug-in is initialised. For the thread that reloads it.
+    // Tells whether the plug-in is initialised. Only the thread that reloads it may ask.
     bool works() const { return works_; }
 
   private:

@@ -1,7 +1,7 @@
-// Lets any number of requests into the plug-in at once, and keeps them out of it while it is
-// finalised and initialised again. A standard shared mutex may let requests in for as long as they
-// keep coming, so that a busy host would never reload; here nobody enters once it is closed. And
-// who closes it does not wait: it is called when the last request has left.
+// Lets any number of requests into the plug-in at once, and makes them wait while the plug-in is
+// reloaded. A standard shared mutex may let requests in for as long as they keep coming, so that a
+// busy host would never reload. This gate lets no request in once it is closed. The thread that
+// closes the gate does not wait, but is called when the last request has left.
 #ifndef QVHOST_SERVER_RELOAD_GATE_H
 #define QVHOST_SERVER_RELOAD_GATE_H
 
@@ -14,7 +14,7 @@ namespace qv::host {
 
 class ReloadGate {
   public:
-    // Inside for as long as it lives. Waits while the gate is closed.
+    // Is inside the gate for as long as it lives. Waits while the gate is closed.
     class Pass {
       public:
         explicit Pass(ReloadGate& gate) : gate_(gate) { gate_.enter(); }
@@ -27,8 +27,8 @@ class ReloadGate {
         ReloadGate& gate_;
     };
 
-    // `emptied` is called once, on this thread or on that of the request that leaves last. It must
-    // not throw, nor use the gate before it has returned. Not to be called while closed.
+    // Closes the gate. Calls `emptied` once, on this thread or on that of the last request to
+    // leave. It must neither throw nor use the gate. Must not be called while the gate is closed.
     void close(std::function<void()> emptied);
 
     void open();

@@ -32,8 +32,8 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-// What is open besides the clients and their threads: the socket, its lock, the plug-in's files,
-// and to spare.
+// The descriptors besides those of the clients and their threads: the socket, its lock, the
+// plug-in's files, and some spare ones.
 constexpr std::size_t kOtherDescriptors = 64;
 
 std::unique_ptr<ListeningSocket> takeSocket(const ServerSettings& settings) {
@@ -43,7 +43,8 @@ std::unique_ptr<ListeningSocket> takeSocket(const ServerSettings& settings) {
                : std::make_unique<ListeningSocket>(settings.socket, settings.access.forOwnerOnly());
 }
 
-// Often enough that no bound is exceeded by more than a quarter, or by a second.
+// Returns how often to look for slow clients: no bound is exceeded by more than a quarter, or by a
+// second.
 Milliseconds sweepInterval(const ServerSettings& settings) {
     constexpr Milliseconds kShortest(10);
     constexpr Milliseconds kLongest(1000);
@@ -58,8 +59,8 @@ Milliseconds sweepInterval(const ServerSettings& settings) {
 
 }  // namespace
 
-// The clients' requests run on threads of their own, all of which may be inside the plug-in;
-// signals, times and new clients do not wait for them, since they have the thread that calls run().
+// Executes the clients' requests on threads of their own, all of which may be inside the plug-in.
+// The thread that calls run() handles signals, times and new clients, which so need not wait.
 class Server::Work {
   public:
     Work(Plugin& plugin, ServerSettings settings, std::function<void()> initialize)
@@ -67,7 +68,7 @@ class Server::Work {
           descriptorLimit_(raiseDescriptorLimit()),
           service_(plugin, std::move(initialize)),
           threads_(settings_.threads),
-          // Before there is a socket to leave behind.
+          // A signal before this line ends the process, which has no socket to leave behind.
           stopSignals_(control_, SIGTERM, SIGINT),
           reloadSignals_(control_, SIGHUP),
           sweepTimer_(control_),
@@ -88,11 +89,11 @@ class Server::Work {
     std::string status() const;
 
     const ServerSettings settings_;
-    // Before the threads open theirs.
+    // Comes before the threads open their descriptors.
     const std::size_t descriptorLimit_;
     PluginService service_;
     ClientList clients_;
-    // What the clients that are left use goes after them.
+    // Clients that are left use the members above, which must outlive them.
     ClientThreads threads_;
     asio::io_context control_{1};
     asio::signal_set stopSignals_;
@@ -132,7 +133,7 @@ void Server::Work::run() {
         control_.run();
     } catch (...) {
         threads_.abandon();
-        // Those that are left go after what would be told of it.
+        // The remaining clients go after the object that would be told.
         clients_.forget();
         throw;
     }
@@ -149,7 +150,7 @@ void Server::Work::awaitStop() {
     });
 }
 
-// Each signal, and each time that is over, goes one step further.
+// Goes one step further with each signal, and each time that is over.
 void Server::Work::stopFurther() {
     switch (phase_) {
         case Phase::Serving:
@@ -161,7 +162,7 @@ void Server::Work::stopFurther() {
             clients_.drop();
             break;
         case Phase::Dropping:
-            // To finalise it now would be worse than not to.
+            // Finalising the plug-in during a request would be worse than not finalising it.
             reportError("the plug-in does not come back from a request; ending without it");
             socket_->remove();
             std::_Exit(EXIT_FAILURE);

@@ -1,9 +1,9 @@
-// The resident host: a socket, the plug-in behind it, and threads that serve its clients.
+// Runs the resident host: a socket, the plug-in, and threads that serve clients.
 //
-// Signals: SIGTERM and SIGINT stop it. Requests that have arrived are answered first, for as long
-// as the settings give them; a second signal cuts that short, so that no client can hold it, and a
-// third one ends the process though the plug-in has not come back from a request. SIGHUP finalises
-// the plug-in and initialises it again, between two requests.
+// Signals: SIGTERM and SIGINT stop the host. It answers the requests that have arrived first, for
+// as long as the settings say. A second signal ends the connections, so that no client can delay
+// the end. A third signal ends the process even if the plug-in has not returned from a request.
+// SIGHUP finalises the plug-in and initialises it again while no request is executed.
 #ifndef QVHOST_SERVER_SERVER_H
 #define QVHOST_SERVER_SERVER_H
 
@@ -17,17 +17,17 @@ namespace qv::host {
 
 class Server {
   public:
-    // Takes the socket, before the plug-in is initialised: a second host must not touch its files.
-    // `initialize` initialises the plug-in, at the start and whenever it is reloaded. Throws
-    // std::runtime_error.
+    // Makes the socket. This comes before the plug-in is initialised, because a second host must
+    // not touch the plug-in's files. `initialize` initialises the plug-in at the start and at each
+    // reload. Throws std::runtime_error.
     Server(Plugin& plugin, ServerSettings settings, std::function<void()> initialize);
     ~Server();
 
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    // Serves until a signal ends it; the plug-in is finalised then. Throws std::runtime_error and
-    // what `initialize` throws. To be called once.
+    // Serves until a signal stops the host, and finalises the plug-in. Throws std::runtime_error
+    // and what `initialize` throws. Call it once.
     void run();
 
   private:

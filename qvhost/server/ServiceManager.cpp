@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kKeepEnvironment = 0;
 
-// A manager that does not listen is none to the host.
+// Tells the manager a new state. Ignores a manager that does not listen.
 void notify(const std::string& state) {
     static_cast<void>(sd_notify(kKeepEnvironment, state.c_str()));
 }

@@ -1,4 +1,4 @@
-// The system's service manager, where one started the host. What it is told goes nowhere else.
+// Talks to the service manager that started the host, if there is one.
 #ifndef QVHOST_SERVER_SERVICE_MANAGER_H
 #define QVHOST_SERVER_SERVICE_MANAGER_H
 
@@ -9,7 +9,7 @@ namespace qv::host {
 
 class ServiceManager {
   public:
-    // The socket that it passed, if any. Throws std::runtime_error when it passed several.
+    // Returns the socket that the manager passed, if any. Throws std::runtime_error for several.
     static std::optional<int> passedSocket();
 
     // `status` is a line for a person.

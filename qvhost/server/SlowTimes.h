@@ -1,5 +1,5 @@
-// Tells by how long requests took whether it is a time of slow ones, as when changes are saved to a
-// disk. For any number of threads.
+// Tells whether requests are slow at present, as when changes are saved to a disk. A long request
+// begins a slow time. Any number of threads may use an object.
 #ifndef QVHOST_SERVER_SLOW_TIMES_H
 #define QVHOST_SERVER_SLOW_TIMES_H
 
@@ -24,10 +24,10 @@ class SlowTimes {
     bool include(Clock::time_point now) const { return now.time_since_epoch().count() < until_; }
 
   private:
-    // Many times what it costs to hand a request over to another thread.
+    // This is many times the cost of handing a request over to another thread.
     static constexpr std::chrono::milliseconds kLong{1};
 
-    // A slow time is so many times as long as the request that began it.
+    // A slow time lasts this many times as long as the request that began it.
     static constexpr int kTimes = 10;
 
     std::atomic<Clock::rep> until_ = Clock::time_point::min().time_since_epoch().count();

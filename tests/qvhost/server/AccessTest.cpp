@@ -22,7 +22,7 @@ Peer peer(uid_t user, std::vector<gid_t> groups) {
     return {user, std::move(groups)};
 }
 
-TEST(Access, OwnerAndRootMayAlways) {
+TEST(Access, OwnerAndRootMayAlwaysConnect) {
     EXPECT_TRUE(mayUse(peer(kOwner, {1}), kOwner, {}));
     EXPECT_TRUE(mayUse(peer(0, {1}), kOwner, {}));
     EXPECT_FALSE(mayUse(peer(501, {0}), kOwner, {}));
@@ -40,7 +40,7 @@ TEST(Access, RulesLetOthersIn) {
     EXPECT_FALSE(mayUse(peer(700, {}), kOwner, rules));
 }
 
-TEST(Access, RulesAreForOthersThanTheOwner) {
+TEST(Access, OwnerNeedsNoRule) {
     AccessRules rules;
     EXPECT_TRUE(rules.forOwnerOnly());
     rules.groups = {70};
@@ -61,7 +61,7 @@ TEST(Access, PeerIsTheProcessAtTheOtherEnd) {
     EXPECT_THROW(peerOf(ends[0]), std::system_error);
 }
 
-// More than are asked for at first.
+// The process has more groups than the first request asks for.
 TEST(Access, PeersFurtherGroupsAreKnown) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can choose its groups";
@@ -95,7 +95,7 @@ TEST(Access, NamesAndNumbersAreKnown) {
     EXPECT_EQ(groupNamed("12345"), 12345U);
 }
 
-TEST(Access, NobodysNameIsRefused) {
+TEST(Access, UnknownNameIsRefused) {
     for (const char* name : {"", "no such user", "-1", "4294967295", "4294967296", "1x", " 1"}) {
         EXPECT_THROW(userNamed(name), std::runtime_error) << name;
         EXPECT_THROW(groupNamed(name), std::runtime_error) << name;

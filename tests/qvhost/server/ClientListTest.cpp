@@ -14,7 +14,7 @@ namespace {
 using Clock = ConnectedClient::Clock;
 using std::chrono::seconds;
 
-// One in a list, over a pair of connected sockets.
+// A client in a list, over a pair of connected sockets.
 class Connected {
   public:
     explicit Connected(ClientList& list) {
@@ -56,7 +56,7 @@ TEST(ConnectedClient, IsCountedWhileItLives) {
     EXPECT_EQ(list.count(), 0U);
 }
 
-TEST(ConnectedClient, ThatIsReadForTooLongIsReadNoMoreButMayBeAnswered) {
+TEST(ConnectedClient, IsReadNoMoreAfterTheTimeButMayBeAnswered) {
     ClientList list;
     Connected late(list);
     const Clock::time_point start = Clock::now();
@@ -70,7 +70,7 @@ TEST(ConnectedClient, ThatIsReadForTooLongIsReadNoMoreButMayBeAnswered) {
     EXPECT_EQ(late.client().ending(), ConnectedClient::Ending::TimedOut);
 }
 
-TEST(ConnectedClient, ThatDoesNotTakeItsAnswerIsCutOff) {
+TEST(ConnectedClient, IsDisconnectedIfItDoesNotReadItsAnswer) {
     ClientList list;
     Connected deaf(list);
     const Clock::time_point start = Clock::now();
@@ -82,7 +82,7 @@ TEST(ConnectedClient, ThatDoesNotTakeItsAnswerIsCutOff) {
     EXPECT_FALSE(deaf.canBeRead());
 }
 
-TEST(ConnectedClient, ThatActedInTimeDoesNotPayForABusyThread) {
+TEST(ConnectedClient, IsNotBlamedForABusyThread) {
     ClientList list;
     Connected sender(list);
     Connected receiver(list);
@@ -99,7 +99,7 @@ TEST(ConnectedClient, ThatActedInTimeDoesNotPayForABusyThread) {
     EXPECT_FALSE(receiver.canBeRead());
 }
 
-TEST(ConnectedClient, WhoseRequestIsExecutedHasTimeWithoutEnd) {
+TEST(ConnectedClient, HasNoBoundWhileItsRequestIsExecuted) {
     ClientList list;
     Connected busy(list);
     Connected unbounded(list);
@@ -114,7 +114,7 @@ TEST(ConnectedClient, WhoseRequestIsExecutedHasTimeWithoutEnd) {
     }
 }
 
-TEST(ConnectedClient, ThatIsLateDoesNotHurtAnother) {
+TEST(ConnectedClient, IsNotDisconnectedForAnotherThatIsLate) {
     ClientList list;
     Connected late(list);
     Connected other(list);
@@ -126,7 +126,7 @@ TEST(ConnectedClient, ThatIsLateDoesNotHurtAnother) {
     EXPECT_TRUE(other.canBeRead());
 }
 
-TEST(ConnectedClient, StoppedWhatHasArrivedIsReadAndNoMoreArrives) {
+TEST(ConnectedClient, SendsNothingMoreAfterAStop) {
     bool emptied = false;
     ClientList list;
     Connected client(list);
@@ -140,7 +140,7 @@ TEST(ConnectedClient, StoppedWhatHasArrivedIsReadAndNoMoreArrives) {
     EXPECT_FALSE(emptied);
 }
 
-TEST(ConnectedClient, ThatIsTheLastToGoIsHeardOf) {
+TEST(ConnectedClient, IsToldOfWhenItIsTheLastToGo) {
     ClientList list;
     auto first = std::make_unique<Connected>(list);
     auto second = std::make_unique<Connected>(list);
@@ -155,7 +155,7 @@ TEST(ConnectedClient, ThatIsTheLastToGoIsHeardOf) {
     EXPECT_EQ(emptied, 2);
 }
 
-TEST(ConnectedClient, DroppedNothingGoesInOrOut) {
+TEST(ConnectedClient, NeitherReadsNorWritesAfterADrop) {
     ClientList list;
     Connected client(list);
     list.drop();

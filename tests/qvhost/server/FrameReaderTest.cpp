@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t kMax = 1'000'000;
 
-// Gives the reader up to `count` of the bytes; returns how many it took.
+// Gives the reader up to `count` of the bytes. Returns how many it took.
 std::size_t give(FrameReader& reader, const std::string& bytes, std::size_t count) {
     const FrameReader::Space space = reader.space();
     const std::size_t taken = std::min({count, space.size, bytes.size()});
@@ -24,7 +24,7 @@ std::size_t give(FrameReader& reader, const std::string& bytes, std::size_t coun
     return taken;
 }
 
-// What comes of them when they arrive in pieces of this size.
+// Returns the frames of bytes that arrive in pieces of this size.
 std::vector<std::string> framesOf(const std::string& bytes, std::size_t piece) {
     FrameReader reader(kMax);
     std::vector<std::string> frames;
@@ -72,7 +72,7 @@ TEST(FrameReader, AnnouncedLengthCostsNothing) {
     EXPECT_LE(reader.capacity(), 16U * 1024);
 }
 
-TEST(FrameReader, BufferGrowsWithWhatArrivesAndIsGivenBack) {
+TEST(FrameReader, BufferGrowsWithTheBytesAndIsFreed) {
     FrameReader reader(kMax);
     const std::string bytes = frame(1, 2, std::string(kMax, 'x'));
     for (std::size_t at = 0; at < bytes.size();) {
@@ -85,7 +85,7 @@ TEST(FrameReader, BufferGrowsWithWhatArrivesAndIsGivenBack) {
     EXPECT_LE(reader.capacity(), 16U * 1024);
 }
 
-TEST(FrameReader, TooLongAFrameIsKnownByItsHeader) {
+TEST(FrameReader, FrameThatIsTooLongIsRecognisedByItsHeader) {
     FrameReader reader(3);
     const std::string bytes = frame(1, 2, "abc") + frame(1, 3, "abcd").substr(0, 12);
     give(reader, bytes, bytes.size());

@@ -46,7 +46,8 @@ std::string problemOf(const std::string& path) {
     return problemOf([&] { const ListeningSocket socket(path, kForOwner); });
 }
 
-// A socket as a host leaves it that is killed: bound, and nobody listens. Or somebody does.
+// Makes a socket as a killed host leaves it, at which nobody listens, or one at which somebody
+// does.
 int bindSocket(const std::string& path, int type = SOCK_STREAM) {
     const int descriptor = ::socket(AF_UNIX, type, 0);
     sockaddr_un address = {};
@@ -73,7 +74,7 @@ std::vector<std::string> namesIn(const std::string& directory) {
     return names;
 }
 
-TEST(ListeningSocket, ListensWhenItIsToldToAndIsGoneAfterwards) {
+TEST(ListeningSocket, ListensOnRequestAndIsRemovedAtItsEnd) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     {
@@ -87,7 +88,7 @@ TEST(ListeningSocket, ListensWhenItIsToldToAndIsGoneAfterwards) {
     EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
 }
 
-TEST(ListeningSocket, ModeIsTheOwnersOrEverybodysWhateverTheUmask) {
+TEST(ListeningSocket, ModeDoesNotDependOnTheUmask) {
     const TestFiles files;
     for (const mode_t mask : {0000, 0022, 0777}) {
         const mode_t previous = ::umask(mask);
@@ -129,7 +130,7 @@ TEST(ListeningSocket, PathBeyondTheSystemsBoundIsNamed) {
     EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
 }
 
-TEST(ListeningSocket, OneOfAKilledHostIsReplaced) {
+TEST(ListeningSocket, SocketOfAKilledHostIsReplaced) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     files.write("a.sock.lock", "");
@@ -139,7 +140,7 @@ TEST(ListeningSocket, OneOfAKilledHostIsReplaced) {
     EXPECT_TRUE(connects(path));
 }
 
-TEST(ListeningSocket, OneThatAnotherHostHasIsLeftToIt) {
+TEST(ListeningSocket, SocketOfAnotherHostIsLeftAlone) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     const ListeningSocket socket(path, kForOwner);
@@ -149,7 +150,7 @@ TEST(ListeningSocket, OneThatAnotherHostHasIsLeftToIt) {
     EXPECT_TRUE(connects(path));
 }
 
-TEST(ListeningSocket, OneThatAnyProgramListensOnIsLeftToIt) {
+TEST(ListeningSocket, SocketAtWhichAnyProgramListensIsLeftAlone) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     const int other = bindSocket(path);
@@ -160,7 +161,7 @@ TEST(ListeningSocket, OneThatAnyProgramListensOnIsLeftToIt) {
     EXPECT_EQ(namesIn(files.path("")), std::vector<std::string>{"a.sock"});
 }
 
-TEST(ListeningSocket, AnythingElseInItsPlaceIsLeftAlone) {
+TEST(ListeningSocket, AnythingButASocketIsLeftAlone) {
     const TestFiles files;
     files.write("file", "text");
     fs::create_directory(files.path("directory"));
@@ -174,7 +175,7 @@ TEST(ListeningSocket, AnythingElseInItsPlaceIsLeftAlone) {
     EXPECT_EQ(readFile(files.path("file")), "text");
 }
 
-TEST(ListeningSocket, FileThatIsNoLongerItsOwnStays) {
+TEST(ListeningSocket, FileOfAnotherSocketStays) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     auto socket = std::make_unique<ListeningSocket>(path, kForOwner);
@@ -184,7 +185,7 @@ TEST(ListeningSocket, FileThatIsNoLongerItsOwnStays) {
     EXPECT_EQ(readFile(path), "of somebody else");
 }
 
-TEST(ListeningSocket, RemovedOnceItIsNotRemovedAgain) {
+TEST(ListeningSocket, IsNotRemovedTwice) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     ListeningSocket socket(path, kForOwner);
@@ -195,8 +196,8 @@ TEST(ListeningSocket, RemovedOnceItIsNotRemovedAgain) {
     EXPECT_TRUE(fs::exists(path));
 }
 
-// However hosts come and go, two never have it at once.
-TEST(ListeningSocket, OfHostsThatStartTogetherOneGetsIt) {
+// Two hosts never have the socket at once.
+TEST(ListeningSocket, OnlyOneOfHostsThatStartTogetherGetsIt) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     std::atomic<int> owners = 0;
@@ -226,7 +227,7 @@ TEST(ListeningSocket, OfHostsThatStartTogetherOneGetsIt) {
     EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
 }
 
-TEST(ListeningSocket, PassedOneIsUsedAndLeft) {
+TEST(ListeningSocket, PassedSocketIsUsedAndNotRemoved) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     const int passed = bindSocket(path);
@@ -240,7 +241,7 @@ TEST(ListeningSocket, PassedOneIsUsedAndLeft) {
     EXPECT_TRUE(fs::exists(path));
 }
 
-TEST(ListeningSocket, WhatIsPassedMustBeAListeningStreamSocket) {
+TEST(ListeningSocket, PassedDescriptorMustBeAListeningStreamSocket) {
     const TestFiles files;
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);

@@ -1,4 +1,4 @@
-// What a service manager is told by a host: the socket that NOTIFY_SOCKET names.
+// Receives what a host tells its service manager, at the socket that NOTIFY_SOCKET names.
 #ifndef QVHOST_NOTIFY_SOCKET_H
 #define QVHOST_NOTIFY_SOCKET_H
 
@@ -18,7 +18,7 @@ namespace qv::host {
 
 class NotifySocket {
   public:
-    // To be made before the host is started.
+    // Must be made before the host starts.
     explicit NotifySocket(HostProcess& host)
         : descriptor_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         const std::string path = host.files().path("notify");
@@ -28,7 +28,7 @@ class NotifySocket {
         if (::bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             throw std::system_error(errno, std::generic_category(), path);
         }
-        // A test that waits in vain fails.
+        // The bound makes a test fail that waits for nothing.
         const timeval never = {120, 0};
         ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &never, sizeof never);
         host.setVariable("NOTIFY_SOCKET", path);
@@ -37,14 +37,14 @@ class NotifySocket {
     NotifySocket(const NotifySocket&) = delete;
     NotifySocket& operator=(const NotifySocket&) = delete;
 
-    // The next message; empty when there is none for too long.
+    // Returns the next message, or an empty text if none comes in time.
     std::string receive() const {
         char message[4096];
         const ssize_t size = ::recv(descriptor_, message, sizeof message, 0);
         return size < 0 ? "" : std::string(message, static_cast<std::size_t>(size));
     }
 
-    // The next one in which this stands.
+    // Returns the next message that contains the text.
     std::string waitFor(const std::string& text) const {
         std::string message = receive();
         while (!message.empty() && message.find(text) == std::string::npos) {

@@ -1,4 +1,4 @@
-// The pipe at which the fake plug-in's requests wait.
+// Makes the pipe at which requests in the fake plug-in wait.
 #ifndef QVHOST_PIPE_H
 #define QVHOST_PIPE_H
 
@@ -22,7 +22,7 @@ class Pipe {
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
 
-    // Until a request waits.
+    // Waits until a request waits at the pipe.
     void meetRequest() { descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC); }
 
     void letGo() {

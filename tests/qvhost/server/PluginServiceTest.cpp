@@ -20,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// The fake plug-in, served.
+// Serves the fake plug-in.
 class Served {
   public:
     explicit Served(const std::string& behaviour = "")
@@ -31,7 +31,7 @@ class Served {
     PluginService& service() { return service_; }
     const FakePluginControl& control() const { return control_; }
 
-    // The answer as it goes over the wire.
+    // Returns the answer as it goes over the wire.
     std::string answer(uint32_t command, const std::string& bytes = "") {
         AnswerQueue answers;
         service_.answer({{command, static_cast<uint32_t>(bytes.size()), 9}, bytes}, answers);
@@ -87,7 +87,7 @@ TEST(PluginService, ResultOfThePluginIsPassedOnWithItsBytes) {
     EXPECT_EQ(answering.answer(QV_COMMAND_GET_SERVICES), frame(QV_ERROR_SERIALIZE, 9, "\xff"));
 }
 
-TEST(PluginService, WhateverThePluginThrowsIsAnAnswer) {
+TEST(PluginService, ExceptionOfThePluginBecomesAnAnswer) {
     const std::string attempt = "cannot execute the command: the plug-in failed: ";
     for (const auto& [thrown, text] :
          {std::pair("text", "fail to get the lock"), std::pair("bad_alloc", "out of memory"),
@@ -100,7 +100,7 @@ TEST(PluginService, WhateverThePluginThrowsIsAnAnswer) {
     }
 }
 
-TEST(PluginService, AnswerThatCannotBeIsAnErrorAndGivenBack) {
+TEST(PluginService, ImpossibleAnswerIsAnErrorAndGivenBack) {
     Served served("answers negative length");
     served.service().initialize();
     EXPECT_THAT(served.answer(QV_COMMAND_GET_SERVICES), HasSubstr("impossible length -1"));
@@ -152,7 +152,7 @@ TEST(PluginService, FailingFinalisationDoesNotEndTheReload) {
     FakePluginControl::behave("");
 }
 
-// The fake ends the process when the two meet.
+// The fake plug-in ends the process if a request meets a reload.
 TEST(PluginService, RequestsAndReloadsNeverMeet) {
     Served served;
     served.service().initialize();

@@ -51,7 +51,7 @@ int listingResult(const std::string& behaviour) {
     return list(plugin).result();
 }
 
-TEST(Plugin, LoadingAsksForNothingToBeOpened) {
+TEST(Plugin, LoadingCallsNeitherInitializeNorACommand) {
     const FakePluginControl control;
     const Plugin plugin(QVHOST_FAKE_PLUGIN);
     EXPECT_EQ(plugin.id(), 2);

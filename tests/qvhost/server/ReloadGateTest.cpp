@@ -11,14 +11,14 @@
 namespace qv::host {
 namespace {
 
-TEST(ReloadGate, ClosingAnEmptyOneIsHeardAtOnce) {
+TEST(ReloadGate, ClosingAnEmptyGateCallsAtOnce) {
     ReloadGate gate;
     bool emptied = false;
     gate.close([&] { emptied = true; });
     EXPECT_TRUE(emptied);
 }
 
-TEST(ReloadGate, ClosingWaitsForTheLastThatIsInside) {
+TEST(ReloadGate, ClosingCallsWhenTheLastRequestHasLeft) {
     ReloadGate gate;
     auto first = std::make_unique<ReloadGate::Pass>(gate);
     auto second = std::make_unique<ReloadGate::Pass>(gate);
@@ -33,7 +33,7 @@ TEST(ReloadGate, ClosingWaitsForTheLastThatIsInside) {
     EXPECT_EQ(emptied, 1);
 }
 
-TEST(ReloadGate, NobodyEntersWhileItIsClosed) {
+TEST(ReloadGate, NoRequestEntersWhileItIsClosed) {
     ReloadGate gate;
     gate.close([] {});
     std::atomic<bool> opened = false;
@@ -47,9 +47,9 @@ TEST(ReloadGate, NobodyEntersWhileItIsClosed) {
     late.wait();
 }
 
-// Those who are inside when it closes are never followed by another, so it empties although there
-// is always somebody who wants to enter.
-TEST(ReloadGate, CrowdNeitherStarvesTheReloadNorOverlapsIt) {
+// No request enters a closed gate. So the gate empties although there is always a request that
+// wants to enter.
+TEST(ReloadGate, ManyRequestsNeitherDelayTheReloadForEverNorOverlapIt) {
     ReloadGate gate;
     constexpr int kReloads = 200;
     std::atomic<bool> done = false;

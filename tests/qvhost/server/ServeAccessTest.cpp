@@ -30,12 +30,12 @@ class ServeAccess : public testing::Test {
         if (::geteuid() != 0) {
             GTEST_SKIP() << "only root can become another user";
         }
-        // Others may reach the socket.
+        // Other users may reach the socket.
         ASSERT_EQ(::chmod(host.files().path("").c_str(), 0755), 0);
     }
 
     static void asNobody(const std::function<void()>& action) {
-        // Whose directory nothing of the host is in.
+        // asOrdinaryUser() gives its directory to the user, so it must hold no file of the host.
         const tests::TemporaryDirectory elsewhere;
         tests::asOrdinaryUser(elsewhere.path(), action);
     }
@@ -53,7 +53,7 @@ class ServeAccess : public testing::Test {
     HostProcess host;
 };
 
-TEST_F(ServeAccess, SocketIsTheOwnersAlone) {
+TEST_F(ServeAccess, SocketIsForTheOwnerAlone) {
     ASSERT_TRUE(host.start());
     EXPECT_EQ(tests::modeOf(host.socket()), 0600U);
     asNobody([&] {
@@ -66,7 +66,7 @@ TEST_F(ServeAccess, SocketIsTheOwnersAlone) {
     });
 }
 
-TEST_F(ServeAccess, AnotherUserIsRefusedThoughTheSocketLetsHimIn) {
+TEST_F(ServeAccess, AnotherUserIsRefusedByHisCredentials) {
     ASSERT_TRUE(host.start());
     ASSERT_EQ(::chmod(host.socket().c_str(), 0666), 0);
     asNobody([&] { expectRefused(); });
@@ -85,7 +85,7 @@ TEST_F(ServeAccess, MemberOfAnAllowedGroupIsServed) {
     asNobody([&] { EXPECT_TRUE(RawClient(host.socket()).works()); });
 }
 
-TEST_F(ServeAccess, FurtherGroupsCountToo) {
+TEST_F(ServeAccess, SupplementaryGroupsCount) {
     ASSERT_TRUE(host.start({"--allow-group", "12345"}));
     asNobody([&] { expectRefused(); });
     const pid_t child = ::fork();

@@ -1,4 +1,4 @@
-// Clients that are rude, slow, deaf or gone hurt nobody but themselves.
+// Tests that clients that send garbage, are slow, do not read or go away harm no other client.
 #include <QvFrame.h>
 #include <QvPlugin.h>
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ namespace {
 using testing::HasSubstr;
 using testing::SizeIs;
 
-// A request of which only the header is there.
+// Returns the header of a request without its bytes.
 std::string announced(uint32_t number, uint32_t length) {
     std::string header = frame(QV_COMMAND_REGISTER_SERVICES, number);
     for (std::size_t i = 0; i < 4; ++i) {
@@ -31,7 +31,7 @@ std::string announced(uint32_t number, uint32_t length) {
     return header;
 }
 
-// The last thing the host says.
+// Returns the last answer of the host.
 void expectEnd(const RawClient& client, uint32_t code, uint32_t number) {
     const std::vector<RawAnswer> answers = client.receiveAll();
     ASSERT_THAT(answers, SizeIs(1));
@@ -46,7 +46,7 @@ void waitFor(const RawClient& client, short event) {
     EXPECT_EQ(::poll(&wanted, 1, kNever), 1);
 }
 
-TEST(ServeBadClients, TooLongARequestIsRefusedBehindTheAnswersBeforeIt) {
+TEST(ServeBadClients, LongRequestIsRefusedAfterTheAnswersBeforeIt) {
     HostProcess host;
     ASSERT_TRUE(host.start({"--max-message", "100"}));
     const RawClient other(host.socket());
@@ -61,7 +61,7 @@ TEST(ServeBadClients, TooLongARequestIsRefusedBehindTheAnswersBeforeIt) {
     EXPECT_TRUE(other.works());
 }
 
-// Else somebody with many of them would keep a thread for as long as all of them take.
+// Otherwise a client with many slow requests would keep a thread for all of them.
 TEST(ServeBadClients, SlowRequestsThatArriveTogetherAreAnsweredOneByOne) {
     HostProcess host;
     host.useFakePlugin("request waits at the pipe and takes long");
@@ -72,15 +72,15 @@ TEST(ServeBadClients, SlowRequestsThatArriveTogetherAreAnsweredOneByOne) {
     ASSERT_TRUE(client.send(request + request));
     pipe.meetRequest();
     pipe.letGo();
-    // The other one waits now.
+    // The other client waits now.
     EXPECT_TRUE(client.receive());
     pipe.meetRequest();
     pipe.letGo();
     EXPECT_TRUE(client.receive());
 }
 
-// A socket that is closed with unread bytes in it would be an error to the client.
-TEST(ServeBadClients, OneThatSaysTooMuchHearsWhy) {
+// Closing a socket with unread bytes would cause an error at the client.
+TEST(ServeBadClients, ClientThatSendsTooMuchIsToldWhy) {
     HostProcess host;
     ASSERT_TRUE(host.start({"--max-message", "100"}));
     const RawClient client(host.socket());
@@ -118,13 +118,13 @@ TEST(ServeBadClients, GarbageIsAnswered) {
     EXPECT_TRUE(other.works());
 }
 
-TEST(ServeBadClients, ThoseWhoLeaveAreForgotten) {
+TEST(ServeBadClients, ClientsThatLeaveAreForgotten) {
     HostProcess host;
     host.useFakePlugin("answers at length");
     ASSERT_TRUE(host.start());
     const RawClient other(host.socket());
     for (int i = 0; i < 20; ++i) {
-        // In the middle of a frame, before its answer, and in the middle of it.
+        // The clients leave within a frame, before its answer, and within its answer.
         static_cast<void>(RawClient(host.socket()).send(announced(1, 10)));
         static_cast<void>(RawClient(host.socket()).send(frame(QV_COMMAND_GET_SERVICES, 1)));
         const RawClient client(host.socket());
@@ -136,8 +136,8 @@ TEST(ServeBadClients, ThoseWhoLeaveAreForgotten) {
     EXPECT_EQ(host.wait(), 0);
 }
 
-// One thread: who does not read must not keep it.
-TEST(ServeBadClients, DeafOneKeepsNoThread) {
+// There is one thread, which a client that does not read must not keep.
+TEST(ServeBadClients, ClientThatDoesNotReadKeepsNoThread) {
     HostProcess host;
     host.useFakePlugin("answers at length");
     ASSERT_TRUE(host.start({"--threads", "1"}));
@@ -147,7 +147,7 @@ TEST(ServeBadClients, DeafOneKeepsNoThread) {
     waitFor(deaf, POLLIN);
     const RawClient other(host.socket());
     EXPECT_TRUE(other.works());
-    // It gets no more answers made than it reads: its own socket fills up.
+    // The host makes no more answers than the client reads, so the socket of the client fills up.
     int sent = 0;
     while (deaf.sendSome(request) && sent < 1'000'000) {
         ++sent;
@@ -156,7 +156,7 @@ TEST(ServeBadClients, DeafOneKeepsNoThread) {
     EXPECT_TRUE(other.works());
 }
 
-TEST(ServeBadClients, DeafOneIsCutOffInTheEnd) {
+TEST(ServeBadClients, ClientThatDoesNotReadIsDisconnected) {
     HostProcess host;
     host.useFakePlugin("answers at length");
     ASSERT_TRUE(host.start({"--frame-timeout", "0.1"}));
@@ -177,11 +177,11 @@ TEST(ServeBadClients, PartOfARequestTimesOut) {
     const RawClient inBytes(host.socket());
     ASSERT_TRUE(inBytes.send(announced(3, 10) + "123456789"));
     expectEnd(inBytes, QV_HOST_ERROR_TIMEOUT, 3);
-    // Nothing is no part of a request.
+    // An idle client has no part of a request.
     EXPECT_TRUE(idle.works());
 }
 
-TEST(ServeBadClients, BytesThatDribbleInDoNotExtendTheTime) {
+TEST(ServeBadClients, SingleBytesDoNotExtendTheTime) {
     HostProcess host;
     ASSERT_TRUE(host.start({"--frame-timeout", "0.1"}));
     const RawClient client(host.socket());
@@ -198,7 +198,7 @@ TEST(ServeBadClients, BytesThatDribbleInDoNotExtendTheTime) {
     expectEnd(client, QV_HOST_ERROR_TIMEOUT, 3);
 }
 
-TEST(ServeBadClients, IdleOneTimesOutWhereThatIsWanted) {
+TEST(ServeBadClients, IdleClientTimesOutIfThereIsABound) {
     HostProcess host;
     ASSERT_TRUE(host.start({"--idle-timeout", "0.1"}));
     const RawClient client(host.socket());
@@ -207,7 +207,7 @@ TEST(ServeBadClients, IdleOneTimesOutWhereThatIsWanted) {
     EXPECT_TRUE(RawClient(host.socket()).works());
 }
 
-TEST(ServeBadClients, OneTooManyIsToldSoUntilAnotherLeaves) {
+TEST(ServeBadClients, ClientBeyondTheBoundIsRefusedUntilAnotherLeaves) {
     HostProcess host;
     ASSERT_TRUE(host.start({"--max-clients", "2"}));
     const RawClient first(host.socket());
@@ -215,7 +215,7 @@ TEST(ServeBadClients, OneTooManyIsToldSoUntilAnotherLeaves) {
     EXPECT_TRUE(first.works());
     EXPECT_TRUE(second->works());
     expectEnd(RawClient(host.socket()), QV_HOST_ERROR_CLIENTS, 0);
-    // With a request that nobody reads.
+    // The refused client has sent a request that the host does not read.
     const RawClient third(host.socket());
     static_cast<void>(third.send(frame(0, 1)));
     expectEnd(third, QV_HOST_ERROR_CLIENTS, 0);
@@ -231,14 +231,14 @@ TEST(ServeBadClients, OneTooManyIsToldSoUntilAnotherLeaves) {
     EXPECT_TRUE(first.works());
 }
 
-// They wait until others leave, and the host neither ends nor serves the others worse.
-TEST(ServeBadClients, MoreThanTheSystemHasFilesForHaveToWait) {
+// Clients beyond the limit wait until others leave. The host goes on and serves the others.
+TEST(ServeBadClients, ClientsBeyondTheDescriptorLimitWait) {
     HostProcess host;
     host.setPreparation([] {
         const rlimit few = {100, 100};
         ::setrlimit(RLIMIT_NOFILE, &few);
     });
-    // Which have descriptors of their own, that no client may take from them.
+    // The threads have descriptors of their own, which no client may take.
     ASSERT_TRUE(host.start({"--threads", "25"}));
     EXPECT_THAT(host.errors(), HasSubstr("warning: the limit of open files lets fewer than 1024"));
     std::vector<std::unique_ptr<RawClient>> clients;
@@ -257,10 +257,10 @@ TEST(ServeBadClients, MoreThanTheSystemHasFilesForHaveToWait) {
     EXPECT_EQ(host.wait(), 0);
 }
 
-#ifndef QV_SANITIZED  // which need more memory themselves
-TEST(ServeBadClients, RequestThereIsNoMemoryForIsRefused) {
+#ifndef QV_SANITIZED  // sanitizers need more memory themselves
+TEST(ServeBadClients, RequestWithoutMemoryForItIsRefused) {
     HostProcess host;
-    // Or each thread would reserve what it may need one day.
+    // Without this, each thread would reserve memory that it may need later.
     host.setVariable("MALLOC_ARENA_MAX", "1");
     host.setPreparation([] {
         const rlimit little = {400U << 20U, 400U << 20U};

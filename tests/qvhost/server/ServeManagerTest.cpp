@@ -1,4 +1,4 @@
-// Under a service manager.
+// Tests the host under a service manager.
 #include <QvFrame.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ int listeningSocket(const std::string& path) {
 TEST(ServeManager, IsToldWhatTheHostDoes) {
     HostProcess host;
     const NotifySocket manager(host);
-    // The clients are counted this often, too.
+    // The host also counts its clients this often.
     ASSERT_TRUE(host.start({"--frame-timeout", "0.04"}));
     const std::string serving = "STATUS=serving on " + host.socket() + ", clients: ";
     EXPECT_EQ(manager.receive(), "READY=1\n" + serving + "0");
@@ -49,7 +49,7 @@ TEST(ServeManager, IsToldWhatTheHostDoes) {
     EXPECT_EQ(host.wait(), 0);
 }
 
-TEST(ServeManager, PassedSocketIsServedWithThoseThatWaitAtIt) {
+TEST(ServeManager, PassedSocketIsServedWithItsWaitingClients) {
     HostProcess host;
     const std::string path = host.files().path("passed.sock");
     const int descriptor = listeningSocket(path);
@@ -62,7 +62,7 @@ TEST(ServeManager, PassedSocketIsServedWithThoseThatWaitAtIt) {
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
     EXPECT_EQ(host.errors(), "qvhost: serving on " + path + "\n");
-    // Somebody listens on, and the next host serves who comes meanwhile.
+    // The socket still listens. The next host serves clients that connect meanwhile.
     const RawClient meanwhile(path);
     ASSERT_TRUE(meanwhile.send(frame(QV_HOST_COMMAND_PING, 2)));
     ASSERT_TRUE(host.start());
@@ -70,7 +70,7 @@ TEST(ServeManager, PassedSocketIsServedWithThoseThatWaitAtIt) {
     ::close(descriptor);
 }
 
-TEST(ServeManager, WhatIsNoListeningSocketIsRefused) {
+TEST(ServeManager, PassedDescriptorThatDoesNotListenIsRefused) {
     HostProcess host;
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);

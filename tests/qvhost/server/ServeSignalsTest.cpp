@@ -34,7 +34,7 @@ void expectNothingLeft(const HostProcess& host) {
     EXPECT_FALSE(std::filesystem::exists(host.socket() + ".lock"));
 }
 
-// Reads nothing, and is owed more than its socket takes.
+// A client that reads nothing, and whose answers exceed its socket.
 RawClient deafClient(const HostProcess& host) {
     RawClient client(host.socket());
     EXPECT_TRUE(client.send(frame(QV_COMMAND_GET_SERVICES, 1)));
@@ -70,7 +70,7 @@ TEST(ServeStop, RequestsThatHaveArrivedAreAnsweredFirst) {
     const RawClient client(host.socket());
     ASSERT_TRUE(client.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
     pipe.meetRequest();
-    // Nobody reads these yet.
+    // The host does not read these requests yet.
     ASSERT_TRUE(client.send(frame(QV_COMMAND_GET_SERVICES, 2) +
                             frame(QV_COMMAND_REGISTER_SERVICES, 3, "whole").substr(0, 14)));
     host.signal(SIGTERM);
@@ -112,7 +112,7 @@ TEST(ServeStop, NewClientsAreNotLetIn) {
     EXPECT_EQ(host.wait(), 0);
 }
 
-TEST(ServeStop, SecondSignalDoesNotWaitForADeafClient) {
+TEST(ServeStop, SecondSignalDoesNotWaitForAClientThatDoesNotRead) {
     HostProcess host;
     host.useFakePlugin("answers at length");
     const NotifySocket manager(host);
@@ -125,7 +125,7 @@ TEST(ServeStop, SecondSignalDoesNotWaitForADeafClient) {
     expectNothingLeft(host);
 }
 
-TEST(ServeStop, TimeStandsForTheSecondSignal) {
+TEST(ServeStop, TimeOutCountsAsTheSecondSignal) {
     HostProcess host;
     host.useFakePlugin("answers at length");
     ASSERT_TRUE(host.start({"--stop-timeout", "0.05"}));
@@ -135,7 +135,7 @@ TEST(ServeStop, TimeStandsForTheSecondSignal) {
     EXPECT_THAT(record(host), EndsWith("free\nfinalize\n"));
 }
 
-TEST(ServeStop, PluginThatDoesNotComeBackIsLeftBehind) {
+TEST(ServeStop, ThirdSignalDoesNotWaitForThePlugin) {
     HostProcess host;
     host.useFakePlugin("request waits at the pipe");
     Pipe pipe(host);
@@ -159,7 +159,7 @@ TEST(ServeStop, FailingFinalisationIsAFailure) {
     expectNothingLeft(host);
 }
 
-TEST(ServeReload, ReadsTheDirectoryAnew) {
+TEST(ServeReload, ReadsTheFileAgain) {
     HostProcess host;
     const NotifySocket manager(host);
     ASSERT_TRUE(host.start());
@@ -172,12 +172,12 @@ TEST(ServeReload, ReadsTheDirectoryAnew) {
     EXPECT_THAT(manager.waitFor("RELOADING=1"),
                 testing::ContainsRegex("^RELOADING=1\nMONOTONIC_USEC=[0-9]+\n"));
     manager.waitFor("READY=1");
-    // A removal is not saved, so that it is back.
+    // A removal is not saved, so the service is back.
     EXPECT_EQ(tests::decode(client.ask(QV_COMMAND_GET_SERVICES, 4)->bytes),
               (tests::Services{{1, "a"}}));
 }
 
-// The fake ends the host when a request meets a reload.
+// The fake plug-in ends the host if a request meets a reload.
 TEST(ServeReload, UnderLoadEveryRequestIsAnswered) {
     for (const bool fake : {true, false}) {
         HostProcess host;
@@ -233,7 +233,7 @@ TEST(ServeReload, WaitsForTheRequestThatIsExecuted) {
     EXPECT_THAT(record(host), EndsWith("0200 \nfinalize\ninitialize\n"));
 }
 
-// The fake ends the host when a request comes too early.
+// The fake plug-in ends the host if a request comes too early.
 TEST(ServeReload, RequestsWaitForIt) {
     HostProcess host;
     host.useFakePlugin("");
@@ -246,7 +246,8 @@ TEST(ServeReload, RequestsWaitForIt) {
     host.signal(SIGHUP);
     pipe.meetRequest();
     ASSERT_TRUE(client.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
-    // What needs no plug-in does not wait, which gives the other the time to be read.
+    // A ping needs no plug-in and does not wait. Its answer shows that the host has read the
+    // request before it.
     for (int i = 0; i < 100; ++i) {
         EXPECT_TRUE(other.works());
     }
@@ -256,7 +257,7 @@ TEST(ServeReload, RequestsWaitForIt) {
     EXPECT_THAT(record(host), EndsWith("initialize\n0200 \n"));
 }
 
-TEST(ServeReload, HostStopsThoughARequestKeepsItFromReloading) {
+TEST(ServeReload, HostStopsAlthoughARequestDelaysTheReload) {
     HostProcess host;
     host.useFakePlugin("request waits at the pipe");
     Pipe pipe(host);
@@ -275,7 +276,7 @@ TEST(ServeReload, HostStopsThoughARequestKeepsItFromReloading) {
     EXPECT_THAT(record(host), EndsWith("finalize\n"));
 }
 
-TEST(ServeReload, ThatFailsIsSaidAndCanBeTriedAgain) {
+TEST(ServeReload, FailureIsReportedAndCanBeTriedAgain) {
     HostProcess host;
     host.useFakePlugin("");
     const NotifySocket manager(host);

@@ -91,8 +91,7 @@ TEST(Serve, RequestsOfOneClientAreAnsweredInTheirOrder) {
         requests += frame(QV_COMMAND_GET_SERVICES, number + 1);
         requests += frame(0x0fff, number + 2, std::string(number % 100, 'x'));
     }
-    // The host must not wait for the answers to be read before it reads on, up to what the sockets
-    // hold.
+    // The host must read on before the client reads the answers, as far as the sockets have room.
     ASSERT_TRUE(client.send(requests));
     for (uint32_t number = 0; number < kCount; ++number) {
         const std::optional<RawAnswer> answer = client.receive();
@@ -126,7 +125,7 @@ TEST(Serve, LongRequestsAndAnswersArriveWhole) {
     const RawClient client(host.socket());
     const std::string address(5'000'000, 'a');
     registerOne(client, 1, address);
-    // Not to be printed.
+    // A failure must not print the bytes.
     EXPECT_TRUE(listed(client) == (Services{{1, address}}));
     registerOne(client, 2, "b");
     EXPECT_TRUE(listed(client) == (Services{{1, address}, {2, "b"}}));
@@ -142,7 +141,7 @@ TEST(Serve, ResultOfThePluginReachesTheClient) {
     EXPECT_THAT(answer->bytes, IsEmpty());
 }
 
-TEST(Serve, WhatThePluginThrowsIsThatClientsAlone) {
+TEST(Serve, ExceptionOfThePluginReachesOneClientOnly) {
     HostProcess host;
     host.useFakePlugin("request throws text");
     ASSERT_TRUE(host.start());
@@ -168,12 +167,12 @@ TEST(Serve, RequestsOfDifferentClientsAreInThePluginAtOnce) {
     EXPECT_EQ(second.receive()->code, uint32_t{QV_OK});
 }
 
-// On the thread of another, its request would wait for the other one's.
+// On the thread of another client, the request would wait for that client's request.
 TEST(Serve, ClientGetsTheThreadThatAnotherOneLeft) {
     HostProcess host;
     host.useFakePlugin("request meets another");
     const NotifySocket manager(host);
-    // For the manager to hear soon who is there.
+    // With this bound, the manager soon hears how many clients there are.
     ASSERT_TRUE(host.start({"--threads", "2", "--frame-timeout", "0.04"}));
     const RawClient first(host.socket());
     EXPECT_TRUE(first.works());
@@ -189,7 +188,7 @@ TEST(Serve, ClientGetsTheThreadThatAnotherOneLeft) {
     EXPECT_EQ(second.receive()->code, uint32_t{QV_OK});
 }
 
-TEST(Serve, AfterALongRequestTheNextKeepsNobodyWaiting) {
+TEST(Serve, AfterALongRequestTheNextOneDelaysNobody) {
     HostProcess host;
     host.useFakePlugin("request waits at the pipe");
     Pipe pipe(host);
@@ -200,7 +199,7 @@ TEST(Serve, AfterALongRequestTheNextKeepsNobodyWaiting) {
     EXPECT_TRUE(besideFirst.works());
     ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
     pipe.meetRequest();
-    // What follows has ten times this.
+    // The requests that follow have ten times this time.
     const auto begin = std::chrono::steady_clock::now();
     while (std::chrono::steady_clock::now() - begin < std::chrono::seconds(1)) {
         ASSERT_TRUE(other.works());
@@ -214,7 +213,7 @@ TEST(Serve, AfterALongRequestTheNextKeepsNobodyWaiting) {
     EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
 }
 
-TEST(Serve, ThreadsThatThereAreNoFilesForAreNotBegun) {
+TEST(Serve, TooFewDescriptorsForTheThreadsAreAFailure) {
     HostProcess host;
     host.setPreparation([] {
         const rlimit few = {40, 40};
@@ -233,7 +232,7 @@ TEST(Serve, ThousandClientsAtOnceAreServed) {
         GTEST_SKIP() << "the system allows only " << limit.rlim_max << " open files";
     }
     HostProcess host;
-    // Which the host raises, for its threads and for the clients.
+    // The host raises the limit for its threads and for the clients.
     host.setPreparation([limit] {
         rlimit low = limit;
         low.rlim_cur = 100;
@@ -279,7 +278,7 @@ TEST(Serve, WrongOptionsAreWrongUse) {
     }
 }
 
-TEST(Serve, UnknownNamesAreSaid) {
+TEST(Serve, UnknownNamesAreRefused) {
     HostProcess host;
     EXPECT_FALSE(host.start({"--allow-user", "nobody-of-this-name"}));
     EXPECT_EQ(host.wait(), 2);
@@ -298,12 +297,12 @@ TEST(Serve, SecondHostLeavesTheFirstAlone) {
     EXPECT_FALSE(second.start());
     EXPECT_EQ(second.wait(), 1);
     EXPECT_EQ(second.errors(), "qvhost: " + host.socket() + " is in use by another host\n");
-    // Not even the log was opened.
+    // The second host has not even opened the log.
     EXPECT_FALSE(std::filesystem::exists(second.files().path("log")));
     EXPECT_TRUE(RawClient(host.socket()).works());
 }
 
-TEST(Serve, WhatIsInTheSocketsPlaceIsLeftAlone) {
+TEST(Serve, FileInTheSocketsPlaceIsLeftAlone) {
     HostProcess host;
     host.files().write("host.sock", "text");
     EXPECT_FALSE(host.start());
