@@ -31,9 +31,9 @@ _qvhost_value() {
 }
 
 _qvhost() {
-    local commands='serve register unregister list level import export ping init info'
+    local subcommands='serve register unregister list level import export ping init info'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local command='' word position values
+    local subcommand='' word position values
     COMPREPLY=()
 
     # bash takes the = of --option=value for a word of its own.
@@ -50,7 +50,7 @@ _qvhost() {
                 # The value of an option is no subcommand.
                 [ "${COMP_WORDS[position - 1]}" = = ] && continue
                 _qvhost_value "${COMP_WORDS[position - 1]}" '' >/dev/null && continue
-                command=$word
+                subcommand=$word
                 break
                 ;;
         esac
@@ -59,10 +59,10 @@ _qvhost() {
     if values=$(_qvhost_value "$previous" "$current"); then
         :
     elif [ "${current#-}" != "$current" ]; then
-        values=$(compgen -W "$(_qvhost_options "$command")" -- "$current")
+        values=$(compgen -W "$(_qvhost_options "$subcommand")" -- "$current")
     else
-        case $command in
-            "") values=$(compgen -W "$commands" -- "$current") ;;
+        case $subcommand in
+            "") values=$(compgen -W "$subcommands" -- "$current") ;;
             level) values=$(compgen -W '0 1 2 3 4 5 6 7' -- "$current") ;;
             import | export) values=$(compgen -f -- "$current") ;;
         esac

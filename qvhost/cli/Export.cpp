@@ -79,14 +79,14 @@ int exportServices(const ExportOptions& own, const CommonOptions& options) {
 
 void addExport(CommandLine& line) {
     const auto own = std::make_shared<ExportOptions>();
-    CLI::App& command = line.add(
+    CLI::App& subcommand = line.add(
         "export", "Write the directory of services to a file", kFooter, CommandLine::kSocketOption,
         [own, &options = line.options()] { return exportServices(*own, options); });
-    command.add_option("FILE", own->path, "The file. The default, and -, is standard output")
+    subcommand.add_option("FILE", own->path, "The file. The default, and -, is standard output")
         ->type_name("")
         ->check(notEmpty());
-    addFormatOption(command, own->format, "json if FILE ends in .json, otherwise csv");
-    command.add_flag("--replace", own->replace, "Write U+FFFD for bytes that are not UTF-8");
+    addFormatOption(subcommand, own->format, "json if FILE ends in .json, otherwise csv");
+    subcommand.add_flag("--replace", own->replace, "Write U+FFFD for bytes that are not UTF-8");
 }
 
 }  // namespace qv::host

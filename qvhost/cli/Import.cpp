@@ -98,16 +98,16 @@ int importServices(const std::string& path, const std::string& format,
 void addImport(CommandLine& line) {
     const auto path = std::make_shared<std::string>();
     const auto format = std::make_shared<std::string>();
-    CLI::App& command =
+    CLI::App& subcommand =
         line.add("import", "Register the services of a file", kFooter, CommandLine::kSocketOption,
                  [path, format, &options = line.options()] {
                      return importServices(*path, *format, options);
                  });
-    command.add_option("FILE", *path, "The file, or - for standard input")
+    subcommand.add_option("FILE", *path, "The file, or - for standard input")
         ->type_name("")
         ->required()
         ->check(notEmpty());
-    addFormatOption(command, *format, "the beginning of the text tells");
+    addFormatOption(subcommand, *format, "the beginning of the text tells");
 }
 
 }  // namespace qv::host

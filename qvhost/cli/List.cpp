@@ -72,18 +72,18 @@ int list(const ListOptions& own, const CommonOptions& common) {
 
 void addList(CommandLine& line) {
     const auto own = std::make_shared<ListOptions>();
-    CLI::App& command = line.add(
+    CLI::App& subcommand = line.add(
         "list", "Print the directory of services", kFooter,
         CommandLine::kConfigurationOption | CommandLine::kSocketOption | CommandLine::kJsonOption,
         [own, &options = line.options()] { return list(*own, options); });
-    command.add_flag("--csv", own->csv, "Print CSV instead of a table");
-    command.add_flag("--offline", own->offline,
-                     "Read the configuration file instead of asking the host");
+    subcommand.add_flag("--csv", own->csv, "Print CSV instead of a table");
+    subcommand.add_flag("--offline", own->offline,
+                        "Read the configuration file instead of asking the host");
     CLI::Option* const watch =
-        command.add_flag("--watch", own->watch, "Print the directory whenever it has changed");
+        subcommand.add_flag("--watch", own->watch, "Print the directory whenever it has changed");
     constexpr double kShortest = 0.01;
     constexpr double kLongest = 86400;
-    command
+    subcommand
         .add_option("--interval", own->interval,
                     "How often --watch looks, 0.01 to 86400; 2 when not given")
         ->type_name("SECONDS")

@@ -139,31 +139,31 @@ int serve(const CommonOptions& common, const ServeOptions& options) {
 
 void addServe(CommandLine& line) {
     const auto options = std::make_shared<ServeOptions>();
-    CLI::App& command =
+    CLI::App& subcommand =
         line.add("serve", "Run the resident host", kFooter,
                  CommandLine::kConfigurationOption | CommandLine::kPluginOptions |
                      CommandLine::kSocketOption,
                  [&common = line.options(), options] { return serve(common, *options); });
-    command
+    subcommand
         .add_option("--threads", options->threads,
                     "Threads that serve the clients; by default one for each processor, 2 to 8")
         ->type_name("N")
         ->check(CLI::Range(1, 1024));
-    command.add_option("--max-message", options->maxMessage, "Longest request in bytes")
+    subcommand.add_option("--max-message", options->maxMessage, "Longest request in bytes")
         ->type_name("BYTES")
         ->check(CLI::Range(uint32_t{0}, uint32_t{std::numeric_limits<int>::max()}))
         ->capture_default_str();
-    command.add_option("--max-clients", options->maxClients, "Clients connected at once")
+    subcommand.add_option("--max-clients", options->maxClients, "Clients connected at once")
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000))
         ->capture_default_str();
-    command
+    subcommand
         .add_option("--idle-timeout", options->idleTimeout,
                     "How many seconds a client may send nothing; 0 means no limit")
         ->type_name("SECONDS")
         ->check(isTime(0))
         ->capture_default_str();
-    command
+    subcommand
         .add_option("--frame-timeout", options->frameTimeout,
                     "How many seconds a client may take to send a request or to read its answers; "
                     "0 means no "
@@ -171,19 +171,19 @@ void addServe(CommandLine& line) {
         ->type_name("SECONDS")
         ->check(isTime(0))
         ->capture_default_str();
-    command
+    subcommand
         .add_option(
             "--stop-timeout", options->stopTimeout,
             "How many seconds the host waits for clients when it stops, and then for the plug-in")
         ->type_name("SECONDS")
         ->check(isTime(0.001))
         ->capture_default_str();
-    command.add_option("--allow-user", options->users, "A user who may connect")
+    subcommand.add_option("--allow-user", options->users, "A user who may connect")
         ->type_name("NAME|UID")
         ->check(notEmpty())
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command.add_option("--allow-group", options->groups, "A group whose members may connect")
+    subcommand.add_option("--allow-group", options->groups, "A group whose members may connect")
         ->type_name("NAME|GID")
         ->check(notEmpty())
         ->expected(1)

@@ -43,7 +43,7 @@ std::string_view closestWord(std::string_view word,
             continue;
         }
         const std::size_t distance = editDistance(word, candidate);
-        // Every word of one or two letters is two edits away from some short command.
+        // Every word of one or two letters is two edits away from some short name.
         if (distance < least && distance < word.size()) {
             closest = candidate;
             least = distance;

@@ -11,8 +11,8 @@
 namespace qv::host {
 
 // Adds the option, which sets `name` to "csv" or "json". `otherwise` says what holds without it.
-inline void addFormatOption(CLI::App& command, std::string& name, const std::string& otherwise) {
-    command.add_option("--format", name, "csv or json; by default, " + otherwise)
+inline void addFormatOption(CLI::App& subcommand, std::string& name, const std::string& otherwise) {
+    subcommand.add_option("--format", name, "csv or json; by default, " + otherwise)
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"csv", "json"}).description(""));
 }
