@@ -1,10 +1,10 @@
 #include "ServerProcess.h"
 
+#include <QvSystem/UnixAddress.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,15 +78,9 @@ void addSockets(std::vector<Descriptor>& sockets, const sockaddr* address, sockl
 }  // namespace
 
 std::vector<Descriptor> listenOn(const std::string& path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        throw std::system_error(ENAMETOOLONG, std::generic_category(), path);
-    }
-    path.copy(address.sun_path, path.size());
+    const sockaddr_un address = system::unixAddress(path);
     Descriptor socket(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
-    checked(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-            "bind");
+    checked(bind(socket.get(), system::generic(address), sizeof address), "bind");
     checked(listen(socket.get(), SOMAXCONN), "listen");
     std::vector<Descriptor> sockets;
     sockets.push_back(std::move(socket));

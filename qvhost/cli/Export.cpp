@@ -20,14 +20,14 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "Writes what `qvhost import` reads: CSV by RFC 4180 whose first line is id,address, or a JSON\n"
-    "array of objects with id and address. A new file is complete or does not exist, and has the\n"
-    "mode 0600. If something stands there already, the command leaves it alone and fails.\n"
+    "Writes what `qvhost import` reads: CSV by RFC 4180 whose first line is id,address, or a\n"
+    "JSON array of objects with id and address. A new file is complete or does not exist, and\n"
+    "has the mode 0600. If something stands there already, qvhost leaves it alone and\n"
+    "fails.\n"
     "\n"
-    "An address may hold any bytes, but these formats hold UTF-8 only. If an address is not "
-    "UTF-8,\n"
-    "the command names its service and writes nothing. With --replace it writes U+FFFD instead of\n"
-    "the bytes that are not UTF-8.\n"
+    "An address may hold any bytes, but these formats hold UTF-8 only. If an address is not\n"
+    "UTF-8, qvhost names its service and writes nothing. With --replace it writes U+FFFD\n"
+    "instead of the bytes that are not UTF-8.\n"
     "\n"
     "  qvhost export services.csv\n"
     "  qvhost export --format json | ssh other qvhost import -";

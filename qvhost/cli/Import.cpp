@@ -21,16 +21,14 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The formats are those of `qvhost export` and of list --json and --csv: a JSON array of "
-    "objects\n"
-    "with id and address, or CSV by RFC 4180 whose first line is id,address. A text that begins\n"
-    "with a bracket is JSON.\n"
+    "The formats are those of `qvhost export` and of list --json and --csv: a JSON array of\n"
+    "objects with id and address, or CSV by RFC 4180 whose first line is id,address. A text\n"
+    "that begins with a bracket is JSON.\n"
     "\n"
-    "The file is checked first. If anything is wrong, such as an identifier that occurs twice or "
-    "an\n"
-    "address that is not UTF-8, the command names each place and registers nothing. A service "
-    "that\n"
-    "is registered already gets the new address. Services that the file does not name stay.\n"
+    "The file is checked first. If anything is wrong, such as an identifier that occurs twice\n"
+    "or an address that is not UTF-8, qvhost names each place and registers nothing. A\n"
+    "service that is registered already gets the new address. Services that the file does not\n"
+    "name stay.\n"
     "\n"
     "  qvhost import services.csv\n"
     "  qvhost import - < services.json";

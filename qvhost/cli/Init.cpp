@@ -15,13 +15,12 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The plug-in keeps the directory in a configuration file, which it never makes itself. "
-    "Without\n"
-    "the file, the services are gone when the host ends. This makes the file in the directory of\n"
-    "--config-dir, and the directory if it is missing. The file holds no services. If something\n"
-    "stands in the place of the file or of its backup, the command leaves it alone and fails. It\n"
-    "loads the plug-in but does not initialise it. With --json the output is one object on one\n"
-    "line:\n"
+    "The plug-in keeps the directory in a configuration file, which it never makes itself.\n"
+    "Without the file, the services are gone when the host ends. This makes the file in the\n"
+    "directory of --config-dir, and the directory if it is missing. The file holds no services.\n"
+    "If something stands in the place of the file or of its backup, qvhost leaves it alone\n"
+    "and fails. It loads the plug-in but does not initialise it. With --json the output is one\n"
+    "object on one line:\n"
     "\n"
     "  {\"path\":\"...\"}";
 

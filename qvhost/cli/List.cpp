@@ -16,20 +16,19 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "Asks the resident host. With --offline, reads the configuration file instead, or its backup "
-    "if\n"
-    "the file is missing or damaged, and says on standard error which one it read. That changes "
-    "no\n"
-    "file and needs no host. A running host may know of removals that the file does not show.\n"
+    "Asks the resident host. With --offline, reads the configuration file instead, or its\n"
+    "backup if the file is missing or damaged, and says on standard error which one it read.\n"
+    "That changes no file and needs no host. A running host may know of removals that the file\n"
+    "does not show.\n"
     "\n"
-    "The table shows control characters, and bytes that are not UTF-8, escaped as in \\x1b, and a\n"
-    "backslash twice. With --json the directory is one array on one line. With --csv it has the\n"
-    "lines of RFC 4180. In both, U+FFFD replaces bytes that are not UTF-8:\n"
+    "The table shows control characters, and bytes that are not UTF-8, escaped as in \\x1b, and\n"
+    "a backslash twice. With --json the directory is one array on one line. With --csv it has\n"
+    "the lines of RFC 4180. In both, U+FFFD replaces bytes that are not UTF-8:\n"
     "\n"
     "  [{\"id\":1,\"address\":\"/run/a.sock\"},{\"id\":2,\"address\":\"tcp://127.0.0.1:9000\"}]\n"
     "\n"
-    "With --watch, prints the directory again whenever it has changed. A terminal shows only the\n"
-    "latest. If the host goes away, waits until it is back. Ctrl-C ends the command:\n"
+    "With --watch, prints the directory again whenever it has changed. A terminal shows only\n"
+    "the latest. If the host goes away, waits until it is back. Ctrl-C ends qvhost:\n"
     "\n"
     "  qvhost list --watch --interval 0.5";
 

@@ -21,9 +21,8 @@ namespace {
 
 constexpr char kRegisterFooter[] =
     "Registers all services with one request. If an identifier is registered already, the new\n"
-    "address replaces the old one. An identifier is a signed 32-bit number, decimal or from 0x0 "
-    "to\n"
-    "0x7fffffff. If an address begins with a -, put -- before the first identifier.\n"
+    "address replaces the old one. An identifier is a signed 32-bit number, decimal or from 0x0\n"
+    "to 0x7fffffff. If an address begins with a -, put -- before the first identifier.\n"
     "\n"
     "  qvhost register 1 /run/a.sock\n"
     "  qvhost register 1 /run/a.sock 2 tcp://127.0.0.1:9000";

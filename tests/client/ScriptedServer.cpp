@@ -1,8 +1,8 @@
 #include "ScriptedServer.h"
 
 #include <QvFrame.h>
+#include <QvSystem/UnixAddress.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,10 +25,8 @@ void check(bool succeeded, const char* attempt) {
 int listenAt(const std::string& path, int backlog) {
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     check(descriptor != -1, "cannot make a socket");
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    check(::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
+    const sockaddr_un address = system::unixAddress(path);
+    check(::bind(descriptor, system::generic(address), sizeof address) == 0,
           "cannot bind a socket");
     check(::listen(descriptor, backlog) == 0, "cannot listen");
     return descriptor;

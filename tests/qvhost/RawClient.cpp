@@ -1,16 +1,14 @@
 #include "qvhost/RawClient.h"
 
 #include <QvFrame.h>
+#include <QvSystem/UnixAddress.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <system_error>
-#include <utility>
 
 namespace qv::host {
 
@@ -22,34 +20,21 @@ std::string frame(uint32_t code, uint32_t number, const std::string& bytes) {
 
 RawClient::RawClient(const std::string& path)
     : descriptor_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        const int error = errno;
-        ::close(descriptor_);
-        throw std::system_error(error, std::generic_category(), "cannot connect to " + path);
+    const sockaddr_un address = system::unixAddress(path);
+    if (::connect(descriptor_.get(), system::generic(address), sizeof address) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot connect to " + path);
     }
     // The bound makes a test fail that waits for nothing.
     const timeval never = {120, 0};
-    ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &never, sizeof never);
-    ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &never, sizeof never);
-}
-
-RawClient::RawClient(RawClient&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-RawClient::~RawClient() {
-    if (descriptor_ != -1) {
-        ::close(descriptor_);
-    }
+    ::setsockopt(descriptor_.get(), SOL_SOCKET, SO_RCVTIMEO, &never, sizeof never);
+    ::setsockopt(descriptor_.get(), SOL_SOCKET, SO_SNDTIMEO, &never, sizeof never);
 }
 
 bool RawClient::send(const std::string& bytes) const {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t count =
-            ::send(descriptor_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            ::send(descriptor_.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         if (count <= 0) {
             EXPECT_EQ(errno, EPIPE) << std::strerror(errno);
             return false;
@@ -60,17 +45,17 @@ bool RawClient::send(const std::string& bytes) const {
 }
 
 bool RawClient::sendSome(const std::string& bytes) const {
-    return ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) > 0;
+    return ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) > 0;
 }
 
 void RawClient::endSending() const {
-    EXPECT_EQ(::shutdown(descriptor_, SHUT_WR), 0);
+    EXPECT_EQ(::shutdown(descriptor_.get(), SHUT_WR), 0);
 }
 
 bool RawClient::receive(char* bytes, std::size_t count) const {
     std::size_t received = 0;
     while (received < count) {
-        const ssize_t part = ::recv(descriptor_, bytes + received, count - received, 0);
+        const ssize_t part = ::recv(descriptor_.get(), bytes + received, count - received, 0);
         if (part <= 0) {
             EXPECT_EQ(part, 0) << std::strerror(errno);
             EXPECT_EQ(received, 0U) << "the connection ended in the middle of an answer";

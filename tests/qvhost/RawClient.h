@@ -2,6 +2,7 @@
 #ifndef QVHOST_RAW_CLIENT_H
 #define QVHOST_RAW_CLIENT_H
 
+#include <QvSystem/Descriptor.h>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -23,12 +24,6 @@ class RawClient {
   public:
     // Connects to the socket. Throws std::system_error.
     explicit RawClient(const std::string& path);
-    RawClient(RawClient&& other) noexcept;
-    ~RawClient();
-
-    RawClient(const RawClient&) = delete;
-    RawClient& operator=(const RawClient&) = delete;
-    RawClient& operator=(RawClient&&) = delete;
 
     // Sends all bytes. Returns false if the host has closed the connection.
     bool send(const std::string& bytes) const;
@@ -51,12 +46,12 @@ class RawClient {
     // Tells whether the host answers a ping.
     bool works() const;
 
-    int descriptor() const { return descriptor_; }
+    int descriptor() const { return descriptor_.get(); }
 
   private:
     bool receive(char* bytes, std::size_t count) const;
 
-    int descriptor_;
+    system::Descriptor descriptor_;
 };
 
 }  // namespace qv::host

@@ -1,10 +1,10 @@
 #include "server/ListeningSocket.h"
 
+#include <QvSystem/UnixAddress.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,10 +50,8 @@ std::string problemOf(const std::string& path) {
 // does.
 int bindSocket(const std::string& path, int type = SOCK_STREAM) {
     const int descriptor = ::socket(AF_UNIX, type, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const sockaddr_un address = system::unixAddress(path);
+    EXPECT_EQ(::bind(descriptor, system::generic(address), sizeof address), 0);
     return descriptor;
 }
 

@@ -2,10 +2,10 @@
 #ifndef QVHOST_NOTIFY_SOCKET_H
 #define QVHOST_NOTIFY_SOCKET_H
 
+#include <QvSystem/UnixAddress.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,10 +22,8 @@ class NotifySocket {
     explicit NotifySocket(HostProcess& host)
         : descriptor_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         const std::string path = host.files().path("notify");
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        if (::bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        const sockaddr_un address = system::unixAddress(path);
+        if (::bind(descriptor_, system::generic(address), sizeof address) != 0) {
             throw std::system_error(errno, std::generic_category(), path);
         }
         // The bound makes a test fail that waits for nothing.

@@ -1,9 +1,9 @@
 // Tests the host under a service manager.
 #include <QvFrame.h>
+#include <QvSystem/UnixAddress.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -22,10 +22,8 @@ using testing::HasSubstr;
 
 int listeningSocket(const std::string& path) {
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const sockaddr_un address = system::unixAddress(path);
+    EXPECT_EQ(::bind(descriptor, system::generic(address), sizeof address), 0);
     EXPECT_EQ(::listen(descriptor, 10), 0);
     return descriptor;
 }
