@@ -21,17 +21,16 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using testing::AllOf;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 // The attributes that a change of a file or directory would alter.
 struct FileState {
-    ino_t inode;
-    mode_t mode;
-    uid_t owner;
-    off_t size;
-    time_t changedSeconds;
-    long changedNanoseconds;
+    ino_t inode = 0;
+    mode_t mode = 0;
+    uid_t owner = 0;
+    off_t size = 0;
+    time_t changedSeconds = 0;
+    long changedNanoseconds = 0;
     std::string bytes;
 };
 
@@ -83,7 +82,7 @@ class QvhostOffline : public testing::Test {
         const std::map<std::string, FileState> before = states();
         std::vector<std::string> arguments = {"list", "--offline"};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        const Outcome outcome = program_.run(arguments);
+        Outcome outcome = program_.run(arguments);
         EXPECT_TRUE(states() == before);
         EXPECT_FALSE(fs::exists(program_.files().path("log")));
         return outcome;
