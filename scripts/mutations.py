@@ -52,7 +52,7 @@ CONSTANTS = {
 }
 TEXTS = {'"r"': ('"r+"',), '"w+"': ('"r+"', '"a+"', '"w"')}
 
-UNCHANGED = ("using", "static_assert")
+UNCHANGED = ("using", "static_assert", "class")
 
 INTEGER = re.compile(
     r"\b(?:int|std::u?int\d+_t|std::size_t|CFIndex|long) (\w+)(?= =|[;,)])"
@@ -144,19 +144,25 @@ class Source:
 
     def _read_braces(self, first, brace):
         """Whether they hold declarations or statements, and not values."""
-        head = [self.tokens[i].text for i in self._top_level(first, brace)]
+        head = [self.tokens[i].text for i in self._top_level(self._behind_template(first), brace)]
         end = self.match[brace]
-        if "namespace" in head:
+        if head[:1] in (["class"], ["struct"], ["namespace"]):
             self._read_declarations(brace + 1, end)
         elif "(" in head and "=" not in head[:head.index("(")]:
             name = first + next(i for i, t in enumerate(self.tokens[first:brace]) if t.text == "(") - 1
             self.functions.append((first, end, self.tokens[name].text, "bool" in head[:head.index("(")]))
             self._read_block(brace + 1, end)
-        elif {"class", "struct"} & set(head) and "=" not in head:
-            self._read_declarations(brace + 1, end)
         else:
             return False
         return True
+
+    def _behind_template(self, index):
+        while self._is(index, "template"):
+            index, depth = index + 2, 1
+            while depth:
+                depth += {"<": 1, ">": -1, ">>": -2}.get(self.tokens[index].text, 0)
+                index += 1
+        return index
 
     def _top_level(self, first, last):
         """The indexes between these, without what stands in brackets."""
@@ -260,7 +266,7 @@ class Source:
         for index, token in enumerate(self.tokens):
             text = token.text
             if text in UNCHANGED:
-                unchanged_to = next(i for i in self._top_level(index, len(self.tokens)) if self._is(i, ";"))
+                unchanged_to = next(i for i in self._top_level(index, len(self.tokens)) if self._is(i, ";", "{"))
             if index < unchanged_to:
                 continue
             if token.kind == "string":
