@@ -14,8 +14,8 @@ bool isForObjects(const CFArrayCallBacks& callBacks) {
            callBacks.equal == kCFTypeArrayCallBacks.equal;
 }
 
-// An empty array, with room behind it for its callbacks, if they are special, and for `inlineCount`
-// values, all of which have to be appended.
+// Creates an empty array. The memory behind it has room for the callbacks, unless the values are
+// objects, and for `inlineCount` values, all of which must be appended.
 Array* createArray(CFAllocatorRef allocator, bool isMutable, const CFArrayCallBacks* callBacks,
                    std::size_t inlineCount) {
     const CFArrayCallBacks& wanted = callBacks == nullptr ? kNoCallBacks : *callBacks;
@@ -42,7 +42,8 @@ Array* createArray(CFAllocatorRef allocator, bool isMutable, const CFArrayCallBa
     return array;
 }
 
-// Only an array whose values do not stand behind it grows.
+// Makes room for one more value. The values must not stand behind the array in its own memory,
+// unless the array still has room.
 bool makeRoom(Array& array) {
     if (array.count < array.capacity) {
         return true;
@@ -57,7 +58,7 @@ bool makeRoom(Array& array) {
     return true;
 }
 
-// The array must have room for it.
+// Appends a value. The array must have room for it.
 void append(Array& array, const void* value) {
     if (array.holdsObjects()) {
         retain(asObject(value));
@@ -105,7 +106,7 @@ bool equalArrays(const Object* one, const Object* other, Comparison& comparison)
     return true;
 }
 
-// Not of the elements: they may be nested deep.
+// Returns the hash of the count, since the elements may be nested deep.
 CFHashCode hashArray(const Object* object) {
     return hashWord(static_cast<const Array*>(object)->count);
 }

@@ -1,4 +1,4 @@
-// Arrays, as the readers and the writer see them.
+// Declares arrays for the readers and the writer.
 #ifndef COREFOUNDATION_ARRAY_H
 #define COREFOUNDATION_ARRAY_H
 
@@ -11,9 +11,9 @@ namespace cf {
 struct Array : Container {
     Array(bool canChange, bool isSpecial) : Container(Type::Array, canChange, isSpecial) {}
 
-    // Whether the values are objects, as in every array of a property list.
+    // Returns whether the values are objects, as in every array of a property list.
     bool holdsObjects() const { return !hasCallBacks; }
-    // Only where it holds something else.
+    // Returns the callbacks. The array must not hold objects.
     const CFArrayCallBacks& callBacks() const {
         return *reinterpret_cast<const CFArrayCallBacks*>(this + 1);
     }
@@ -28,11 +28,12 @@ inline const Array* asArray(const Object* object) {
     return static_cast<const Array*>(object);
 }
 
-// An empty array of objects. Null where there is no memory.
+// Creates an empty array of objects. Returns null if memory runs out.
 Array* makeArray();
 
-// Takes over the caller's reference to the value; false, and the reference is given back, where
-// there is no memory. The array need not be mutable: this is how the readers fill it.
+// Appends a value and takes over the caller's reference to it. Returns false and releases the value
+// if memory runs out. The array need not be mutable, since the readers fill arrays with this
+// function.
 bool appendTaking(Array& array, const Object* value);
 
 }  // namespace cf

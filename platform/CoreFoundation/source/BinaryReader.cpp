@@ -1,11 +1,12 @@
 // clang-format off
-// What is accepted, all numbers with the most significant byte first:
+// Reads binary property lists. The grammar of the accepted documents follows. All numbers have their
+// most significant byte first.
 //
 //   document = "bplist0" and any byte; objects; offset table; trailer
-//   trailer  = 6 bytes of no meaning; offset size: 1 byte; reference size: 1 byte;
+//   trailer  = 6 bytes without meaning; offset size: 1 byte; reference size: 1 byte;
 //              number of objects, number of the root, position of the offset table: 8 bytes each
 //   offset table = the position of each object: offset size bytes each
-//   object   = a marker byte, whose upper half is the kind; and what the kind says:
+//   object   = a marker byte, whose upper half is the kind; and the contents of that kind:
 //     00       null            08  false           09  true
 //     1n       whole number of 2^n bytes: unsigned up to 4, signed in 8, the low 8 of 16 unsigned
 //     22, 23   real number of 4 or 8 bytes
@@ -17,15 +18,16 @@
 //     An, Cn   array, set: n references to objects
 //     Dn       dictionary: n references to its keys, then n to their values; no key is a container
 //   reference = the number of an object: reference size bytes
-//   n = F    a whole number follows, as an object with its marker, that is the length
+//   n = F    the length is a whole number that follows, as an object with its marker
 //
-// The trailer has to fit the document exactly, and both sizes have to be large enough for what they
-// count. Sizes may be odd or over 8 bytes; the low 8 count. Of equal keys the first counts.
+// The numbers in the trailer must fit the document exactly, and both sizes must be large enough for
+// the numbers that they hold. Sizes may be odd or over 8 bytes; the low 8 bytes of such a number count.
+// Of equal keys the first counts.
 //
-// An object may be referred to more than once. A container that is stands in the tree as often, so a
-// small document could stand for a huge tree; one that holds itself, for an endless one. So the depth,
-// the number of references and the size of the written tree are limited. A document without such
-// tricks has fewer references than bytes.
+// A document may refer to an object more than once. The tree then contains the object as often, so a
+// small document could stand for a huge tree, or for an endless one if a container holds itself. So the
+// depth, the number of references and the size of the written tree are limited. A document that does
+// not repeat its objects has fewer references than bytes.
 // clang-format on
 #include "BinaryReader.h"
 
@@ -35,6 +37,7 @@
 #include "Buffer.h"
 #include "Data.h"
 #include "Date.h"
+#include "Limits.h"
 #include "Number.h"
 #include "Set.h"
 #include "String.h"
@@ -48,8 +51,6 @@ namespace {
 constexpr std::string_view kMagic = "bplist0";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
-
-constexpr std::size_t kReferencesAtLeast = std::size_t{1} << 17;
 
 enum Kind : unsigned char {
     kSimple = 0x0,
@@ -69,7 +70,7 @@ const unsigned char* bytesOf(std::string_view text) {
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-// The low 8 of `size` bytes. Nearly all references and offsets are of 1 or 2.
+// Returns the low 8 of `size` bytes. Nearly all references and offsets have 1 or 2 bytes.
 std::uint64_t readSized(const unsigned char* bytes, std::size_t size) {
     if (size == 1) {
         return bytes[0];
@@ -95,7 +96,7 @@ float readFloat(const unsigned char* bytes) {
     return real;
 }
 
-// Whether a number of `size` bytes can be as large as `limit`.
+// Returns whether a number of `size` bytes can be as large as `limit`.
 bool reaches(std::size_t size, std::uint64_t limit) {
     return size >= 8 || limit >> (8 * size) == 0;
 }
@@ -104,7 +105,7 @@ class BinaryReader {
   public:
     BinaryReader(std::string_view document, bool containersAreMutable)
         : document_(document),
-          referencesLeft_(std::max(document.size(), kReferencesAtLeast)),
+          referencesLeft_(std::max(document.size(), kReferencesAlwaysAllowed)),
           tree_(containersAreMutable, Present::Keep) {}
     BinaryReader(const BinaryReader&) = delete;
     BinaryReader& operator=(const BinaryReader&) = delete;
@@ -126,7 +127,7 @@ class BinaryReader {
     }
 
   private:
-    // An object's kind and length, and the bytes behind its marker.
+    // The kind and the length of an object, and the bytes behind its marker.
     struct Header {
         Kind kind;
         unsigned char low;
@@ -134,7 +135,7 @@ class BinaryReader {
         const unsigned char* contents;
     };
 
-    // The references of a container that is being read.
+    // The references of a container that is being read, and the next one to read.
     struct Level {
         Kind kind;
         const unsigned char* references;
@@ -225,7 +226,7 @@ class BinaryReader {
         return true;
     }
 
-    // How many bytes there are up to the end of the objects.
+    // Returns the number of bytes up to the end of the objects.
     std::size_t bytesFrom(const unsigned char* bytes) const {
         return static_cast<std::size_t>(bytesOf(document_) + table_ - bytes);
     }
@@ -235,7 +236,7 @@ class BinaryReader {
                fail("an object that ends outside of the objects");
     }
 
-    // Takes one of the references that the document may have.
+    // Counts a reference. Returns false if the document has used up its references.
     bool takeReference() {
         if (referencesLeft_ == 0) {
             return fail("more references than the document has room for");
@@ -251,7 +252,7 @@ class BinaryReader {
             if (!readObject(next, value)) {
                 return nullptr;
             }
-            // Up from what is complete to the next reference.
+            // Adds the value, and closes each container without further references.
             for (;;) {
                 if (value != nullptr) {
                     if (tree_.depth() == 0) {
@@ -305,7 +306,7 @@ class BinaryReader {
         return key != nullptr && tree_.setKey(key, &reason_);
     }
 
-    // Goes into the object, where it is a container; else it is `value`.
+    // Reads an object. Opens it if it is a container; otherwise sets `value`.
     bool readObject(std::size_t object, const Object*& value) {
         Header header = {};
         if (!readHeader(object, header)) {
@@ -335,7 +336,7 @@ class BinaryReader {
         return kind == kSet ? made(makeSet(*asArray(container.get()))) : container.pass();
     }
 
-    // A reference to the leaf, which is made once.
+    // Returns a reference to the leaf, which is created only once.
     const Object* readLeaf(std::size_t object, const Header& header) {
         if (!takeReference()) {
             return nullptr;
@@ -460,7 +461,7 @@ class BinaryReader {
     const std::string_view document_;
     const char* reason_ = nullptr;
 
-    // The trailer.
+    // The numbers in the trailer.
     std::size_t offsetSize_ = 0;
     std::size_t referenceSize_ = 0;
     std::size_t objectCount_ = 0;
@@ -469,9 +470,10 @@ class BinaryReader {
 
     std::size_t referencesLeft_;
 
-    const Object** leaves_ = nullptr;  // by their numbers, as far as they have been read
+    // The leaves that have been read, by their numbers.
+    const Object** leaves_ = nullptr;
     Tree tree_;
-    Level levels_[kMaximumNesting];  // of the tree
+    Level levels_[kMaximumNesting];  // The open containers of the tree.
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Binary property lists. What the reader accepts stands at the top of BinaryReader.cpp.
+// Declares the reader of binary property lists. BinaryReader.cpp states at its top which documents
+// the reader accepts.
 #ifndef COREFOUNDATION_BINARYREADER_H
 #define COREFOUNDATION_BINARYREADER_H
 
@@ -9,10 +10,10 @@
 
 namespace cf {
 
-// Whether the bytes begin as those of a binary document do.
+// Returns whether the bytes begin like a binary document.
 bool looksBinary(std::string_view document);
 
-// The tree of a document. Null, with a reason, where it is none.
+// Reads a document and returns its tree. Returns null with a reason if the document is refused.
 const Object* readBinary(std::string_view document, bool containersAreMutable, Refusal& refusal);
 
 }  // namespace cf

@@ -1,5 +1,5 @@
-// Memory that grows. A failed allocation is a false result, never an exception: nothing may be
-// thrown through the C interface, and every caller has a null to return.
+// Provides a buffer that grows. It reports a failed allocation as false and never throws, since no
+// exception may pass through the C interface.
 #ifndef COREFOUNDATION_BUFFER_H
 #define COREFOUNDATION_BUFFER_H
 
@@ -23,8 +23,7 @@ class Buffer {
     Buffer& operator=(const Buffer&) = delete;
     ~Buffer() { std::free(elements_); }
 
-    // Makes room for `more` elements after those there are; false, and nothing is changed, where
-    // there is no memory for them.
+    // Makes room for `more` further elements. Returns false and changes nothing if memory runs out.
     bool reserve(std::size_t more) {
         if (more <= capacity_ - size_) {
             return true;
@@ -51,7 +50,7 @@ class Buffer {
         return true;
     }
 
-    // What reserve() made room for, to be written there and then taken over by advance().
+    // The caller writes elements at end(), where reserve() made room, and adds them with advance().
     T* end() { return elements_ + size_; }
     void advance(std::size_t count) { size_ += count; }
 
@@ -64,7 +63,7 @@ class Buffer {
     const T& operator[](std::size_t index) const { return elements_[index]; }
     T& back() { return elements_[size_ - 1]; }
 
-    // Hands the memory to the caller, who frees it.
+    // Passes the memory to the caller, who frees it.
     T* release() {
         size_ = 0;
         capacity_ = 0;
@@ -77,7 +76,8 @@ class Buffer {
         if (more > kMost - size_) {
             return false;
         }
-        // Doubled while that is little, since what is not used of it is memory all the same.
+        // The capacity doubles while the buffer is small, and grows by a quarter then, since its
+        // unused part takes memory as well.
         constexpr std::size_t kMuch = (std::size_t{1} << 25) / sizeof(T);
         const std::size_t needed = size_ + more;
         const std::size_t extra = capacity_ < kMuch ? capacity_ : capacity_ / 4;

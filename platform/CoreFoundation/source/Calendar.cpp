@@ -17,10 +17,10 @@ constexpr int kDaysInCentury = 36524;
 constexpr int kDaysInFourYears = 1461;
 constexpr int kDaysInYear = 365;
 
-// From the start of year 0, a leap year, to the start of the reference year.
+// The days from the start of year 0, a leap year, to the start of the reference year.
 constexpr int kDaysBeforeReference = 5 * kDaysInCycle + kDaysInYear + 1;
 
-// The months after December are there for dates that name them. Any further month adds no days.
+// A date may name the months 13 to 15. A later month adds no days.
 constexpr int kDaysBeforeMonth[] = {0,   0,   31,  59,  90,  120, 151, 181,
                                     212, 243, 273, 304, 334, 365, 0,   0};
 
@@ -29,7 +29,7 @@ struct Division {
     int remainder;
 };
 
-// With a remainder that is never negative.
+// Divides with a remainder that is never negative.
 Division divideDown(std::int64_t dividend, int divisor) {
     const std::int64_t quotient = dividend / divisor - (dividend % divisor < 0 ? 1 : 0);
     const int remainder = static_cast<int>(dividend % divisor);
@@ -47,8 +47,8 @@ int daysBeforeMonth(int month, bool leap) {
     return kDaysBeforeMonth[month] + (month > 2 && leap ? 1 : 0);
 }
 
-// These yield the least integer for what is none and for what does not fit. The language leaves
-// such conversions undefined, and the dates that come of them must be the same everywhere.
+// Return the least integer if the number is not a number or does not fit. The language leaves such
+// conversions undefined, but a date must be the same on every processor.
 std::int64_t toInt64(double number) {
     const bool fits = number >= -0x1p63 && number < 0x1p63;
     return fits ? static_cast<std::int64_t>(number) : INT64_MIN;
@@ -59,7 +59,8 @@ std::int32_t toInt32(double number) {
     return fits ? static_cast<std::int32_t>(number) : INT32_MIN;
 }
 
-// The product must be rounded on its own: fused with the subtraction it would yield other times.
+// Returns the remainder of a division that rounds down. The product must be rounded before the
+// subtraction, since a fused operation would yield different times.
 double floorRemainder(double number, int divisor) {
     const double product = std::floor(number / divisor) * divisor;
     return number - product;
@@ -90,8 +91,8 @@ double absoluteTime(std::int64_t year, int month, int day, int hour, int minute,
 }
 
 GregorianDate gregorianDate(double time) {
-    // The reference year is the first of a cycle, so the leap days are at the ends: of every fourth
-    // year, except that of a century, except that of the cycle.
+    // The reference year is the first of a cycle, so each leap day is at the end of a period: of
+    // every fourth year, except at the end of a century, except at the end of the cycle.
     const auto [cycle, dayInCycle] = divideDown(toInt64(std::floor(time / 86400)), kDaysInCycle);
     int days = dayInCycle;
     const int century = std::min(days / kDaysInCentury, 3);

@@ -1,4 +1,5 @@
-// The proleptic Gregorian calendar, in which there is a year 0, in UTC and without leap seconds.
+// Converts dates of the proleptic Gregorian calendar, which has a year 0. All times are in UTC,
+// without leap seconds.
 #ifndef COREFOUNDATION_CALENDAR_H
 #define COREFOUNDATION_CALENDAR_H
 
@@ -19,8 +20,8 @@ struct GregorianDate {
 // except the month: a month after 15 adds no days, and no month may be negative.
 double absoluteTime(std::int64_t year, int month, int day, int hour, int minute, int second);
 
-// The date and time that contain the moment. Moments too far away to have one, and what is no
-// number, yield fields out of their range, but always the same.
+// Returns the date and time that contain the moment. If `time` is not a number or is too far from
+// 2001, some fields are outside their range; they are the same on every processor.
 GregorianDate gregorianDate(double time);
 
 }  // namespace cf

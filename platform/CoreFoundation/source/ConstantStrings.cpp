@@ -1,4 +1,4 @@
-// The strings of CFSTR: made on first use, kept for ever.
+// Creates the strings of CFSTR at their first use and keeps them for ever.
 #include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFString.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 std::mutex g_mutex;
 
-// The strings by their contents, which stay where they are. Protected by g_mutex.
+// The strings by their texts, which are in the memory of the strings. Protected by g_mutex.
 CFMutableDictionaryRef g_strings = nullptr;
 
 Boolean equalTexts(const void* one, const void* other) {
@@ -55,7 +55,7 @@ CFStringRef __CFStringMakeConstantString(const char* text) {
         cf::release(string);
         return nullptr;
     }
-    // Who releases what was not created must not end it for everybody else.
+    // A caller that releases the string by mistake must not destroy it for other callers.
     string->references.store(cf::Object::kImmortal, std::memory_order_relaxed);
     return reinterpret_cast<CFStringRef>(string);
 }

@@ -1,4 +1,4 @@
-// The objects that are there from the start: allocators, the null, true and false.
+// Defines the constant objects: the allocators, the null, true and false.
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFNumber.h>
 

@@ -1,4 +1,4 @@
-// Data, as the readers and the writer see it.
+// Declares data for the readers and the writer.
 #ifndef COREFOUNDATION_DATA_H
 #define COREFOUNDATION_DATA_H
 
@@ -12,11 +12,11 @@
 namespace cf {
 
 struct Data : Object {
-    // What becomes of the bytes at the data's end.
+    // States who owns the bytes.
     enum class Bytes : std::uint8_t {
-        Behind,    // they stand behind the object and go with it
-        Borrowed,  // they are somebody else's
-        Owned,     // they are freed
+        Behind,    // The bytes follow the object in its own memory.
+        Borrowed,  // The caller owns the bytes.
+        Owned,     // The data frees the bytes when it is destroyed.
     };
 
     Data(const void* itsBytes, std::size_t count, Bytes where)
@@ -34,10 +34,11 @@ inline const Data* asData(const Object* object) {
     return static_cast<const Data*>(object);
 }
 
-// Null where there is no memory.
+// Creates data that holds a copy of the bytes. Returns null if memory runs out.
 Data* makeData(std::string_view bytes, CFAllocatorRef allocator = nullptr);
 
-// Takes the buffer's memory over; where there is no memory for the object, the buffer keeps it.
+// Creates data that takes over the buffer's memory. Returns null if memory runs out; the buffer
+// keeps its memory then.
 Data* makeData(Buffer<char>& bytes, CFAllocatorRef allocator = nullptr);
 
 }  // namespace cf

@@ -21,7 +21,7 @@ bool equalDates(const Object* one, const Object* other, Comparison& /*comparison
 }
 
 CFHashCode hashDate(const Object* object) {
-    // One hash for both zeros, and for all that is not a number.
+    // Both zeros have the same hash, and so have all values that are not numbers.
     const CFAbsoluteTime time = static_cast<const Date*>(object)->time + 0.0;
     return std::isnan(time) ? hashWord(0) : hashBytes(&time, sizeof time);
 }

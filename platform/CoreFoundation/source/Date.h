@@ -1,4 +1,4 @@
-// Dates, as the readers and the writer see them.
+// Declares dates for the readers and the writer.
 #ifndef COREFOUNDATION_DATE_H
 #define COREFOUNDATION_DATE_H
 

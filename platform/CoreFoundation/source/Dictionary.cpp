@@ -13,7 +13,7 @@ using CallBacks = Dictionary::CallBacks;
 using Entry = Dictionary::Entry;
 using Index = Dictionary::Index;
 
-// Up to here a search from end to end is faster.
+// The number of entries up to which looking at each of them is faster than an index.
 constexpr std::size_t kMostWithoutIndex = 8;
 constexpr std::size_t kMostEntries = UINT32_MAX / 4;
 
@@ -56,8 +56,9 @@ Dictionary* createDictionary(CFAllocatorRef allocator, bool isMutable,
     return dictionary;
 }
 
-// Whether a key is found is wanted at once, so keys that are containers are compared on the stack,
-// and their keys as well: as deep as makes sense, and beyond that not at all.
+// Compares two keys. The search for a key needs the result at once, so containers that are keys,
+// and the keys of their keys, are compared recursively. Returns false beyond a depth that no
+// sensible tree has.
 bool equalKeys(const Object* one, const Object* other) {
     constexpr int kDeepest = 8;
     static thread_local int depth = 0;
@@ -91,7 +92,7 @@ std::uint32_t hashKey(const Dictionary& dictionary, const void* key) {
         return static_cast<std::uint32_t>(hash(asObject(key)));
     }
     const auto hashOf = dictionary.callBacks().key.hash;
-    // What the callback gives, and an address, may differ in few of its bits.
+    // The results of a callback, or addresses, may differ in only a few bits.
     return static_cast<std::uint32_t>(
         hashWord(hashOf == nullptr ? reinterpret_cast<std::uintptr_t>(key) : hashOf(key)));
 }
@@ -104,7 +105,7 @@ Index* makeIndex(const Dictionary& dictionary, std::size_t capacity) {
     return index;
 }
 
-// Room for one entry more, and an index over that many.
+// Makes room for one more entry, and an index with room for all entries.
 bool makeRoom(Dictionary& dictionary) {
     if (dictionary.count < dictionary.capacity) {
         return true;
@@ -159,7 +160,7 @@ Entry* find(const Dictionary& dictionary, const void* key) {
     return nullptr;
 }
 
-// The key must not be there yet, and the dictionary must have room for it.
+// Appends an entry. The dictionary must not hold the key yet and must have room for the entry.
 void append(Dictionary& dictionary, const void* key, const void* value) {
     if (dictionary.index != nullptr) {
         dictionary.index->insert(hashKey(dictionary, key), dictionary.count);
@@ -204,7 +205,7 @@ void releaseValue(const Dictionary& dictionary, const void* value, Ending& endin
 void insert(Dictionary& dictionary, const void* key, const void* value, Present present) {
     if (Entry* const entry = find(dictionary, key); entry != nullptr) {
         if (present == Present::Replace) {
-            // In this order: it may be the same value, or part of it.
+            // The new value is retained first, since it may be the previous value or a part of it.
             const void* const before = entry->value;
             entry->value = retainValue(dictionary, value);
             Ending ending;
@@ -219,7 +220,7 @@ void insert(Dictionary& dictionary, const void* key, const void* value, Present 
     }
 }
 
-// The last entry takes the place of the one that goes.
+// Removes an entry. The last entry takes its place.
 void remove(Dictionary& dictionary, Entry& entry) {
     const Entry removed = entry;
     const auto position = static_cast<std::size_t>(&entry - dictionary.entries);
@@ -251,7 +252,8 @@ void releaseEntries(const Dictionary& dictionary, const Entry* entries, std::siz
 }
 
 void removeAll(Dictionary& dictionary) {
-    // What the entries' end does must find the dictionary empty already.
+    // The dictionary must be empty before the entries are released, since destroying an entry may
+    // call a callback that uses the dictionary.
     Entry few[Dictionary::kInlineCount];
     std::copy_n(dictionary.inlineEntries, Dictionary::kInlineCount, few);
     const bool wereInline = dictionary.entries == dictionary.inlineEntries;
@@ -303,7 +305,7 @@ bool equalDictionaries(const Object* one, const Object* other, Comparison& compa
     });
 }
 
-// Not of the entries: they may be nested deep.
+// Returns the hash of the count, since the entries may be nested deep.
 CFHashCode hashDictionary(const Object* object) {
     return hashWord(static_cast<const Dictionary*>(object)->count);
 }

@@ -1,8 +1,9 @@
-// Dictionaries, as the readers and the writer see them.
+// Declares dictionaries for the readers and the writer.
 //
-// The entries stand one after the other: in the dictionary itself while they are as few as those of
-// a service, else in memory of their own. A handful is searched from end to end; more than that are
-// found through an index, a hash table of the entries' positions.
+// The entries of a dictionary are an array. It is a part of the dictionary object while there are
+// as few entries as a service has, and a separate block of memory otherwise. A search looks at each
+// entry of a small dictionary; a large dictionary has an index, a hash table of the positions of
+// its entries.
 #ifndef COREFOUNDATION_DICTIONARY_H
 #define COREFOUNDATION_DICTIONARY_H
 
@@ -19,7 +20,8 @@ struct Dictionary : Container {
         const void* value;
     };
 
-    // Whether all keys or all values are objects, as in every dictionary of a property list.
+    // The callbacks, and whether the keys and the values are objects, as in every dictionary of a
+    // property list.
     struct CallBacks {
         CFDictionaryKeyCallBacks key;
         CFDictionaryValueCallBacks value;
@@ -33,7 +35,7 @@ struct Dictionary : Container {
         capacity = kInlineCount;
     }
 
-    // Only where there are any.
+    // Returns the callbacks, which the dictionary must have.
     const CallBacks& callBacks() const { return *reinterpret_cast<const CallBacks*>(this + 1); }
     bool keysAreObjects() const { return !hasCallBacks || callBacks().keysAreObjects; }
     bool valuesAreObjects() const { return !hasCallBacks || callBacks().valuesAreObjects; }
@@ -50,14 +52,15 @@ inline const Dictionary* asDictionary(const Object* object) {
     return static_cast<const Dictionary*>(object);
 }
 
-// An empty dictionary of objects. Null where there is no memory.
+// Creates an empty dictionary of objects. Returns null if memory runs out.
 Dictionary* makeDictionary();
 
-// What becomes of the value that a key has already.
+// States whether the value that a key has already is kept or replaced.
 enum class Present { Keep, Replace };
 
-// Takes over the caller's references to the key and the value; false, and both are given back,
-// where there is no memory. The dictionary need not be mutable: this is how the readers fill it.
+// Inserts a value and takes over the caller's references to the key and the value. Returns false
+// and releases both if memory runs out. The dictionary need not be mutable, since the readers fill
+// dictionaries with this function.
 bool insertTaking(Dictionary& dictionary, const Object* key, const Object* value, Present present);
 
 }  // namespace cf

@@ -1,4 +1,4 @@
-// The hash table over the entries of a dictionary.
+// Defines the hash table of the positions of the entries of a dictionary.
 #ifndef COREFOUNDATION_DICTIONARYINDEX_H
 #define COREFOUNDATION_DICTIONARYINDEX_H
 
@@ -10,16 +10,16 @@
 
 namespace cf {
 
-// Open addressing with linear probing. At most half of the slots are in use. A slot holds half a
-// hash, so that most searches look at one key, and the position of an entry.
+// The table uses open addressing with linear probing. At most half of the slots are in use. A slot
+// holds the position of an entry and half of the hash of its key, so most searches compare one key.
 struct Dictionary::Index {
     struct Slot {
         std::uint32_t hash;
-        std::uint32_t position;  // of the entry, plus 1; 0 in a free slot
+        std::uint32_t position;  // The position of the entry plus 1, or 0 in a free slot.
     };
 
-    // Returns an empty index for so many entries, which the caller frees, or null if memory runs
-    // out.
+    // Returns an empty index for this number of entries, which the caller frees. Returns null if
+    // memory runs out.
     static Index* make(std::size_t entries) {
         std::size_t count = 1;
         while (count < 2 * entries) {
@@ -33,7 +33,7 @@ struct Dictionary::Index {
         return index;
     }
 
-    // The slots stand behind the index.
+    // Returns the slots, which follow the index in memory.
     Slot* slots() { return reinterpret_cast<Slot*>(this + 1); }
 
     std::size_t next(std::size_t slot) const { return (slot + 1) & mask; }
@@ -47,7 +47,7 @@ struct Dictionary::Index {
         slots()[slot] = {hash, static_cast<std::uint32_t>(position + 1)};
     }
 
-    // Returns the slot of the entry at `position`, which must have one.
+    // Returns the slot of the entry at `position`, which must be in the index.
     std::size_t find(std::uint32_t hash, std::size_t position) {
         std::size_t slot = home(hash);
         while (slots()[slot].position != position + 1) {
@@ -56,7 +56,7 @@ struct Dictionary::Index {
         return slot;
     }
 
-    // Frees a slot, and moves up the slots that had to pass it by.
+    // Frees a slot, and moves those slots behind it that a search would no longer find.
     void erase(std::size_t slot) {
         std::size_t free = slot;
         for (std::size_t at = next(slot); slots()[at].position != 0; at = next(at)) {
@@ -69,7 +69,7 @@ struct Dictionary::Index {
         slots()[free] = {0, 0};
     }
 
-    std::size_t mask;  // the number of slots, a power of two, less 1
+    std::size_t mask;  // The number of slots, which is a power of two, minus 1.
 };
 
 }  // namespace cf

@@ -1,4 +1,4 @@
-// Errors, as those who report one see them.
+// Declares how an error is created.
 #ifndef COREFOUNDATION_ERROR_H
 #define COREFOUNDATION_ERROR_H
 
@@ -9,7 +9,8 @@
 
 namespace cf {
 
-// Null where there is no memory.
+// Creates an error and takes over the description. Returns null if the description is null or if
+// memory runs out.
 CFErrorRef makeError(CFIndex code, Ref<String> description);
 
 }  // namespace cf

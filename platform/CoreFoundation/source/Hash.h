@@ -1,7 +1,7 @@
-// The hash of objects' contents.
+// Hashes the contents of objects.
 //
-// SipHash-1-3, keyed anew in each process: whoever writes a document cannot know which keys
-// collide, so no document can make a dictionary slow.
+// The hash is SipHash-1-3 with a new key in each process. The author of a document cannot know
+// which dictionary keys collide, so no document can make a dictionary slow.
 #ifndef COREFOUNDATION_HASH_H
 #define COREFOUNDATION_HASH_H
 

@@ -1,4 +1,4 @@
-// The 8-bit characters that the octal escapes of old-style property lists stand for.
+// Decodes the 8-bit characters of the octal escapes in old-style property lists.
 #ifndef COREFOUNDATION_NEXTSTEPLATIN_H
 #define COREFOUNDATION_NEXTSTEPLATIN_H
 
@@ -6,8 +6,8 @@
 
 namespace cf {
 
-// The character of a byte in the NEXTSTEP character set; 0 for the two bytes at its end that have
-// none.
+// Returns the character of a byte in the NEXTSTEP character set. Returns 0 for the last two bytes,
+// which have no character.
 UniChar nextStepLatinToUnicode(unsigned char byte);
 
 }  // namespace cf

@@ -15,7 +15,7 @@ namespace {
 constexpr double kTwoTo63 = 9223372036854775808.0;
 constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// The first six types stand for themselves and are their own index here.
+// Returns the one of the first six types that is equivalent to the type, or 0 if there is none.
 CFNumberType canonicalType(CFNumberType type) {
     switch (type) {
         case kCFNumberSInt8Type:
@@ -61,10 +61,11 @@ void store(void* value, T stored) {
     std::memcpy(value, &stored, sizeof stored);
 }
 
-// The nearest whole number of the type; what is none gives the least one.
+// Returns the whole part of `real`, limited to the range of the type. Returns the least number if
+// `real` is not a number.
 template <typename T>
 T toWhole(double real) {
-    // One more than the greatest value is a power of two, which a double holds exactly.
+    // The greatest value plus one is a power of two, which a double holds exactly.
     const double limit = std::ldexp(1.0, std::numeric_limits<T>::digits);
     if (!(real >= -limit)) {
         return std::numeric_limits<T>::min();
@@ -77,7 +78,8 @@ bool readWhole(const Number& number, void* value) {
     if (number.kind == Number::Kind::Real) {
         const T whole = toWhole<T>(number.real);
         store(value, whole);
-        // Two to the power of 63 and its greatest neighbour below are one double.
+        // The greatest value of a 64-bit type becomes 2^63 as a double, so the limit needs a check
+        // of its own.
         return static_cast<double>(whole) == number.real &&
                number.real < std::ldexp(1.0, std::numeric_limits<T>::digits);
     }
@@ -98,7 +100,7 @@ double asDouble(const Number& number) {
     return number.real;
 }
 
-// Whether a whole number is what `real` says.
+// Returns whether the number equals `real`.
 bool isExactly(const Number& number, double real) {
     switch (number.kind) {
         case Number::Kind::Signed:
@@ -127,8 +129,8 @@ struct NumberObject : Object {
     Number number;
 };
 
-// How a number stands in a reference, from the lowest bit on: the bit that tells it from an
-// address, three bits of what it was given as, and the number.
+// A reference that holds a number has three parts, from the lowest bit on: the bit that
+// distinguishes it from an address, three bits for `givenAs`, and the number.
 constexpr unsigned kGivenAsShift = 1;
 constexpr unsigned kWholeShift = 4;
 constexpr std::int64_t kWholeLimit = std::int64_t{1} << (63 - kWholeShift);
@@ -169,7 +171,7 @@ bool equalNumbers(const Object* one, const Object* other, Comparison& /*comparis
     return left.kind == right.kind && left.whole == right.whole;
 }
 
-// A whole number has the hash of the real one that equals it.
+// Returns the same hash for a whole number and the real number that equals it.
 CFHashCode hashNumber(const Object* object) {
     const Number number = numberOf(object);
     if (number.kind != Number::Kind::Real) {

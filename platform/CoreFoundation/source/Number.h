@@ -1,4 +1,4 @@
-// Numbers, as the readers and the writer see them.
+// Declares numbers for the readers and the writer.
 #ifndef COREFOUNDATION_NUMBER_H
 #define COREFOUNDATION_NUMBER_H
 
@@ -10,29 +10,29 @@
 
 namespace cf {
 
-// A whole number from -2^63 to 2^64-1, or a real one.
+// A whole number from -2^63 to 2^64-1, or a real number.
 struct Number {
     enum class Kind : std::uint8_t {
         Signed,
-        Large,  // over 2^63-1: `whole` holds the bits of a std::uint64_t
+        Large,  // A number over 2^63-1: `whole` holds the bits of a std::uint64_t.
         Real,
     };
 
     Kind kind;
-    std::uint8_t givenAs;  // one of the first six of CFNumberType
+    std::uint8_t givenAs;  // One of the first six values of CFNumberType.
     union {
         std::int64_t whole;
         double real;
     };
 };
 
-// The objects of numbers; null where there is no memory.
+// Creates the object of a number. Returns null if memory runs out.
 const Object* makeNumber(const Number& number, CFAllocatorRef allocator = nullptr);
 const Object* makeNumber(std::int64_t number);
 const Object* makeNumber(std::uint64_t number);
 const Object* makeNumber(double number);
 
-// The number of an object of that type.
+// Returns the number of an object, whose type must be Type::Number.
 Number numberOf(const Object* object);
 
 // Writes the number as CFNumberGetValue() does.

@@ -1,9 +1,9 @@
-// What all objects have in common: a count of references, a type, and what their type does with
-// them.
+// Defines the base of all objects: a count of references and a type.
 //
-// An object is one block of malloc()ed memory: an Object, what its type adds, and often its
-// contents behind that. The opaque references of the public headers point to it. The constants of
-// the interface are objects too, in static memory, and are never counted.
+// An object is one block of memory from malloc(). It holds an Object, the members that its type
+// adds, and often its contents behind them. The opaque references of the public headers point to
+// it. The constants of the interface are objects in static memory, whose references are not
+// counted.
 #ifndef COREFOUNDATION_OBJECT_H
 #define COREFOUNDATION_OBJECT_H
 
@@ -31,7 +31,7 @@ enum class Type : std::uint8_t {
     Date,
     Uid,
     Error,
-    // Containers, which refer to others.
+    // The types below are containers, which refer to other objects.
     Array,
     Dictionary,
     Set,
@@ -42,14 +42,14 @@ constexpr CFTypeID typeId(Type type) {
 }
 
 struct Object {
-    // Stands in place of a count in what never ends.
+    // The count of an object that is never destroyed.
     static constexpr std::uint32_t kImmortal = 0x80000000U;
 
     explicit constexpr Object(Type itsType, std::uint32_t count = 1)
         : references(count), type(itsType) {}
 
-    // Containers change only through the interface, everything else never: references are counted
-    // in constant objects.
+    // The count changes in constant objects as well. Everything else in an object is constant,
+    // except that the interface changes containers.
     mutable std::atomic<std::uint32_t> references;
     Type type;
 };
@@ -58,8 +58,8 @@ inline const Object* asObject(CFTypeRef object) {
     return static_cast<const Object*>(object);
 }
 
-// A small whole number needs no memory: it stands in its reference, which no object's address can
-// be, since it is odd. Number.h has the rest of that.
+// Returns whether the reference itself holds a small whole number, which takes no memory. Such a
+// reference is odd, so it cannot be the address of an object. Number.cpp defines its bits.
 inline bool standsInReference(const Object* object) {
     return (reinterpret_cast<std::uintptr_t>(object) & 1) != 0;
 }
@@ -73,8 +73,8 @@ inline std::uint32_t countOf(const Object* object) {
                                      : object->references.load(std::memory_order_acquire);
 }
 
-// Memory for a T with `extra` bytes behind it, the T constructed in it. Null where there is none,
-// and for the null allocator.
+// Constructs a T with `extra` bytes of memory behind it. Returns null for the null allocator, or if
+// memory runs out.
 template <typename T, typename... Arguments>
 T* create(CFAllocatorRef allocator, std::size_t extra, Arguments&&... arguments) {
     if (allocator == kCFAllocatorNull || extra > PTRDIFF_MAX - sizeof(T)) {
@@ -84,7 +84,7 @@ T* create(CFAllocatorRef allocator, std::size_t extra, Arguments&&... arguments)
     return memory == nullptr ? nullptr : new (memory) T(std::forward<Arguments>(arguments)...);
 }
 
-// Gives back what create() made with as many bytes behind it.
+// Frees an object that create() made with the same number of extra bytes.
 template <typename T>
 void dispose(T* object, std::size_t extra = 0) {
     freeObject(object, sizeof(T) + extra);
@@ -102,9 +102,9 @@ inline void retain(const Object* object) {
     }
 }
 
-// Whether that was the last reference.
+// Removes a reference. Returns whether it was the last one.
 inline bool dropReference(const Object* object) {
-    // Who holds the only reference has nobody to race with.
+    // No other thread can use the object if the caller has the only reference.
     const std::uint32_t count = countOf(object);
     if (count == 1) {
         return true;
@@ -130,7 +130,7 @@ inline void release(const Object* object) {
 bool equal(const Object* one, const Object* other);
 CFHashCode hash(const Object* object);
 
-// One reference, given back at the end of the scope unless it was passed on.
+// Holds one reference and releases it at the end of the scope, unless the reference is passed on.
 template <typename T>
 class Ref {
   public:
@@ -150,7 +150,7 @@ class Ref {
     T& operator*() const { return *object_; }
     explicit operator bool() const { return object_ != nullptr; }
 
-    // The reference is the caller's from now on.
+    // Passes the reference to the caller, who releases it.
     T* pass() { return std::exchange(object_, nullptr); }
     void reset(T* object) {
         if (object_ != nullptr) {

@@ -9,13 +9,15 @@ namespace cf {
 
 namespace {
 
-// As malloc() rounds: a block is a multiple of 16 bytes, of which 8 are malloc()'s own.
+// The sizes of blocks are those of malloc(): a block is a multiple of 16 bytes, of which malloc()
+// uses 8 itself.
 constexpr std::size_t kGrain = 16;
 constexpr std::size_t kOverhead = 8;
-constexpr std::size_t kClasses =
-    6;  // up to 88 bytes: every object of fixed size, and short strings
 
-constexpr std::size_t kMostKept = std::size_t{4} << 20;  // bytes
+// The classes hold up to 88 bytes: every object of fixed size, and short strings.
+constexpr std::size_t kClasses = 6;
+
+constexpr std::size_t kMostKeptBytes = std::size_t{4} << 20;
 
 constexpr std::size_t classOf(std::size_t size) {
     return (size + kOverhead - 1) / kGrain;
@@ -34,14 +36,15 @@ class KeptBlocks {
     ~KeptBlocks() = default;
     KeptBlocks(const KeptBlocks&) = delete;
     KeptBlocks& operator=(const KeptBlocks&) = delete;
-    // Gives back what is kept, and keeps nothing from now on: the lock stays taken.
+    // Frees all kept blocks and keeps none from now on: the lock stays taken.
     void close() {
         if (!isBusy_.test_and_set(std::memory_order_acquire)) {
             keep(false);
         }
     }
 
-    // Null where none is kept, or where another thread is in here: nobody waits.
+    // Returns a kept block. Returns null if there is none, or if another thread is in here, since
+    // no thread waits.
     void* take(std::size_t sizeClass) {
         const Entry entry(*this);
         if (!entry || lists_[sizeClass] == nullptr) {
@@ -53,7 +56,7 @@ class KeptBlocks {
         return block;
     }
 
-    // False where it is not kept.
+    // Keeps the block. Returns false if the block is not kept; the caller must free it then.
     bool give(void* memory, std::size_t sizeClass) {
         const Entry entry(*this);
         if (!entry || room_ < sizeOf(sizeClass)) {
@@ -66,7 +69,7 @@ class KeptBlocks {
         return true;
     }
 
-    // Not beside other threads.
+    // Frees all kept blocks, and sets whether blocks are kept. No other thread may be in here.
     void keep(bool isWanted) {
         for (Block*& list : lists_) {
             while (list != nullptr) {
@@ -75,11 +78,11 @@ class KeptBlocks {
                 list = next;
             }
         }
-        room_ = isWanted ? kMostKept : 0;
+        room_ = isWanted ? kMostKeptBytes : 0;
     }
 
   private:
-    // Excludes other threads as long as it lives, or is false.
+    // Excludes other threads during its life. Converts to false if another thread is in here.
     class Entry {
       public:
         explicit Entry(KeptBlocks& blocks)
@@ -104,12 +107,12 @@ class KeptBlocks {
 
     std::atomic_flag isBusy_ = ATOMIC_FLAG_INIT;
 
-    // State below is protected by isBusy_.
+    // The members below are protected by isBusy_.
     Block* lists_[kClasses] = {};
-    std::size_t room_ = kMostKept;  // for more blocks
+    std::size_t room_ = kMostKeptBytes;  // The bytes of blocks that may still be kept.
 };
 
-// Never destroyed: objects end later than this library's variables do.
+// The blocks outlive the variables of this library, since objects may be destroyed after them.
 KeptBlocks g_blocks;
 
 struct Unloading {
@@ -119,7 +122,7 @@ struct Unloading {
     ~Unloading() { g_blocks.close(); }
 } g_unloading;
 
-// What watches the memory sees what is done with a freed object only when it is freed.
+// A sanitizer detects the use of a destroyed object only if its memory is freed.
 #ifdef QV_SANITIZED
 constexpr bool kIsWatched = true;
 #else

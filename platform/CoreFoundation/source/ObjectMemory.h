@@ -1,11 +1,11 @@
-// The memory of objects: malloc()'s, of which what small objects leave behind is kept for the next
-// ones.
+// Allocates the memory of objects with malloc(), and keeps the blocks of small objects that were
+// destroyed for the next ones.
 //
-// A tree is thousands of small objects, made together and ended together. That is what malloc() is
-// slowest at, since it merges what it is given back and splits it again: without the kept blocks,
-// making a tree takes half as long again, beside other threads still more. Blocks come from
-// malloc() one by one, so each can go back there at any time, and all of them do when the library
-// is unloaded.
+// A tree is thousands of small objects that are created together and destroyed together. malloc()
+// is slow at that, since it merges the blocks that it gets back and splits them again. Without the
+// kept blocks, building a tree takes half as long again, and even longer beside other threads. Each
+// block comes from malloc(), so each can be freed at any time; all kept blocks are freed when the
+// library is unloaded.
 #ifndef COREFOUNDATION_OBJECTMEMORY_H
 #define COREFOUNDATION_OBJECTMEMORY_H
 
@@ -13,14 +13,15 @@
 
 namespace cf {
 
-// Null where there is no memory. Any thread may allocate and free.
+// Allocates memory for an object. Returns null if memory runs out. Any thread may call this
+// function and freeObject().
 void* allocateObject(std::size_t size);
 
-// Takes the size that was asked for.
+// Frees the memory of an object, or keeps it. `size` is the size that was allocated.
 void freeObject(void* memory, std::size_t size);
 
-// For tests, which let each allocation fail and count those that are left: whether blocks are kept.
-// Gives back those that are.
+// Frees all kept blocks, and sets whether blocks are kept from now on. Tests let each allocation
+// fail and count the remaining blocks, so they keep none.
 void keepFreedObjects(bool keep);
 
 }  // namespace cf

@@ -1,9 +1,10 @@
 // clang-format off
-// What is accepted, with filler between any two parts:
+// Reads old-style property lists. The grammar of the accepted documents follows, with filler between
+// any two parts:
 //
 //   document   = filler                    an empty dictionary
 //              | value
-//              | pairs                     of a strings file; what follows them is not looked at
+//              | pairs                     of a strings file; the reader ignores the rest
 //   value      = string | data | array | dictionary
 //   array      = "(" [ value { "," value } [ "," ] ] ")"
 //   dictionary = "{" pairs "}"             of equal keys the last value counts
@@ -16,16 +17,16 @@
 //   escape     = "\" ( "a" | "b" | "f" | "n" | "r" | "t" | "v" )
 //              | "\" octal [ octal [ octal ] ]         a NextStep character
 //              | "\U" up to four hex                   a UTF-16 unit
-//              | "\" any other character, for itself
+//              | "\" any other character, which stands for itself
 //   filler     = { space | line end | "//" ... line end | "/*" ... "*/" }
 //
-// A comment may end with the document. A document in UTF-16 may have lone surrogates in its strings
-// and comments. Nothing may stand inside of more than 512 containers; the functions that read a
-// document call each other to that depth.
+// The end of the document also ends a comment. The strings and comments of a document in UTF-16 may
+// hold lone surrogates. The nesting is limited, since the functions that read a document call each
+// other to that depth.
 //
-// A value that cannot be read ends the array around it like one that is not there, and a key likewise
-// the pairs: what follows is looked at from where reading stopped, for an unfinished quoted string from
-// behind its first quote. So the array ( a, "b ) holds a, and has always done so.
+// An array ends in front of a value that cannot be read, and pairs end in front of such a key. Reading
+// continues where the reading of that value stopped; this is behind the first quote of an unfinished
+// quoted string. So the array ( a, "b ) holds a. Existing files rely on this.
 // clang-format on
 #include "OldStyleReader.h"
 
@@ -37,6 +38,7 @@
 #include "Array.h"
 #include "Data.h"
 #include "Dictionary.h"
+#include "Limits.h"
 #include "NextStepLatin.h"
 #include "String.h"
 #include "Text.h"
@@ -45,8 +47,6 @@
 namespace cf {
 
 namespace {
-
-constexpr std::size_t kMaximumOldStyleNesting = 512;
 
 bool isLineEnd(UniChar unit) {
     constexpr UniChar kLineSeparator = 0x2028;
@@ -86,12 +86,13 @@ class OldStyleReader {
   private:
     using Value = Ref<const Object>;
 
-    // Whether the cursor is at these two characters.
+    // Returns whether these two characters follow the cursor.
     bool isAt(char first, char second) const {
         return end_ - at_ >= 2 && at_[0] == first && at_[1] == second;
     }
 
-    // The first reason since a value was last there counts: others come of it.
+    // Stores the reason unless there is one already: a reason that follows without a value in
+    // between is a consequence of the first.
     Value refuse(const char* reason) {
         if (reason_ == nullptr) {
             reason_ = reason;
@@ -99,8 +100,11 @@ class OldStyleReader {
         return {};
     }
 
-    // A value that is absent for such a reason must not be taken for the end of an array.
+    // Returns whether memory ran out or the tree is too large. A value that is absent for such a
+    // reason must not end an array.
     bool isStopped() const { return reason_ == kOutOfMemory || reason_ == kTooLarge; }
+
+    // Stores a reason that ends the reading.
     Value stop(const char* reason) {
         reason_ = reason;
         return {};
@@ -135,7 +139,7 @@ class OldStyleReader {
         return readPairs(1);
     }
 
-    // Goes behind the filler at the cursor. Returns whether something follows it.
+    // Moves the cursor behind the filler. Returns whether any text follows.
     bool skipFiller() {
         while (at_ < end_) {
             if (*at_ == ' ' || *at_ == '\t' || *at_ == '\v' || *at_ == '\f' || isLineEnd(*at_)) {
@@ -167,7 +171,8 @@ class OldStyleReader {
         return true;
     }
 
-    // Reads a value inside of `depth` containers, or none.
+    // Reads a value inside of `depth` containers. Returns no value, with a reason, if there is
+    // none.
     Value readValue(std::size_t depth) {
         if (!skipFiller()) {
             return refuse("the document ends where a value should be");
@@ -187,7 +192,7 @@ class OldStyleReader {
         }
     }
 
-    // Returns the object unless the tree is too large with it.
+    // Counts the object. Returns it, or no value if it makes the tree too large.
     Value counted(Value object, std::size_t depth) {
         return !object || written_.add(object.get(), depth) ? std::move(object) : stop(kTooLarge);
     }
@@ -223,7 +228,8 @@ class OldStyleReader {
         return dictionary;
     }
 
-    // A dictionary of the pairs up to where no key begins.
+    // Reads pairs up to the first character that does not begin a key, and returns their
+    // dictionary.
     Value readPairs(std::size_t depth) {
         Dictionary* const dictionary = makeDictionary();
         Value owner = made(dictionary);
@@ -257,7 +263,7 @@ class OldStyleReader {
         return isStopped() ? Value() : std::move(owner);
     }
 
-    // Returns the key as its own value inside of `depth` containers.
+    // Returns the key as the value inside of `depth` containers.
     Value sameAs(const Value& key, std::size_t depth) {
         if (depth > kMaximumOldStyleNesting) {
             return refuse(kNestedTooDeep);
@@ -266,7 +272,7 @@ class OldStyleReader {
         return counted(Value(key.get()), depth);
     }
 
-    // Reads a string, or none.
+    // Reads a string. Returns no value, with a reason, if there is none.
     Value readString() {
         if (*at_ == '"' || *at_ == '\'') {
             return readQuoted(*at_++);
@@ -302,7 +308,7 @@ class OldStyleReader {
             }
             piece = at_;
             if (at_ == escape && at_ < end_) {
-                ++at_;  // a character that stands for itself, a quote perhaps
+                ++at_;  // The character, perhaps a quote, stands for itself.
             }
         }
         if (at_ == end_) {
@@ -322,10 +328,11 @@ class OldStyleReader {
         return static_cast<std::size_t>(at_ - start);
     }
 
-    // Adds the text from `piece` to the cursor.
+    // Appends the text from `piece` to the cursor.
     bool addPiece(const UniChar* piece) { return units_.append(piece, lengthSince(piece)); }
 
-    // What stands behind a backslash, unless it stands for itself. False where there is no memory.
+    // Reads the escape behind a backslash and appends its character. Reads nothing if the next
+    // character stands for itself. Returns false if memory runs out.
     bool readEscape() {
         if (at_ == end_) {
             return true;
@@ -382,7 +389,8 @@ class OldStyleReader {
         return made(makeData({bytes_.data(), bytes_.size()}));
     }
 
-    // Takes a hex digit, or nothing. The low byte of a character beyond ASCII counts as one.
+    // Reads a hex digit. Returns kNoDigit and reads nothing if there is none. The low byte of a
+    // character beyond ASCII counts as a digit.
     unsigned takeHexDigit() {
         const unsigned digit = at_ < end_ ? hexDigit(*at_ & 0xFF) : kNoDigit;
         if (digit != kNoDigit) {
@@ -397,8 +405,8 @@ class OldStyleReader {
     const UniChar* const end_;
     const char* reason_ = nullptr;
     WrittenSize written_;
-    Buffer<UniChar> units_;  // of a string with escapes
-    Buffer<char> bytes_;     // of data
+    Buffer<UniChar> units_;  // The units of a string with escapes.
+    Buffer<char> bytes_;     // The bytes of data.
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Old-style property lists. What the reader accepts stands at the top of OldStyleReader.cpp.
+// Declares the reader of old-style property lists. OldStyleReader.cpp states at its top which
+// documents the reader accepts.
 #ifndef COREFOUNDATION_OLDSTYLEREADER_H
 #define COREFOUNDATION_OLDSTYLEREADER_H
 
@@ -8,7 +9,8 @@
 
 namespace cf {
 
-// Reads a document in UTF-16. Returns null with a reason if it is none.
+// Reads a document in UTF-16 and returns its tree. Returns null with a reason if the document is
+// refused.
 const Object* readOldStyle(const Buffer<UniChar>& document, bool containersAreMutable,
                            Refusal& refusal);
 

@@ -1,4 +1,4 @@
-// Which reader a document belongs to, and the interface to them and to the writer.
+// Chooses the reader of a document, and defines the public functions of property lists.
 #include <CoreFoundation/CFPropertyList.h>
 
 #include <cstdio>
@@ -19,7 +19,7 @@ namespace cf {
 
 namespace {
 
-// What was tried with a document, and why it was refused.
+// Collects the kinds of document that were tried, and the reason why each was refused.
 class Refusals {
   public:
     void add(const char* what, const Refusal& refusal) {
@@ -28,7 +28,7 @@ class Refusals {
         }
     }
 
-    // Null where there is no memory.
+    // Returns the text of all refusals, or null if memory runs out.
     Ref<String> text() const {
         char text[512] = "";
         std::size_t length = 0;
@@ -54,8 +54,9 @@ class Refusals {
     std::size_t count_ = 0;
 };
 
-// What one reader could not read for want of memory must not be read as something else by the next.
-bool isForWantOfMemory(const Refusal& refusal) {
+// Returns whether memory ran out. The next reader must not be tried then, since it could read the
+// document as something else.
+bool isOutOfMemory(const Refusal& refusal) {
     return refusal.reason == kOutOfMemory;
 }
 
@@ -72,7 +73,7 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
             return root;
         }
         refusals.add("binary property list", refusal);
-        if (isForWantOfMemory(refusal)) {
+        if (isOutOfMemory(refusal)) {
             return nullptr;
         }
     }
@@ -86,7 +87,7 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
     if (const auto* const root = readXml(text.utf8, containersAreMutable, refusal)) {
         return root;
     }
-    if (isForWantOfMemory(refusal)) {
+    if (isOutOfMemory(refusal)) {
         refusals.add("XML property list", refusal);
         return nullptr;
     }
@@ -98,7 +99,7 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
             return root;
         }
     }
-    // A person takes a text that begins with a tag for XML.
+    // A text that begins with a tag is meant as XML.
     const std::size_t first = text.utf8.find_first_not_of(" \t\r\n");
     if (first != std::string_view::npos && text.utf8[first] == '<') {
         refusals.add("XML property list", refusal);
@@ -111,7 +112,7 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
 const Object* readData(CFAllocatorRef allocator, CFDataRef data, CFOptionFlags mutability,
                        CFPropertyListFormat& format, Refusals& refusals) {
     if (allocator == kCFAllocatorNull) {
-        refusals.add("property list", {"an allocator that has no memory", 0});
+        refusals.add("property list", {"the null allocator has no memory", 0});
         return nullptr;
     }
     std::string_view document;
@@ -122,8 +123,8 @@ const Object* readData(CFAllocatorRef allocator, CFDataRef data, CFOptionFlags m
     return readDocument(document, mutability != kCFPropertyListImmutable, format, refusals);
 }
 
-// Returns null if the tree is not valid in the format or too large to be written, or if memory runs
-// out.
+// Writes a tree as XML. Returns null if the tree is not a valid property list or is too large, or
+// if memory runs out.
 Data* writeData(CFAllocatorRef allocator, CFPropertyListRef root) {
     Buffer<char> document;
     return root != nullptr && writeXml(asObject(root), document) ? makeData(document, allocator)
@@ -184,8 +185,8 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef p
         cf::report(error, kCFPropertyListWriteStreamError,
                    cf::Ref<cf::String>(cf::makeStringFromUtf8(
                        format == kCFPropertyListXMLFormat_v1_0
-                           ? "the tree is no property list, takes more than 512 MiB as XML, or "
-                             "memory ran out"
+                           ? "the tree is not a property list, it takes more than 512 MiB as XML, "
+                             "or memory ran out"
                            : "only XML is written")));
     }
     return reinterpret_cast<CFDataRef>(data);

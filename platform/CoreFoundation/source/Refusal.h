@@ -1,4 +1,4 @@
-// Why a document is refused, and how deep one may be nested.
+// Declares the reasons for which a document is refused.
 #ifndef COREFOUNDATION_REFUSAL_H
 #define COREFOUNDATION_REFUSAL_H
 
@@ -6,7 +6,8 @@
 
 namespace cf {
 
-// A constant text, and the line, counted from 1, where that is known.
+// A constant text, and the line in which the reader stopped. Lines count from 1; 0 means that the
+// line is not known.
 struct Refusal {
     const char* reason = nullptr;
     std::size_t line = 0;
@@ -15,9 +16,6 @@ struct Refusal {
 inline constexpr char kOutOfMemory[] = "out of memory";
 inline constexpr char kNestedTooDeep[] = "too many containers inside each other";
 inline constexpr char kTooLarge[] = "a tree of more than 512 MiB as an XML document";
-
-// Containers nested deeper than this are read, valid and written nowhere.
-constexpr std::size_t kMaximumNesting = 1024;
 
 }  // namespace cf
 

@@ -36,6 +36,7 @@ void describeSet(const Object* object, Description& description) {
     description.add(static_cast<const Set*>(object)->containers);
 }
 
+// Returns whether one of the first containers equals the member.
 bool isThere(const Array& containers, const Object* member) {
     constexpr std::size_t kMostCompared = 32;
     const std::size_t count = std::min(containers.count, kMostCompared);

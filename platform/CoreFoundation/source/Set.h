@@ -1,4 +1,4 @@
-// Sets, as the binary reader sees them.
+// Declares sets for the binary reader.
 #ifndef COREFOUNDATION_SET_H
 #define COREFOUNDATION_SET_H
 
@@ -10,17 +10,18 @@
 
 namespace cf {
 
-// To find out which members are equal takes time by the square of their number where they are
-// containers, so only the first few of those are looked at; the others count each.
+// A set keeps members that are containers apart from its other members, the leaves. The time to
+// find equal containers grows with the square of their number. So a new container is compared with
+// the first few containers only, and a set may hold equal containers beyond those.
 struct Set : Container {
     Set(Dictionary* leafMembers, Array* containerMembers)
         : Container(Type::Set, false, false), leaves(leafMembers), containers(containerMembers) {}
 
-    Dictionary* leaves;  // each its own value
+    Dictionary* leaves;  // Each leaf is the key and the value of an entry.
     Array* containers;
 };
 
-// A set of the values of an array. Null where there is no memory.
+// Creates a set of the values of an array. Returns null if memory runs out.
 Set* makeSet(const Array& values);
 
 }  // namespace cf

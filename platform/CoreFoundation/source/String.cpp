@@ -13,7 +13,7 @@ namespace cf {
 
 namespace {
 
-// What stands behind a string: its contents.
+// The contents of a string take this many bytes behind the string object.
 constexpr std::size_t sizeOfAscii(std::size_t count) {
     return count + 1;
 }
@@ -189,7 +189,7 @@ CFStringRef makeString(CFAllocatorRef allocator, std::string_view bytes,
     }
 }
 
-// Of a range, the part that lies within `length`.
+// Limits a range to the part that lies within `length`.
 void clip(CFIndex length, CFRange& range) {
     if (range.location < 0 || range.location > length || range.length < 0) {
         range.length = 0;

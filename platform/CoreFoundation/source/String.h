@@ -1,8 +1,8 @@
-// Strings, as the readers and the writer see them.
+// Declares strings for the readers and the writer.
 //
-// A string's contents stand behind it in memory, in one of two forms, and always in the first where
-// it is possible: ASCII bytes with a NUL after them, or UTF-16 units. So equal strings are equal
-// bytes.
+// The contents of a string follow it in memory. They are ASCII bytes with a NUL behind them if all
+// characters are ASCII, and UTF-16 units otherwise. So two strings are equal if their bytes are
+// equal.
 #ifndef COREFOUNDATION_STRING_H
 #define COREFOUNDATION_STRING_H
 
@@ -24,20 +24,20 @@ struct String : Object {
     }
 
     bool isWide;
-    std::size_t length;  // in UTF-16 units
+    std::size_t length;  // The number of UTF-16 units.
 };
 
 inline const String* asString(const Object* object) {
     return static_cast<const String*>(object);
 }
 
-// All of these give null where there is no memory.
+// The functions below create a string. They return null if memory runs out.
 
-// From bytes that are known to be ASCII.
+// Creates a string from bytes that must be ASCII.
 String* makeAsciiString(std::string_view ascii, CFAllocatorRef allocator = nullptr);
 
-// From UTF-8; null also where it is not well formed. The second form leaves out one byte-order mark
-// at the start.
+// Creates a string from UTF-8. Returns null also if the bytes are not well-formed.
+// makeStringFromMarkedUtf8() leaves out a byte-order mark at the start.
 String* makeStringFromUtf8(std::string_view utf8, CFAllocatorRef allocator = nullptr);
 String* makeStringFromMarkedUtf8(std::string_view utf8, CFAllocatorRef allocator = nullptr);
 
@@ -47,7 +47,7 @@ String* makeStringFromUnits(const UniChar* units, std::size_t count,
 
 bool equalStrings(const String& one, const String& other);
 
-// By UTF-16 units: negative, zero, positive.
+// Compares two strings by their UTF-16 units. Returns a negative number, zero or a positive number.
 int compareStrings(const String& one, const String& other);
 
 inline bool isAscii(const String& string, std::string_view text) {

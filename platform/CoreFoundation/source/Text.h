@@ -1,4 +1,4 @@
-// What the readers of texts share.
+// Provides functions that several readers of text use.
 #ifndef COREFOUNDATION_TEXT_H
 #define COREFOUNDATION_TEXT_H
 
@@ -12,7 +12,7 @@ inline bool startsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
 
-// The characters are those of any text: bytes of UTF-8, which may be negative, or UTF-16 units.
+// `character` is a byte of UTF-8, which may be negative, or a UTF-16 unit.
 constexpr bool isDigit(int character) {
     return character >= '0' && character <= '9';
 }

@@ -19,8 +19,8 @@ using namespace std::string_view_literals;
 constexpr const char* kUnknownEncoding = "unknown text encoding";
 constexpr const char* kNotWellFormed = "text not well-formed in its encoding";
 
-// Registered names and usual aliases, separated by spaces. Names that differ in signs only are
-// listed once.
+// Registered names and usual aliases of an encoding, separated by spaces. Names that differ only in
+// signs are listed once.
 using Names = std::string_view;
 
 constexpr std::string_view kUtf8Name = "UTF-8";
@@ -29,7 +29,8 @@ constexpr Names kLatin1Names =
     "ISO-8859-1 ISO_8859-1:1987 iso-ir-100 latin1 l1 IBM819 cp819 csISOLatin1 US-ASCII ascii us "
     "ANSI_X3.4-1968 ANSI_X3.4-1986 ISO_646.irv:1991 ISO646-US iso-ir-6 IBM367 cp367 csASCII";
 
-// A declaration that can be read byte by byte is in none of these.
+// Encodings with units of more than one byte. A declaration that can be read byte by byte is not in
+// any of them.
 constexpr Names kWideNames =
     "UTF-16 UTF-16BE UTF-16LE csUTF16 csUTF16BE csUTF16LE UTF-32 UTF-32BE UTF-32LE csUTF32 "
     "csUTF32BE csUTF32LE ISO-10646-UCS-2 UCS-2 UCS-2BE UCS-2LE csUnicode ISO-10646-UCS-4 UCS-4 "
@@ -100,7 +101,7 @@ constexpr CharacterSet kCharacterSets[] = {
     {"TIS-620", "TIS-620 csTIS620"},
     {"VISCII",  "VISCII csVISCII"},
 
-    // Nobody means the yen sign that Shift_JIS proper has in place of the backslash.
+    // CP932 has a backslash where Shift_JIS proper has a yen sign. Documents mean the backslash.
     {"CP932",         "Shift_JIS sjis x-sjis MS_Kanji csShiftJIS Windows-31J cp932 ms932 "
                       "windows-932 csWindows31J"},
     {"EUC-JP",        "EUC-JP x-euc-jp Extended_UNIX_Code_Packed_Format_for_Japanese "
@@ -132,14 +133,14 @@ char lower(char character) {
                                                 : character;
 }
 
-// The letters and digits of an encoding's name, in lower case. They alone tell one name from
-// another, so a damaged sign in a declaration seldom makes a file unreadable. Leading zeros of a
-// number do not count.
+// Yields the letters and digits of the name of an encoding in lower case, without leading zeros of
+// numbers. Two names are the same if these are equal, so a damaged sign in a declaration seldom
+// makes a file unreadable.
 class LettersAndDigits {
   public:
     explicit LettersAndDigits(std::string_view name) : rest_(name) {}
 
-    // Returns the next of them, or NUL at the end of the name.
+    // Returns the next letter or digit, or NUL at the end of the name.
     char next() {
         while (!rest_.empty()) {
             const char character = lower(rest_.front());
@@ -243,7 +244,8 @@ class Decoder {
     const char** reason_;
 };
 
-// Returns the name in the declaration that the bytes start with, or else that of UTF-8.
+// Returns the name of the encoding in the declaration at the start of the bytes, or that of UTF-8
+// if there is none.
 std::string_view declaredEncoding(std::string_view bytes) {
     constexpr std::string_view kDeclaration = "<?xml";
     constexpr std::string_view kAttribute = "encoding=";
@@ -253,7 +255,7 @@ std::string_view declaredEncoding(std::string_view bytes) {
 
     bytes.remove_prefix(kDeclaration.size());
     while (!startsWith(bytes, kAttribute)) {
-        // Not even a quotation mark would fit behind it.
+        // The rest is too short for the attribute and a quotation mark.
         if (bytes.size() <= kAttribute.size() || bytes[0] == '?' || bytes[0] == '>') {
             return kUtf8Name;
         }
@@ -365,10 +367,10 @@ bool Decoder::decodeWith(const char* converter, std::string_view bytes) {
 }
 
 bool Decoder::convert(iconv_t converter, std::string_view bytes) {
-    // More than one character of any length.
+    // The room for the bytes of at least one character in any encoding.
     constexpr std::size_t kLeastRoom = 64;
 
-    // The interface takes no constant bytes, yet never writes to them.
+    // iconv() takes no constant bytes, but does not write to them.
     char* input = const_cast<char*>(bytes.data());
     std::size_t left = bytes.size();
     bool flushing = false;

@@ -1,4 +1,4 @@
-// What can be spared in a process of one thread.
+// Tells whether the process has a single thread.
 #ifndef COREFOUNDATION_THREADS_H
 #define COREFOUNDATION_THREADS_H
 
@@ -8,8 +8,9 @@
 
 namespace cf {
 
-// Whether this is known to be the process's only thread, so that nothing needs locked instructions.
-// They are most of what building a tree costs beside its memory.
+// Returns whether the calling thread is known to be the only thread of the process, so that no
+// atomic instructions are needed. They are most of the cost of building a tree, apart from its
+// memory.
 inline bool isSingleThreaded() {
 #if __has_include(<sys/single_threaded.h>)
     return __libc_single_threaded != 0;

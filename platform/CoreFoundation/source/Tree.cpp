@@ -29,7 +29,7 @@ bool Tree::open(Container* container, const char** reason) {
 }
 
 bool Tree::count(const Object* object, const char** reason) {
-    // An outermost container that does not count is not written either.
+    // An outermost container that is excluded from the limit of depth is not written either.
     const std::size_t depth = depth_ - (most_ - kMaximumNesting);
     if (!written_.add(object, depth)) {
         *reason = kTooLarge;

@@ -1,4 +1,4 @@
-// What the readers build: a tree, from the outside in.
+// Builds a tree for the readers, from the outermost container inwards.
 #ifndef COREFOUNDATION_TREE_H
 #define COREFOUNDATION_TREE_H
 
@@ -6,13 +6,14 @@
 
 #include "Array.h"
 #include "Dictionary.h"
+#include "Limits.h"
 #include "Refusal.h"
 #include "WrittenSize.h"
 
 namespace cf {
 
-// The containers that a reader is inside of. What is in there at the end of its life, the remains
-// of a document that was refused, is released.
+// Holds the containers that the reader is inside of. The destructor releases the containers that
+// are still open, which are the remains of a refused document.
 class Tree {
   public:
     Tree(bool containersAreMutable, Present present)
@@ -23,32 +24,33 @@ class Tree {
 
     std::size_t depth() const { return depth_; }
 
-    // Keeps the outermost container from counting.
+    // Excludes the outermost container from the limit of depth.
     void exemptOutermost() { ++most_; }
 
-    // Goes into a new, empty container. False, with a reason, where that is too deep or where there
-    // is no memory for it.
+    // Opens a new, empty container. Returns false with a reason if it is nested too deep, or if
+    // memory runs out.
     bool openArray(const char** reason) { return open(makeArray(), reason); }
     bool openDictionary(const char** reason) { return open(makeDictionary(), reason); }
 
-    // Of the innermost container, which must be there.
+    // These functions tell about the innermost container, which must exist.
     bool isInDictionary() const { return top().container->type == Type::Dictionary; }
     bool hasKey() const { return top().key != nullptr; }
 
-    // Sets the key of the next value. Takes over the caller's reference. Returns false with a
-    // reason if the tree is too large with the key.
+    // Sets the key of the next value and takes over the caller's reference. Returns false with a
+    // reason if the key makes the tree too large.
     bool setKey(const Object* key, const char** reason);
 
-    // Adds a value to the innermost container, a dictionary with a key or an array. Takes over the
-    // caller's reference. Returns false with a reason if the tree is too large with the value, or
-    // if memory runs out.
+    // Adds a value to the innermost container, which is an array or a dictionary with a key. Takes
+    // over the caller's reference. Returns false with a reason if the value makes the tree too
+    // large, or if memory runs out.
     bool add(const Object* value, const char** reason);
 
     // Takes over the finished tree and returns it. Returns null with a reason if the tree is too
-    // large to be written. Passes on null, which a reader gives for a document that it refuses.
+    // large to be written. Returns null without a new reason if `root` is null, which means that
+    // the reader refuses the document.
     const Object* finish(const Object* root, const char** reason) const;
 
-    // Leaves the innermost container, and hands it to the caller.
+    // Closes the innermost container and passes it to the caller.
     Container* close();
 
   private:
@@ -67,7 +69,7 @@ class Tree {
     std::size_t most_ = kMaximumNesting;
     std::size_t depth_ = 0;
     WrittenSize written_;
-    // Only the first depth_ of them are initialised.
+    // Only the first depth_ levels are initialised.
     Level levels_[kMaximumNesting + 1];
 };
 

@@ -32,10 +32,11 @@ const TypeBehavior& behaviorOf(const Object* object) {
         case Type::Set:
             return kSetBehavior;
     }
-    std::abort();  // not an object, or one that has ended
+    std::abort();  // The pointer refers to no object, or to a destroyed one.
 }
 
-// The objects were created in this library's own memory; nobody else can see them any more.
+// The casts are safe: the object is in writable memory of this library, and no other reference to
+// it exists.
 void Ending::endLater(const Object* object) {
     if (isContainer(object)) {
         auto* const container = const_cast<Container*>(static_cast<const Container*>(object));

@@ -1,5 +1,5 @@
-// What a type does with its objects. Each type defines one, in its own file; the table of them all
-// is in TypeBehavior.cpp.
+// Declares the functions that each type defines for its objects. TypeBehavior.cpp selects those of
+// an object.
 #ifndef COREFOUNDATION_TYPEBEHAVIOR_H
 #define COREFOUNDATION_TYPEBEHAVIOR_H
 
@@ -13,12 +13,12 @@ class Description;
 class Ending;
 
 struct TypeBehavior {
-    // Frees the object; what it refers to is given back through the Ending.
+    // Frees the object, and releases the objects that it refers to through the Ending.
     void (*end)(Object&, Ending&);
-    // Whether two objects of the type hold the same; what they refer to is compared through the
-    // Comparison. Null: an object equals only itself.
+    // Returns whether two objects of the type have the same contents. Compares the objects that
+    // they refer to through the Comparison. If this is null, an object equals only itself.
     bool (*equal)(const Object*, const Object*, Comparison&);
-    // Null: by address.
+    // Returns the hash of the object. If this is null, the hash is the address of the object.
     CFHashCode (*hash)(const Object*);
     void (*describe)(const Object*, Description&);
 };
@@ -42,18 +42,19 @@ inline bool isContainer(const Object* object) {
     return typeOf(object) >= Type::Array;
 }
 
-// How objects are behind each other in memory without being behind each other on the stack: a tree
-// may be nested as deep as memory allows, and its end, and its comparison with another, must not
-// recurse.
+// A tree may be nested as deep as memory allows. So destroying a tree and comparing two trees must
+// not recurse: Ending and Comparison keep the pending objects in a list.
 
-// An object that refers to others. Once it has ended its capacity is of no use, and the room for it
-// links it to the next that waits for its end: ending a tree takes no memory.
+// An object that refers to others. While a container waits to be destroyed, its capacity is not
+// needed. The list of waiting containers uses that space for its links, so destroying a tree takes
+// no memory.
 struct Container : Object {
     Container(Type itsType, bool canChange, bool isSpecial)
         : Object(itsType), isMutable(canChange), hasCallBacks(isSpecial), capacity(0) {}
 
     bool isMutable;
-    // Whether it holds something else than objects: what it does with that stands behind it.
+    // States whether the container holds values that are not objects. The callbacks for such values
+    // follow the container in memory.
     bool hasCallBacks;
     union {
         std::size_t capacity;
@@ -63,20 +64,21 @@ struct Container : Object {
 
 class Ending {
   public:
-    // Gives back a reference that an ending object held.
+    // Releases a reference that an object holds which is being destroyed.
     void release(const Object* object) {
         if (dropReference(object)) {
             endLater(object);
         }
     }
 
-    // Ends an object whose last reference is gone, and whatever ends with it.
+    // Destroys an object whose last reference is gone, and all objects whose last reference it
+    // held.
     void run(const Object* object) {
         endLater(object);
         run();
     }
 
-    // Ends what still waits for it.
+    // Destroys the containers that wait.
     void run();
 
   private:
@@ -87,7 +89,8 @@ class Ending {
 
 class Comparison {
   public:
-    // Compares the two objects now, or, where they refer to others, later.
+    // Compares two leaves at once. Keeps two containers of the same type for later and returns
+    // true. Returns false if the objects differ, or if memory runs out.
     bool compare(const Object* one, const Object* other);
 
     bool run(const Object* one, const Object* other);
@@ -100,17 +103,18 @@ class Comparison {
     Buffer<Pair> pending_;
 };
 
-// A text that is written to the end or to a length at which nobody reads on.
+// Collects a text, up to a length beyond which nobody reads.
 class Description {
   public:
     void add(const char* text);
     void add(const char* bytes, std::size_t count);
     void add(const Object* object);
 
-    // What is no object, and so can only describe itself, if at all.
+    // Adds the description that the callback returns for a value that is not an object, or the
+    // address of the value if there is none.
     void add(const void* value, CFStringRef (*copyDescription)(const void*));
 
-    // Where there was no memory for the text.
+    // Returns whether memory ran out.
     bool failed() const { return failed_; }
     bool full() const { return failed_ || text_.size() >= kLongest; }
     const Buffer<char>& text() const { return text_; }

@@ -1,4 +1,4 @@
-// An archive's references to its objects, as the readers and the writer see them.
+// Declares the references in an archive for the readers and the writer.
 #ifndef COREFOUNDATION_UID_H
 #define COREFOUNDATION_UID_H
 

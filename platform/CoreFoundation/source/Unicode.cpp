@@ -8,8 +8,8 @@ namespace {
 
 constexpr std::uint64_t kHighBits = 0x8080808080808080U;
 
-// The code point at the start of `bytes`, and how many of them it takes; 0 of them where they are
-// not well formed.
+// The code point at the start of some bytes, and the number of bytes that it takes. The number is 0
+// if the bytes are not well-formed.
 struct Decoded {
     std::uint32_t codePoint;
     std::size_t size;
@@ -17,13 +17,13 @@ struct Decoded {
 
 constexpr Decoded kNothing = {0, 0};
 
-// In ISO Latin 1. Texts that were declared as UTF-8 had it so often that it has always been let
-// through.
+// The copyright sign in ISO Latin 1. Texts that were declared as UTF-8 often held it, so readers
+// have always accepted it.
 constexpr unsigned kLoneCopyrightSign = 0xA9;
 
-// The bytes allowed after a lead byte are those of the table of well-formed sequences: what they
-// leave out are exactly the overlong forms, the surrogates and what lies beyond the last code
-// point.
+// Decodes the first code point. The bytes that are allowed after a lead byte are those of the table
+// of well-formed sequences, which excludes the overlong forms, the surrogates and the code points
+// beyond the last one.
 Decoded decode(const unsigned char* bytes, std::size_t count) {
     const auto continues = [bytes](std::size_t index) { return (bytes[index] & 0xC0U) == 0x80; };
     const unsigned lead = bytes[0];

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Refusal.h"
+#include "Limits.h"
 
 namespace cf {
 
@@ -29,8 +29,8 @@ bool holdsPropertyLists(const Dictionary& dictionary) {
                        });
 }
 
-// The depth is limited, so a container that holds itself needs no other check: walking into it
-// never comes to an end before the limit does.
+// The limit of depth also rejects a container that holds itself, since the walk into it reaches the
+// limit.
 bool isValid(const Object* root, CFPropertyListFormat format) {
     if (root == nullptr ||
         (format != kCFPropertyListOpenStepFormat && format != kCFPropertyListXMLFormat_v1_0 &&
@@ -39,7 +39,7 @@ bool isValid(const Object* root, CFPropertyListFormat format) {
     }
     struct Level {
         const Object* container;
-        std::size_t next;  // of its values
+        std::size_t next;  // The index of the next value.
     };
     Level levels[kMaximumNesting];
     std::size_t depth = 0;
@@ -54,12 +54,12 @@ bool isValid(const Object* root, CFPropertyListFormat format) {
             }
             levels[depth++] = {object, 0};
         } else if (!isValidLeaf(object, format) ||
-                   // It is written as a dictionary.
+                   // A UID is written as a dictionary.
                    (type == Type::Uid && depth == kMaximumNesting)) {
             return false;
         }
 
-        // The next value: of the innermost container that has one left.
+        // Finds the next value of the innermost container that has one left.
         object = nullptr;
         while (object == nullptr) {
             if (depth == 0) {

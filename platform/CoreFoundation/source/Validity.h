@@ -1,4 +1,4 @@
-// Which trees are property lists.
+// Decides which trees are valid property lists.
 #ifndef COREFOUNDATION_VALIDITY_H
 #define COREFOUNDATION_VALIDITY_H
 
@@ -9,15 +9,17 @@
 
 namespace cf {
 
-// Whether an object that is no container is valid by itself in a format.
+// Returns whether an object that is not a container is valid in a format.
 bool isValidLeaf(const Object* object, CFPropertyListFormat format);
 
-// Whether a container is one that can hold property lists; its values are another matter.
+// Returns whether the container holds objects, and whether the keys of a dictionary are strings.
+// Does not check the values.
 inline bool holdsPropertyLists(const Array& array) {
     return array.holdsObjects();
 }
 bool holdsPropertyLists(const Dictionary& dictionary);
 
+// Returns whether the whole tree is valid in a format.
 bool isValid(const Object* root, CFPropertyListFormat format);
 
 }  // namespace cf

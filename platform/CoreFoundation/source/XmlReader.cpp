@@ -1,14 +1,15 @@
 // clang-format off
-// What is accepted. It is not XML: laxer in most places, stricter in some, and to the letter what the
-// platform's own parser accepts, since it decides whether a file counts as damaged.
+// Reads XML property lists. The grammar of the accepted documents follows. The reader is laxer than XML
+// in most places and stricter in some. It accepts exactly the documents that the platform's own parser
+// accepts, since the reader decides whether a file counts as damaged.
 //
-//   document   = { space | comment | pi | doctype } element     whatever follows is not looked at
+//   document   = { space | comment | pi | doctype } element     the reader ignores the rest
 //   doctype    = "<!DOCTYPE" { byte, no ">" or "[" } ">"        an inline DTD is refused
 //   comment    = "<!--" ... "-->"        inside an element its first dashes may be its last ones
 //   pi         = "<?" ... "?>"
 //   element    = "<" name [ attributes ] ">" content "</" name { space } ">"
 //              | "<" name [ attributes ] "/>"      not for plist, data, date, integer, real
-//   attributes = space { byte, no ">" }            never looked at
+//   attributes = space { byte, no ">" }            the reader ignores them
 //   content of
 //     plist    = filler element filler             may be left out around the element, or stand twice
 //     array    = filler { element filler }
@@ -32,11 +33,12 @@
 //
 // A document in UTF-16 is read up to its first lone surrogate.
 //
-// Names are lower case. A string has to be well-formed UTF-8; one U+FEFF at its start is left out. A
+// Names are lower case. A string must be well-formed UTF-8; one U+FEFF at its start is left out. A
 // dictionary whose only entry is "CF$UID" with a number is an archive's reference.
 // clang-format on
 #include "XmlReader.h"
 
+#include "Limits.h"
 #include "Number.h"
 #include "String.h"
 #include "Tree.h"
@@ -80,7 +82,8 @@ constexpr ElementName kDate = {"date", Element::Date};
 constexpr ElementName kData = {"data", Element::Data};
 constexpr ElementName kPlist = {"plist", Element::Plist};
 
-// Null where there is none of that name. The lengths leave at most five to be compared.
+// Returns the element of the name, or null if there is none. At most five elements have a name of
+// the same length and are compared.
 const ElementName* elementOf(std::string_view name) {
     const ElementName* found = nullptr;
     const auto is = [name, &found](const ElementName& element) {
@@ -109,7 +112,7 @@ const ElementName* elementOf(std::string_view name) {
     }
 }
 
-// The keys of a document are few and come again and again: each is made once.
+// Keeps the latest keys of a document, which repeat often, so that each is created once.
 class KeyCache {
   public:
     KeyCache() = default;
@@ -123,7 +126,7 @@ class KeyCache {
         }
     }
 
-    // A reference for the caller to the string of these bytes, where it is kept.
+    // Returns a new reference to the kept string of these bytes, or null if none is kept.
     const String* find(std::string_view bytes) const {
         const String* const key = keys_[slot(bytes)];
         if (key == nullptr || !isAscii(*key, bytes)) {
@@ -180,7 +183,8 @@ class XmlReader {
         return object == nullptr ? refuse(kOutOfMemory) : object;
     }
 
-    // Reads the elements from the first one on, whose start tag begins at the cursor, to its end.
+    // Reads the first element, with the elements inside it. The cursor is behind the "<" of its
+    // start tag.
     const Object* readElements() {
         for (;;) {
             XmlScanner::Tag tag = {};
@@ -204,7 +208,7 @@ class XmlReader {
                     return nullptr;
                 }
             }
-            // A value ends containers around it as long as their end tags follow.
+            // Places the value, and closes each container whose end tag follows.
             for (bool isKey = element == Element::Key;; isKey = false) {
                 if (value != nullptr) {
                     if (tree_.depth() == 0) {
@@ -226,8 +230,8 @@ class XmlReader {
         }
     }
 
-    // A plist element is built as an array, which has to have one value when it is closed. The
-    // usual one around everything is not part of the tree.
+    // Opens a container. A plist element is built as an array, which must have one value when it is
+    // closed. The plist element around the whole document is not a part of the tree.
     bool open(Element element) {
         if (element == Element::Plist && tree_.depth() == 0) {
             tree_.exemptOutermost();
@@ -244,7 +248,7 @@ class XmlReader {
 
     bool isInPlist() const { return isPlist_[tree_.depth() - 1]; }
 
-    // Puts a value into the container around it.
+    // Puts a key or a value into the container around it.
     bool place(const Object* value, bool isKey) {
         if (tree_.isInDictionary() && !tree_.hasKey()) {
             if (!isKey) {
@@ -257,8 +261,8 @@ class XmlReader {
         return tree_.add(value, scanner_.reason());
     }
 
-    // Leaves the innermost container at its end tag. A stray "<" in front of the end tag is passed
-    // over for a dictionary in a document without a plist element.
+    // Closes the innermost container at its end tag. Ignores a stray "<" in front of the end tag of
+    // a dictionary if the document has no plist element.
     const Object* close(bool isBehindStrayLess) {
         if (isBehindStrayLess && (hasPlist_ || !tree_.isInDictionary())) {
             return refuse("a tag inside a tag");
@@ -301,8 +305,8 @@ class XmlReader {
         return made(create<Uid>(kCFAllocatorDefault, 0, uidOf(numberOf(value))));
     }
 
-    // The low 32 bits of a whole number. Of a real one what fits, else what the processor makes of
-    // that.
+    // Returns the low 32 bits of a whole number. Returns the whole part of a real number if it fits
+    // in 32 bits with a sign, and the least such number otherwise.
     static std::uint32_t uidOf(const Number& number) {
         constexpr double kTwoTo31 = 2147483648.0;
         if (number.kind != Number::Kind::Real) {
@@ -313,7 +317,8 @@ class XmlReader {
                                                : INT32_MIN);
     }
 
-    // Reads an element that holds no others, from behind its start tag to behind its end tag.
+    // Reads an element that holds no other elements, from behind its start tag to behind its end
+    // tag.
     const Object* readLeaf(const ElementName& name) {
         Ref<const Object> value(readContent(name.element));
         if (!value || !scanner_.readEndTag(name.name)) {
@@ -404,8 +409,8 @@ class XmlReader {
     XmlScanner scanner_;
     KeyCache keys_;
     Tree tree_;
-    bool isPlist_[kMaximumNesting + 1];  // of the open containers
-    bool hasPlist_ = false;              // so far
+    bool isPlist_[kMaximumNesting + 1];  // States which open containers are plist elements.
+    bool hasPlist_ = false;              // States whether a plist element has been opened.
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
-// XML property lists. What the reader accepts stands at the top of XmlReader.cpp.
+// Declares the reader of XML property lists. XmlReader.cpp states at its top which documents the
+// reader accepts.
 #ifndef COREFOUNDATION_XMLREADER_H
 #define COREFOUNDATION_XMLREADER_H
 
@@ -9,8 +10,8 @@
 
 namespace cf {
 
-// The tree of a document in UTF-8, without a byte-order mark. Null, with a reason, where it is
-// none.
+// Reads a document in UTF-8 without a byte-order mark and returns its tree. Returns null with a
+// reason if the document is refused.
 const Object* readXml(std::string_view document, bool containersAreMutable, Refusal& refusal);
 
 }  // namespace cf

@@ -6,7 +6,7 @@
 
 namespace cf {
 
-// Goes behind the next `mark`.
+// Moves the cursor behind the next `mark`.
 bool XmlScanner::skipTo(std::string_view mark, const char* reason) {
     const std::size_t found = rest().find(mark);
     if (found == std::string_view::npos) {
@@ -72,8 +72,8 @@ bool XmlScanner::skipProlog() {
     }
 }
 
-// Skips a comment or a processing instruction inside an element. The first dashes of the comment
-// may be its last ones, and so may the question mark of the instruction.
+// Skips a comment or a processing instruction inside an element. The two dashes that begin a
+// comment may also end it, and the question mark that begins an instruction may also end it.
 bool XmlScanner::skipFillerMarkup() {
     if (isAt("<?")) {
         ++at_;
@@ -86,7 +86,7 @@ bool XmlScanner::skipFillerMarkup() {
     return skipComment();
 }
 
-// Puts a text together from its pieces.
+// Reads a text that has entities or CDATA sections, and joins its parts.
 bool XmlScanner::readPieces(std::string_view& text) {
     pieces_.shrinkTo(0);
     for (;;) {

@@ -1,5 +1,5 @@
-// The markup and the text of an XML property list, one piece after the other. What the pieces mean
-// is decided in XmlReader.cpp, where the accepted grammar stands too.
+// Reads the markup and the text of an XML property list, piece by piece. XmlReader.cpp decides the
+// meaning of the pieces and states the accepted grammar.
 #ifndef COREFOUNDATION_XMLSCANNER_H
 #define COREFOUNDATION_XMLSCANNER_H
 
@@ -14,23 +14,24 @@
 
 namespace cf {
 
-// A cursor in a document. Each function goes on from where the last one left the cursor. A function
-// that fails returns false and keeps the reason.
+// A cursor in a document. Each function starts where the previous one left the cursor. A function
+// that fails returns false and stores the reason.
 class XmlScanner {
   public:
     explicit XmlScanner(std::string_view document)
         : begin_(document.data()), at_(begin_), end_(begin_ + document.size()) {}
 
-    // Goes behind the "<" of the first element.
+    // Moves the cursor behind the "<" of the first element.
     bool skipProlog();
 
-    // What comes next inside a container.
+    // States which markup follows inside a container.
     enum class Next {
-        Start,      // a start tag; the cursor is behind its "<"
-        End,        // an end tag; the cursor is on its "<"
-        StrayLess,  // "<<"; the cursor is on the second one
-        Nothing     // nothing that may be there
+        Start,      // A start tag follows; the cursor is behind its "<".
+        End,        // An end tag follows; the cursor is on its "<".
+        StrayLess,  // "<<" follows; the cursor is on the second "<".
+        Nothing     // The document is refused; the reason is stored.
     };
+    // Skips spaces, comments and processing instructions, and returns the markup that follows.
     Next next();
 
     struct Tag {
@@ -38,19 +39,19 @@ class XmlScanner {
         bool isEmpty;
     };
 
-    // Reads a start tag from behind its "<" to behind its ">".
+    // Reads a start tag, from behind its "<" to behind its ">".
     bool readTag(Tag& tag);
 
     bool readEndTag(std::string_view name);
 
-    // Returns whether the document goes on with this.
+    // Returns whether `text` follows the cursor.
     bool isAt(std::string_view text) const { return startsWith(rest(), text); }
 
-    // Reads the text up to the next tag, which replaces entities and CDATA sections by what they
-    // stand for. The text stays where it is until the next call.
+    // Reads the text up to the next tag, with its entities and CDATA sections decoded. The text
+    // stays valid until the next call.
     bool readText(std::string_view& text);
 
-    // Returns the bytes up to the next "<", and goes there.
+    // Returns the bytes up to the next "<", and moves the cursor there.
     std::string_view readBytes() {
         const char* const start = at_;
         while (at_ < end_ && *at_ != '<') {
@@ -59,14 +60,14 @@ class XmlScanner {
         return {start, static_cast<std::size_t>(at_ - start)};
     }
 
-    // Keeps the reason why the document is refused.
+    // Stores the reason for which the document is refused.
     std::nullptr_t refuse(const char* reason) {
         reason_ = reason;
         return nullptr;
     }
     const char** reason() { return &reason_; }
 
-    // Returns the reason, and the line that the cursor is in.
+    // Returns the reason and the line of the cursor.
     Refusal refusal() const { return {reason_, lastLine(begin_, at_ < end_ ? at_ : end_)}; }
 
   private:
@@ -101,16 +102,16 @@ class XmlScanner {
     const char* at_;
     const char* const end_;
     const char* reason_ = nullptr;
-    Buffer<char> pieces_;  // of a text that is put together
+    Buffer<char> pieces_;  // The parts of a text with entities or CDATA sections.
 };
 
-// The rest is called for every element, so its callers have to see it.
+// The functions below are called for every element, so they are inline.
 
-// Returns where the text ends: at the next < or &, or at the end.
+// Returns the end of the text: the next < or &, or the end of the document.
 inline const char* XmlScanner::endOfText(const char* at, const char* end) {
     constexpr std::uint64_t kOnes = 0x0101010101010101U;
     constexpr std::uint64_t kHighBits = 0x8080808080808080U;
-    // Not zero where one of eight bytes is the given one.
+    // Returns a number other than zero if one of the eight bytes is the given one.
     const auto find = [](std::uint64_t eight, char byte) {
         const std::uint64_t different = eight ^ kOnes * static_cast<unsigned char>(byte);
         return (different - kOnes) & ~different & kHighBits;

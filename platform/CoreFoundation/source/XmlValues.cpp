@@ -22,7 +22,7 @@ namespace cf {
 
 namespace {
 
-// Takes the byte if the text begins with it.
+// Removes the byte from the start of the text. Returns false if the text begins with another byte.
 bool take(std::string_view& bytes, char byte) {
     if (bytes.empty() || bytes.front() != byte) {
         return false;
@@ -40,8 +40,8 @@ const Object* made(const Object* object, const char** reason) {
     return object == nullptr ? refuse(reason, kOutOfMemory) : object;
 }
 
-// Goes byte by byte, as the platform does: each of the wide spaces begins with a byte that is a
-// space only in front of the others, and those are spaces on their own.
+// Skips the spaces in front of an integer byte by byte, like the platform. The first byte of a wide
+// space is a space only in front of the other bytes, which are spaces on their own.
 void skipIntegerSpace(std::string_view& bytes) {
     while (!bytes.empty()) {
         const auto byte = static_cast<unsigned char>(bytes.front());
@@ -88,9 +88,9 @@ bool isRealSpace(UniChar unit) {
            unit == 0x3000;
 }
 
-// Reads a decimal number of the C language from a text that ends with a NUL.
+// Reads a decimal number of the C language from a text that ends with a NUL. The decimal point does
+// not depend on the locale of the process.
 bool readDecimal(const Buffer<char>& text, double& value) {
-    // The decimal point must not be that of the host's language.
     static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
     char* end = nullptr;
     value = strtod_l(text.data(), &end, plain);
@@ -172,7 +172,8 @@ const Object* readReal(const String& text, const char** reason) {
     }
     for (; at < text.length; ++at) {
         const UniChar unit = text.at(at);
-        // A NUL is let through, and no number then: strtod() ends in front of it.
+        // strchr() also finds a NUL. The result is not a number then, since strtod() stops in front
+        // of the NUL.
         if (unit > 0x7E || std::strchr("0123456789.eE+-", unit) == nullptr) {
             return refuse(reason, kNoNumber);
         }
@@ -185,7 +186,7 @@ const Object* readReal(const String& text, const char** reason) {
 
 const Object* readDate(std::string_view bytes, const char** reason) {
     const bool isNegative = take(bytes, '-');
-    // Years of any length have always been taken, and kept to 32 bits.
+    // A year may have any number of digits and is reduced to 32 bits, as readers have always done.
     std::uint32_t digits = 0;
     for (; !bytes.empty() && isDigit(bytes.front()); bytes.remove_prefix(1)) {
         digits = digits * 10 + static_cast<std::uint32_t>(bytes.front() - '0');
@@ -207,8 +208,8 @@ const Object* readDate(std::string_view bytes, const char** reason) {
         reason);
 }
 
-// Reads base64 with a padding character of the value 0: what it leaves over is cut off the group of
-// four in which it stands last.
+// Reads base64. A padding character counts as the value 0. The padding that ends a group of four
+// shortens the bytes of the group.
 const Object* readData(std::string_view bytes, const char** reason) {
     Buffer<char> contents;
     if (!contents.reserve(bytes.size() / 4 * 3)) {

@@ -1,5 +1,5 @@
-// The values in an XML property list that are more than their text: numbers, dates and data. What
-// they may look like stands at the top of XmlReader.cpp.
+// Reads the values of an XML property list whose text has a format: numbers, dates and data.
+// XmlReader.cpp states the formats at its top.
 #ifndef COREFOUNDATION_XMLVALUES_H
 #define COREFOUNDATION_XMLVALUES_H
 
@@ -10,8 +10,8 @@
 
 namespace cf {
 
-// Each of these returns the value that the text between two tags stands for. It returns null with a
-// reason if there is none, or if memory runs out.
+// Each function returns the value of the text between two tags. It returns null with a reason if
+// the text is not in the format, or if memory runs out.
 
 const Object* readInteger(std::string_view bytes, const char** reason);
 const Object* readDate(std::string_view bytes, const char** reason);

@@ -1,6 +1,6 @@
-// One line an element, indented by a tab for each container around it; the elements of a dictionary
-// in the order of their keys. Nothing but < > & is escaped. What is written for one and the same
-// tree is always the same, byte for byte.
+// Writes a tree as XML. Each element is on a line of its own, indented by a tab for each container
+// around it. The elements of a dictionary are in the order of their keys. Only < > & are escaped.
+// The same tree always yields the same bytes.
 #include "XmlWriter.h"
 
 #include <algorithm>
@@ -15,8 +15,8 @@
 #include "Data.h"
 #include "Date.h"
 #include "Dictionary.h"
+#include "Limits.h"
 #include "Number.h"
-#include "Refusal.h"
 #include "String.h"
 #include "Uid.h"
 #include "Unicode.h"
@@ -50,7 +50,7 @@ std::string_view escapeOf(char character) {
 
 class XmlWriter {
   public:
-    // What becomes of the text.
+    // States whether the text is kept or only measured.
     enum class Purpose { Write, Measure };
 
     XmlWriter(Buffer<char>& document, Purpose purpose) : out_(document), purpose_(purpose) {}
@@ -67,17 +67,17 @@ class XmlWriter {
         return put(kFooter) && checkSize();
     }
 
-    // Whether write() failed because the document is too large.
+    // Returns whether the document is too large.
     bool isTooLarge() const { return measured_ + out_.size() > kMostWritten; }
 
   private:
     struct Level {
         const Object* container;
-        std::size_t next;    // of its values
-        std::size_t sorted;  // where the entries of a dictionary start among the sorted ones
+        std::size_t next;    // The index of the next value.
+        std::size_t sorted;  // The index of the first entry of a dictionary in sorted_.
     };
 
-    // Returns whether the document is not too large yet. A text that is only measured is dropped.
+    // Returns false once the document is too large. Drops a text that is only measured.
     bool checkSize() {
         if (purpose_ == Purpose::Measure) {
             measured_ += out_.size();
@@ -153,7 +153,7 @@ class XmlWriter {
         return true;
     }
 
-    // Puts the entries behind those of the dictionaries around.
+    // Appends the sorted entries of the dictionary to sorted_.
     bool sort(const Dictionary& dictionary) {
         const auto isBefore = [](const Dictionary::Entry& one, const Dictionary::Entry& other) {
             return compareStrings(*asString(asObject(one.key)), *asString(asObject(other.key))) < 0;
@@ -164,7 +164,7 @@ class XmlWriter {
         }
         Dictionary::Entry* const begin = sorted_.data() + first;
         Dictionary::Entry* const end = sorted_.data() + sorted_.size();
-        // What was written by us and read again mostly is in order already.
+        // The entries of a document that this writer wrote are mostly in order.
         if (!std::is_sorted(begin, end, isBefore)) {
             std::sort(begin, end, isBefore);
         }
@@ -202,7 +202,7 @@ class XmlWriter {
     }
 
     bool writeAscii(const char* text, std::size_t count) {
-        // That is room enough for every text of usual length; what a long one needs is counted.
+        // The first size is enough for any short text. The size of a long text is counted exactly.
         constexpr std::size_t kLong = 4096;
         const std::size_t size =
             count < kLong
@@ -226,7 +226,7 @@ class XmlWriter {
         return true;
     }
 
-    // Well-formed ones.
+    // Writes well-formed units.
     bool writeUnits(const UniChar* units, std::size_t count) {
         if (count > PTRDIFF_MAX / kLongestEscape || !out_.reserve(count * kLongestEscape)) {
             return false;
@@ -244,9 +244,10 @@ class XmlWriter {
         return true;
     }
 
-    // A lone surrogate cannot be written. As it always was, what is lost with it is the rest of the
-    // stretch of up to 64 units without < > & in which it stands, from the first character on that
-    // is not ASCII.
+    // Writes units with a lone surrogate, which cannot be written. The units are divided into
+    // stretches of up to 64 units without < > &. A stretch with a lone surrogate loses its
+    // characters from the first one that is not ASCII. Saved files have always lost these
+    // characters.
     bool writeIllFormed(const UniChar* units, std::size_t count) {
         constexpr std::size_t kLongestStretch = 64;
         std::size_t start = 0;
@@ -295,7 +296,7 @@ class XmlWriter {
     }
 
     bool writeReal(double real) {
-        constexpr int kDigits = 17;  // from which every double can be read back
+        constexpr int kDigits = 17;  // This many digits identify every double.
         char text[64] = {};
         std::string_view written;
         if (std::isnan(real)) {
@@ -320,7 +321,7 @@ class XmlWriter {
         return line("<date>", {text, static_cast<std::size_t>(size)}, "</date>\n");
     }
 
-    // As the dictionary that it stands for.
+    // Writes a UID as the dictionary that it stands for.
     bool writeUid(std::uint32_t value) {
         if (depth_ == kMaximumNesting) {
             return false;
@@ -333,8 +334,8 @@ class XmlWriter {
                line("</dict>");
     }
 
-    // Base64 in lines that are as much shorter than 76 columns as a tab of 8 columns makes them,
-    // down to those of eight tabs; further in they are not indented.
+    // Writes base64. A line has 76 columns including its tabs, which count as 8 columns each. A
+    // line has at most eight tabs, even in deeper containers.
     bool writeData(const Data& data) {
         constexpr std::size_t kMostTabs = 8;
         const std::size_t tabs = std::min(depth_, kMostTabs);
@@ -374,8 +375,8 @@ class XmlWriter {
 
     Buffer<char>& out_;
     const Purpose purpose_;
-    std::size_t measured_ = 0;          // and dropped
-    Buffer<Dictionary::Entry> sorted_;  // of all the open dictionaries, outermost first
+    std::size_t measured_ = 0;          // The size of the text that was dropped.
+    Buffer<Dictionary::Entry> sorted_;  // The entries of the open dictionaries, outermost first.
     std::size_t depth_ = 0;
     Level levels_[kMaximumNesting];
 };

@@ -1,4 +1,4 @@
-// Ordered collections.
+// Declares arrays: ordered collections of values.
 #ifndef COREFOUNDATION_CFARRAY_H
 #define COREFOUNDATION_CFARRAY_H
 
@@ -11,7 +11,8 @@ typedef void (*CFArrayReleaseCallBack)(CFAllocatorRef allocator, const void* val
 typedef CFStringRef (*CFArrayCopyDescriptionCallBack)(const void* value);
 typedef Boolean (*CFArrayEqualCallBack)(const void* one, const void* other);
 
-// What an array does with its values; a null function does nothing, and compares pointers.
+// The functions that an array calls for its values. An array without `retain` and `release` does
+// not retain its values, and an array without `equal` compares them by their addresses.
 typedef struct {
     CFIndex version;  // 0
     CFArrayRetainCallBack retain;
@@ -20,18 +21,19 @@ typedef struct {
     CFArrayEqualCallBack equal;
 } CFArrayCallBacks;
 
-// For values that are objects: retained while they are in the array, compared with CFEqual.
+// The callbacks for values that are objects. The array retains them and compares them with CFEqual.
 CF_EXPORT const CFArrayCallBacks kCFTypeArrayCallBacks;
 
 typedef const struct __CFArray* CFArrayRef;
 typedef struct __CFArray* CFMutableArrayRef;
 
-// The callbacks are copied; null stands for none at all. Where those that retain, release and
-// compare are kCFTypeArrayCallBacks', so is the description.
+// Creates an array that cannot be changed. The callbacks are copied; null means that there are
+// none. If `retain`, `release` and `equal` are those of kCFTypeArrayCallBacks, the array treats its
+// values as objects and does not call `copyDescription`.
 CF_EXPORT CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                                    const CFArrayCallBacks* callBacks);
 
-// `capacity` is a hint, and may be 0.
+// Creates an empty array. `capacity` is a hint and may be 0.
 CF_EXPORT CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                                  const CFArrayCallBacks* callBacks);
 
@@ -39,10 +41,10 @@ CF_EXPORT CFTypeID CFArrayGetTypeID(void);
 
 CF_EXPORT CFIndex CFArrayGetCount(CFArrayRef array);
 
-// Null for an index outside the array.
+// Returns the value at the index, or null if the index is outside the array.
 CF_EXPORT const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
 
-// An array that was not created mutable stays as it is.
+// Appends a value. Does nothing if the array was not created mutable.
 CF_EXPORT void CFArrayAppendValue(CFMutableArrayRef array, const void* value);
 
 CF_EXTERN_C_END

@@ -1,4 +1,4 @@
-// Types and functions common to all objects.
+// Declares the types and functions that all objects share.
 #ifndef COREFOUNDATION_CFBASE_H
 #define COREFOUNDATION_CFBASE_H
 
@@ -12,7 +12,8 @@
 #define CF_EXTERN_C_END
 #endif
 
-// An enumeration that a caller may give any number, which C++ allows only where its type is given.
+// Begins an enumeration whose variables may hold any number. C++ allows that only if the
+// enumeration names its underlying type.
 #ifdef __cplusplus
 #define CF_ENUM(type) enum : type
 #else
@@ -49,7 +50,7 @@ typedef unsigned long CFOptionFlags;
 typedef unsigned long CFHashCode;
 typedef signed long CFIndex;
 
-// Any object. Null is no object.
+// A reference to an object of any type. Null refers to no object.
 typedef const void* CFTypeRef;
 
 typedef const struct __CFString* CFStringRef;
@@ -75,9 +76,9 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
     return range;
 }
 
-// Where an object's memory comes from. There is one source, malloc(), under three names; the null
-// allocator has nothing to give, so that nothing can be created with it, and frees nothing, which
-// makes it the deallocator of bytes that stay the caller's.
+// An allocator: the source of an object's memory. The default, the system and the malloc allocator
+// all use malloc(). The null allocator has no memory, so each function that creates an object with
+// it returns null. As the deallocator of bytes it frees nothing, so the bytes stay the caller's.
 typedef const struct __CFAllocator* CFAllocatorRef;
 
 CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;  // is null
@@ -87,36 +88,39 @@ CF_EXPORT const CFAllocatorRef kCFAllocatorNull;
 
 CF_EXPORT CFTypeID CFAllocatorGetTypeID(void);
 
-// The one object that stands for "no value" in a container. A binary property list can hold it; it
-// is valid in none.
+// The one object that means "no value" in a container. A binary property list can hold it, but a
+// tree that holds it is not a valid property list in any format.
 typedef const struct __CFNull* CFNullRef;
 
 CF_EXPORT const CFNullRef kCFNull;
 
 CF_EXPORT CFTypeID CFNullGetTypeID(void);
 
-// The type of an object, one of the values that the types' own GetTypeID functions return.
+// Returns the type of the object: the value that the GetTypeID function of its type returns.
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef object);
 
-// Adds a reference, and returns the object; gives one back, which may be the object's end. However
-// deep a container is nested, its end takes no more of the stack than that of an empty one, unless
-// it has callbacks of its own.
+// CFRetain adds a reference and returns the object. CFRelease removes a reference, and destroys the
+// object if that was the last one. Destroying a deeply nested container takes no more stack than
+// destroying an empty one, unless a container in it has callbacks of its own.
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef object);
 CF_EXPORT void CFRelease(CFTypeRef object);
 
-// The number of references. Of the objects that never end, such as the constants, a very large one;
-// of a number that is small enough to stand in its reference, and is not counted, 1.
+// Returns the number of references. The result is very large for an object that is never destroyed,
+// such as a constant. The result is 1 for a small number, which is stored in its reference and is
+// not counted.
 CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef object);
 
-// Whether two objects are of one type and hold the same; containers are compared element by
-// element. Objects that are equal have the same hash, which is another in each run of a program, so
-// that no document can be made to hold keys that collide. Containers that cannot be compared count
-// as different: for want of memory, or because they are keys of keys more than 8 deep.
+// CFEqual returns whether two objects have the same type and the same contents; it compares
+// containers element by element. Two containers also count as different if memory runs out, or if
+// they are keys within keys more than 8 deep.
+//
+// CFHash returns the same hash for equal objects. The hash differs in each run of a program, so
+// that nobody can write a document whose keys collide.
 CF_EXPORT Boolean CFEqual(CFTypeRef one, CFTypeRef other);
 CF_EXPORT CFHashCode CFHash(CFTypeRef object);
 
-// A text for a programmer's eyes, of no fixed form. Show writes it to standard error, and takes
-// null.
+// CFCopyDescription returns a text for programmers, which has no fixed form. CFShow writes the text
+// to standard error; its argument may be null.
 CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef object);
 CF_EXPORT void CFShow(CFTypeRef object);
 

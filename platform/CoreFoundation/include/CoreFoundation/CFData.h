@@ -1,4 +1,4 @@
-// Immutable runs of bytes.
+// Declares data: immutable sequences of bytes.
 #ifndef COREFOUNDATION_CFDATA_H
 #define COREFOUNDATION_CFDATA_H
 
@@ -10,9 +10,9 @@ typedef const struct __CFData* CFDataRef;
 
 CF_EXPORT CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count);
 
-// The data refers to the given bytes, which must not change while it lives. At its end it frees
-// them as `bytesDeallocator` says: not at all (kCFAllocatorNull), or with free() (any other). Where
-// the data cannot be made, the bytes stay the caller's.
+// Creates data that refers to the given bytes, which must not change while the data exists. When
+// the data is destroyed, it frees the bytes with free(), or leaves them alone if `bytesDeallocator`
+// is kCFAllocatorNull. If the function fails, the bytes stay the caller's.
 CF_EXPORT CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes,
                                                 CFIndex count, CFAllocatorRef bytesDeallocator);
 

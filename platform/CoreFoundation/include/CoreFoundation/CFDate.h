@@ -1,4 +1,4 @@
-// Points in time.
+// Declares dates: points in time.
 #ifndef COREFOUNDATION_CFDATE_H
 #define COREFOUNDATION_CFDATE_H
 
@@ -6,10 +6,10 @@
 
 CF_EXTERN_C_BEGIN
 
-// In seconds.
+// A number of seconds.
 typedef double CFTimeInterval;
 
-// Seconds since 2001-01-01T00:00:00Z, without leap seconds.
+// A number of seconds since 2001-01-01T00:00:00Z, without leap seconds.
 typedef CFTimeInterval CFAbsoluteTime;
 
 typedef const struct __CFDate* CFDateRef;

@@ -1,4 +1,4 @@
-// Collections of values, found by their keys. They have no order of their own.
+// Declares dictionaries: unordered collections of values that are found by their keys.
 #ifndef COREFOUNDATION_CFDICTIONARY_H
 #define COREFOUNDATION_CFDICTIONARY_H
 
@@ -12,8 +12,9 @@ typedef CFStringRef (*CFDictionaryCopyDescriptionCallBack)(const void* value);
 typedef Boolean (*CFDictionaryEqualCallBack)(const void* one, const void* other);
 typedef CFHashCode (*CFDictionaryHashCallBack)(const void* value);
 
-// What a dictionary does with its keys; a null function does nothing, and compares or hashes
-// pointers.
+// The functions that a dictionary calls for its keys. A dictionary without `retain` and `release`
+// does not retain its keys, and a dictionary without `equal` or `hash` compares or hashes their
+// addresses.
 typedef struct {
     CFIndex version;  // 0
     CFDictionaryRetainCallBack retain;
@@ -23,7 +24,7 @@ typedef struct {
     CFDictionaryHashCallBack hash;
 } CFDictionaryKeyCallBacks;
 
-// The same for its values.
+// The functions that a dictionary calls for its values.
 typedef struct {
     CFIndex version;  // 0
     CFDictionaryRetainCallBack retain;
@@ -32,8 +33,8 @@ typedef struct {
     CFDictionaryEqualCallBack equal;
 } CFDictionaryValueCallBacks;
 
-// For keys and values that are objects: retained while they are in the dictionary, compared and
-// hashed with CFEqual and CFHash.
+// The callbacks for keys and values that are objects. The dictionary retains them, and compares and
+// hashes them with CFEqual and CFHash.
 CF_EXPORT const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
@@ -42,15 +43,16 @@ typedef void (*CFDictionaryApplierFunction)(const void* key, const void* value, 
 typedef const struct __CFDictionary* CFDictionaryRef;
 typedef struct __CFDictionary* CFMutableDictionaryRef;
 
-// Of keys that are equal the first stays. The callbacks are copied; null stands for none at all.
-// Where those that retain, release, compare and hash are the constants' above, so is the
-// description.
+// Creates a dictionary that cannot be changed. If several keys are equal, the dictionary holds the
+// first of them with its value. The callbacks are copied; null means that there are none. If
+// `retain`, `release`, `equal` and `hash` are those of the constants above, the dictionary treats
+// its keys or values as objects and does not call `copyDescription`.
 CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys,
                                              const void** values, CFIndex count,
                                              const CFDictionaryKeyCallBacks* keyCallBacks,
                                              const CFDictionaryValueCallBacks* valueCallBacks);
 
-// `capacity` is a hint, and may be 0.
+// Creates an empty dictionary. `capacity` is a hint and may be 0.
 CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
     CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keyCallBacks,
     const CFDictionaryValueCallBacks* valueCallBacks);
@@ -60,22 +62,25 @@ CF_EXPORT CFTypeID CFDictionaryGetTypeID(void);
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key);
 
-// Null where there is no such key. The second form tells that apart from a null that was stored; it
-// leaves *value alone where there is no such key, and takes null for `value`.
+// CFDictionaryGetValue returns the value of the key, or null if the dictionary does not hold the
+// key. CFDictionaryGetValueIfPresent returns whether the dictionary holds the key, and writes the
+// value, which may be null, to *value. It leaves *value unchanged if the dictionary does not hold
+// the key; `value` may be null.
 CF_EXPORT const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key,
                                                 const void** value);
 
-// Writes as many keys and values as the dictionary counts, in one order. Either may be null.
+// Writes all keys to `keys` and all values to `values`, both in the same order. Either may be null.
 CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
                                             const void** values);
 
-// The function must not change the dictionary.
+// Calls the function for each key and its value. The function must not change the dictionary.
 CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef dictionary,
                                          CFDictionaryApplierFunction function, void* context);
 
-// Add keeps the value that a key has already; Set replaces it and keeps the key. A dictionary that
-// was not created mutable stays as it is.
+// AddValue does nothing if the dictionary holds the key already. SetValue replaces the value of
+// such a key and keeps the key itself. None of these functions changes a dictionary that was not
+// created mutable.
 CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key,
                                     const void* value);
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,

@@ -1,4 +1,4 @@
-// Why something failed.
+// Declares errors: the reasons why a function failed.
 #ifndef COREFOUNDATION_CFERROR_H
 #define COREFOUNDATION_CFERROR_H
 
@@ -10,10 +10,10 @@ typedef struct __CFError* CFErrorRef;
 
 CF_EXPORT CFTypeID CFErrorGetTypeID(void);
 
-// One of the codes that the function which failed documents.
+// Returns the code of the error. The function that failed documents its codes.
 CF_EXPORT CFIndex CFErrorGetCode(CFErrorRef error);
 
-// What went wrong, in English.
+// Returns a description of the error in English.
 CF_EXPORT CFStringRef CFErrorCopyDescription(CFErrorRef error);
 
 CF_EXTERN_C_END

@@ -1,4 +1,4 @@
-// Numbers and truth values.
+// Declares numbers and the two booleans.
 #ifndef COREFOUNDATION_CFNUMBER_H
 #define COREFOUNDATION_CFNUMBER_H
 
@@ -14,7 +14,8 @@ CF_EXPORT const CFBooleanRef kCFBooleanFalse;
 CF_EXPORT CFTypeID CFBooleanGetTypeID(void);
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
-// How a number is given and taken. A type of the second group is another name of one of the first.
+// The type of the C value from which a number is created, or to which it is converted. Each type of
+// the second group is equivalent to a type of the first group.
 typedef CF_ENUM(int) {
     kCFNumberSInt8Type = 1,
     kCFNumberSInt16Type = 2,
@@ -38,20 +39,21 @@ typedef CF_ENUM(int) {
 
 typedef const struct __CFNumber* CFNumberRef;
 
-// The number that `value` points to, which is of the given type.
+// Creates a number from the C value of the given type to which `value` points.
 CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
                                      const void* value);
 
 CF_EXPORT CFTypeID CFNumberGetTypeID(void);
 
-// One of the first six. Whole numbers over 2^63-1, which only a document can hold, have the type
-// kCFNumberSInt64Type too.
+// CFNumberGetType returns one of the first six types. A whole number over 2^63-1, which only a
+// document can hold, has the type kCFNumberSInt64Type.
 CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number);
 CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number);
 
-// Writes the number as a value of the given type. True where that is the same number; otherwise
-// what is written comes near it: of a whole number the low bits, of a real one the nearest value of
-// the type, without its fraction.
+// Writes the number as a value of the given type, and returns whether that value equals the number.
+// If it does not, the written value is an approximation. A whole number as a whole type loses its
+// high bits. A real number as a whole type loses its fraction, and is limited to the range of the
+// type. Any number as a real type becomes the nearest value.
 CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
 CF_EXTERN_C_END

@@ -1,5 +1,5 @@
-// Sets, as far as a binary property list can bring one in: they can be counted, and are valid in no
-// property list.
+// Declares sets. Only a binary document can create a set; the caller can count its members. A tree
+// that holds a set is not a valid property list in any format.
 #ifndef COREFOUNDATION_CFSET_H
 #define COREFOUNDATION_CFSET_H
 

@@ -1,7 +1,7 @@
-// Strings: immutable sequences of UTF-16 code units.
+// Declares strings: immutable sequences of UTF-16 code units.
 //
-// What is made from bytes is well-formed Unicode. Code units taken as they are may hold a lone
-// surrogate, which no encoding can express.
+// A string that is created from bytes is well-formed Unicode. A string that is created from code
+// units may hold a lone surrogate, which no encoding can express.
 #ifndef COREFOUNDATION_CFSTRING_H
 #define COREFOUNDATION_CFSTRING_H
 
@@ -19,14 +19,14 @@ enum {
 
 typedef CFOptionFlags CFStringCompareFlags;
 
-// A constant string, which is never released: CFSTR("services"). The text is ASCII. Null only where
-// there is no memory for its first use.
+// A constant string, which is never released: CFSTR("services"). The text must be ASCII. The result
+// is null if the text is not ASCII, or if memory runs out at its first use.
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
 
-// Bytes that are not well-formed in the encoding, and encodings other than those above, give null.
-// In UTF-8 one byte-order mark at the start is left out, and a byte A9 where a character should
-// begin makes a U+FFFD. `isExternalRepresentation` matters only for encodings that are not offered
-// here.
+// Creates a string. The functions return null if the bytes are not well-formed in the encoding, or
+// if the encoding is none of those above. In UTF-8 a byte-order mark at the start is left out, and
+// a byte A9 where a character begins becomes a U+FFFD. `isExternalRepresentation` has no effect on
+// the encodings above.
 CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
                                                 CFStringEncoding encoding);
 CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes,
@@ -37,27 +37,28 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator,
 
 CF_EXPORT CFTypeID CFStringGetTypeID(void);
 
-// In code units. An index outside the string gives 0; of a range, what lies in the string is
-// written.
+// Lengths, indexes and ranges count code units. CFStringGetCharacterAtIndex returns 0 for an index
+// outside the string. CFStringGetCharacters writes the part of the range that lies in the string.
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef string);
 CF_EXPORT UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex index);
 CF_EXPORT void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* characters);
 
-// The string's own bytes, with a NUL after them, as long as the string lives: exactly where all its
-// characters are ASCII. Null otherwise. A NUL of the string's own is there like any other
-// character.
+// Returns the string's own bytes with a NUL behind them, if all its characters are ASCII and the
+// encoding is one of those above. Returns null otherwise. The bytes exist as long as the string. A
+// NUL within the string is one of the bytes.
 CF_EXPORT const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding);
 
-// Writes the string and a NUL into a buffer of `size` bytes. False where they do not fit or where
-// the encoding cannot express them; what the buffer holds is then undefined.
+// Writes the string and a NUL into a buffer of `size` bytes. Returns false if they do not fit, or
+// if the encoding cannot express the string; the contents of the buffer are undefined then.
 CF_EXPORT Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
                                      CFStringEncoding encoding);
 
-// By code units. No options are offered: the argument has to be 0.
+// Compares two strings by their code units. `options` must be 0.
 CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef one, CFStringRef other,
                                              CFStringCompareFlags options);
 
-// For CFSTR only. Equal texts give the same string.
+// Returns the constant string of a text. Only CFSTR calls this function. Equal texts yield the same
+// string.
 CF_EXPORT CFStringRef __CFStringMakeConstantString(const char* text);
 
 CF_EXTERN_C_END

@@ -1,19 +1,22 @@
-// A small CoreFoundation for platforms without the framework: the same names, types, constants and
-// rules, as much of them as property lists need. A program compiled against it compiles unchanged
-// against the framework, unless it uses the two functions that begin with an underscore.
+// Provides a small CoreFoundation for platforms without the framework. The names, types, constants
+// and rules are those of the framework, as far as property lists need them. A program that compiles
+// with these headers compiles unchanged with the framework, unless it uses the two functions whose
+// names begin with an underscore.
 //
-// Rules that hold throughout:
+// These rules hold for all functions:
 //
-// Ownership. A function with Create or Copy in its name hands its caller one reference, to be given
-// back with CFRelease; one with Get in its name hands out no reference.
+// Ownership. A function with Create or Copy in its name returns one reference, which the caller
+// releases with CFRelease. A function with Get in its name returns no reference to release.
 //
-// Failure. What cannot be made, for want of memory or because its input will not do, is null, and
-// nothing of it stays behind. A container that cannot grow stays as it was.
+// Failure. A function that creates an object returns null if memory runs out or if its input is not
+// valid, and leaves nothing behind. A container that cannot grow stays unchanged.
 //
-// Threads. Retaining and releasing are safe from any thread, and so is reading what nobody changes
-// at that time. Changing a container is its user's to serialise.
+// Threads. Any thread may retain and release any object, and may read an object that no thread
+// changes at that time. The program must make sure that only one thread uses a container while it
+// is changed.
 //
-// Null. Where an object is wanted, null is not allowed, unless the function says otherwise.
+// Null. An argument that is an object must not be null, unless the comment on the function allows
+// it.
 #ifndef COREFOUNDATION_COREFOUNDATION_H
 #define COREFOUNDATION_COREFOUNDATION_H
 
