@@ -1,4 +1,4 @@
-// A thread that is cancelled with pthread_cancel() while it acts.
+// Runs an action in a thread that pthread_cancel() cancels.
 #ifndef QV_TESTS_CANCELLED_THREAD_H
 #define QV_TESTS_CANCELLED_THREAD_H
 
@@ -9,8 +9,8 @@
 
 namespace qv::tests {
 
-// Performs the action in a thread that has been told to end at its next cancellation point. Returns
-// whether the thread ended after the whole action, at a cancellation point behind it.
+// Performs the action in a thread that is cancelled before the action begins. Returns whether the
+// thread ended only after the action, at the next cancellation point.
 inline bool isCancelledAfter(const std::function<void()>& action) {
     struct Run {
         const std::function<void()>& action;

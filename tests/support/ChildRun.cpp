@@ -20,7 +20,7 @@ constexpr unsigned kLongestLife = 120;  // seconds
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// A file without a name, for the child's report.
+// Passes the child's report through a file without a name.
 class Channel {
   public:
     Channel() : file_(memfd_create("report", MFD_CLOEXEC)) {
@@ -52,7 +52,7 @@ class Channel {
 };
 
 [[noreturn]] void runChild(const std::function<std::string()>& body, const Channel& channel) {
-    // One that waits for what never comes would keep its parent waiting.
+    // A child that hangs would make its parent hang.
     alarm(kLongestLife);
     int result = EXIT_FAILURE;
     try {

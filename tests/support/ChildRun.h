@@ -1,7 +1,6 @@
-// Functions run in a process of their own, which begins as a copy of the caller's. What one does
-// stays there, but for files and the text that it returns.
-//
-// A child has the thread that called, and no other.
+// Runs functions in a child process, which begins as a copy of the caller's process with the
+// calling thread only. A function affects the caller only through files and the text that it
+// returns.
 #ifndef QV_TESTS_CHILD_RUN_H
 #define QV_TESTS_CHILD_RUN_H
 
@@ -13,22 +12,23 @@
 namespace qv::tests {
 
 struct ChildRun {
-    // As waitpid() has it.
+    // The status from waitpid().
     int status = 0;
-    // What the function returned, or the text of the exception that it threw; empty where it did
-    // not come to that.
+    // The text that the function returned, or the text of the exception that it threw. Empty if the
+    // child was killed before.
     std::string report;
 
     bool hasReturned() const;
     bool wasKilled() const;
 };
 
-// Sees a child to its end and returns its status. An exception kills the child and passes.
+// Waits for the end of a child and returns its status. An exception of the follower kills the
+// child.
 using Follower = std::function<int(pid_t child)>;
 
 int awaitEnd(pid_t child);
 
-// Throws std::system_error where there can be no further process.
+// Runs the function in a child. Throws std::system_error if the system makes no further process.
 ChildRun runInChild(const std::function<std::string()>& body, const Follower& follow = awaitEnd);
 
 }  // namespace qv::tests

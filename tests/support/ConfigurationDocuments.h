@@ -1,4 +1,4 @@
-// The configuration file as it is written, byte for byte.
+// Gives the exact bytes of the configuration file as a save writes it.
 #ifndef QV_TESTS_CONFIGURATION_DOCUMENTS_H
 #define QV_TESTS_CONFIGURATION_DOCUMENTS_H
 
@@ -11,7 +11,7 @@ namespace qv::tests {
 
 inline constexpr char kConfigurationFile[] = "namingService.conf.plist";
 
-// `content` being the lines of the root's keys and values.
+// Returns the document whose root has the keys and values in the lines of `content`.
 inline std::string document(const std::string& content) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
            "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
@@ -40,7 +40,7 @@ inline std::string escaped(const std::string& text) {
     return escaped;
 }
 
-// The lines of the directory's entry, for at least one service.
+// Returns the lines of the directory's entry. Needs at least one service.
 inline std::string entryOf(const std::vector<std::pair<std::int32_t, std::string>>& services) {
     std::string entry = "\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n\t\t<array>\n";
     for (const auto& [id, address] : services) {

@@ -1,5 +1,5 @@
-// The inputs that a fuzz target must keep passing, in tests/data/fuzz, and the measured ones that
-// it starts from: a test program runs the former and writes the latter.
+// Runs the inputs in tests/data/fuzz, which a fuzz target must keep passing. Writes the measured
+// inputs, from which a fuzzer starts.
 #ifndef QV_TESTS_CORPUS_H
 #define QV_TESTS_CORPUS_H
 
@@ -18,19 +18,19 @@
 
 namespace qv::tests {
 
-// What a fuzz target does with an input: it ends the process where something does not hold.
+// Checks an input as a fuzz target does. Ends the process if a property does not hold.
 using CheckInput = void (*)(const std::uint8_t* data, std::size_t size);
 
 inline void checkInput(CheckInput check, const std::string& bytes) {
     check(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
 
-// Fails where the target has no inputs.
+// Checks all inputs of a target. Fails if the target has no inputs.
 inline void checkCorpus(const std::string& target, CheckInput check) {
     const std::string folder = QV_TEST_DATA_DIR "/fuzz/" + target;
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        // The last one that is named is the one that ended the process.
+        // If an input ends the process, its name is the last one that is printed.
         std::printf("%s\n", entry.path().filename().c_str());
         std::fflush(stdout);
         const auto bytes = contentOf(entry.path().string());
@@ -49,8 +49,8 @@ inline void writeSeed(const std::string& folder, const std::string& name,
 
 using WriteSeeds = void (*)(const std::string& folder);
 
-// main() of a test program that with a folder for each writer as its arguments writes seeds there
-// instead of testing.
+// Serves as main() of a test program. Runs the tests if there are no arguments. Otherwise the
+// arguments are a folder for each writer, and the writers write their seeds there.
 inline int testOrWriteSeeds(int argc, char* argv[], const std::vector<WriteSeeds>& writers) {
     try {
         testing::InitGoogleMock(&argc, argv);

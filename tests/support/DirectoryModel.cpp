@@ -50,7 +50,7 @@ ino_t DirectoryModel::inode() const {
     return ::stat(path_.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-// What was open before stays so.
+// Opens the file. A descriptor that was open before stays open.
 void DirectoryModel::open() {
     isOpen_ = !isDirectory;
     descriptors += isOpen_ ? 1 : 0;

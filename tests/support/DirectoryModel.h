@@ -1,5 +1,5 @@
-// The directory of services and the two files that it is kept in, as they should be. What the
-// plug-in does, the model does after it; what somebody else does to the files is told to it.
+// Models the directory of services and the two files in which the plug-in stores it. A test repeats
+// each call of the plug-in on the model, and tells the model what others do to the files.
 #ifndef QV_TESTS_DIRECTORY_MODEL_H
 #define QV_TESTS_DIRECTORY_MODEL_H
 
@@ -15,7 +15,7 @@
 
 namespace qv::tests {
 
-// As it was registered or loaded: a field that was not there stays so.
+// A service as it was registered or loaded. An absent field stays absent.
 struct StoredService {
     std::optional<std::int32_t> id;
     std::optional<std::string> address;
@@ -26,7 +26,7 @@ inline bool operator==(const StoredService& one, const StoredService& other) {
 
 using Directory = std::map<std::int32_t, StoredService>;
 
-// A file's bytes and what loading them gives.
+// The bytes of a file, and the services that the plug-in loads from them.
 struct Document {
     std::string bytes;
     bool isGood = false;
@@ -35,11 +35,12 @@ struct Document {
 
 class DirectoryModel {
   public:
-    // What a save makes of the document that was loaded; nothing where a service cannot be stored.
+    // Returns the document that a save writes, from the loaded one. Returns nothing if a service
+    // cannot be stored.
     using Save =
         std::function<std::optional<Document>(const Document& loaded, const Directory& services)>;
 
-    // `path` is the file's, which may be there or not.
+    // `path` is the path of the file, which need not exist.
     DirectoryModel(std::string path, Save save);
 
     void initialize();
@@ -47,11 +48,11 @@ class DirectoryModel {
     void registerServices(const std::vector<StoredService>& request);
 
     Directory memory;
-    // What stands at the path: a file, a directory, or neither.
+    // The file or the directory at the path. There may be neither.
     std::optional<Document> mainFile;
     bool isDirectory = false;
     std::optional<Document> backup;
-    // How many files the plug-in has open, those that it lost included.
+    // How many descriptors the plug-in has open, including those of replaced files.
     std::size_t descriptors = 0;
 
   private:

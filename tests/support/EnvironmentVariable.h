@@ -1,4 +1,4 @@
-// A variable of the environment, set or unset while a test runs.
+// Sets or unsets a variable of the environment while an object lives.
 #ifndef QV_TESTS_ENVIRONMENT_VARIABLE_H
 #define QV_TESTS_ENVIRONMENT_VARIABLE_H
 
@@ -11,7 +11,7 @@ namespace qv::tests {
 
 class EnvironmentVariable {
   public:
-    // Unset when `value` is.
+    // Sets the variable, or unsets it if there is no value.
     EnvironmentVariable(std::string name, const std::optional<std::string>& value)
         : name_(std::move(name)) {
         if (const char* const previous = std::getenv(name_.c_str())) {

@@ -128,7 +128,7 @@ bool mallocFails() {
     return true;
 }
 
-// Semaphores, because nothing here may allocate.
+// Wraps a semaphore, because the functions here must not allocate.
 struct Semaphore {
     Semaphore() { sem_init(&value, 0, 0); }
     ~Semaphore() { sem_destroy(&value); }
@@ -167,7 +167,7 @@ bool mallocFails(std::size_t size) {
     return mallocFails();
 }
 
-// The same memory by another name, which is not taken over here.
+// Allocates with memalign(), which this file does not replace.
 void* allocate(std::size_t alignment, std::size_t size) {
     void* const memory = memalign(alignment, size);
     if (memory != nullptr) {

@@ -1,8 +1,8 @@
-// Calls of the platform that fail when a test wants them to.
+// Makes calls of the platform fail.
 //
 // A test program that links this file defines the functions itself, in front of the platform's
-// libraries; each passes the call on unless it was told to fail. What is told holds for the thread
-// that tells it.
+// libraries. Each function passes the call on unless a test has told it to fail. An order applies
+// to the thread that gives it.
 #ifndef QV_TESTS_FAILING_CALLS_H
 #define QV_TESTS_FAILING_CALLS_H
 
@@ -21,7 +21,8 @@ int shortSleeps();
 // How often the thread has called pthread_mutex_destroy().
 int destroyedMutexes();
 
-// The next malloc() of exactly `size` bytes gives null. Not with sanitizers, which have their own.
+// The next malloc() of exactly `size` bytes returns null. Not with sanitizers, which replace
+// malloc().
 void failMallocOf(std::size_t size);
 
 // The thread's next malloc() of exactly `size` bytes waits for resumeMalloc(). awaitStalledMalloc()
@@ -30,18 +31,17 @@ void stallMallocOf(std::size_t size);
 void awaitStalledMalloc();
 void resumeMalloc();
 
-// After `count` calls of malloc(), calloc(), realloc() and those for aligned memory that work, the
-// next gives null, and operator new throws; with the second function, so do all after it. The third
-// takes the order back and says whether it was carried out.
+// After `count` successful calls of malloc(), calloc(), realloc() and the functions for aligned
+// memory, the next call fails, and operator new throws. With failEveryMallocAfter(), all later
+// calls fail also. mallocFailed() cancels the order and returns whether a call has failed.
 void failMallocAfter(int count);
 void failEveryMallocAfter(int count);
 bool mallocFailed();
 
-// How many times they gave new memory, less those that free() took some back. What an action leaves
-// behind is what the number has grown by. Not with sanitizers.
+// Returns the number of allocations that are not freed yet. Not with sanitizers.
 long liveAllocations();
 
-// The next SerializeToArray() of any message writes nothing and is false.
+// The next SerializeToArray() of any message writes nothing and returns false.
 void failNextSerialization();
 
 }  // namespace qv::tests

@@ -1,4 +1,4 @@
-// What happens to the files of a directory, in order, as the system saw it.
+// Records what happens to the files of directories, in order.
 //
 //     FileEvents events({{directory, ""}});
 //     ... load ...
@@ -22,8 +22,8 @@ namespace qv::tests {
 
 class FileEvents {
   public:
-    // The files of each directory count from now on; its second string is put in front of their
-    // names.
+    // Watches the files of each directory. The second string of a pair is put in front of the names
+    // of its files.
     explicit FileEvents(const std::vector<std::pair<std::string, std::string>>& directories)
         : descriptor_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
         for (const auto& [directory, prefix] : directories) {
@@ -39,8 +39,9 @@ class FileEvents {
     FileEvents(const FileEvents&) = delete;
     FileEvents& operator=(const FileEvents&) = delete;
 
-    // "change NAME" for every run of changes, "read NAME" and "written NAME" for the ends of uses
-    // that did not and did open the file for writing. Directories do not count.
+    // Returns the events since the last call: "change NAME" for one or several changes in a row,
+    // "read NAME" when a file that was open for reading is closed, and "written NAME" when a file
+    // that was open for writing is closed. Leaves out directories.
     std::vector<std::string> take() {
         std::vector<std::string> events;
         alignas(inotify_event) char buffer[1 << 16];

@@ -1,12 +1,12 @@
-// Permissions of files: what they are, and what the process takes away from them at creation.
+// Reads the permissions of files, and sets the umask of the process while an object lives.
 #ifndef QV_TESTS_FILE_MODES_H
 #define QV_TESTS_FILE_MODES_H
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <string>
-#include <system_error>
+
+#include "support/Files.h"
 
 namespace qv::tests {
 
@@ -24,11 +24,7 @@ class UmaskGuard {
 };
 
 inline unsigned modeOf(const std::string& path) {
-    struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0) {
-        throw std::system_error(errno, std::generic_category(), path);
-    }
-    return status.st_mode & 07777U;
+    return statusOf(path).st_mode & 07777U;
 }
 
 }  // namespace qv::tests

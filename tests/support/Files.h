@@ -1,4 +1,4 @@
-// Files as tests see them: what is in them, which file stands at a path, who has it open.
+// Reads, writes and replaces files, and finds open descriptors, for tests.
 #ifndef QV_TESTS_FILES_H
 #define QV_TESTS_FILES_H
 
@@ -17,7 +17,7 @@
 
 namespace qv::tests {
 
-// Empty where there is no file, or one that cannot be read.
+// Returns the content of the file, or nothing if there is no file that can be read.
 inline std::optional<std::string> contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::error_code ignored;
@@ -27,7 +27,7 @@ inline std::optional<std::string> contentOf(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-// Into the file that is there, if one is; otherwise into a new one.
+// Overwrites the file in place, or makes a new one.
 inline void writeFile(const std::string& path, const std::string& content) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << content << std::flush;
@@ -36,7 +36,7 @@ inline void writeFile(const std::string& path, const std::string& content) {
     }
 }
 
-// Puts another file in the place of the one that is there.
+// Puts a new file in place of the existing one.
 inline void replaceFile(const std::string& path, const std::string& content) {
     writeFile(path + ".new", content);
     std::filesystem::rename(path + ".new", path);
@@ -54,7 +54,7 @@ inline ino_t inodeOf(const std::string& path) {
     return statusOf(path).st_ino;
 }
 
-// The descriptors of this process whose file is at a path below the directory, or was.
+// Returns the descriptors of this process whose file is or was below the directory.
 inline std::vector<int> descriptorsBelow(const std::string& directory) {
     std::vector<int> descriptors;
     std::error_code ignored;

@@ -11,7 +11,7 @@
 namespace qv::tests {
 namespace {
 
-// Any pointer that no plug-in would store, to see what a handler left alone.
+// A pointer to this variable shows that a handler has left its answer arguments alone.
 char untouched;
 constexpr int kUntouchedLength = -12345;
 

@@ -1,5 +1,6 @@
-// The built plug-in, loaded with dlopen as a host loads it, and called only through its exported
-// functions and its command table. Its log and configuration go to a directory of the test program.
+// Loads the built plug-in with dlopen(), as a host does, and calls it only through its exported
+// functions and its command table. The first load makes a directory for the log and the
+// configuration and names it in the environment.
 #ifndef QV_TESTS_LOADED_PLUGIN_H
 #define QV_TESTS_LOADED_PLUGIN_H
 
@@ -15,11 +16,12 @@ namespace qv::tests {
 using Service = std::pair<std::int32_t, std::string>;
 using Services = std::vector<Service>;
 
-// Encodes the services as a serialised ServiceInfoArray, and back.
+// Encodes the services as a serialised ServiceInfoArray, or decodes them.
 std::string encode(const Services& services);
 Services decode(const std::string& bytes);
 
-// What a command gave back. `answered` is false when it left the answer arguments alone.
+// The result and the answer of a command. `answered` is false if the command left the answer
+// arguments alone.
 struct Answer {
     int result = 0;
     bool answered = false;
@@ -28,8 +30,8 @@ struct Answer {
 
 class LoadedPlugin {
   public:
-    // Loads the plug-in without initialising it; the destructor unloads it without finalising it.
-    // Fails the process when the library or a function is missing.
+    // Loads the plug-in without initialising it. Aborts if the library or a function is missing.
+    // The destructor unloads the plug-in without finalising it.
     LoadedPlugin();
     ~LoadedPlugin();
     LoadedPlugin(const LoadedPlugin&) = delete;
@@ -45,7 +47,7 @@ class LoadedPlugin {
     std::vector<HandlerEntry> handlers() const;
     CommandHandler handler(std::uint32_t command) const;
 
-    // Executes a command the way a host does: bytes in, bytes out, the answer buffer given back.
+    // Executes a command as a host does, and gives the answer's buffer back to the plug-in.
     Answer execute(std::uint32_t command, const std::string& in) const;
 
     int registerServices(const Services& services) const;
@@ -56,7 +58,7 @@ class LoadedPlugin {
     void* library_;
 };
 
-// A plug-in that is initialised while the object lives.
+// Loads and initialises the plug-in while the object lives.
 class InitializedPlugin : public LoadedPlugin {
   public:
     InitializedPlugin() { initialize(); }

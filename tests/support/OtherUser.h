@@ -1,4 +1,4 @@
-// Actions of a user without special rights, whoever runs the tests.
+// Runs actions as a user without special rights, also if root runs the tests.
 #ifndef QV_TESTS_OTHER_USER_H
 #define QV_TESTS_OTHER_USER_H
 
@@ -14,8 +14,9 @@
 
 namespace qv::tests {
 
-// Runs the action in a process of its own, which is nobody's where this one is root's, with the
-// directory and what is in it given to that user. What it expects counts.
+// Runs the action in a child process. If root runs the tests, the child runs as the user nobody,
+// who first becomes the owner of the directory and its contents. The test fails if an expectation
+// in the action fails.
 template <class Action>
 void asOrdinaryUser(const std::string& directory, Action action) {
     constexpr uid_t kNobody = 65534;
@@ -23,7 +24,8 @@ void asOrdinaryUser(const std::string& directory, Action action) {
     if (isRoot) {
         ASSERT_EQ(::chown(directory.c_str(), kNobody, kNobody), 0);
         for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
-            // Not what a link names, which may be a device of the system's.
+            // A link changes its owner but its target does not, which may be a device of the
+            // system.
             ASSERT_EQ(::lchown(entry.path().c_str(), kNobody, kNobody), 0);
         }
     }

@@ -1,9 +1,9 @@
-// The calls that the code under test makes of the platform, as text.
+// Records as text the calls that the code under test makes to the platform.
 //
 // A test program that links this file defines the functions itself, in front of the platform's
-// libraries; each passes the call on. It records the calls that the thread makes during an action,
-// in order, written the way they would stand in a source file, with a file's name for its path or
-// its descriptor:
+// libraries. Each function passes the call on. The record holds the calls of a thread during an
+// action, in order, written as in a source file, with a file's name in place of its path or
+// descriptor:
 //
 //     open(namingService.conf.plist, O_WRONLY | O_CREAT | O_TRUNC, 0600)
 //     lseek(namingService.conf.plist, 0, SEEK_SET)
@@ -13,7 +13,7 @@
 //     close(namingService.conf.plist)
 //     CFPropertyListIsValid(dictionary, 200)
 //
-// Reading and writing through the C library's streams is not recorded.
+// The record does not contain calls inside the C library's streams.
 #ifndef QV_TESTS_RECORDED_CALLS_H
 #define QV_TESTS_RECORDED_CALLS_H
 

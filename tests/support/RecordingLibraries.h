@@ -1,15 +1,15 @@
-// Recording stand-ins for the log and utility libraries.
+// Replaces the log and utility libraries with functions that record their calls.
 //
-// A test program that links this file defines the seven functions itself; the dynamic linker gives
-// the program's definitions to the plug-in before those of the libraries. Every call is kept as one
-// line of text, in order, written the way it would stand in a source file:
+// A test program that links this file defines the seven functions itself. The dynamic linker gives
+// the plug-in the program's functions in place of those of the libraries. The record holds one line
+// for each call, in order, written as in a source file:
 //
 //     QvInitDebugByConfig("namingService.conf.plist", "namingService", "/var/log/...")
 //     LorxIsEnableLog(7)
 //     LorxWriteDbgLog(7, "%s in", "registerServices in")
 //
-// The last argument of a write is the record as formatted. A call that carries another handle than
-// the one given out has it as its first argument: "null" or "stranger". Not thread-safe.
+// The last argument of a write is the formatted record. If a call does not pass the handle that was
+// given out, its first argument is "null" or "stranger". The functions are not thread-safe.
 #ifndef QV_TESTS_RECORDING_LIBRARIES_H
 #define QV_TESTS_RECORDING_LIBRARIES_H
 
@@ -21,18 +21,18 @@ namespace qv::tests {
 // Forgets all calls and enables levels up to `threshold`.
 void startRecording(int threshold = 7);
 
-// The calls since then, without the LorxIsEnableLog() that were answered with yes: each of these
-// must be followed by its write, which is checked as they are taken.
+// Returns the calls since startRecording(), without those of LorxIsEnableLog(). Checks that each
+// write directly follows the question whether its level is enabled.
 std::vector<std::string> recordedCalls();
 
-// The same with every LorxIsEnableLog().
+// Returns all calls since startRecording().
 std::vector<std::string> allRecordedCalls();
 
-// Whether QvInitDebugByConfig() opens a log; it does unless told otherwise.
+// Sets whether QvInitDebugByConfig() opens a log. It does from the start.
 void setLogCanBeOpened(bool canBeOpened);
 
-// What QvGetFilePath() gives, which may be null; a file of a directory that does not exist unless
-// told otherwise, and again with "".
+// Sets the result of QvGetFilePath(), which may be null. From the start, and with "", the result is
+// a path in a directory that does not exist.
 void setFilePath(const char* path);
 
 }  // namespace qv::tests

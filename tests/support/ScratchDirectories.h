@@ -1,5 +1,5 @@
-// Directories for the configuration and the log, in the environment while the object lives, so that
-// what a test loads stays out of the system's own.
+// Makes a directory for the configuration and the log and names it in the environment while the
+// object lives, so that a test does not use the system's directories.
 #ifndef QV_TESTS_SCRATCH_DIRECTORIES_H
 #define QV_TESTS_SCRATCH_DIRECTORIES_H
 
@@ -12,7 +12,7 @@ namespace qv::tests {
 
 class ScratchDirectories {
   public:
-    // The directory of both.
+    // Returns the directory of the configuration and the log.
     const std::string& path() const { return directory_.path(); }
     std::string path(const std::string& name) const { return directory_.path(name); }
 

@@ -1,4 +1,4 @@
-// The symbols of a library file.
+// Lists the symbols of a library file with nm.
 #ifndef QV_TESTS_SHARED_LIBRARY_H
 #define QV_TESTS_SHARED_LIBRARY_H
 
@@ -23,7 +23,7 @@ inline Symbols listedSymbols(const std::string& options, const std::string& file
     Symbols symbols;
     char line[4096];
     while (output != nullptr && std::fgets(line, sizeof line, output.get()) != nullptr) {
-        // The value in sixteen digits, a blank, the kind, a blank, the name.
+        // A line has the value in sixteen digits, a blank, the kind, a blank and the name.
         std::string name(line);
         name.erase(name.find_last_not_of('\n') + 1);
         name.erase(0, 19);
@@ -35,7 +35,7 @@ inline Symbols listedSymbols(const std::string& options, const std::string& file
     return symbols;
 }
 
-// Returns the names that the library shows to the dynamic linker.
+// Returns the names that the library exports.
 inline std::set<std::string> exportedSymbols(const std::string& file) {
 #ifdef __APPLE__
     const Symbols symbols = listedSymbols("-gU", file);

@@ -1,4 +1,4 @@
-// What may stand in a file's place and is none.
+// Makes pipes and sockets, which tests put in place of files.
 #ifndef QV_TESTS_SPECIAL_FILES_H
 #define QV_TESTS_SPECIAL_FILES_H
 
@@ -19,7 +19,7 @@ inline void makePipe(const std::string& path) {
     }
 }
 
-// Nobody listens at it.
+// Makes a socket on which no process listens.
 inline void makeSocket(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

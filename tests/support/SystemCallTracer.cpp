@@ -20,7 +20,7 @@
 namespace qv::tests {
 namespace {
 
-// Requests that prctl() does not know.
+// The marks are calls of prctl() with these unknown requests.
 constexpr unsigned long kBegin = 0x71760001;
 constexpr unsigned long kEnd = 0x71760002;
 
@@ -30,7 +30,7 @@ constexpr int kSystemCallStop = SIGTRAP | 0x80;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Where a call takes a path: the number of the argument; -1 elsewhere.
+// Returns the number of the argument that is a path, or -1 if the call takes no path.
 int pathArgument(long number) {
     switch (number) {
         case SYS_mkdir:
@@ -66,7 +66,7 @@ bool takesOpenFile(long number) {
     }
 }
 
-// Text in the memory of a child that stands still; empty where it cannot be read.
+// Returns a text in the memory of a stopped child. Returns an empty text if it cannot be read.
 std::string textAt(pid_t child, std::uint64_t address) {
     std::string text;
     while (true) {
@@ -85,7 +85,7 @@ std::string textAt(pid_t child, std::uint64_t address) {
     }
 }
 
-// The file that a call is about.
+// Returns the path of the file that a call uses, or an empty text.
 std::string fileOf(pid_t child, const SystemCall& call) {
     const int path = pathArgument(call.number);
     std::string file =
@@ -100,13 +100,13 @@ std::string fileOf(pid_t child, const SystemCall& call) {
     return file;
 }
 
-// One child, stop by stop.
+// Follows one child from stop to stop.
 class Tracer {
   public:
     Tracer(pid_t child, const Fault& fault, std::vector<SystemCall>& calls)
         : child_(child), fault_(fault), calls_(calls) {}
 
-    // To the child's end; its status then.
+    // Follows the child to its end and returns its status.
     int follow() {
         bool isReady = false;
         int signal = 0;
@@ -135,7 +135,7 @@ class Tracer {
                     fail("ptrace");
                 }
             } else {
-                // The child waits at the beginning.
+                // The child has stopped itself in beginTrace().
                 isInWindow_ = true;
             }
         }
@@ -165,7 +165,7 @@ class Tracer {
         return static_cast<int>(calls_.size()) - 1 == fault_.call;
     }
 
-    // Whether the call is of the kind, and on the file, that fail for good by now.
+    // Returns whether a lasting fault has begun that covers the kind and the file of the call.
     bool isBroken() const {
         if (!fault_.isForGood || static_cast<int>(calls_.size()) <= fault_.call) {
             return false;
@@ -179,7 +179,7 @@ class Tracer {
         if (number == SYS_prctl && (registers.rdi == kBegin || registers.rdi == kEnd)) {
             isCounting_ = registers.rdi == kBegin;
             isInWindow_ = isCounting_;
-            // What follows is run through without stops, not even one at the end of this call.
+            // After the second mark the child runs without stops, also at the end of this call.
             isEntry_ = isEntry_ && isInWindow_;
             return;
         }
@@ -210,7 +210,7 @@ class Tracer {
         } else if (fault_.kind == Fault::Kind::kFail) {
             isOutOfMemory_ = isOutOfMemory_ || asksForMemory(call);
             if (call.number == SYS_brk) {
-                // It fails by moving nothing, and returns where the end is.
+                // brk() fails if it moves nothing, and returns the end of the heap.
                 registers.rdi = 0;
                 put(registers);
             } else if (call.number != SYS_close) {
@@ -229,7 +229,7 @@ class Tracer {
             kill(child_, SIGKILL);
             return;
         }
-        // A call changes none of its arguments, and the caller counts on that.
+        // The caller relies on a call to leave the registers of its arguments unchanged.
         registers.rdi = call.arguments[0];
         registers.rdx = call.arguments[2];
         if (fault_.kind == Fault::Kind::kFail && call.number != SYS_brk) {
@@ -238,7 +238,7 @@ class Tracer {
         put(registers);
     }
 
-    // There is no call of this number, so none is executed.
+    // Makes the system execute nothing, because no call has this number.
     void skip(user_regs_struct& registers) {
         registers.orig_rax = ~std::uint64_t{0};
         put(registers);
@@ -253,14 +253,14 @@ class Tracer {
     pid_t child_;
     const Fault& fault_;
     std::vector<SystemCall>& calls_;
-    // Whether the child is to stop at system calls; from a few in front of the first that counts.
+    // Whether the child stops at system calls. It does from a few calls before the first mark.
     bool isInWindow_ = false;
     bool isCounting_ = false;
     int writes_ = 0;
     bool isOutOfMemory_ = false;
-    // Whether something was done to the call that the child is in.
+    // Whether the tracer has changed the call that the child is in.
     bool isStruck_ = false;
-    // Whether the last stop was in front of the call.
+    // Whether the last stop was at the entry of a call.
     bool isEntry_ = false;
 };
 

@@ -1,5 +1,5 @@
-// Functions run in a process of their own whose system calls are counted, and one of which can be
-// made to fail, to do less than it was asked, or to be the last thing that the process comes to.
+// Runs functions in a child process and counts its system calls. One of the calls can fail, write
+// less than the child asked for, or end the child.
 //
 //     const auto body = [] {
 //         prepare();
@@ -10,7 +10,7 @@
 //     };
 //     const TracedRun run = runTraced(body, Fault::fail(3, EIO));
 //
-// Only the calls of the child's first thread are seen. Linux on x86-64.
+// The tracer sees only the calls of the child's first thread. It needs Linux on x86-64.
 #ifndef QV_TESTS_SYSTEM_CALL_TRACER_H
 #define QV_TESTS_SYSTEM_CALL_TRACER_H
 
@@ -25,8 +25,8 @@
 
 namespace qv::tests {
 
-// What happens at one of the calls between the marks, which count from 0; those to write() once
-// more among themselves.
+// What happens at one of the calls between the two marks. The calls are counted from 0. For
+// shorten(), only the calls of write() are counted.
 struct Fault {
     enum class Kind { kNone, kFail, kShorten, kKillBefore, kKillAfter };
 
@@ -34,15 +34,16 @@ struct Fault {
     int call = -1;
     // The errno of a failure.
     int error = 0;
-    // How many bytes a shortened write() is left with.
+    // How many bytes a shortened write() writes.
     std::size_t length = 0;
     bool isForGood = false;
 
-    // The call is not executed; close() is, since on Linux a close() that fails has closed. Where
-    // it asks for memory, all that do after it fail as well, or the C library would get its memory
-    // in another way.
+    // Makes a call fail. The system does not execute the call, except for close(): on Linux, a
+    // close() that fails has closed the file. If the call asks for memory, all later calls for
+    // memory fail also, because the C library would otherwise get the memory with another call.
     static Fault fail(int call, int error) { return {Kind::kFail, call, error, 0, false}; }
-    // So do all later ones of the same kind on the same file, to the second mark.
+    // Makes a call fail, and all later calls of the same kind on the same file up to the second
+    // mark.
     static Fault failForGood(int call, int error) { return {Kind::kFail, call, error, 0, true}; }
     static Fault shorten(int write, std::size_t length) {
         return {Kind::kShorten, write, 0, length, false};
@@ -54,24 +55,25 @@ struct Fault {
 struct SystemCall {
     long number = -1;
     std::array<std::uint64_t, 6> arguments{};
-    // The path that the call names, or that of the open file which it is given; else empty.
+    // The path that the call names, or the path of its open file. Empty for other calls.
     std::string file;
 };
 
-// "write(/a/b/file)": the name, where it is one of a file system's usual calls, and the file.
+// Returns the name of the call and its file: "write(/a/b/file)". Returns the number of an unusual
+// call in place of its name.
 std::string describe(const SystemCall& call);
 
 bool asksForMemory(const SystemCall& call);
 
 struct TracedRun : ChildRun {
-    // Those between the marks, up to where the process was killed.
+    // The calls between the marks, up to a kill.
     std::vector<SystemCall> calls;
 };
 
-// Throws std::system_error where the process cannot be traced.
+// Runs the function in a traced child. Throws std::system_error if the child cannot be traced.
 TracedRun runTraced(const std::function<std::string()>& body, const Fault& fault = {});
 
-// The marks, for the function to call once each.
+// Set the marks. The function calls each of them once.
 void beginTrace();
 void endTrace();
 

@@ -1,4 +1,4 @@
-// A directory of a test's own, gone with all that is in it when the object goes.
+// Makes a directory for a test, and removes it with its contents when the object ends.
 #ifndef QV_TESTS_TEMPORARY_DIRECTORY_H
 #define QV_TESTS_TEMPORARY_DIRECTORY_H
 
@@ -30,7 +30,7 @@ class TemporaryDirectory {
 
     const std::string& path() const { return path_; }
 
-    // The path of a file or directory in it, existing or not.
+    // Returns the path of a file or directory in it, which need not exist.
     std::string path(const std::string& name) const { return path_ + '/' + name; }
 
   private:
