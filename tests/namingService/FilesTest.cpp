@@ -1,5 +1,5 @@
-// What may stand in the place of the configuration file, of its backup, and of the directories that
-// they are in: what a start and a save make of it, for root and for another user.
+// Puts other things in place of the configuration file, of its backup and of their directories, and
+// checks what a start and a save do then, as root and as another user.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ const std::string kMain = documentOf({{1, "main"}});
 const std::string kBackup = documentOf({{1, "backup"}});
 constexpr std::uintmax_t kFourGibibytes = std::uintmax_t{1} << 32;
 
-// A good file with a good backup, in directories that nobody else may use.
+// Makes a good file and a good backup in directories that only their owner may use.
 class Layout {
   public:
     Layout() {
@@ -51,7 +51,7 @@ class Layout {
     std::string mainFile() const { return configDirectory() + '/' + kConfigurationFile; }
     std::string backupDirectory() const { return configDirectory() + "/backup"; }
     std::string backupFile() const { return backupDirectory() + '/' + kConfigurationFile; }
-    // For what links name.
+    // A directory for the targets of links.
     std::string elsewhere() const { return directory_.path("elsewhere"); }
     std::string elsewhere(const std::string& name) const { return elsewhere() + '/' + name; }
 
@@ -84,7 +84,8 @@ std::string listed(const Services& services) {
     return text.empty() ? "nothing" : text;
 }
 
-// What a host starts with, and what the next one does after a registration in the first.
+// Starts the plug-in, registers a service and starts the plug-in again. Returns the services of
+// both starts.
 std::string startSaveStart(const LoadedPlugin& plugin) {
     EXPECT_EQ(plugin.initialize(), QV_OK);
     const std::string first = listed(plugin.getServices());
@@ -99,8 +100,8 @@ std::string startSaveStart(const LoadedPlugin& plugin) {
 struct Case {
     const char* name;
     void (*put)(const Layout&);
-    // Of a host that is root, and of another: what the starts have, and what the file and the
-    // backup hold at the end.
+    // The outcome for root and for another user: the services of both starts, and what the file and
+    // the backup hold at the end.
     std::string root;
     std::string other;
 };
@@ -116,7 +117,7 @@ const std::string kNothing = "nothing, then nothing; file none, backup none";
 const std::string kNothingButEmptyMain = "nothing, then nothing; file empty, backup none";
 const std::string kNothingButBackup = "nothing, then nothing; file none, backup backup";
 
-// What is put at a path. What stood there has been moved to elsewhere("good").
+// Puts something at a path. The good file or directory is at elsewhere("good") then.
 struct Thing {
     const char* name;
     void (*put)(const Layout& layout, const std::string& path);
@@ -134,14 +135,14 @@ void inPlaceOfMain(const Layout& layout) {
     Put(layout, layout.mainFile());
 }
 
-// With the file, so that the save is what uses the backup.
+// Keeps the file, so that only the save uses the backup.
 template <void (*Put)(const Layout&, const std::string&)>
 void inPlaceOfBackup(const Layout& layout) {
     fs::rename(layout.backupFile(), layout.elsewhere("good"));
     Put(layout, layout.backupFile());
 }
 
-// Without it, so that the start does.
+// Removes the file, so that the start uses the backup.
 template <void (*Put)(const Layout&, const std::string&)>
 void inPlaceOfOnlyBackup(const Layout& layout) {
     fs::remove(layout.mainFile());
@@ -229,13 +230,13 @@ void fullDevice(const Layout& /*layout*/, const std::string& path) {
     putLink("/dev/full", path);
 }
 
-// With nothing on the disk.
+// Makes a sparse file.
 void eightGibibytes(const Layout& /*layout*/, const std::string& path) {
     writeFile(path, "");
     fs::resize_file(path, 2 * kFourGibibytes);
 }
 
-// So many bytes more than the document has.
+// Appends 4 GiB to the good document.
 void fourGibibytesMore(const Layout& layout, const std::string& path) {
     fs::rename(layout.elsewhere("good"), path);
     fs::resize_file(path, fs::file_size(path) + kFourGibibytes);
@@ -257,7 +258,7 @@ class Files : public testing::TestWithParam<Case> {
     void expectOutcome(const std::string& expected) const {
         const EnvironmentVariable variable("QV_CONFIG_DIR", layout_.configDirectory());
         std::string outcome = startSaveStart(plugin_);
-        // What was kept from its owner, too, for this test.
+        // Lets the owner read the files again.
         std::error_code ignored;
         for (const std::string& path : {layout_.configDirectory(), layout_.backupDirectory()}) {
             if (fs::is_directory(path, ignored)) {
@@ -274,7 +275,7 @@ class Files : public testing::TestWithParam<Case> {
         EXPECT_EQ(outcome, expected);
     }
 
-    // First, so that it does not choose its own directory afterwards.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin_;
     const Layout layout_;
 };
@@ -412,7 +413,7 @@ INSTANTIATE_TEST_SUITE_P(
                          "nothing, then nothing; file main, backup backup"}),
     nameOf);
 
-// More than a pipe takes before somebody reads it.
+// The backup is larger than the buffer of a pipe, so a restore into the pipe would block.
 TEST(PipeInPlaceOfTheFile, IsNotFilledFromTheBackup) {
     const LoadedPlugin plugin;
     const Layout layout;
@@ -433,7 +434,9 @@ class FilesOfARunningHost : public testing::TestWithParam<Thing> {
         }
     }
 
-    void expectSavedOnceItIsGone(const std::string& path) const {
+    // Checks that registrations work while something else is at the path, and that a save succeeds
+    // once the good file is back.
+    void expectSavedOnceThePathIsFree(const std::string& path) const {
         EXPECT_EQ(plugin_.registerServices({{2, "meanwhile"}}), QV_OK);
         EXPECT_EQ(plugin_.registerServices({{2, "meanwhile still"}}), QV_OK);
         fs::rename(path, layout_.elsewhere("thing"));
@@ -443,29 +446,29 @@ class FilesOfARunningHost : public testing::TestWithParam<Thing> {
                     testing::Optional(documentOf({{1, "main"}, {2, "after"}})));
     }
 
-    // First, so that it does not choose its own directory afterwards.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin_;
     const Layout layout_;
     const EnvironmentVariable variable_{"QV_CONFIG_DIR", layout_.configDirectory()};
 };
 
-TEST_P(FilesOfARunningHost, MainIsSavedOnceTheWayIsFree) {
+TEST_P(FilesOfARunningHost, MainIsSavedOnceItsPathIsFree) {
     fs::rename(layout_.mainFile(), layout_.elsewhere("good"));
     GetParam().put(layout_, layout_.mainFile());
-    expectSavedOnceItIsGone(layout_.mainFile());
+    expectSavedOnceThePathIsFree(layout_.mainFile());
 }
 
-TEST_P(FilesOfARunningHost, MainThatWasSavedIsSavedOnceTheWayIsFree) {
+TEST_P(FilesOfARunningHost, OpenMainIsSavedOnceItsPathIsFree) {
     plugin_.registerServices({{2, "before"}});
     fs::rename(layout_.mainFile(), layout_.elsewhere("good"));
     GetParam().put(layout_, layout_.mainFile());
-    expectSavedOnceItIsGone(layout_.mainFile());
+    expectSavedOnceThePathIsFree(layout_.mainFile());
 }
 
-TEST_P(FilesOfARunningHost, BackupIsMadeOnceTheWayIsFree) {
+TEST_P(FilesOfARunningHost, BackupIsMadeOnceItsPathIsFree) {
     fs::rename(layout_.backupFile(), layout_.elsewhere("good"));
     GetParam().put(layout_, layout_.backupFile());
-    expectSavedOnceItIsGone(layout_.backupFile());
+    expectSavedOnceThePathIsFree(layout_.backupFile());
     EXPECT_THAT(contentOf(layout_.backupFile()),
                 testing::Optional(documentOf({{1, "main"}, {2, "meanwhile still"}})));
 }
@@ -500,13 +503,13 @@ TEST(FileOfARunningHost, IsMadeAnewOnceADeviceInItsPlaceIsGone) {
 
 class FileModes : public testing::TestWithParam<mode_t> {
   protected:
-    // First, so that it does not choose its own directory afterwards.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin_;
     const Layout layout_;
     const EnvironmentVariable variable_{"QV_CONFIG_DIR", layout_.configDirectory()};
 };
 
-TEST_P(FileModes, OfWhatIsMade) {
+TEST_P(FileModes, OfNewFilesFollowTheUmask) {
     const mode_t mask = GetParam();
     fs::remove(layout_.mainFile());
     asOrdinaryUser(layout_.path(), [&] {
@@ -527,7 +530,7 @@ TEST_P(FileModes, OfWhatIsMade) {
     });
 }
 
-TEST_P(FileModes, OfWhatIsThereStay) {
+TEST_P(FileModes, OfExistingFilesStay) {
     const UmaskGuard umask(GetParam());
     fs::permissions(layout_.mainFile(), fs::perms(0604));
     fs::permissions(layout_.backupFile(), fs::perms(0640));
@@ -542,7 +545,7 @@ TEST_P(FileModes, OfWhatIsThereStay) {
 
 INSTANTIATE_TEST_SUITE_P(Umask, FileModes, testing::Values(0, 022, 077));
 
-TEST(FilesWithLongNames, AreNoFiles) {
+TEST(FilesWithLongNames, CountAsMissing) {
     const LoadedPlugin plugin;
     const TemporaryDirectory directory;
     for (const std::string& name :
@@ -554,8 +557,8 @@ TEST(FilesWithLongNames, AreNoFiles) {
 }
 
 #ifndef QV_SANITIZED
-// It is read whole, whatever is in it. The host is told that there is no memory, and may try again.
-TEST(HugeFile, ForWhichThereIsNoMemoryEndsTheStart) {
+// The plug-in reads the whole file into memory. The host may initialise the plug-in again later.
+TEST(HugeFile, StartThrowsWhenMemoryRunsOut) {
     const LoadedPlugin plugin;
     const Layout layout;
     const EnvironmentVariable variable("QV_CONFIG_DIR", layout.configDirectory());

@@ -1,6 +1,6 @@
-// What the plug-in asks of the log and utility libraries: order, level and text of every call, seen
-// by recording stand-ins that take the libraries' place. And what it asks of the platform to load
-// and save its file.
+// Checks the calls that the plug-in makes to the log and utility libraries: their order, levels and
+// texts. Stand-ins in place of the libraries record the calls. Also checks the calls that the
+// plug-in makes to the platform to load and save its file.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ std::string registered(int id, const std::string& address) {
            std::to_string(id) + ", address: " + address + "\")";
 }
 
-// An initialised plug-in of which the calls until now do not count.
+// Initialises a plug-in and forgets the calls that it has made so far.
 class Calls : public testing::Test {
   protected:
     void SetUp() override { startRecording(); }
@@ -223,7 +223,7 @@ TEST_F(Calls, LevelCountsWithoutTheRequiredField) {
 }
 
 TEST_F(Calls, NegativeLengthDecodesNothingAndSetsLevelZero) {
-    // Reading a single byte of the input would be a fault.
+    // The input pointer is invalid, so a read through it would crash.
     EXPECT_EQ(plugin_.handler(0x0102)(0x0102, reinterpret_cast<void*>(1), -1, nullptr, nullptr), 0);
     EXPECT_EQ(
         plugin_.handler(0x0102)(0x0102, reinterpret_cast<void*>(1), INT32_MIN, nullptr, nullptr),
@@ -273,7 +273,7 @@ TEST_F(Calls, LockThatCannotBeTakenReachesTheHostAndChangesNothing) {
     EXPECT_THAT(plugin_.getServices(), ElementsAre(Service(1, "a")));
 }
 
-TEST(RegistryLock, ShortageAtCreationIsWaitedOut) {
+TEST(RegistryLock, CreationIsRetriedDuringAShortage) {
     const LoadedPlugin plugin;
     failMutexInit(3, EAGAIN);
     EXPECT_EQ(plugin.initialize(), 0);
@@ -314,7 +314,7 @@ TEST_F(Calls, AnswerThatCannotBeSerialisedStaysWithTheHost) {
                                                      R"("getServices serialize error"))"));
 }
 
-// A plug-in whose file holds a service.
+// Loads a plug-in whose file holds a service.
 class FileCalls : public testing::Test {
   protected:
     void SetUp() override {
@@ -372,7 +372,7 @@ TEST_F(Calls, NoMemoryForTheAnswerLeavesItsLength) {
 
 // The host's allocator may make a thread wait, for example while it gives memory back.
 TEST_F(Calls, ListingStalledInTheAnswersAllocationDelaysNoOtherCommand) {
-    // The recording libraries are for one thread at a time.
+    // The recording libraries are not thread-safe, so the log is off.
     startRecording(-1);
     const std::string address(54321, 'x');
     plugin_.registerServices({{1, address}});
@@ -415,7 +415,7 @@ TEST_F(Calls, ListingLeavesNothingBehind) {
     EXPECT_EQ(liveAllocations(), before);
 }
 
-// A registration that stored its service and then ran out of memory, in front of its save.
+// Makes a registration store its service in memory and run out of memory before its save.
 class UnsavedChange : public Calls {
   protected:
     void SetUp() override {

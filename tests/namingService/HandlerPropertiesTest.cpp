@@ -1,4 +1,4 @@
-// The properties that the fuzz target looks at, for sequences of calls: the corpus, and each
+// Checks the properties of the fuzz target handlers_fuzz for the inputs of its corpus, and for each
 // measured list of services as a request.
 
 #include "namingService/HandlerProperties.h"
@@ -19,7 +19,8 @@
 namespace qv::tests {
 namespace {
 
-// Calls `take` with a name and the bytes of each: a start, the request, a restart, the removal.
+// Calls `take` with a name and an input for each measured request. An input starts the plug-in,
+// registers the services, restarts the plug-in and removes the services.
 template <class Take>
 void forEachRequest(Take take) {
     int count = 0;

@@ -1,5 +1,5 @@
-// The plug-in's log: whatever hosts register, each record is one printable line, and whatever
-// becomes of the file, the commands go on.
+// Tests the plug-in's log. Each record is one printable line, whatever clients register. The
+// commands work whatever happens to the log file.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ using testing::SizeIs;
 constexpr char kAllLevels[] =
     "<plist><dict><key>DebugLevel</key><integer>7</integer></dict></plist>";
 
-// A plug-in that logs everything.
+// Starts a plug-in that logs at all levels.
 class Log : public testing::Test {
   protected:
     void SetUp() override {
@@ -41,8 +41,8 @@ class Log : public testing::Test {
     }
     void TearDown() override { plugin_.finalize(); }
 
-    // The commands, with their records written or lost.
-    void expectService() const {
+    // Checks that the commands work, whether or not their records are written.
+    void expectCommandsWork() const {
         EXPECT_EQ(plugin_.registerServices({{1, "a"}}), QV_OK);
         EXPECT_THAT(plugin_.getServices(), ElementsAre(Service(1, "a")));
         EXPECT_EQ(plugin_.unregisterServices({1}), QV_OK);
@@ -57,7 +57,7 @@ class Log : public testing::Test {
         return lines;
     }
 
-    // First, so that it does not choose its own directory afterwards.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin_;
     const TemporaryDirectory directory_;
     const std::string logDirectory_ = directory_.path("log");
@@ -90,7 +90,7 @@ TEST_F(Log, AddressCannotForgeARecord) {
                               {5, everyByte + std::string(100'000, '\n')},
                               {6, std::string(8000, '\xe2') + everyByte}});
     const auto all = lines();
-    // The command, one for each address, and that they are saved.
+    // One record for the command, one for each address, and one for the save.
     ASSERT_THAT(all, SizeIs(before + 8));
     for (const std::string& line : all) {
         EXPECT_TRUE(isRecord(line)) << line;
@@ -106,21 +106,21 @@ TEST_F(Log, AddressIsShownUpToItsFirstZeroByte) {
     EXPECT_THAT(lines().at(before + 1), EndsWith("id: 1, address: seen"));
 }
 
-TEST_F(Log, GoesOnInANewFileWhenItWasMovedAway) {
+TEST_F(Log, ContinuesInANewFileAfterItsFileIsMoved) {
     std::filesystem::rename(log_, logDirectory_ + "/moved");
     plugin_.getServices();
     EXPECT_THAT(lines(), ElementsAre(EndsWith("getServices in")));
 }
 
-TEST_F(Log, DirectoryThatWasRemovedCostsRecordsOnly) {
+TEST_F(Log, RemovedDirectoryLosesRecordsOnly) {
     std::filesystem::remove_all(logDirectory_);
-    expectService();
+    expectCommandsWork();
     std::filesystem::create_directory(logDirectory_);
     plugin_.getServices();
     EXPECT_THAT(lines(), ElementsAre(EndsWith("getServices in")));
 }
 
-TEST_F(Log, WhatTakesItsPlaceCostsRecordsOnly) {
+TEST_F(Log, SpecialFileInPlaceOfTheLogLosesRecordsOnly) {
     using Put = void (*)(const std::string&);
     constexpr Put kPuts[] = {
         [](const std::string& path) { std::filesystem::create_directory(path); },
@@ -132,11 +132,11 @@ TEST_F(Log, WhatTakesItsPlaceCostsRecordsOnly) {
     for (const Put put : kPuts) {
         std::filesystem::remove(log_);
         put(log_);
-        expectService();
-        // Nor does it keep the plug-in from being initialised.
+        expectCommandsWork();
+        // The plug-in can also be initialised.
         plugin_.finalize();
         EXPECT_EQ(plugin_.initialize(), QV_OK);
-        expectService();
+        expectCommandsWork();
         std::filesystem::remove(log_);
         plugin_.finalize();
         EXPECT_EQ(plugin_.initialize(), QV_OK);
@@ -145,14 +145,14 @@ TEST_F(Log, WhatTakesItsPlaceCostsRecordsOnly) {
     }
 }
 
-TEST_F(Log, CancelledThreadOfTheHostEndsAfterItsCommand) {
+TEST_F(Log, CancelledHostThreadEndsAfterItsCommand) {
     Services listed;
     EXPECT_TRUE(isCancelledAfter([&] {
         plugin_.unregisterServices({1});
         listed = plugin_.getServices();
     }));
     EXPECT_THAT(listed, IsEmpty());
-    expectService();
+    expectCommandsWork();
 }
 
 }  // namespace

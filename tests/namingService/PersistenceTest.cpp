@@ -1,4 +1,4 @@
-// What the plug-in keeps in its configuration file, on real files.
+// Tests what the plug-in stores in its configuration file, with real files.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,6 @@
 #include "support/ConfigurationDocuments.h"
 #include "support/EnvironmentVariable.h"
 #include "support/FileEvents.h"
-#include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/LoadedPlugin.h"
 #include "support/TemporaryDirectory.h"
@@ -33,7 +32,7 @@ std::string recorded(const std::string& name) {
     return contentOf(QV_TEST_DATA_DIR "/config/" + name).value();
 }
 
-// A plug-in with a directory for its configuration, not initialised yet.
+// Loads a plug-in and makes a directory for its configuration, but does not initialise the plug-in.
 class Persistence : public testing::Test {
   protected:
     void SetUp() override { std::filesystem::create_directory(backupDirectory); }
@@ -59,12 +58,12 @@ class Persistence : public testing::Test {
 
     const std::string& directory() const { return directory_.path(); }
 
-    // Whatever happens to the two files from now on.
+    // Records the events of the file and its backup from now on.
     FileEvents watchFiles() const {
         return FileEvents({{directory(), ""}, {backupDirectory, "b/"}});
     }
 
-    // First, so that it does not choose its own directory afterwards.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin;
 
   private:
@@ -77,7 +76,7 @@ class Persistence : public testing::Test {
     const std::string backup = backupDirectory + "/" + kConfigurationFile;
 };
 
-TEST_F(Persistence, OfStoredServicesWithOneIdentifierTheLastCounts) {
+TEST_F(Persistence, LastStoredServiceOfAnIdentifierCounts) {
     startWith(documentOf({{2, "a"}, {1, "b"}, {2, "c"}}));
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "b"), Service(2, "c")));
     EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "a"}, {1, "b"}, {2, "c"}})));
@@ -94,7 +93,7 @@ TEST_F(Persistence, FileListsServicesInAscendingOrder) {
             {{INT32_MIN, "l"}, {-1, "n"}, {0, "z"}, {1, "a"}, {3, "c"}, {INT32_MAX, "m"}})));
 }
 
-// A document may be small and its services large: each of them refers to the one address in it.
+// A small binary document can hold large services, because all of them can refer to one address.
 TEST_F(Persistence, ServicesThatShareALongAddressAreLoadedAndSaved) {
     const std::string address(5000, 'a');
     Services services;
@@ -121,7 +120,7 @@ TEST_F(Persistence, ServicesSurviveARestart) {
     plugin.registerServices(services);
     restart();
     EXPECT_EQ(plugin.getServices(), services);
-    // Loading saves nothing.
+    // A start saves nothing.
     EXPECT_THAT(contentOf(path), Optional(documentOf(services)));
     EXPECT_THAT(contentOf(backup), Optional(kEmptyRoot));
 }
@@ -164,7 +163,7 @@ TEST_F(Persistence, OnlyAChangeIsSaved) {
     plugin.getServices();
     plugin.execute(QV_COMMAND_SET_DEBUG_LEVEL, "\x08\x01\x10\x05");
     plugin.finalize();
-    // The descriptor is closed, which counts as the end of a use for writing; nothing was changed.
+    // The only event is the closing of the descriptor, which was open for writing.
     EXPECT_THAT(events.take(), ElementsAre("written namingService.conf.plist"));
     const struct stat after = statusOf(path);
     EXPECT_EQ(after.st_ino, before.st_ino);
@@ -191,19 +190,6 @@ TEST_F(Persistence, AddressThatChangesAndChangesBackIsSaved) {
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
 }
 
-TEST_F(Persistence, BackupHoldsTheSaveBefore) {
-    startWith(kEmptyRoot);
-    const ino_t inode = inodeOf(path);
-    plugin.registerServices({{1, "a long address, so that the next file is shorter"}});
-    EXPECT_THAT(contentOf(backup), Optional(kEmptyRoot));
-    plugin.registerServices({{1, "b"}});
-    EXPECT_THAT(contentOf(backup),
-                Optional(documentOf({{1, "a long address, so that the next file is shorter"}})));
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "b"}})));
-    EXPECT_EQ(inodeOf(path), inode);
-    EXPECT_EQ(openDescriptors(), 1U);
-}
-
 TEST_F(Persistence, WithoutFileAndBackupServicesLiveInMemory) {
     plugin.initialize();
     EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
@@ -211,7 +197,7 @@ TEST_F(Persistence, WithoutFileAndBackupServicesLiveInMemory) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_TRUE(std::filesystem::is_empty(backupDirectory));
-    // What appears later is not taken notice of until the next start.
+    // The plug-in ignores a file that appears later, until the next start.
     writeFile(path, documentOf({{7, "g"}}));
     EXPECT_EQ(plugin.registerServices({{3, "c"}}), QV_OK);
     EXPECT_THAT(contentOf(path), Optional(documentOf({{7, "g"}})));
@@ -219,7 +205,7 @@ TEST_F(Persistence, WithoutFileAndBackupServicesLiveInMemory) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(7, "g")));
 }
 
-TEST_F(Persistence, DamagedFileIsTakenFromTheBackup) {
+TEST_F(Persistence, DamagedFileIsRestoredFromTheBackup) {
     writeFile(backup, documentOf({{1, "a"}}));
     for (const std::string content : {"", "damaged &", "<plist><array/></plist>"}) {
         startWith(content);
@@ -244,7 +230,7 @@ TEST_F(Persistence, WithBothFilesDamagedServicesLiveInMemory) {
     EXPECT_EQ(openDescriptors(), 0U);
 }
 
-TEST_F(Persistence, FileWithoutAListIsAnEmptyDirectoryThatTheFirstSaveEnters) {
+TEST_F(Persistence, FileWithoutAListLoadsAsEmptyAndTheFirstSaveAddsTheList) {
     const std::string saved = documentOf({{1, "a"}});
     for (const std::string entry :
          {"", "<key>Address</key><string>a</string>", "<key>Address</key><array/>",
@@ -288,7 +274,7 @@ TEST_F(Persistence, StoredFieldThatDoesNotFitCountsAsAbsent) {
 
 TEST_F(Persistence, AbsentFieldsStayAbsentInTheFile) {
     startWith(kEmptyRoot);
-    // Identifier 5 without an address, and an address without an identifier.
+    // The request holds identifier 5 without an address, and an address without an identifier.
     plugin.execute(QV_COMMAND_REGISTER_SERVICES, "\x0a\x02\x08\x05\x0a\x03\x12\x01z");
     const std::string expected = document(
         "\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n\t\t<array>\n"
@@ -299,7 +285,7 @@ TEST_F(Persistence, AbsentFieldsStayAbsentInTheFile) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z"), Service(5, "")));
     restart();
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z"), Service(5, "")));
-    // An empty address is no other than an absent one.
+    // An empty address and an absent address count as equal.
     plugin.registerServices({{5, ""}});
     EXPECT_THAT(contentOf(path), Optional(expected));
     plugin.registerServices({{6, "f"}});
@@ -333,7 +319,7 @@ TEST_F(Persistence, AddressThatIsNotUtf8KeepsEverythingFromBeingSaved) {
     EXPECT_EQ(plugin.registerServices({{3, "c"}}), QV_OK);
     EXPECT_THAT(plugin.getServices(),
                 ElementsAre(Service(1, "a"), Service(2, "\xff"), Service(3, "c")));
-    // Nothing is touched, the backup neither.
+    // The plug-in opens neither the file nor the backup.
     EXPECT_THAT(events.take(), IsEmpty());
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
     EXPECT_FALSE(std::filesystem::exists(backup));
@@ -343,12 +329,12 @@ TEST_F(Persistence, AddressThatIsNotUtf8KeepsEverythingFromBeingSaved) {
     EXPECT_THAT(contentOf(backup), Optional(documentOf({{1, "a"}})));
 }
 
-TEST_F(Persistence, OnceTheAddressThatIsNotUtf8IsGoneTheNextRegistrationSaves) {
+TEST_F(Persistence, NextRegistrationSavesOnceTheAddressThatIsNotUtf8IsRemoved) {
     startWith(documentOf({{1, "a"}}));
     plugin.registerServices({{2, "\xff"}, {3, "c"}});
     plugin.unregisterServices({2});
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
-    // One that changes nothing does not.
+    // A registration that changes nothing saves nothing.
     plugin.registerServices({{3, "c"}});
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
     plugin.registerServices({{4, "d"}});
@@ -365,24 +351,6 @@ TEST_F(Persistence, SaveThatFailsIsMadeUpForByTheNext) {
     plugin.registerServices({{3, "c"}});
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}, {3, "c"}})));
     EXPECT_THAT(contentOf(backup), Optional(std::string("someone else's")));
-}
-
-TEST_F(Persistence, FileDeletedAfterASaveIsMadeAgainForItsOwnerOnly) {
-    startWith(kEmptyRoot);
-    plugin.registerServices({{1, "a"}});
-    std::filesystem::remove(path);
-    plugin.registerServices({{2, "b"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
-    EXPECT_EQ(modeOf(path), 0600U);
-}
-
-TEST_F(Persistence, ReplacedFileIsOverwritten) {
-    startWith(kEmptyRoot);
-    plugin.registerServices({{1, "a"}});
-    replaceFile(path, documentOf({{7, "someone else's"}}));
-    plugin.registerServices({{2, "b"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
-    EXPECT_THAT(contentOf(backup), Optional(documentOf({{7, "someone else's"}})));
 }
 
 TEST_F(Persistence, SecondInitializeReadsNothing) {
@@ -410,7 +378,7 @@ TEST_F(Persistence, FinalizeClosesTheFileAndSavesNothing) {
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
 }
 
-TEST_F(Persistence, EachStartAsksAnewWhereTheFileIs) {
+TEST_F(Persistence, EachStartLooksUpThePathOfTheFile) {
     startWith(documentOf({{1, "a"}}));
     const TemporaryDirectory other;
     writeFile(other.path(kConfigurationFile), documentOf({{2, "b"}}));
@@ -422,7 +390,7 @@ TEST_F(Persistence, EachStartAsksAnewWhereTheFileIs) {
     plugin.finalize();
 }
 
-TEST_F(Persistence, PathThatIsTooLongMeansMemoryOnly) {
+TEST_F(Persistence, WithATooLongPathServicesLiveInMemory) {
     const EnvironmentVariable variable("QV_CONFIG_DIR", "/" + std::string(2048, 'x'));
     EXPECT_EQ(plugin.initialize(), QV_OK);
     EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
@@ -447,7 +415,7 @@ TEST_F(Persistence, OtherKeysOfEveryTypeAreKept) {
     plugin.registerServices({{3, "new"}});
     EXPECT_EQ(contentOf(path).value(), recorded("other-keys.saved.plist"));
     EXPECT_EQ(contentOf(backup).value(), recorded("other-keys.plist"));
-    // What was written is read as the same and written the same.
+    // A restart and another save give the same bytes.
     restart();
     plugin.registerServices({{3, "newer"}});
     plugin.registerServices({{3, "new"}});
@@ -466,7 +434,7 @@ TEST_F(Persistence, ManyServicesAreKept) {
     EXPECT_TRUE(plugin.getServices() == services);
 }
 
-TEST_F(Persistence, ThreadsSaveUndisturbed) {
+TEST_F(Persistence, SavesOfSeveralThreadsLoseNothing) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 25;
     startWith(kEmptyRoot);

@@ -1,7 +1,7 @@
-// A random walk: requests, restarts, and whatever may happen to the two files meanwhile, each step
-// compared with a model of the directory and of the disk.
+// Walks at random through requests, restarts and changes of the two files by others. Compares the
+// plug-in with a model of the directory and of the files after each step.
 //
-// QV_TEST_SEED in the environment repeats the walk of one seed.
+// QV_TEST_SEED in the environment sets the seed, to repeat a walk.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ Directory directoryOf(const Services& services) {
     return directory;
 }
 
-// Here every service has both fields.
+// Needs services that have both fields.
 Services listOf(const Directory& directory) {
     Services services;
     for (const auto& [id, service] : directory) {
@@ -50,12 +50,13 @@ std::string noteOf(int note) {
     return "\t<key>Note</key>\n\t<integer>" + std::to_string(note) + "</integer>\n";
 }
 
-// The key that is not the plug-in's own, in any document of this test.
+// Returns the value of the key "Note", which each document of this test has and the plug-in does
+// not know.
 int noteIn(const std::string& bytes) {
     return std::atoi(bytes.c_str() + bytes.find("<integer>", bytes.find("Note")) + 9);
 }
 
-// Addresses are stored up to their first NUL.
+// Returns the document of a save. It holds addresses up to their first NUL.
 Document savedDocument(const Directory& memory, int note) {
     Directory stored = memory;
     for (auto& [id, service] : stored) {
@@ -87,7 +88,7 @@ class Walk {
     Walk(const Walk&) = delete;
     Walk& operator=(const Walk&) = delete;
 
-    // Returns what it did.
+    // Makes one random step and returns its description.
     const char* step() {
         const int choice = below(100);
         if (choice < 40) {
@@ -151,7 +152,7 @@ class Walk {
     std::int32_t anyId() { return below(8) - 3; }
 
     std::string anyAddress() {
-        // The last is not UTF-8, and rare.
+        // The last address is not UTF-8. It is rare, because it stops the saves.
         static const std::string addresses[] = {
             "", "a", "<&>", "caf\u00e9", std::string("a\0b", 3), "\u4e2d\U0001F600", "\xff"};
         return addresses[below(25) == 0 ? 6 : below(6)];
@@ -244,7 +245,7 @@ class Walk {
         const Document copy = model_.mainFile && below(2) == 0 ? *model_.mainFile
                               : model_.backup                  ? *model_.backup
                                                                : goodDocument();
-        // Written first, while the inode of the file that it replaces is still taken.
+        // The new file is written before the old one is removed, so that it has another inode.
         writeFile(path_ + ".new", copy.bytes);
         clearPath();
         std::filesystem::rename(path_ + ".new", path_);
@@ -263,7 +264,7 @@ class Walk {
         model_.isDirectory = false;
     }
 
-    // Into the file that is there, if one is.
+    // Overwrites the file if there is one.
     void write(const Document& file) {
         if (model_.isDirectory) {
             clearPath();
@@ -277,7 +278,7 @@ class Walk {
         model_.backup = file;
     }
 
-    // What the plug-in has left open is never used again.
+    // Closes the descriptors that the plug-in has left open.
     void closeDescriptors() const {
         for (const int descriptor : descriptorsBelow(directory_.path())) {
             ::close(descriptor);

@@ -1,4 +1,4 @@
-// The library file: what it shows, what it carries, and that it can be let go.
+// Tests the library file: its exported symbols, its message classes, and its unloading.
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
@@ -24,7 +24,7 @@ TEST(PluginLibrary, ExportsTheSixFunctionsAndNothingElse) {
                                      "QvPluginSetNotificationCallback"));
 }
 
-TEST(PluginLibrary, IsGoneAfterUse) {
+TEST(PluginLibrary, IsUnloadedAfterUse) {
     {
         const InitializedPlugin plugin;
         plugin.registerServices({{1, "a"}});
@@ -33,8 +33,7 @@ TEST(PluginLibrary, IsGoneAfterUse) {
     EXPECT_EQ(dlopen(QV_PLUGIN_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
-// The memory of the loaded library at which a symbol of the file stands. The dynamic linker does
-// not know symbols that are not exported.
+// Returns the address of a symbol in the loaded library, also of one that is not exported.
 char* addressOf(const LoadedPlugin& plugin, const std::string& symbol) {
     Dl_info library = {};
     if (dladdr(reinterpret_cast<void*>(plugin.getId), &library) == 0) {
@@ -67,9 +66,9 @@ template <class T>
 class CarriedMessage : public testing::Test {};
 TYPED_TEST_SUITE(CarriedMessage, AllMessages<testing::Types>, MessageName);
 
-TYPED_TEST(CarriedMessage, IsInside) {
-    static const Symbols inside = definedSymbols(QV_PLUGIN_FILE);
-    EXPECT_EQ(inside.count("vtable for qor::kevra::" + MessageName::GetName<TypeParam>(0)), 1U);
+TYPED_TEST(CarriedMessage, IsInTheLibrary) {
+    static const Symbols symbols = definedSymbols(QV_PLUGIN_FILE);
+    EXPECT_EQ(symbols.count("vtable for qor::kevra::" + MessageName::GetName<TypeParam>(0)), 1U);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Loading, using and unloading the plug-in over and over.
+// Loads, uses and unloads the plug-in many times.
 
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -30,9 +30,9 @@ void loadUseAndUnload() {
 
 TEST(Reload, AThousandTimesLeavesNoMemoryAndNoDescriptor) {
     constexpr int kRounds = 1000;
-    // What the C library hands out at the least, so a leak each round would show as this much.
+    // The C library's smallest allocation. A leak in each round adds at least this much per round.
     constexpr std::size_t kSmallestAllocation = 32;
-    // The first rounds fill what the C library and the loader keep for later.
+    // The first rounds fill the caches of the C library and of the dynamic linker.
     for (int round = 0; round < kRounds; ++round) {
         loadUseAndUnload();
     }

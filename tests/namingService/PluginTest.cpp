@@ -1,4 +1,4 @@
-// The plug-in as a host meets it: the built library, its exported functions and its command table.
+// Tests the built plug-in as a host uses it: through its exported functions and its command table.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -79,12 +79,12 @@ TEST(Free, NullDoesNothing) {
     EXPECT_EQ(plugin.free(nullptr), 0);
 }
 
-TEST(Free, ReleasesWhatMallocGave) {
+TEST(Free, ReleasesMemoryFromMalloc) {
     const LoadedPlugin plugin;
     EXPECT_EQ(plugin.free(std::malloc(10)), 0);
 }
 
-TEST(NotificationCallback, IsKeptAndNeverCalled) {
+TEST(NotificationCallback, IsNeverCalled) {
     const InitializedPlugin plugin;
     plugin.setNotificationCallback([] { FAIL() << "called"; });
     plugin.registerServices({{1, "a"}});
@@ -93,48 +93,14 @@ TEST(NotificationCallback, IsKeptAndNeverCalled) {
     plugin.registerServices({{2, "b"}});
 }
 
-TEST(Initialize, SecondCallKeepsTheDirectory) {
+TEST(RegisterServices, ServicesAreListedInAscendingOrderOfSignedIdentifiers) {
     const InitializedPlugin plugin;
-    plugin.registerServices({{5, "a"}});
-    EXPECT_EQ(plugin.initialize(), 0);
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(5, "a")));
-}
-
-TEST(Finalize, WithoutInitializeIsHarmless) {
-    const LoadedPlugin plugin;
-    plugin.finalize();
-    plugin.finalize();
-}
-
-TEST(Finalize, MayBeFollowedByInitialize) {
-    const LoadedPlugin plugin;
-    for (int round = 0; round < 3; ++round) {
-        plugin.initialize();
-        EXPECT_EQ(plugin.registerServices({{round, "a"}}), 0);
-        plugin.finalize();
-    }
-}
-
-TEST(RegisterServices, NewServicesAreListedInAscendingOrder) {
-    const InitializedPlugin plugin;
-    EXPECT_EQ(plugin.registerServices({{3, "c"}, {1, "a"}, {2, "b"}}), 0);
-    EXPECT_THAT(plugin.getServices(),
-                ElementsAre(Service(1, "a"), Service(2, "b"), Service(3, "c")));
-}
-
-TEST(RegisterServices, NegativeIdentifiersComeFirst) {
-    const InitializedPlugin plugin;
-    plugin.registerServices({{1, "a"}, {-1, "b"}, {INT32_MAX, "c"}, {INT32_MIN, "d"}, {0, "e"}});
+    EXPECT_EQ(plugin.registerServices(
+                  {{1, "a"}, {-1, "b"}, {INT32_MAX, "c"}, {INT32_MIN, "d"}, {0, "e"}}),
+              0);
     EXPECT_THAT(plugin.getServices(),
                 ElementsAre(Service(INT32_MIN, "d"), Service(-1, "b"), Service(0, "e"),
                             Service(1, "a"), Service(INT32_MAX, "c")));
-}
-
-TEST(RegisterServices, LaterRequestReplacesTheAddress) {
-    const InitializedPlugin plugin;
-    plugin.registerServices({{5, "a"}});
-    plugin.registerServices({{5, "b"}});
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(5, "b")));
 }
 
 TEST(RegisterServices, LaterDuplicateWins) {
@@ -148,7 +114,7 @@ TEST(RegisterServices, AddressIsArbitraryBytes) {
     const std::string address("a\0b\xff\n", 5);
     plugin.registerServices({{1, address}});
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, address)));
-    // Compared byte for byte, beyond the NUL too.
+    // The plug-in compares addresses byte for byte, also after a NUL.
     const std::string other("a\0c\xff\n", 5);
     plugin.registerServices({{1, other}});
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, other)));
@@ -197,7 +163,7 @@ TEST(RegisterServices, AnswerArgumentsAreLeftAlone) {
     EXPECT_FALSE(plugin.execute(0x0102, "").answered);
 }
 
-TEST(RegisterServices, CommandCodeIsNotLookedAt) {
+TEST(RegisterServices, CommandCodeIsIgnored) {
     const InitializedPlugin plugin;
     const std::string request = encode({{1, "a"}});
     EXPECT_EQ(plugin.handler(0x0200)(-7, request.data(), static_cast<int>(request.size()), nullptr,
@@ -212,13 +178,13 @@ TEST(RegisterServices, EntriesDecodedBeforeAFaultAreRegistered) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
 }
 
-TEST(RegisterServices, CutAddressKeepsTheBytesThatAreThere) {
+TEST(RegisterServices, CutAddressIsRegisteredAsFarAsItGoes) {
     const InitializedPlugin plugin;
     plugin.execute(0x0200, encode({{1, "a"}}) + "\x0a\x09\x08\x07\x12\x05s");
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(7, "s")));
 }
 
-TEST(RegisterServices, CutIdentifierIsNotMadeUp) {
+TEST(RegisterServices, CutIdentifierCountsAsAbsent) {
     const InitializedPlugin plugin;
     plugin.execute(0x0200, "\x0a\x05\x08\xff\xff");
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "")));
@@ -230,9 +196,9 @@ TEST(RegisterServices, UnknownFieldsAreNotKept) {
     EXPECT_EQ(plugin.execute(0x0202, "").bytes, std::string("\x0a\x04\x08\x05\x12\x00", 6));
 }
 
-TEST(RegisterServices, ServicesBehindAFieldOfNumberZeroAreRegistered) {
+TEST(RegisterServices, ServicesAfterAFieldOfNumberZeroAreRegistered) {
     const InitializedPlugin plugin;
-    // 32 bits with field number 0, between the elements and then within one.
+    // A field of 32 bits with the number 0 stands between two elements and at the start of another.
     const std::string zero("\x05\x44\x33\x22\x11");
     plugin.execute(0x0200, encode({{1, "a"}}) + zero + encode({{2, "b"}}) + "\x0a\x07" + zero +
                                "\x08\x03" + encode({{4, "d"}}));
@@ -240,13 +206,13 @@ TEST(RegisterServices, ServicesBehindAFieldOfNumberZeroAreRegistered) {
                 ElementsAre(Service(1, "a"), Service(2, "b"), Service(3, ""), Service(4, "d")));
 }
 
-TEST(RegisterServices, ServicesBehind64MiBAreNotRegistered) {
+TEST(RegisterServices, ServicesAfter64MiBAreNotRegistered) {
     const InitializedPlugin plugin;
     plugin.execute(0x0200, largeInput(5, encode({{2, "abc"}, {3, ""}})));
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, ""), Service(2, "")));
 }
 
-TEST(UnregisterServices, RemovesWhatIsThereAndPassesOverTheRest) {
+TEST(UnregisterServices, RemovesRegisteredServicesAndIgnoresOthers) {
     const InitializedPlugin plugin;
     plugin.registerServices({{1, "a"}, {2, "b"}, {3, "c"}});
     EXPECT_EQ(plugin.unregisterServices({9, 2, 2}), 0);
@@ -285,14 +251,14 @@ TEST(GetServices, InputIsIgnored) {
     plugin.registerServices({{1, "a"}});
     int length = 0;
     void* answer = nullptr;
-    // The input pointer leads nowhere: nothing may be read from it.
+    // The input pointer is invalid, so a read through it would crash.
     EXPECT_EQ(plugin.handler(0x0202)(-1, reinterpret_cast<void*>(1), -5, &answer, &length), 0);
     EXPECT_EQ(decode(std::string(static_cast<char*>(answer), static_cast<std::size_t>(length))),
               (Services{{1, "a"}}));
     plugin.free(answer);
 }
 
-TEST(GetServices, AnswerShowsEachChangeSinceTheLast) {
+TEST(GetServices, EachChangeShowsInTheNextAnswer) {
     const InitializedPlugin plugin;
     EXPECT_THAT(plugin.getServices(), IsEmpty());
     plugin.registerServices({{2, "b"}});
@@ -306,7 +272,7 @@ TEST(GetServices, AnswerShowsEachChangeSinceTheLast) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "c")));
 }
 
-TEST(GetServices, AnswerHoldsNothingOfEarlierOnes) {
+TEST(GetServices, AnswerHoldsNothingOfEarlierAnswers) {
     const InitializedPlugin plugin;
     Services services;
     for (int id = 0; id < 100; ++id) {

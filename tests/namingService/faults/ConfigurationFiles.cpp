@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kMemory[] = "/dev/shm";
 
-// Beyond it, the file is rotated.
+// The log library rotates a file at this size.
 constexpr std::streamoff kLargestLog = std::streamoff{10} * 1024 * 1024;
 
 std::optional<std::string> fastestPlace() {
@@ -35,23 +35,6 @@ std::string document(const Services& services) {
                 "</integer><key>address</key><string>" + address + "</string></dict>";
     }
     return text + "</array></dict></dict></plist>\n";
-}
-
-std::optional<std::string> readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        return std::nullopt;
-    }
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << bytes;
-    file.close();
-    if (!file) {
-        throw std::runtime_error("cannot write " + path);
-    }
 }
 
 ConfigurationFiles::FastDirectory::FastDirectory() : place("TMPDIR", fastestPlace()) {}
@@ -77,7 +60,7 @@ void ConfigurationFiles::put(const std::optional<std::string>& main,
         std::filesystem::create_directory(logDirectory());
     }
     if (log == Log::kFull || log == Log::kFullAfterStart) {
-        // A record of a start is shorter than 90 bytes, and none is shorter than 60.
+        // The record of a start is shorter than 90 bytes. No record is shorter than 60 bytes.
         const std::streamoff room = log == Log::kFull ? 30 : 90;
         std::ofstream file(logFile(), std::ios::binary);
         file.seekp(kLargestLog - room - 1);
@@ -95,7 +78,7 @@ std::string ConfigurationFiles::records() const {
     file.seekg(std::max<std::streamoff>(0, file.tellg() - kMost));
     std::string text(std::istreambuf_iterator<char>(file), {});
     const std::string::size_type filling = text.rfind('\0');
-    // And the end of its line.
+    // The filling ends with a zero byte and a line feed.
     return filling == std::string::npos ? text : text.substr(filling + 2);
 }
 

@@ -1,72 +1,68 @@
-// A directory with a configuration file and its backup in it, for the plug-in to find, and what a
-// start of the plug-in makes of it.
+// Makes a directory with a configuration file and its backup, points the plug-in to the directory,
+// and starts the plug-in there.
 #ifndef QV_TESTS_CONFIGURATION_FILES_H
 #define QV_TESTS_CONFIGURATION_FILES_H
 
 #include <optional>
 #include <string>
 
+#include "support/ConfigurationDocuments.h"
 #include "support/EnvironmentVariable.h"
+#include "support/Files.h"
 #include "support/LoadedPlugin.h"
 #include "support/TemporaryDirectory.h"
 
 namespace qv::tests {
 
-constexpr char kConfigurationName[] = "namingService.conf.plist";
-
-// A configuration that lists the services, as one might be written by hand.
+// Returns a configuration that lists the services in another form than the plug-in writes.
 std::string document(const Services& services);
-
-// A file's bytes, or nothing where there is no file.
-std::optional<std::string> readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& bytes);
 
 class ConfigurationFiles {
   public:
     ConfigurationFiles();
 
     std::string directory() const { return directory_.path("configuration"); }
-    std::string mainFile() const { return directory() + '/' + kConfigurationName; }
-    std::string backupFile() const { return directory() + "/backup/" + kConfigurationName; }
+    std::string mainFile() const { return directory() + '/' + kConfigurationFile; }
+    std::string backupFile() const { return directory() + "/backup/" + kConfigurationFile; }
 
     std::string logDirectory() const { return directory_.path("log"); }
     std::string logFile() const { return logDirectory() + "/namingService.log"; }
 
-    std::optional<std::string> main() const { return readFile(mainFile()); }
-    std::optional<std::string> backup() const { return readFile(backupFile()); }
+    std::optional<std::string> main() const { return contentOf(mainFile()); }
+    std::optional<std::string> backup() const { return contentOf(backupFile()); }
 
-    // What there is of the log: a directory for it, not even that, or a file that the first record
-    // does not fit into any more, or the one after that of a start; or a directory that the
-    // scenario removes.
+    // The state of the log: an empty directory, no directory, a file that is full before the first
+    // record, a file that is full after the record of a start, or a directory that the scenario
+    // removes.
     enum class Log { kEmpty, kNoDirectory, kFull, kFullAfterStart, kRemoved };
 
-    // Makes the files what they are to be; nothing makes it none, and of the backup also no
-    // directory for it.
+    // Writes the two files. Removes a file for which no bytes are given, and with the backup its
+    // directory.
     void put(const std::optional<std::string>& main, const std::optional<std::string>& backup,
              Log log = Log::kEmpty) const;
 
-    // The records in the log's newest file, without what put() filled it with.
+    // Returns the records in the newest file of the log, without the filling of put().
     std::string records() const;
 
-    // Copies both files as they are now, to be started from later.
+    // Copies both files, for a later start.
     void keep() const;
-    // Puts the copies in the files' place.
+    // Puts the copies in place of the files.
     void putKept() const { put(keptMain(), keptBackup()); }
 
-    // The directory of services that the plug-in starts with, from the files or from the copies. It
-    // may restore a file.
+    // Starts the plug-in with the files or with the copies, and returns its services. The start may
+    // restore a file.
     Services start(const LoadedPlugin& plugin) const;
     Services startFromKept(const LoadedPlugin& plugin) const;
     std::optional<std::string> keptMain() const {
-        return readFile(kept() + '/' + kConfigurationName);
+        return contentOf(kept() + '/' + kConfigurationFile);
     }
     std::optional<std::string> keptBackup() const {
-        return readFile(kept() + "/backup/" + kConfigurationName);
+        return contentOf(kept() + "/backup/" + kConfigurationFile);
     }
 
   private:
-    // Memory's own file system, where there is one: the tests write and flush some ten thousand
-    // files.
+    // Makes the directory in memory if possible, because the tests write and flush some ten
+    // thousand files.
     struct FastDirectory {
         FastDirectory();
         EnvironmentVariable place;

@@ -1,7 +1,6 @@
-// Memory runs out at every allocation of every operation in turn, at that one alone and at all from
-// it on. The host gets a std::bad_alloc or the result code for it, or a record of the log is
-// missing; each service is as it was or as requested, both files are whole, nothing is left behind,
-// and the next commands work.
+// Makes each allocation of every operation fail in turn, alone and together with all later ones.
+// The host gets a std::bad_alloc or the result code, or the log lacks a record. Each service is as
+// before or as requested, both files are whole, no memory is lost, and the next commands work.
 
 #include <gtest/gtest.h>
 
@@ -48,7 +47,7 @@ class EveryAllocationFails : public ScenarioTest {
     }
 };
 
-TEST_P(EveryAllocationFails, AndTheHostGoesOn) {
+TEST_P(EveryAllocationFails, AndTheHostContinues) {
     const int alone = sweep(failMallocAfter);
     ASSERT_FALSE(HasFailure());
     const int fromThenOn = sweep(failEveryMallocAfter);

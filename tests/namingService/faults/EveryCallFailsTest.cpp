@@ -1,9 +1,10 @@
-// Every system call of every operation fails in turn, once and for good, and every write of a save
-// is cut short. The host is told of nothing but a want of memory; its directory keeps what was
-// registered, nothing stays open or in memory that should not, and the next registration saves all.
+// Makes each system call of every operation fail in turn, once and for good, and cuts every write
+// of a save short. Only a lack of memory reaches the host. The directory keeps the registered
+// services, no memory is lost, only descriptors that a save gave up stay open, and the next
+// registration that changes something saves all.
 //
-// An interrupted open, seek or write of a save's own costs this save, as any other error there
-// does: none of them is tried again.
+// A save does not repeat its open, seek or write after an interruption. The save is lost then, as
+// after any other error.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -23,10 +24,10 @@ using testing::AnyOf;
 using testing::Eq;
 
 constexpr int kErrors[] = {ENOMEM, EIO, ENOSPC, EACCES, EMFILE, EINTR};
-// Nothing is interrupted for good.
+// EINTR is missing, because no call is interrupted for good.
 constexpr int kLastingErrors[] = {ENOSPC, EIO, EMFILE};
 
-// Of a path, not of an open file.
+// Returns whether the call asks for the status of a path, not of an open file.
 bool isStat(const SystemCall& call) {
     return call.number == SYS_stat || (call.number == SYS_newfstatat &&
                                        (call.arguments[3] & std::uint64_t{AT_EMPTY_PATH}) == 0);
@@ -44,7 +45,7 @@ bool canBeInterrupted(const SystemCall& call) {
     }
 }
 
-// Whether a save is for nothing without the call. Those for the backup do not count.
+// Returns whether a save may fail without the call. The calls for the backup do not matter.
 bool mayPreventSave(const SystemCall& call) {
     const bool isOfBackup = call.file.find("/backup") != std::string::npos;
     return asksForMemory(call) ||
@@ -52,8 +53,9 @@ bool mayPreventSave(const SystemCall& call) {
             (call.number == SYS_openat || call.number == SYS_lseek || call.number == SYS_write));
 }
 
-// A stream passes whole blocks on at once, and so tells that they were not written. What is left
-// goes when it is flushed, of which nobody asks what came.
+// Returns whether the call writes whole blocks of the file. A stream writes whole blocks at once
+// and reports their failure. It writes the rest when it is flushed, and the plug-in does not check
+// that.
 bool isWholeBlocksOf(const std::string& file, const SystemCall& call) {
     constexpr std::uint64_t kBlock = 4096;
     return call.number == SYS_write && call.file == file && call.arguments[2] % kBlock == 0;
@@ -61,11 +63,12 @@ bool isWholeBlocksOf(const std::string& file, const SystemCall& call) {
 
 class EveryCallFails : public ScenarioTest {
   protected:
-    // What there is at the least, in any state of memory.
+    // Returns the smallest number of system calls, in any state of memory.
     int fewestCalls() const { return usesFiles() ? 9 : GetParam().writesRecord() ? 1 : 0; }
 
-    // A save that cannot see that its file is still the right one opens it once more and gives up
-    // the first; so does the next, where this one has not seen the file at all.
+    // Returns how many descriptors the fault may leave open. A save that cannot read the status of
+    // its file opens the file again and does not close the first descriptor. The next save does the
+    // same if the fault lasts.
     static int mostGivenUp(const Fault& fault, const SystemCall& call) {
         if (fault.isForGood) {
             return call.number == SYS_stat || call.number == SYS_newfstatat ? 2 : 0;
@@ -73,8 +76,8 @@ class EveryCallFails : public ScenarioTest {
         return isStat(call) ? 1 : 0;
     }
 
-    // Lets each call in turn fail with each of the errors; a call for memory, which has but one,
-    // with the first.
+    // Makes each call fail in turn with each of the errors. A call for memory fails with the first
+    // error only.
     template <std::size_t count>
     void sweep(Fault (*fault)(int call, int error), const int (&errors)[count]) {
         int faults = 0;
@@ -97,7 +100,8 @@ class EveryCallFails : public ScenarioTest {
     }
 
   private:
-    // The call; none where there are fewer.
+    // Plays the scenario with the fault and checks it. Returns the call, or nothing if the
+    // operation has fewer calls.
     std::optional<SystemCall> strike(const Fault& fault) {
         const TracedRun run = play(fault);
         if (static_cast<int>(run.calls.size()) <= fault.call) {
@@ -116,26 +120,25 @@ class EveryCallFails : public ScenarioTest {
                 EXPECT_EQ(report.isLogged, expected_.isLogged);
             }
             if (GetParam().loads() && isWholeBlocksOf(files_.mainFile(), call)) {
-                EXPECT_EQ(report.services, "") << "half a restore is none";
+                EXPECT_EQ(report.services, "") << "the plug-in loaded half a restore";
             }
         }
         return call;
     }
 };
 
-// How many calls there are depends on the memory that the process has at hand.
-TEST_P(EveryCallFails, AndTheHostGoesOn) {
+TEST_P(EveryCallFails, AndTheHostContinues) {
     sweep(Fault::fail, kErrors);
 }
 
-TEST_P(EveryCallFails, ForGoodAndTheHostGoesOn) {
+TEST_P(EveryCallFails, ForGoodAndTheHostContinues) {
     sweep(Fault::failForGood, kLastingErrors);
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, EveryCallFails, testing::ValuesIn(scenarios()), nameOf);
 
-// What the scenario leaves in the file where write() takes only so many bytes: the rest is what was
-// there before, or nothing, to the length of what was to be written.
+// Returns the content of the file after a write() that takes only `length` bytes. The plug-in sets
+// the file to the full length, so the rest is the old content or zeros.
 std::string shortWrite(const std::string& bytes, std::size_t length, const std::string& before) {
     std::string file = before;
     file.resize(bytes.size(), '\0');
@@ -144,8 +147,8 @@ std::string shortWrite(const std::string& bytes, std::size_t length, const std::
 
 using ShortWrites = ScenarioTest;
 
-// The stream that copies files goes on where a write left off; the write of a save does not.
-TEST_P(ShortWrites, LeaveOneOfTheTwoDirectories) {
+// The stream that copies files continues after a short write. The write of a save does not.
+TEST_P(ShortWrites, LeaveTheOldOrTheNewDirectory) {
     play(Fault::killBefore(0));
     const std::string before = files_.main().value_or("");
     ASSERT_TRUE(play(Fault()).hasReturned());

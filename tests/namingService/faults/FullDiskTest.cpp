@@ -1,5 +1,5 @@
-// Files cannot grow any more, as on a full disk: a write stops at some length. The host goes on in
-// memory; what the next one finds depends on whether the backup still had room.
+// Limits the length of files, so that a write stops there, as on a full disk. The host continues in
+// memory. What the next host finds depends on whether the backup fits.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -12,7 +12,7 @@
 namespace qv::tests {
 namespace {
 
-// No file of this process becomes longer while the object lives.
+// Limits the length of the process's files while the object lives.
 class LongestFile {
   public:
     explicit LongestFile(std::size_t length) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -43,7 +43,7 @@ class LongestFile {
 };
 
 const Services kSaved{{1, "unix:/run/lorx/supervisor.sock"}, {2, "unix:/run/lorx/scanner.sock"}};
-// In front of the others, so that it moves them.
+// The service is listed first, so that it moves the others in the file.
 const Service kAdded{-1, "unix:/run/lorx/updater.sock"};
 const Service kNext{4, "unix:/run/lorx/reporter.sock"};
 const Services kWithAdded{kAdded, kSaved[0], kSaved[1]};
@@ -51,9 +51,9 @@ const Services kWithNext{kAdded, kSaved[0], kSaved[1], kNext};
 
 class FullDisk : public testing::Test {
   protected:
-    // As the plug-in writes them.
+    // Lets the plug-in write the old and the new file.
     FullDisk() {
-        files_.put(document({}), document({}));
+        files_.put(document(Services()), document(Services()));
         plugin_.initialize();
         plugin_.registerServices(kSaved);
         old_ = *files_.main();
@@ -63,8 +63,8 @@ class FullDisk : public testing::Test {
         files_.put(old_, old_);
     }
 
-    // The host lives through it, and once there is room again saves all. What it would have left
-    // before that is kept.
+    // Registers a service while files are limited to the length, and keeps copies of the files.
+    // Then registers another one without the limit and checks that the host saves both.
     void registerWithRoomFor(std::size_t length) const {
         plugin_.initialize();
         {
@@ -85,7 +85,7 @@ class FullDisk : public testing::Test {
     std::string new_;
 };
 
-TEST_F(FullDisk, WhatNoLongerFitsIsCutAndTheBackupHasWhatWasBefore) {
+TEST_F(FullDisk, FileIsCutAndTheBackupHasTheLastSave) {
     const std::size_t room = old_.size() + 40;
     ASSERT_LT(room, new_.size());
     registerWithRoomFor(room);
@@ -94,8 +94,7 @@ TEST_F(FullDisk, WhatNoLongerFitsIsCutAndTheBackupHasWhatWasBefore) {
     EXPECT_EQ(files_.startFromKept(plugin_), kSaved);
 }
 
-// The one case in which a start finds nothing.
-TEST_F(FullDisk, WhereNotEvenTheBackupFitsBothFilesAreDamaged) {
+TEST_F(FullDisk, BothFilesAreDamagedIfTheBackupDoesNotFit) {
     const std::size_t room = old_.size() - 40;
     registerWithRoomFor(room);
     EXPECT_EQ(files_.keptMain(), new_.substr(0, room) + old_.substr(room));
@@ -103,7 +102,7 @@ TEST_F(FullDisk, WhereNotEvenTheBackupFitsBothFilesAreDamaged) {
     EXPECT_EQ(files_.startFromKept(plugin_), Services());
 }
 
-TEST_F(FullDisk, ARestoreThatDoesNotFitIsMadeUpForByALaterStart) {
+TEST_F(FullDisk, LaterStartRepeatsARestoreThatDidNotFit) {
     files_.put(std::nullopt, old_);
     const std::size_t room = old_.size() - 40;
     {

@@ -1,6 +1,6 @@
-// A signal arrives every fraction of a millisecond, and no call that it interrupts is restarted,
-// for the length of some thousand commands and of the starts and ends in between. Everything is as
-// without: each command's result, the directory, the file at each start, each record in the log.
+// Sends a signal every 100 microseconds during some thousand commands and the starts and ends
+// between them. The system does not restart the calls that the signal interrupts. Each command's
+// result, the directory, the file at each start and each record of the log are as without signals.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ void count(int /*signal*/) {
     signals = signals + 1;
 }
 
-// Between construction and destruction.
+// Sends the signals while the object lives.
 class Interruptions {
   public:
     Interruptions() {
@@ -66,7 +66,7 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
     return number;
 }
 
-// Lives of a host, each of which begins with what the last has saved.
+// Runs lives of a host one after another. Each begins with the directory that the last one saved.
 void live(const LoadedPlugin& plugin) {
     std::map<std::int32_t, std::string> directory;
     for (std::size_t life = 0; life < kLives; ++life) {
@@ -83,7 +83,7 @@ void live(const LoadedPlugin& plugin) {
     }
 }
 
-TEST(Interrupted, EverythingIsAsWithout) {
+TEST(Interrupted, CommandsFilesAndLogAreAsWithoutSignals) {
     const LoadedPlugin plugin;
     const ConfigurationFiles files;
     files.put(kLevel7, kLevel7);
@@ -94,7 +94,7 @@ TEST(Interrupted, EverythingIsAsWithout) {
     });
     ASSERT_TRUE(run.hasReturned()) << run.report;
     EXPECT_GT(std::stoul(run.report), kLives);
-    const std::string log = readFile(files.logFile()).value_or("");
+    const std::string log = contentOf(files.logFile()).value_or("");
     constexpr std::size_t kCommands = kLives * kRounds;
     EXPECT_EQ(occurrences(log, "namingService: QvPluginInitialize enter\n"), kLives);
     EXPECT_EQ(occurrences(log, "namingService: QvPluginFinalize enter\n"), kLives);

@@ -12,7 +12,7 @@ namespace {
 
 template <class Create>
 long untilOneIsAllocated(Create create) {
-    // More than the layer keeps.
+    // The layer keeps the memory of fewer objects.
     constexpr long kMost = 1000000;
     for (long held = 1; held < kMost; ++held) {
         const long before = liveAllocations();
@@ -20,13 +20,13 @@ long untilOneIsAllocated(Create create) {
             return held;
         }
     }
-    throw std::logic_error("an object without an allocation");
+    throw std::logic_error("no object takes an allocation");
 }
 
 }  // namespace
 
 long useUpKeptObjects() {
-    // Longer than the layer keeps the memory of.
+    // The layer does not keep the memory of strings of this length.
     constexpr std::size_t kLongest = 96;
     long held = untilOneIsAllocated([] { return CFDateCreate(kCFAllocatorDefault, 1.5); });
     for (std::string text = "ab"; text.size() < kLongest; text += 'c') {

@@ -1,5 +1,5 @@
-// The host is killed in front of every system call of every operation. The next start has exactly
-// the directory from before or from after.
+// Kills the host before every system call of every operation. The next start has either the
+// directory of before the operation or that of after it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ using testing::Eq;
 
 using KilledAtEveryCall = ScenarioTest;
 
-TEST_P(KilledAtEveryCall, TheNextStartHasOneOfTheTwoDirectories) {
+TEST_P(KilledAtEveryCall, NextStartHasTheOldOrTheNewDirectory) {
     int kills = 0;
     int before = 0;
     while (true) {
@@ -29,7 +29,8 @@ TEST_P(KilledAtEveryCall, TheNextStartHasOneOfTheTwoDirectories) {
         before += services == before_ ? 1 : 0;
         ++kills;
     }
-    // How many calls there are depends on the memory that the process has at hand.
+    // The number of calls depends on the free memory of the process, so the last call may be
+    // missing.
     for (int last = kills - 1; last >= 0; --last) {
         if (play(Fault::killAfter(last)).wasKilled()) {
             EXPECT_EQ(start(), after_);

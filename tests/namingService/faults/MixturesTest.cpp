@@ -1,6 +1,6 @@
-// A save that is cut off leaves a file that begins as the new one and ends as the old one. From
-// each of these files, with the old one in the backup, the next start has one of the two
-// directories, but where the mixture is itself a good document. Those are counted.
+// A save that is cut off can leave a mixture: a file that begins as the new one and ends as the old
+// one. The backup holds the old file. A start restores the old file unless the mixture is itself a
+// good document. Such a mixture may list other services than either file. The test counts these.
 
 #include <gtest/gtest.h>
 
@@ -15,10 +15,11 @@ namespace qv::tests {
 namespace {
 
 struct Counts {
-    // Files, all different, that are neither the old nor the new one.
+    // The number of different mixtures.
     int mixtures;
-    // How many of them are good documents, and of those, how many list other services than either.
+    // How many mixtures are good documents.
     int good;
+    // How many good mixtures list other services than the old and the new file.
     int third;
 };
 
@@ -37,7 +38,7 @@ struct Change {
     Services saved;
     std::vector<std::int32_t> removed;
     Services registered;
-    // What stands in the root besides the services.
+    // The keys of the root beside the services.
     const char* otherKeys = "";
 };
 
@@ -55,7 +56,7 @@ Services many(int count) {
 
 class Mixtures : public testing::TestWithParam<Change> {
   protected:
-    // Makes both files by saving them.
+    // Lets the plug-in save the old and the new file.
     Mixtures() {
         const Change& change = GetParam();
         files_.put("<plist><dict>" + std::string(change.otherKeys) + "</dict></plist>",
@@ -96,7 +97,7 @@ class Mixtures : public testing::TestWithParam<Change> {
         files_.put(mixture, old_);
         const Services services = files_.start(plugin_);
         if (files_.main() != mixture) {
-            // Damaged, and so the old file again.
+            // The mixture is damaged, so the start restored the old file.
             EXPECT_EQ(files_.main(), old_);
             EXPECT_EQ(services, GetParam().saved);
             return;
@@ -108,7 +109,7 @@ class Mixtures : public testing::TestWithParam<Change> {
     }
 };
 
-TEST_P(Mixtures, LoadAsTheOldOrTheNewFileButForThoseThatAreGoodDocuments) {
+TEST_P(Mixtures, AreRestoredUnlessTheyAreGoodDocuments) {
     EXPECT_EQ(tryAll(), GetParam().expected);
 }
 

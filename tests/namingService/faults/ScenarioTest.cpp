@@ -50,14 +50,14 @@ void ScenarioTest::SetUp() {
         EXPECT_EQ(before_, after_);
     }
     EXPECT_EQ(expected_.isLogged, scenario.isLogged());
-    // The first life also makes what the libraries keep for good.
+    // The libraries allocate some memory once and keep it, so only the second life counts.
     const ChildRun twice = playTwice(scenario, plugin_, files_);
     ASSERT_TRUE(twice.hasReturned()) << twice.report;
     EXPECT_EQ(Report(twice.report).leftBehind, 0);
     if (usesFiles() && !scenario.loads()) {
         EXPECT_NE(before_, after_);
     }
-    // No more than the one that was given up where the file is another.
+    // The plug-in leaves at most one descriptor open: that of a file that was replaced or removed.
     EXPECT_LE(expected_.openFiles.size(), 1U);
 }
 
@@ -145,7 +145,7 @@ void ScenarioTest::checkEffect(const Report& report, bool isOfMemory, bool mayPr
     }
 }
 
-// Each as it was or as requested.
+// Checks that each service is as before or as requested.
 void ScenarioTest::checkEntries(const Report& report) const {
     const auto entries = entriesOf(report.services);
     const auto former = entriesOf(inMemoryBefore_);
@@ -168,7 +168,7 @@ void ScenarioTest::checkSaved(const Report& report, bool isOfMemory, bool mayPre
         EXPECT_EQ(report.repetition, isChanged ? "all and nothing" : "nothing and nothing");
         savedByTheNext_ += isChanged ? 1 : 0;
     }
-    // A file that had been removed and could not be made anew: this host does not try again.
+    // If the file was removed and could not be made again, this host does not make it at all.
     EXPECT_EQ(start(), isGone && !isOfMemory ? before_ : report.nextServices);
     const std::string fromKept = startFromKept();
     EXPECT_THAT(fromKept, AnyOf(Eq(mayPreventSave ? before_ : after_), Eq(after_)));
@@ -182,7 +182,7 @@ void ScenarioTest::checkLoaded(const Report& report) {
     const std::string fromKept = startFromKept();
     if (report.services.empty()) {
         ++emptyStarts_;
-        // Nothing is saved any more in this host's life. The next one has all.
+        // This host saves nothing. The next host loads the files as they are.
         EXPECT_THAT(fromKept, AnyOf(Eq(after_), Eq(other_)));
         EXPECT_EQ(atEnd, fromKept);
     } else {

@@ -1,4 +1,4 @@
-// A test that goes through the scenarios with one fault after the other.
+// The base of the tests that play a scenario with one fault after another.
 #ifndef QV_TESTS_SCENARIO_TEST_H
 #define QV_TESTS_SCENARIO_TEST_H
 
@@ -15,9 +15,9 @@ namespace qv::tests {
 
 class ScenarioTest : public testing::TestWithParam<Scenario> {
   protected:
-    // Goes through it without a fault, and up to in front of its operation.
+    // Plays the scenario without a fault, and then only up to its operation.
     ScenarioTest();
-    // Checks what comes of it without a fault.
+    // Checks the outcome without a fault.
     void SetUp() override;
 
     TracedRun play(const Fault& fault) const {
@@ -27,30 +27,30 @@ class ScenarioTest : public testing::TestWithParam<Scenario> {
         return tests::play(GetParam(), plugin_, files_, interference);
     }
 
-    // The services of a start with the files as they are, and of one from those that the child
-    // kept. In a process of its own, so that this one, of which the children are copies, remains
-    // one in which nothing has happened yet.
+    // Starts the plug-in in a child process, with the files as they are. Returns the services. The
+    // test's own process never starts the plug-in, so that each child begins with a fresh one.
     std::string start() const;
+    // Does the same with the copies that the child kept.
     std::string startFromKept() const;
 
-    // Whether the operation reads or writes them.
+    // Returns whether the operation reads or writes the files.
     bool usesFiles() const {
         return GetParam().loads() || (GetParam().isRegistration() && GetParam().main &&
                                       expected_.services != inMemoryBefore_);
     }
 
-    // What may come of a fault, which is one of memory or is not.
+    // Checks the outcome of the operation. `isOfMemory` says whether the fault is a lack of memory.
     void checkOutcome(const Report& report, bool isOfMemory);
-    // What has to be so after any fault: the process has gone on, and each command works.
-    // `mayStayOpen` says how many files beside those without the fault.
+    // Checks what holds after any fault: the process continues, and each command works.
+    // `mayStayOpen` is how many descriptors may stay open beside those without the fault.
     void checkLife(const Report& report, int mayStayOpen = 0) const;
-    // What the operation leaves in memory and on the disk.
+    // Checks what the operation leaves in memory and on the disk.
     void checkEffect(const Report& report, bool isOfMemory, bool mayPreventSave);
 
-    // Says how many faults there were, and how many of them came to what.
+    // Prints and records how many faults there were, and how often each consequence occurred.
     void record(int faults);
 
-    // Loaded first: loading points the plug-in to other directories.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin_;
     const ConfigurationFiles files_;
 
@@ -62,19 +62,21 @@ class ScenarioTest : public testing::TestWithParam<Scenario> {
     void checkEntries(const Report& report) const;
     void checkSaved(const Report& report, bool isOfMemory, bool mayPreventSave);
 
-    // What starts with the same files always give.
+    // The services of the starts so far, by the files. The same files always give the same
+    // services.
     mutable std::map<Files, std::string> starts_;
 
   protected:
     const TracedRun good_;
     const Report expected_;
-    // The services of a start after the operation, and of one instead of it; and those in memory in
-    // front of it.
+    // The services of a start after the operation.
     const std::string after_;
+    // The services in memory before the operation.
     const std::string inMemoryBefore_;
+    // The services of a start in place of the operation.
     const std::string before_;
-    // What a start may come to when it cannot read a file that it could: the backup's services, in
-    // the place of a good file's; nothing without a good file.
+    // The services of a start that cannot read the good file: those of the backup. Empty if there
+    // is no good file.
     const std::string other_;
 
   private:
@@ -85,13 +87,13 @@ class ScenarioTest : public testing::TestWithParam<Scenario> {
     int unsaved_ = 0;
 
   protected:
-    // How often it was the next registration that saved what one that threw had changed.
+    // How often a registration threw and the next one saved its change.
     int savedByTheNext_ = 0;
-    // How often there was no file at all any more.
+    // How often the file was missing afterwards.
     int withoutFile_ = 0;
 };
 
-// As it stands in a name of a test.
+// Returns the scenario's name, for the name of a test.
 std::string nameOf(const testing::TestParamInfo<Scenario>& info);
 
 }  // namespace qv::tests

@@ -24,7 +24,7 @@ namespace {
 using Kind = Operation::Kind;
 using Log = ConfigurationFiles::Log;
 
-// Longer than a string holds within itself, all of those that faults happen to.
+// The addresses are too long for the buffer inside a std::string, so each takes an allocation.
 const Services kEarlier{{1, "unix:/run/earlier"}};
 const Services kSaved{{1, "unix:/run/saved-as-it-was.sock"},
                       {2, "unix:/run/second-as-it-was.sock"}};
@@ -41,7 +41,7 @@ Services number(int count) {
     return services;
 }
 
-// Several times as much as the streams' buffers hold.
+// Returns services whose file is several times as long as the buffer of a stream.
 Services many() {
     return number(150);
 }
@@ -74,7 +74,7 @@ void startSaveAndReplace(const LoadedPlugin& plugin, const ConfigurationFiles& f
     std::filesystem::rename(other, files.mainFile());
 }
 
-// Records stay in the log as it is, until it is to be rotated.
+// Removes the log's directory. The plug-in keeps the log file open until a rotation.
 void startAndRemoveLog(const LoadedPlugin& plugin, const ConfigurationFiles& /*files*/) {
     plugin.initialize();
     std::filesystem::remove_all(std::getenv("QV_LOG_DIR"));
@@ -103,7 +103,7 @@ Operation changeOfLevel(char level) {
     return {Kind::kCommand, QV_COMMAND_SET_DEBUG_LEVEL, std::string("\x08\x01\x10") + level};
 }
 
-// Carries out an operation without an allocation of the test's own.
+// Carries out an operation. The test itself allocates nothing meanwhile.
 class Call {
   public:
     Call(const LoadedPlugin& plugin, const Operation& operation)
@@ -169,7 +169,7 @@ std::string outcomeOf(const LoadedPlugin& plugin, const Operation& operation) {
     return call.outcome();
 }
 
-// What a child has to tell, line by line, in no memory that would count.
+// Collects the lines of a child's report without allocations, which the test would count.
 class Notes {
   public:
     void add(std::string_view line) {
@@ -193,7 +193,7 @@ std::map<std::string, int> openFiles() {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         std::error_code ignored;
         const std::string file = std::filesystem::read_symlink(entry.path(), ignored).string();
-        // Not the directory that is being read.
+        // Leaves out the directory of descriptors, which is open for this loop.
         if (file.rfind("/proc/", 0) != 0) {
             ++files[file];
         }
@@ -201,7 +201,7 @@ std::map<std::string, int> openFiles() {
     return files;
 }
 
-// Each begins with a time, and none is cut.
+// Returns whether each record begins with a time and none is cut.
 bool areWhole(const std::string& records) {
     std::istringstream lines(records);
     std::string line;
@@ -214,7 +214,8 @@ bool areWhole(const std::string& records) {
     return records.empty() || records.back() == '\n';
 }
 
-// What two registrations that change nothing save after one that has thrown.
+// Repeats a registration twice without a change, after a registration that threw. Returns what the
+// two registrations save.
 std::string repeatRegistration(const LoadedPlugin& plugin, const ConfigurationFiles& files,
                                const Services& services, bool isAtLevel7) {
     const std::string kOther = "someone else's";
@@ -289,8 +290,8 @@ std::string inChild(const Scenario& scenario, const LoadedPlugin& plugin,
     return notes.text();
 }
 
-// Takes what the C library has at hand, so that every need for memory becomes a call of the system
-// soon, and at the same places each time.
+// Uses up the free memory of the C library, so that allocations become system calls soon, at the
+// same places each time. Returns how many allocations the function keeps.
 long useUpMemory() {
     constexpr std::size_t kLargest = std::size_t{1} << 20;
     constexpr std::size_t kSmallest = 64;
@@ -367,7 +368,7 @@ std::vector<Scenario> scenariosOfFew() {
         {"End", logged, earlier, Log::kEmpty, startSaveAndList, kFinalization},
         {"EndThatRotatesTheLog", logged, earlier, Log::kFullAfterStart, start, kFinalization},
     };
-    // The plug-in makes the directory such that only root can use it.
+    // The plug-in makes the directory of backups with the mode 0600, which only root can use.
     if (geteuid() == 0) {
         all.push_back({"FirstSaveWithoutBackup", saved, std::nullopt, Log::kEmpty, start, request});
     }

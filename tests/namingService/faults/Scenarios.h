@@ -1,4 +1,5 @@
-// What the plug-in does, each operation at some points of a host's life.
+// Lists the scenarios of the fault tests: operations of the plug-in at several points of a host's
+// life. Plays a scenario in a child process.
 #ifndef QV_TESTS_SCENARIOS_H
 #define QV_TESTS_SCENARIOS_H
 
@@ -17,7 +18,7 @@
 
 namespace qv::tests {
 
-// What faults happen in: a command, or what begins or ends a host's life with the plug-in.
+// The operation in which faults happen: a command, the initialisation or the finalisation.
 struct Operation {
     enum class Kind { kNothing, kInitialize, kCommand, kFinalize };
 
@@ -26,16 +27,16 @@ struct Operation {
     std::string request;
 };
 
-// From the start, which is initialisation, to in front of the operation.
+// Initialises the plug-in and brings it to the point before the operation.
 using Preparation = void (*)(const LoadedPlugin&, const ConfigurationFiles&);
 
 struct Scenario {
     const char* name = nullptr;
-    // What is there when the host starts.
+    // The files at the start of the host.
     std::optional<std::string> main;
     std::optional<std::string> backup;
     ConfigurationFiles::Log log = ConfigurationFiles::Log::kEmpty;
-    // None where the operation is the start itself.
+    // Null if the operation is the first start.
     Preparation prepare = nullptr;
     Operation operation;
     int result = QV_OK;
@@ -49,9 +50,9 @@ struct Scenario {
     }
     bool isRegistration() const { return is(QV_COMMAND_REGISTER_SERVICES); }
     bool isAtLevel7() const;
-    // Whether each command is a record in a log that is there at the end.
+    // Whether each command writes a record to a log that exists at the end.
     bool isLogged() const { return isAtLevel7() && log != ConfigurationFiles::Log::kRemoved; }
-    // Whether the operation is one itself.
+    // Whether the operation itself writes a record.
     bool writesRecord() const {
         return isLogged() && (!is(QV_COMMAND_SET_DEBUG_LEVEL) || result != QV_OK);
     }
@@ -59,23 +60,25 @@ struct Scenario {
 
 std::ostream& operator<<(std::ostream& out, const Scenario& scenario);
 
-// Those of files that exceed the streams' buffers, those of few services, and both.
+// Returns the scenarios whose files exceed the buffers of streams.
 std::vector<Scenario> scenariosOfMany();
+// Returns the scenarios of few services.
 std::vector<Scenario> scenariosOfFew();
+// Returns all scenarios.
 std::vector<Scenario> scenarios();
-// Those of a save, which end in the same registration.
+// Returns the scenarios whose operation is one and the same registration that saves.
 std::vector<Scenario> saves();
 
-// What a child does in front of the operation and behind it.
+// The functions that a child calls before and after the operation.
 struct Interference {
-    // Returns how many allocations stay behind on purpose.
+    // Returns how many allocations the function leaves behind on purpose.
     std::function<long()> begin;
-    // Whether anything came of it.
+    // Returns whether the interference had an effect.
     std::function<bool()> end;
 };
 
-// Plays a scenario in a child process: with an interference around the operation, with a fault in the
-// operation, twice in one process, or up to the operation.
+// Plays a scenario in a child process: with an interference around the operation, with a fault in
+// the operation, twice in one process, or up to the operation.
 ChildRun play(const Scenario& scenario, const LoadedPlugin& plugin, const ConfigurationFiles& files,
               const Interference& interference);
 TracedRun play(const Scenario& scenario, const LoadedPlugin& plugin,
@@ -85,37 +88,38 @@ ChildRun playTwice(const Scenario& scenario, const LoadedPlugin& plugin,
 ChildRun playUpToOperation(const Scenario& scenario, const LoadedPlugin& plugin,
                            const ConfigurationFiles& files);
 
-// What the child saw, where it came to the end. By then it has kept the files as they were after
-// the operation (ConfigurationFiles::keep()), has called each command once more, with one more
-// service registered, and has finalised the plug-in.
+// The observations of a child that reached its end. After the operation the child keeps copies of
+// the files (ConfigurationFiles::keep()), calls each command once more with a further service, and
+// finalises the plug-in.
 struct Report {
     explicit Report(const std::string& text);
 
-    // Whether the interference came to anything.
+    // Whether the interference had an effect.
     bool isStruck = false;
-    // A result code, or what was thrown.
+    // The result code of the operation, or the exception.
     std::string outcome;
-    // What the operation answered.
+    // The answer of the operation.
     std::string answer;
-    // All services then. Where the start threw, after another one.
+    // All services after the operation. If a start threw, after a second start.
     std::string services;
-    // Where a registration threw, what two more that changed nothing have saved: "all and nothing",
-    // "nothing and nothing".
+    // What two further registrations without a change saved after a registration that threw: "all
+    // and nothing" or "nothing and nothing".
     std::string repetition;
-    // Results of the further registration, change of level and unregistration.
+    // The results of the further registration, change of level and unregistration.
     std::string nextOutcomes;
     std::string nextServices;
     std::string lastServices;
-    // Whether the further registration is in the log, and all lines there are whole.
+    // Whether the further registration is in the log.
     bool isLogged = false;
+    // Whether all lines of the log are whole.
     bool isLogWhole = false;
     // How many allocations of the child's life are left at its end.
     long leftBehind = 0;
-    // The files that are open at the end and were not before, how often each.
+    // The files that are open at the end and were not open before, with the number of descriptors.
     std::map<std::string, int> openFiles;
 };
 
-// "1=address 2=address".
+// Returns the services as text: "1=address 2=address".
 std::string listed(const Services& services);
 
 }  // namespace qv::tests

@@ -46,8 +46,8 @@ void Record::addListing(Interval time, const Values& values) {
                            Saves::kNever});
 }
 
-// A registration that responded before so many others were invoked, each of which saved, cannot be
-// the one. Of all others it may be any.
+// A registration cannot be the save in question if more than `before` others that saved were
+// invoked after its response. The interval spans all other registrations.
 Interval History::timeOfSave(std::size_t before, Interval whole) const {
     std::vector<std::int64_t> invocations;
     for (const Record& record : records_) {

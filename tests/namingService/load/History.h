@@ -1,9 +1,8 @@
-// What the threads of the load test did and saw. Each thread writes a record of its own and nothing
-// that others touch, so that to record keeps no thread from running beside another: the order
-// between threads comes from the steady clock, which all processors agree on.
+// Records what the threads of the load test did and saw. Each thread writes only its own record, so
+// that recording does not make threads wait for one another. The order between threads comes from
+// the steady clock, which all processors share.
 //
-// A listing of ten thousand services is recorded as what differs from the thread's listing before,
-// which loses nothing and is short.
+// A record holds only the difference between a listing and the thread's previous listing.
 #ifndef QV_TESTS_LOAD_HISTORY_H
 #define QV_TESTS_LOAD_HISTORY_H
 
@@ -24,17 +23,17 @@ struct Interval {
     std::int64_t end = 0;
 };
 
-// Whether a registration changed something, and so saved.
+// Whether a registration changed something and therefore saved.
 enum class Saves { kNever, kPerhaps, kSurely };
 
 class Record {
   public:
-    // Of a thread that has seen these values, and nothing of its own.
+    // Starts the record of a thread that has seen these values.
     explicit Record(Values seen) : seen_(std::move(seen)) {}
 
     void addWrite(Interval time, const Write& write, Saves saves);
     void addListing(Interval time, const Values& values);
-    // One that neither changed nor listed anything.
+    // Counts a call that neither changed nor listed anything.
     void addOther() { ++others_; }
 
   private:
@@ -59,25 +58,24 @@ class History {
     History(Values initial, std::vector<Record> records)
         : initial_(std::move(initial)), records_(std::move(records)) {}
 
-    // One more reading of all services, which somehow was taken within this time.
+    // Adds a reading of all services that was taken at some time in the interval.
     void addReading(Interval time, Values values) {
         readings_.emplace_back(time, std::move(values));
     }
 
-    // When the last save was taken, or, with 1, the one before. `whole` is the time of the whole
-    // history, in case that there was none.
+    // Returns the interval that contains the last save if `before` is 0, or the save before it if
+    // `before` is 1. Returns `whole`, the time of the whole history, if there was no such save.
     Interval timeOfSave(std::size_t before, Interval whole) const;
-    // How many registrations saved at least, and at most.
+    // Returns the smallest and the largest possible number of saves.
     std::pair<std::size_t, std::size_t> saves() const;
-    // All that the threads made.
+    // Returns the number of all calls.
     std::size_t calls() const;
 
-    // What happened to some of the services.
+    // Returns the calls that concern the services of the group.
     std::vector<Call> callsOn(const std::vector<std::size_t>& group) const;
     Values initialOf(const std::vector<std::size_t>& group) const;
 
-    // The services outside the groups that did not stay as they were at first, as far as anybody
-    // saw.
+    // Returns the services outside the groups that some call or reading saw changed.
     std::vector<std::size_t> changedOutside(
         const std::vector<std::vector<std::size_t>>& groups) const;
 

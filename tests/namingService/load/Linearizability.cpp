@@ -36,7 +36,7 @@ std::vector<Event> eventsOf(const std::vector<Call>& calls) {
     return events;
 }
 
-// Values of all keys, by a number.
+// Numbers the values of all keys.
 class States {
   public:
     std::size_t numberOf(const Values& values) {
@@ -60,7 +60,7 @@ class States {
     std::vector<const Values*> byNumber_;
 };
 
-// The values, and the calls under way that have happened, a bit for each place.
+// The number of the values, and a bit for each place whose pending call has happened.
 using Configuration = std::pair<std::size_t, std::uint32_t>;
 
 constexpr std::uint32_t bit(std::size_t place) {
@@ -78,7 +78,7 @@ class Search {
     void invoke(std::size_t call) {
         std::size_t* const place = std::find(underWay_.begin(), underWay_.end(), kNobody);
         if (place == underWay_.end()) {
-            throw std::runtime_error("more calls at once than there are places");
+            throw std::runtime_error("too many calls are pending at once");
         }
         *place = call;
         placeOf_[call] = static_cast<std::size_t>(place - underWay_.begin());
@@ -92,7 +92,7 @@ class Search {
         }
     }
 
-    // Whether any configuration is left.
+    // Returns whether any configuration is left.
     bool respond(std::size_t call) {
         const std::size_t place = placeOf_[call];
         std::set<Configuration> left;
@@ -120,7 +120,7 @@ class Search {
                 }
             }
             if (seen.size() > kMostConfigurations) {
-                throw std::runtime_error("too many calls at once to decide it");
+                throw std::runtime_error("there are too many configurations");
             }
         }
         underWay_[place] = kNobody;
@@ -129,7 +129,7 @@ class Search {
     }
 
   private:
-    // The reads under way that find these values.
+    // Returns the pending reads that find these values.
     std::uint32_t readsOf(std::size_t state) const {
         std::uint32_t reads = 0;
         for (std::size_t place = 0; place < kPlaces; ++place) {

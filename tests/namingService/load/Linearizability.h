@@ -1,36 +1,35 @@
-// Decides whether calls that ran on several threads at once can have happened one after another.
+// Decides whether calls that overlapped on several threads can have happened one after another.
 //
-// The calls are of a register file, a few keys with a value each: a call writes some of the keys in
-// one step, or reads all of them in one step. Each has the times of its invocation and its
-// response. A history is linearizable if every call can be given an instant between these two times
-// so that, taken in the order of the instants, each read finds exactly what the writes before it
-// left. That one order forbids everything a lock forbids: a write that is lost, a read of what was
-// overwritten before the read began, a read of what is not written yet, half of a write, and two
-// reads that saw two writes in different orders.
+// There are some keys with a value each. A call writes some of the keys in one step, or reads all
+// of them in one step. Each call has the times of its invocation and its response. A history is
+// linearizable if every call can have an instant between these two times such that each read finds
+// the values of the writes before it, in the order of the instants. Such an order excludes lost
+// writes, stale reads, reads from the future, half writes, and readers that disagree about the
+// order of two writes.
 //
-// How it is decided. Walk the invocations and responses in the order of time, and carry along every
-// way in which the calls up to here can have happened. Such a way, a configuration, is the values
-// of the keys and the set of the calls under way whose instant has passed already; of how it came
-// about nothing else matters for the rest. At first there is one: the initial values, no call. Then
+// The algorithm walks through the invocations and responses in the order of time. It keeps every
+// configuration that is possible so far. A configuration consists of the values of the keys and the
+// set of the pending calls that have happened already. The first configuration has the initial
+// values and no calls.
 //
-//   * at an invocation, the call joins those under way. Its instant may be any time from now on.
-//   * at a response, its instant must have passed. A configuration in which it has not is replaced
-//     by all those that it can become by letting calls under way happen, in any order, up to and
-//     including this one. None left means that no order explains this response: not linearizable.
+//   * At an invocation, the call becomes pending. It may happen at any time from now on.
+//   * At a response, the call must have happened. A configuration in which it has not happened is
+//     replaced by all configurations that follow from it when pending calls happen, in any order,
+//     up to and including this call. If no configuration is left, no order explains the response,
+//     and the history is not linearizable.
 //
-// To let calls happen no earlier than a response asks for it loses nothing: whichever order is the
-// right one, its calls up to the one that responds were all invoked by then, so some configuration
-// follows it. A read leaves the values alone, so it may as well happen at the first moment under
-// way at which they are what it read; only writes are tried in different orders.
+// The algorithm may delay calls until a response needs them: in the right order, all calls up to
+// the one that responds are invoked by then, so some configuration follows this order. A read
+// changes no value, so a pending read happens as soon as the values are those that it read. Only
+// writes are tried in different orders.
 //
-// That is exact, for any values. Nothing is asked of a write to be told from another: to remove a
-// key is to write kAbsent, however many do that at once, and a value may be written again. Values
-// that are written once make it sharp, as a read then names its write, and fast, as the reads keep
-// the configurations few. The work grows with the length of the history, and only with the number
-// of writes under way at one moment in the worst way there is. A directory of thousands of keys is
-// therefore looked at in groups: what a linearizable history does to a group of keys is itself one.
-// A group of one key says that none of its values is lost or stale; in a group of several, writes
-// that belong together also have to come together.
+// The result is exact for any values. Writes may be equal: a removal writes kAbsent, and a value
+// may be written again. If each value is written once, a read identifies its write, so the check
+// finds more and the configurations stay few. The work grows linearly with the length of the
+// history, and exponentially with the number of pending writes. The load test therefore judges a
+// directory of thousands of keys in groups. The part of a linearizable history that concerns a
+// group of keys is linearizable itself. A group of one key shows lost and stale values; a group of
+// several keys also shows half writes.
 #ifndef QV_TESTS_LINEARIZABILITY_H
 #define QV_TESTS_LINEARIZABILITY_H
 
@@ -46,24 +45,24 @@ namespace qv::tests {
 using Value = std::uint32_t;
 constexpr Value kAbsent = 0;
 
-// Of each key, in the keys' order.
+// The value of each key, in the order of the keys.
 using Values = std::vector<Value>;
 
-// The value that each of some keys gets; of several for one key the last counts.
+// The new values of some keys. The last value of a key counts.
 using Write = std::vector<std::pair<std::size_t, Value>>;
-// What a read found.
+// The values that a read found.
 using Read = Values;
 
-// Calls whose times are equal count as under way at once.
+// Two calls overlap if the response of one and the invocation of the other have the same time.
 struct Call {
     std::int64_t invoked = 0;
     std::int64_t responded = 0;
     std::variant<Write, Read> action;
 };
 
-// Nothing where the history is linearizable; otherwise the call whose response cannot be explained
-// by what happened up to then. Throws std::runtime_error when more than 32 calls are under way at
-// once, or when there are too many orders to decide it.
+// Returns nothing if the history is linearizable, otherwise the first call whose response no order
+// explains. Throws std::runtime_error if more than 32 calls are pending at once, or if there are
+// too many configurations.
 std::optional<std::size_t> unexplainedCall(const Values& initial, const std::vector<Call>& calls);
 
 }  // namespace qv::tests

@@ -1,5 +1,5 @@
-// The judge of the load test: histories written by hand, and small ones made at random, which are
-// also judged by trying every order.
+// Tests the judge of the load test with histories written by hand. Also compares the judge with a
+// search through every order, for small histories made at random.
 
 #include "Linearizability.h"
 
@@ -34,7 +34,7 @@ Call read(std::int64_t invoked, std::int64_t responded, Value value) {
     return read(invoked, responded, Read{value});
 }
 
-// Every key starts with kInitial.
+// Judges the calls. Every key starts with kInitial.
 std::optional<std::size_t> judge(const std::vector<Call>& calls, std::size_t keys = 1) {
     return unexplainedCall(Values(keys, kInitial), calls);
 }
@@ -62,7 +62,7 @@ TEST(OneKey, EqualTimesOverlap) {
 }
 
 TEST(OneKey, StaleReadIsNoticed) {
-    // Another read had seen the new value before this one began.
+    // In the first history the read of the new value ends before the other read begins.
     EXPECT_EQ(judge({write(1, 9, 7), read(2, 3, 7), read(4, 5, kInitial)}), 2U);
     EXPECT_EQ(judge({write(1, 9, 7), read(2, 4, 7), read(3, 5, kInitial)}), std::nullopt);
 }
@@ -75,7 +75,7 @@ TEST(OneKey, ReadOfWhatNobodyWroteIsNoticed) {
     EXPECT_EQ(judge({write(1, 4, 7), read(2, 3, 8)}), 1U);
 }
 
-TEST(OneKey, WritesAtOnceHappenInEitherOrder) {
+TEST(OneKey, OverlappingWritesHappenInEitherOrder) {
     EXPECT_EQ(judge({write(1, 3, 7), write(2, 4, 8), read(5, 6, 7)}), std::nullopt);
     EXPECT_EQ(judge({write(1, 3, 7), write(2, 4, 8), read(5, 6, 8)}), std::nullopt);
 }
@@ -102,13 +102,13 @@ TEST(OneKey, RemovedValueDoesNotComeBack) {
     EXPECT_EQ(judge({remove(1, 9), read(2, 3, kAbsent), read(4, 5, kInitial)}), 2U);
 }
 
-TEST(OneKey, RemovalNeedsAReason) {
+TEST(OneKey, AbsentValueWithoutARemovalIsNoticed) {
     EXPECT_EQ(judge({read(1, 2, kAbsent)}), 0U);
     EXPECT_EQ(judge({remove(1, 2), write(3, 4, 7), read(5, 6, kAbsent)}), 2U);
 }
 
-TEST(OneKey, RemovalsAtOnceEachCountOnce) {
-    // Absent, there, absent, there: two removals, and a write between them and after them.
+TEST(OneKey, OverlappingRemovalsEachCountOnce) {
+    // The reads find the key absent, present, absent and present. That takes both removals.
     const std::vector<Call> changes{write(1, 30, 7), remove(1, 30), write(1, 30, 8), remove(1, 30)};
     std::vector<Call> calls = changes;
     for (const Value value : {kAbsent, Value{7}, kAbsent, Value{8}}) {
@@ -131,7 +131,7 @@ TEST(SeveralKeys, WriteOfTwoIsNeverSeenHalf) {
     EXPECT_EQ(judge({both, read(2, 3, {kInitial, 8})}, 2), 1U);
 }
 
-TEST(SeveralKeys, OfTwoValuesForOneKeyTheLastCounts) {
+TEST(SeveralKeys, LastOfTwoValuesForOneKeyCounts) {
     const Call twice = write(1, 9, {{0, 7}, {0, 8}});
     EXPECT_EQ(judge({twice, read(2, 3, 8)}), std::nullopt);
     EXPECT_EQ(judge({twice, read(2, 3, 7)}), 1U);
@@ -142,14 +142,14 @@ TEST(SeveralKeys, ReadersMustAgreeOnTheOrderOfWritesToDifferentKeys) {
     const Call second = write(1, 9, {{1, 8}});
     EXPECT_EQ(judge({first, second, read(2, 3, {7, kInitial}), read(4, 5, {7, 8})}, 2),
               std::nullopt);
-    // Each key on its own gives nothing away.
+    // Each key alone is linearizable.
     EXPECT_EQ(judge({first, second, read(2, 4, {7, kInitial}), read(3, 5, {kInitial, 8})}, 2), 3U);
 }
 
-TEST(Judge, GivesUpOnTooManyCallsAtOnce) {
+TEST(Judge, ThrowsForTooManyOverlappingCalls) {
     std::vector<Call> calls(33, write(1, 2, 7));
     EXPECT_THROW(judge(calls), std::runtime_error);
-    // Any order of twenty writes, each to be told from the others.
+    // Twenty writes to different keys give too many configurations.
     calls.clear();
     for (Value value = 2; value < 22; ++value) {
         calls.push_back(write(1, 2, Write{{value - 2, value}}));
@@ -158,7 +158,7 @@ TEST(Judge, GivesUpOnTooManyCallsAtOnce) {
     EXPECT_THROW(judge(calls, 20), std::runtime_error);
 }
 
-// Whether some order of the calls that are left explains them.
+// Returns whether some order of the remaining calls explains them.
 bool anyOrderExplains(const Values& values, std::vector<Call> left) {
     if (left.empty()) {
         return true;
@@ -217,7 +217,7 @@ TEST(Judge, AgreesWithTryingEveryOrder) {
         linearizable += static_cast<int>(expected);
         ASSERT_EQ(judge(calls, keys) == std::nullopt, expected) << "history " << history;
     }
-    // Enough of both kinds for the agreement to mean something.
+    // The histories must contain enough of both kinds.
     EXPECT_GT(linearizable, kHistories / 10);
     EXPECT_LT(linearizable, kHistories * 9 / 10);
 }

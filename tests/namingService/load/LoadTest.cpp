@@ -1,12 +1,12 @@
-// Sixteen threads that register, unregister and list at once, beside changes of the log's level and
-// damaged requests. What each call was given and gave back is recorded, and judged afterwards: all
-// of it must be explained by some order of the calls, see Linearizability.h, and so must the file,
-// its backup, and what a start makes of them.
+// Runs sixteen threads that register, unregister and list services, change the log's level and send
+// damaged requests. Records each call with its answer and judges the calls afterwards: some order
+// of the calls must explain all answers, the file, its backup, and the services of a start with
+// each of them (see Linearizability.h).
 //
-// Most of the directory never changes. A few services, spread over all of it, do so all the time.
-// They are judged in groups, mixed anew for each round, so that over the rounds any of them stand
-// together. After a round nothing is under way, and the next starts from what there is then; so the
-// memory for a history is that of one round, however long the load.
+// Most of the directory never changes. A few services, spread over all of it, change all the time.
+// The test judges them in groups and forms new groups for each round. No call is pending at the end
+// of a round, and the next round starts from the values of that time. A long load therefore needs
+// no more memory than one round.
 
 #include <gtest/gtest.h>
 
@@ -38,10 +38,10 @@ constexpr std::size_t kChangingServices = 128;
 constexpr std::size_t kGroupSize = 16;
 constexpr Value kFirstValue = 1;
 
-// Makes the load go on for so long, and print what it did.
+// The environment variable that sets the duration of the load and makes the test print figures.
 constexpr char kSeconds[] = "QV_LOAD_SECONDS";
 
-// A call, as a line.
+// Returns a line that describes the call.
 std::string describe(const Names& names, const Group& group, const Call& call) {
     std::string text = std::to_string(call.invoked) + ".." + std::to_string(call.responded);
     const auto add = [&](std::size_t key, Value value) {
@@ -62,7 +62,7 @@ std::string describe(const Names& names, const Group& group, const Call& call) {
     return text + '\n';
 }
 
-// The call, and what was written in its group shortly before.
+// Describes the unexplained call and the last writes to its group before it.
 std::string explain(const Names& names, const Group& group, const std::vector<Call>& calls,
                     std::size_t unexplained) {
     constexpr std::size_t kShown = 20;
@@ -77,7 +77,7 @@ std::string explain(const Names& names, const Group& group, const std::vector<Ca
               [](const Call* one, const Call* other) { return one->responded > other->responded; });
     shown.resize(std::min(shown.size(), kShown));
     std::string text =
-        "not explained: " + describe(names, group, calls[unexplained]) + "behind, the last first\n";
+        "not explained: " + describe(names, group, calls[unexplained]) + "writes, the last first\n";
     for (const Call* const call : shown) {
         text += describe(names, group, *call);
     }
@@ -93,7 +93,7 @@ class Load : public testing::Test {
     }
     void TearDown() override { plugin_.finalize(); }
 
-    // The groups of a round, for runThreads() and judge().
+    // Forms the groups of a round, for runThreads() and judge().
     void mixGroups(unsigned seed) {
         random_.seed(seed);
         Group changing;
@@ -107,7 +107,7 @@ class Load : public testing::Test {
         }
     }
 
-    // Each thread makes so many calls, and when all are through, they register once more at once.
+    // Lets each thread make `calls` calls. When all have finished, each thread registers once more.
     History runThreads(int calls) {
         std::vector<Worker> workers;
         workers.reserve(kThreads);
@@ -141,13 +141,14 @@ class Load : public testing::Test {
         }
     }
 
-    // Whether the test wants another round, after so many.
+    // Returns whether the test needs another round after `rounds` rounds. A usual run has `usual`
+    // rounds. A long run takes this share of its time.
     bool goesOn(unsigned rounds, unsigned usual, double share) const {
         const double seconds = isLong() ? share * std::atof(std::getenv(kSeconds)) : 0;
         return !HasFailure() && (rounds < usual || secondsSince(begin_) < seconds);
     }
 
-    // Of a long load only.
+    // Prints a figure of a long load.
     void print(const char* name, double figure) const {
         if (isLong()) {
             std::printf("%-24s %8.0f\n", name, figure);
@@ -169,14 +170,14 @@ class Load : public testing::Test {
         return names_.valuesOf(plugin_.execute(QV_COMMAND_GET_SERVICES, "").bytes);
     }
 
-    // First, so that it does not choose its own directory afterwards.
+    // The first member, because loading sets the directories in the environment.
     const LoadedPlugin plugin_;
     const ConfigurationFiles files_;
     const Names names_;
-    // What is registered while no thread runs.
+    // The registered values while no thread runs.
     Values values_;
     std::vector<Group> groups_;
-    // Each thread's, and that of the test itself.
+    // The fresh values of each thread, and those of the test itself at the end.
     std::vector<FreshValues> fresh_;
 
   private:
@@ -206,7 +207,7 @@ class Load : public testing::Test {
     std::size_t longestHistory_ = 0;
 };
 
-// No file, so nothing but the directory and its lock takes time.
+// Runs the load without a file, so that only the directory and its lock take time.
 class LoadInMemory : public Load {
   protected:
     LoadInMemory() : Load(2 * kChangingServices) {
@@ -233,11 +234,11 @@ TEST_F(LoadInMemory, IsExplainedBySomeOrderOfItsCalls) {
     printFigures("in memory");
 }
 
-// A directory that is saved all the while.
+// Runs the load on a directory that each change saves.
 class LoadOnFiles : public Load {
   protected:
 #ifdef QV_SANITIZED
-    // There a save takes many times as long.
+    // A sanitizer makes a save many times slower.
     static constexpr std::size_t kServices = 1'000;
     static constexpr int kCallsPerThread = 50;
 #else
@@ -268,7 +269,7 @@ class LoadOnFiles : public Load {
         plugin_.finalize();
         values_ = startWith(file, backup);
         history.addReading(history.timeOfSave(0, whole), values_);
-        // The threads ended with registrations, so that nothing was removed after the last save.
+        // The threads end with registrations, so the last save includes every removal.
         EXPECT_TRUE(values_ == memory) << "the file is not the last save";
         judge(history);
         saveOneMore(groups_.front().front(), file);
@@ -277,7 +278,8 @@ class LoadOnFiles : public Load {
     std::size_t saves_ = 0;
 
   private:
-    // What a start with this file has; the file must be what would be written for it.
+    // Starts the plug-in with the files and returns the values. Checks that the file holds exactly
+    // the bytes that a save of these values writes, and that the start does not change the file.
     Values startWith(const std::string& file, const std::string& backup) const {
         files_.put(file, backup);
         plugin_.initialize();
@@ -287,7 +289,8 @@ class LoadOnFiles : public Load {
         return values;
     }
 
-    // A registration that changed something writes the backup and the file, another neither.
+    // Counts the saves by the writes of the backup. Only a registration that changes something
+    // saves.
     void countSaves(const History& history, const std::vector<std::string>& events) {
         const auto saves = static_cast<std::size_t>(
             std::count(events.begin(), events.end(), std::string("written ") + kConfigurationFile));
@@ -297,7 +300,7 @@ class LoadOnFiles : public Load {
         saves_ += saves;
     }
 
-    // Alone, so that the file and the backup can only be one thing.
+    // Saves once while no thread runs, so that the contents of the file and the backup are known.
     void saveOneMore(std::size_t service, const std::string& before) {
         values_[service] = fresh_.back().take();
         EXPECT_EQ(plugin_.registerServices({names_.service(service, values_[service])}), QV_OK);

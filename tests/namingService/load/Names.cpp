@@ -54,7 +54,7 @@ Values Names::valuesOf(const std::string& answer) const {
     return values;
 }
 
-// A service below `next` is behind its place.
+// Reads one service of a listing. A service below `next` breaks the ascending order.
 void Names::read(const qor::kevra::ServiceInfo& listed, std::size_t& next, Values& values) const {
     const std::int64_t service = std::int64_t{listed.id()} - idOf(0);
     if (service < static_cast<std::int64_t>(next) ||

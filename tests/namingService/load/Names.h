@@ -1,6 +1,6 @@
-// What the load test registers: a service for each number from 0, some with negative identifiers,
-// whose address tells its identifier and which write gave it. So a listing comes down to a value
-// for each service, and an address that was mixed up with another or is not whole is none at all.
+// Names the services of the load test. There is a service for each number from 0; some identifiers
+// are negative. An address contains the identifier and the value that a write gave the service. A
+// listing therefore gives a value for each service, and a cut or exchanged address is noticed.
 #ifndef QV_TESTS_LOAD_NAMES_H
 #define QV_TESTS_LOAD_NAMES_H
 
@@ -20,20 +20,20 @@ class Names {
 
     std::size_t count() const { return addresses_.size(); }
     std::int32_t idOf(std::size_t service) const;
-    // All addresses of one service are equally long.
+    // All addresses of a service have the same length.
     std::string addressOf(std::size_t service, Value value) const;
     Service service(std::size_t service, Value value) const;
-    // Those that are there, in the order in which they are listed.
+    // Returns the services whose values are not absent, in the order of a listing.
     Services services(const Values& values) const;
 
-    // The other way. Throws std::runtime_error for an answer that lists anything but such services,
-    // in ascending order, or encodes them in any but the one way.
+    // Returns the values in the answer to a listing. Throws std::runtime_error if the answer lists
+    // other services, breaks the ascending order, or has another encoding.
     Values valuesOf(const std::string& answer) const;
 
   private:
     void read(const qor::kevra::ServiceInfo& listed, std::size_t& next, Values& values) const;
 
-    // Without the value at their ends.
+    // The addresses without the values at their ends.
     std::vector<std::string> addresses_;
 };
 

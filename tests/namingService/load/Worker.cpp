@@ -7,7 +7,7 @@
 namespace qv::tests {
 namespace {
 
-// Whatever a request holds, this behind it ends its decoding.
+// These bytes end the decoding of a request to which they are appended.
 constexpr char kDamage[] = "\xff\xff\xff";
 
 template <class Choice>
@@ -70,7 +70,7 @@ void Worker::registerNewAddresses() {
     change(QV_COMMAND_REGISTER_SERVICES, write, Saves::kSurely);
 }
 
-// They may have been changed since, or unregistered.
+// Registers the own services again. Other threads may have changed or removed them.
 void Worker::registerOwnAgain() {
     if (!own_.empty()) {
         change(QV_COMMAND_REGISTER_SERVICES, own_, Saves::kPerhaps);
@@ -88,7 +88,7 @@ void Worker::unregister() {
 void Worker::registerWhatIsThere() {
     Write write;
     for (int count = 1 + upTo(3); count > 0; --count) {
-        // Behind a service that changes there is one that does not.
+        // The service after a changing one never changes.
         const std::size_t service = anyOf(random_, anyOf(random_, groups_)) + 1;
         write.emplace_back(service, initial_[service]);
     }
@@ -100,7 +100,7 @@ void Worker::change(std::uint32_t command, const Write& write, Saves saves) {
     for (const auto& [service, value] : write) {
         services.push_back(names_.service(service, value));
     }
-    // What was decoded before the damage counts.
+    // The plug-in carries out what it decodes before the damage.
     const std::string request = encode(services) + (upTo(9) == 0 ? kDamage : "");
     const Interval time = execute(command, request, QV_OK);
     record_.addWrite(time, write, saves);
@@ -111,7 +111,7 @@ void Worker::list() {
     record_.addListing(time, names_.valuesOf(answer_));
 }
 
-// Rarely 7, the level at which every service that is registered is logged.
+// Sets a random level. Level 7 is rare, because it logs every registered service.
 void Worker::setDebugLevel() {
     const char level = static_cast<char>(upTo(9) == 0 ? 7 : upTo(6));
     execute(QV_COMMAND_SET_DEBUG_LEVEL, std::string("\x08\x01\x10") + level, QV_OK);
@@ -133,7 +133,7 @@ void Worker::sendDamage() {
     }
 }
 
-// Leaves the bytes that came back in `answer_`.
+// Executes a command and stores its answer in `answer_`.
 Interval Worker::execute(std::uint32_t command, const std::string& request, int expected) {
     Interval time;
     time.begin = now();
@@ -147,7 +147,7 @@ Interval Worker::execute(std::uint32_t command, const std::string& request, int 
     return time;
 }
 
-// Half of the time all of one group; one may be there twice.
+// Returns some services, half of the time from one group only. A service may occur twice.
 Group Worker::someOfTheGroups() {
     const bool together = upTo(1) == 0;
     const Group* group = &anyOf(random_, groups_);

@@ -1,4 +1,4 @@
-// One thread of the load: calls of all kinds, at random, each recorded.
+// Makes and records the calls of one thread of the load: calls of all kinds, at random.
 #ifndef QV_TESTS_LOAD_WORKER_H
 #define QV_TESTS_LOAD_WORKER_H
 
@@ -15,10 +15,10 @@
 
 namespace qv::tests {
 
-// Services that are judged together.
+// The services that the test judges together.
 using Group = std::vector<std::size_t>;
 
-// Values that nobody else has: the first, and then each so many further.
+// Gives out the values first, first + step, and so on, which no other thread uses.
 class FreshValues {
   public:
     FreshValues(Value first, Value step) : next_(first), step_(step) {}
@@ -35,8 +35,8 @@ class FreshValues {
 
 class Worker {
   public:
-    // The services of the groups change all the time, the one behind each never. Whatever is given
-    // lives as long as the worker.
+    // The services of the groups change all the time. The service after each of them never changes.
+    // The arguments must live as long as the worker.
     Worker(const LoadedPlugin& plugin, const Names& names, const std::vector<Group>& groups,
            const Values& initial, FreshValues& fresh, unsigned seed)
         : plugin_(plugin),
@@ -47,11 +47,11 @@ class Worker {
           random_(seed),
           record_(initial) {}
 
-    // Stops at the first answer that is wrong on its own.
+    // Makes the calls. Stops at the first answer that is wrong by itself.
     void run(int calls);
     void registerOnceMore();
 
-    // What was wrong with it, or nothing.
+    // Returns the description of the wrong answer, or an empty text.
     const std::string& problem() const { return problem_; }
     Record& record() { return record_; }
 
@@ -78,9 +78,9 @@ class Worker {
     FreshValues& fresh_;
     std::mt19937 random_;
     Record record_;
-    // What this thread registered last.
+    // The last registration of this thread.
     Write own_;
-    // The bytes that the last call gave back.
+    // The answer of the last call.
     std::string answer_;
     std::string problem_;
 };
