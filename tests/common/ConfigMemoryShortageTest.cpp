@@ -1,5 +1,5 @@
-// Memory runs out in the operations of the configuration file: each of the two files is whole
-// afterwards, and so is what is stored in memory.
+// Makes memory run out in the operations of the configuration file. Afterwards both files and the
+// document in memory are whole.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ const std::string kLong(60, 'x');
 const std::string kOriginal = documentOf({{1, "original" + kLong}});
 const std::string kBackup = documentOf({{1, "backup" + kLong}});
 
-// A document with so many keys, none of them the directory's.
+// Returns a document with `count` keys that the directory does not use.
 std::string otherKeys(int count) {
     std::string content = "<plist><dict>";
     for (int key = 0; key < count; ++key) {
@@ -61,7 +61,7 @@ class ConfigMemoryShortage : public testing::Test {
     const std::string backup = directory_.path("backup/") + kConfigurationFile;
 };
 
-TEST_F(ConfigMemoryShortage, FileThatCannotBeLoadedIsThereOrRestored) {
+TEST_F(ConfigMemoryShortage, LoadKeepsTheFileOrRestoresIt) {
     const int count = sweepShortages([this](Shortage& shortage) {
         writeFile(path, kOriginal);
         writeFile(backup, kBackup);
@@ -77,7 +77,7 @@ TEST_F(ConfigMemoryShortage, FileThatCannotBeLoadedIsThereOrRestored) {
 
 TEST_F(ConfigMemoryShortage, SetReplacesEverythingOrNothing) {
     const ServiceInfoArray services = makeServices();
-    // With some numbers of keys there is no room for one more.
+    // With some numbers of keys, the dictionary must grow for one more.
     for (int others = -1; others <= 40; ++others) {
         SCOPED_TRACE(std::to_string(others) + " other keys");
         writeFile(path, others < 0 ? kOriginal : otherKeys(others));
@@ -110,7 +110,7 @@ TEST_F(ConfigMemoryShortage, SaveWritesEverythingOrNothing) {
             EXPECT_TRUE(!ended || isSaved || shortage.happened());
             EXPECT_THAT(contentOf(path), Optional(ended && isSaved ? expected : kOriginal));
             EXPECT_THAT(contentOf(backup), AnyOf(Optional(kOriginal), Optional(kBackup)));
-            // The next one makes up for it.
+            // The next save writes everything.
             EXPECT_TRUE(config.save());
             EXPECT_THAT(contentOf(path), Optional(expected));
         });
@@ -130,7 +130,7 @@ TEST_F(ConfigMemoryShortage, DeletedFileIsMadeAgainWhole) {
         EXPECT_TRUE(isSaved || shortage.happened());
         EXPECT_TRUE(config.save());
         EXPECT_THAT(contentOf(path), Optional(kOriginal));
-        // Those of the deleted file stay open.
+        // The descriptors of the deleted file stay open.
         for (const int descriptor : descriptorsBelow(directory_.path())) {
             struct stat status = {};
             if (::fstat(descriptor, &status) == 0 && status.st_nlink == 0) {

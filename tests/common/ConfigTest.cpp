@@ -1,4 +1,4 @@
-// The configuration file and its backup, on real files.
+// Tests the configuration file and its backup, with real files.
 
 #include "QvConfig.h"
 
@@ -54,7 +54,7 @@ Services servicesIn(const ServiceInfoArray& message) {
     return services;
 }
 
-// What get() fills into a message that had a service of its own.
+// Returns the services of a message that held another service before get().
 Services getFrom(Config& config, const char* key = "Address") {
     ServiceInfoArray message = messageOf({{99, "the caller's"}});
     EXPECT_TRUE(config.get(message, key));
@@ -63,14 +63,14 @@ Services getFrom(Config& config, const char* key = "Address") {
 
 const Services kCallers{{99, "the caller's"}};
 
-// Not as it is written, so that what was saved can be told from it.
+// The document differs from the form that a save writes, so that a test can tell the two apart.
 const std::string kOriginal =
     "<plist><dict><key>Address</key><dict><key>services</key><array><dict><key>id</key>"
     "<integer>1</integer><key>address</key><string>original</string></dict></array></dict></dict>"
     "</plist>";
 const Services kOriginalServices{{1, "original"}};
 
-// A whole document that the root of a configuration cannot be, or none at all.
+// Documents that cannot be loaded as a configuration.
 const std::string kDamaged[] = {
     "",
     "no property list at all &",
@@ -98,7 +98,7 @@ class ConfigTest : public testing::Test {
 
     std::size_t openDescriptors() const { return descriptorsBelow(directory()).size(); }
 
-    // Loads, and expects nothing to be there; the object stays so.
+    // Expects that nothing is loaded, and that each later operation fails.
     void expectUnloaded() const {
         Config config(path.c_str());
         ServiceInfoArray message = messageOf(kCallers);
@@ -152,7 +152,7 @@ TEST_F(ConfigTest, GoodFileIsReadOnceAndTheBackupNotAtAll) {
     EXPECT_THAT(events.take(), ElementsAre("read namingService.conf.plist"));
 }
 
-TEST_F(ConfigTest, NullPathIsNothing) {
+TEST_F(ConfigTest, NullPathLoadsNothing) {
     Config config(nullptr);
     ServiceInfoArray message = messageOf(kCallers);
     EXPECT_FALSE(config.get(message, "Address"));
@@ -168,7 +168,7 @@ TEST_F(ConfigTest, PathWithoutADirectoryIsRefused) {
     EXPECT_THROW(Config(""), std::length_error);
 }
 
-TEST_F(ConfigTest, PathThatEndsInASlashIsNothing) {
+TEST_F(ConfigTest, PathThatEndsInASlashLoadsNothing) {
     writeFile(path, kOriginal);
     Config config((directory() + "/").c_str());
     ServiceInfoArray message;
@@ -266,7 +266,7 @@ TEST_F(ConfigTest, IsReadAndRestoredThreeTimesAtTheMost) {
                                   readBackup, written));
 }
 
-TEST_F(ConfigTest, OneRestoreThatHelpsIsAllThereIs) {
+TEST_F(ConfigTest, SuccessfulRestoreIsNotRepeated) {
     writeFile(path, "damaged &");
     writeBackup(kOriginal);
     FileEvents events = watchFiles();
@@ -348,7 +348,7 @@ TEST_F(ConfigTest, OtherFormsOfDocumentsLoad) {
         expectLoads(kOriginalServices);
         EXPECT_THAT(contentOf(path), Optional(content));
     }
-    // Old-style documents know no numbers.
+    // Old-style documents have no numbers.
     writeFile(path, "{ Address = { services = ( { id = 1; address = \"original\"; } ); }; }");
     expectLoads({{0, "original"}});
 }
@@ -366,7 +366,7 @@ TEST_F(ConfigTest, OtherFormsAreSavedAsXml) {
                                   "\t</array>\n")));
 }
 
-// The reader takes these; what they hold can be in no property list.
+// The reader accepts these documents, but no property list can contain their values.
 TEST_F(ConfigTest, BinaryDocumentThatHoldsNoPropertyListIsDamaged) {
     BinaryDocument withNull;
     withNull.addDictionary({1}, {2});
@@ -448,7 +448,7 @@ TEST_F(ConfigTest, GetWithABadElementEmptiesTheList) {
     EXPECT_THAT(getFrom(config), IsEmpty());
 }
 
-// Never has all its required fields.
+// A message that always lacks a required field.
 class UnreadyMessage {
   public:
     static bool IsInitialized() { return false; }
@@ -564,7 +564,7 @@ TEST_F(ConfigTest, SaveRefreshesTheBackupFirst) {
         events.take(),
         ElementsAre("read namingService.conf.plist", "change backup/namingService.conf.plist",
                     "written backup/namingService.conf.plist", "change namingService.conf.plist"));
-    // Now it is open already.
+    // The file is open already.
     EXPECT_TRUE(config.save());
     EXPECT_THAT(
         events.take(),
@@ -622,14 +622,14 @@ TEST_F(ConfigTest, SaveWritesInPlaceThroughOneDescriptor) {
     EXPECT_EQ(openDescriptors(), 0U);
 }
 
-// Measures the file for its backup.
+// The call that measures the file for its backup.
 constexpr char kMeasure[] = "lseek(namingService.conf.plist, 0, SEEK_END)";
 
 std::string callOfOpen(const std::string& how) {
     return "open(namingService.conf.plist, " + how + ")";
 }
 
-// The calls that write the content, after those that are given.
+// Matches the given calls, followed by the calls that write the content.
 testing::Matcher<std::vector<std::string>> callsThenWriting(std::vector<std::string> calls,
                                                             const std::string& content) {
     const std::string size = std::to_string(content.size());
@@ -646,7 +646,7 @@ TEST_F(ConfigTest, SaveWritesAtOnceThenCutsThenWaitsForTheDisk) {
     Config config(path.c_str());
     const auto save = [&] { EXPECT_TRUE(config.save()); };
     EXPECT_THAT(callsDuring(save), callsThenWriting({kMeasure, callOfOpen("O_WRONLY")}, content));
-    // Now the file is open already.
+    // The file is open already.
     EXPECT_THAT(callsDuring(save), callsThenWriting({kMeasure}, content));
 }
 
@@ -709,9 +709,9 @@ TEST_F(ConfigTest, FileDeletedAfterASaveIsMadeAgain) {
     }
     EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
     EXPECT_EQ(modeOf(path), 0600U);
-    // There was nothing to back up.
+    // The save found no file to back up.
     EXPECT_THAT(contentOf(backup), Optional(kOriginal));
-    // The descriptor of the deleted file stays open; the new one is kept from now on.
+    // The descriptor of the deleted file stays open. The next save uses the new descriptor.
     EXPECT_EQ(openDescriptors(), 2U);
     const ino_t inode = inodeOf(path);
     setAndSave(config, {{3, "c"}});
@@ -721,7 +721,7 @@ TEST_F(ConfigTest, FileDeletedAfterASaveIsMadeAgain) {
     EXPECT_THAT(contentOf(backup), Optional(documentOf({{2, "b"}})));
 }
 
-TEST_F(ConfigTest, FileDeletedBeforeTheFirstSaveIsNot) {
+TEST_F(ConfigTest, FileDeletedBeforeTheFirstSaveIsNotMadeAgain) {
     writeFile(path, kOriginal);
     writeBackup("former");
     Config config(path.c_str());
@@ -732,13 +732,13 @@ TEST_F(ConfigTest, FileDeletedBeforeTheFirstSaveIsNot) {
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_THAT(contentOf(backup), Optional(std::string("former")));
     EXPECT_EQ(openDescriptors(), 0U);
-    // Once it is there again, it is written.
+    // A save writes the file once it exists again.
     writeFile(path, "");
     EXPECT_TRUE(config.save());
     EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
 }
 
-TEST_F(ConfigTest, FileThatCannotBeMadeAgainIsTriedAtTheNextSave) {
+TEST_F(ConfigTest, FileThatCouldNotBeMadeAgainIsSavedOnceItExists) {
     const std::string inner = directory() + "/inner";
     const std::string innerPath = inner + "/" + kConfigurationFile;
     std::filesystem::create_directory(inner);
@@ -749,7 +749,7 @@ TEST_F(ConfigTest, FileThatCannotBeMadeAgainIsTriedAtTheNextSave) {
     EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
     EXPECT_FALSE(config.save());
     std::filesystem::create_directory(inner);
-    // Nothing is open any more, so the file has to be there.
+    // No descriptor is open, so a save needs an existing file.
     EXPECT_FALSE(config.save());
     writeFile(innerPath, "");
     EXPECT_TRUE(config.save());
@@ -776,7 +776,7 @@ TEST_F(ConfigTest, ReplacedFileIsFollowed) {
         EXPECT_EQ(openDescriptors(), 2U);
         EXPECT_THAT(contentOf(path), Optional(documentOf({{3, "c"}})));
     }
-    // Of the former file.
+    // The descriptor of the former file stays open.
     ASSERT_EQ(openDescriptors(), 1U);
     struct stat status = {};
     EXPECT_EQ(::fstat(descriptorsBelow(directory())[0], &status), 0);
@@ -839,7 +839,8 @@ TEST_F(ConfigTest, DirectoryOfBackupsThatIsThereIsLeftAsItIs) {
     }
 }
 
-// The directory that save() makes is of use to root only; to others the file comes first.
+// The directory that save() makes has the mode 0600, which only root can use. Other users save the
+// file without a backup.
 TEST_F(ConfigTest, OrdinaryUserSavesWithoutABackup) {
     writeFile(path, kOriginal);
     asOrdinaryUser(directory(), [&] {
@@ -875,7 +876,7 @@ TEST_F(ConfigTest, FileThatMayOnlyBeReadLoadsAndIsNotSaved) {
     EXPECT_THAT(contentOf(path), Optional(kOriginal));
 }
 
-// To be restored it would have to be opened for both.
+// A restore opens the file for reading and writing.
 TEST_F(ConfigTest, FileThatMayOnlyBeWrittenIsLeftAlone) {
     writeFile(path, "as it was");
     std::filesystem::permissions(path, std::filesystem::perms(0200));
@@ -909,7 +910,7 @@ TEST_F(ConfigTest, CopiesAreMadeOnRequest) {
     std::filesystem::remove(path);
     EXPECT_FALSE(config.copytobackup());
     EXPECT_THAT(contentOf(backup), Optional(kOriginal));
-    // What was loaded stays.
+    // The loaded document stays.
     EXPECT_EQ(getFrom(config), kOriginalServices);
 }
 
@@ -936,7 +937,7 @@ TEST_F(ConfigTest, LargeFilesAreCopiedWhole) {
     EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
 }
 
-// Counts, for all objects together.
+// Counts how often the locks of all objects together are taken.
 class CountingMutex {
   public:
     void lock() {

@@ -1,5 +1,5 @@
-// The properties that the fuzz target looks at, for pairs of a file and a backup: the corpus, and
-// each measured document as the one and as the other.
+// Checks the properties of the fuzz target configuration_fuzz for the pairs of a file and a backup
+// in its corpus, and for each measured document as a file and as a backup.
 
 #include "common/ConfigurationProperties.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t kLongestDocument = 1500;
 
-// Calls `take` with the name and the bytes of each pair; documents that are long are so to be slow.
+// Calls `take` with the name and the bytes of each pair. Leaves out long documents, which are slow.
 template <class Take>
 void forEachPair(Take take) {
     const std::string good = documentOf({{1, "a"}, {3, "c"}});

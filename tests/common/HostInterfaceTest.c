@@ -1,4 +1,4 @@
-/* The host's interface is plain C: this file is compiled as C11 and uses all of it. */
+/* Uses all of the host's interface, compiled as C11, to show that the interface is plain C. */
 
 #include "QvPlugin.h"
 

@@ -1,4 +1,4 @@
-// The host's interface as a C compiler sees it.
+// Checks the host's interface as a C compiler sees it, in HostInterfaceTest.c.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

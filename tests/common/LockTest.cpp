@@ -1,4 +1,4 @@
-// The lock and its holder, on their own.
+// Tests the lock and its guard.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ std::string thrownBy(Action action) {
     return "nothing";
 }
 
-TEST(Mutex, ShortageIsWaitedOutWithoutLimit) {
+TEST(Mutex, CreationIsRetriedWithoutLimitDuringAShortage) {
     failMutexInit(20, EAGAIN);
     const Mutex mutex;
     EXPECT_EQ(shortSleeps(), 20);
@@ -58,7 +58,7 @@ TEST(Mutex, IsDestroyedOnceUnlessItCouldNotBeMade) {
     EXPECT_EQ(destroyedMutexes(), before + 1);
 }
 
-// Records what a guard does with it.
+// Counts how often a guard holds the lock.
 class RecordingLock {
   public:
     void lock() {

@@ -1,13 +1,12 @@
-// Memory that runs out at every allocation of an action in turn: at that one alone, and at all from
-// it on.
+// Makes each allocation of an action fail in turn, alone and together with all later ones.
 //
 //     const int allocations = sweepShortages([&](Shortage& shortage) {
 //         ... prepare ...
 //         shortage.during([&] { ... the action ... });
-//         ... check; let go of everything ...
+//         ... check; release everything ...
 //     });
 //
-// What is left of a round, in memory, is a failure of the test.
+// The test fails if a round leaves allocated memory behind.
 #ifndef QV_TESTS_MEMORY_SHORTAGE_H
 #define QV_TESTS_MEMORY_SHORTAGE_H
 
@@ -26,7 +25,7 @@ class Shortage {
 
     Shortage(Order order, int count) : order_(order), count_(count) {}
 
-    // Whether the action came to its end; if not, it threw std::bad_alloc.
+    // Runs the action. Returns true if the action ended, false if it threw std::bad_alloc.
     template <class Action>
     bool during(Action action) {
         bool ended = true;
@@ -41,7 +40,7 @@ class Shortage {
         return ended;
     }
 
-    // Whether an allocation failed.
+    // Returns whether an allocation failed.
     bool happened() const { return happened_; }
 
   private:
@@ -53,7 +52,7 @@ class Shortage {
 // Returns how many allocations the action has.
 template <class Round>
 int sweepShortages(Round round) {
-    // What is made once and kept is made here.
+    // The first round makes the objects that are made once and kept.
     Shortage none(failMallocAfter, INT_MAX);
     round(none);
     EXPECT_FALSE(none.happened());

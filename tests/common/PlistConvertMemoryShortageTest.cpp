@@ -1,4 +1,4 @@
-// Memory runs out in the converters: what they give is whole, or they say that it is not there.
+// Makes memory run out in the converters. Each result is whole, or the converter fails.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ using qor::kevra::convert;
 using qor::kevra::convertCreate;
 using qor::kevra::ServiceInfo;
 
-// Memory that is kept for the next object would neither fail nor count as freed.
+// Makes the layer keep no memory for new objects. Kept memory neither fails nor counts as freed.
 class NoMemoryIsKept : public testing::Environment {
   public:
     void SetUp() override { cf::keepFreedObjects(false); }
@@ -27,7 +27,7 @@ class NoMemoryIsKept : public testing::Environment {
 const testing::Environment* const noMemoryIsKept =
     testing::AddGlobalTestEnvironment(new NoMemoryIsKept);
 
-// Each longer than what an object holds within itself.
+// Each address is too long to be stored inside a string object.
 const std::string kAddresses[] = {std::string(100, 'a'), "caf\u00e9 \u4e2d" + std::string(90, 'b'),
                                   std::string(80, 'c')};
 
@@ -103,7 +103,7 @@ TEST(PlistConvertMemoryShortage, TextIsWholeOrLeftAlone) {
     }
 }
 
-// A field may be missing then, never another.
+// A field may be missing afterwards, but it has no other value.
 TEST(PlistConvertMemoryShortage, MessageHasTheStoredFieldsOrLacksThem) {
     const RepeatedPtrField<ServiceInfo> services = makeServices();
     for (const ServiceInfo& service : services) {

@@ -1,4 +1,4 @@
-// Messages as property-list values and back.
+// Tests the conversion of messages to property-list values and back.
 
 #include "QvPlistConvert.h"
 
@@ -26,7 +26,7 @@ using qor::kevra::Int32TypeInfo;
 using qor::kevra::ServiceInfo;
 using qor::kevra::TypeInfo;
 
-// Read before main(), where the traits of a library that is being loaded are in use already.
+// The type is read before main(), because code that runs while a library is loaded uses the traits.
 const CFTypeID messageTypeAtStart = TypeInfo<ServiceInfo>::CF_TYPE_ID;
 
 // An object of a kind that no field is stored as.
@@ -87,7 +87,7 @@ RepeatedPtrField<ServiceInfo> makeServices(const std::vector<std::string>& addre
     return services;
 }
 
-// "1 a", with "-" for a field that is absent.
+// Returns each service as text: "1 a", with "-" for an absent field.
 std::vector<std::string> textsOf(const RepeatedPtrField<ServiceInfo>& services) {
     std::vector<std::string> texts;
     for (const ServiceInfo& service : services) {
@@ -111,7 +111,7 @@ TEST(TypeTraits, NameTheKindThatIsStored) {
     EXPECT_EQ(CFArrayTypeInfo::CF_TYPE_ID, CFArrayGetTypeID());
 }
 
-TEST(TypeTraits, AreThereBeforeMain) {
+TEST(TypeTraits, AreReadyBeforeMain) {
     EXPECT_EQ(messageTypeAtStart, CFDictionaryGetTypeID());
 }
 
@@ -152,7 +152,7 @@ TEST(MessageToDictionary, AbsentFieldsStayAbsent) {
     EXPECT_TRUE(equal(dictionary.get(), dictionaryOf("address", makeString("").get()).get()));
 }
 
-TEST(MessageToDictionary, EarlierContentsGo) {
+TEST(MessageToDictionary, EarlierContentsAreRemoved) {
     const auto dictionary = dictionaryOf("other", kCFBooleanTrue);
     put(dictionary, "id", makeString("former").get());
     EXPECT_TRUE(convert(ServiceInfo(), dictionary.get()));
@@ -177,7 +177,7 @@ TEST(MessageToDictionary, NullDictionaryIsRefused) {
     EXPECT_FALSE(convert(makeService(1, "a"), static_cast<CFMutableDictionaryRef>(nullptr)));
 }
 
-TEST(MessageToDictionary, OnlyTheDictionaryKeepsWhatIsStored) {
+TEST(MessageToDictionary, OnlyTheDictionaryRetainsItsObjects) {
     const auto dictionary = makeDictionary();
     ASSERT_TRUE(convert(makeService(INT32_MIN, std::string(100, 'x')), dictionary.get()));
     const void* keys[2] = {};
@@ -189,7 +189,7 @@ TEST(MessageToDictionary, OnlyTheDictionaryKeepsWhatIsStored) {
     EXPECT_EQ(CFGetRetainCount(dictionary.get()), 1);
 }
 
-TEST(DictionaryToMessage, SetsWhatFits) {
+TEST(DictionaryToMessage, SetsBothFields) {
     const auto dictionary = dictionaryOf("id", makeInteger(INT32_MIN).get());
     put(dictionary, "address", makeString("\u4e2d").get());
     ServiceInfo service;
@@ -218,7 +218,7 @@ TEST(DictionaryToMessage, IdentifierMayBeAnyNumberWithoutLoss) {
     }
 }
 
-TEST(DictionaryToMessage, NumberThatIsNoIdentifierIsPassedOver) {
+TEST(DictionaryToMessage, NumberThatIsNoIdentifierIsIgnored) {
     std::vector<Owned<CFNumberRef>> numbers;
     numbers.push_back(makeInteger(std::int64_t(1) << 31));
     numbers.push_back(makeInteger(-(std::int64_t(1) << 31) - 1));
@@ -236,7 +236,7 @@ TEST(DictionaryToMessage, NumberThatIsNoIdentifierIsPassedOver) {
     }
 }
 
-TEST(DictionaryToMessage, ValueOfAnotherKindIsPassedOver) {
+TEST(DictionaryToMessage, ValueOfAnotherKindIsIgnored) {
     auto others = strangers();
     const auto check = [](const Stranger& other, const char* key) {
         SCOPED_TRACE(std::string(key) + ": " + other.name);
@@ -264,7 +264,7 @@ TEST(DictionaryToMessage, OtherKeysAreIgnored) {
     EXPECT_FALSE(service.has_address());
 }
 
-TEST(DictionaryToMessage, WhatIsNotReadStaysAsItWas) {
+TEST(DictionaryToMessage, FieldsThatAreNotReadKeepTheirValues) {
     ServiceInfo service = makeService(5, "former");
     EXPECT_TRUE(convert(makeDictionary().get(), service));
     EXPECT_TRUE(convert(dictionaryOf("id", makeReal(0.5).get()).get(), service));
@@ -330,7 +330,7 @@ TEST(ArrayToField, EmptyArrayEmptiesTheField) {
     EXPECT_THAT(services, IsEmpty());
 }
 
-TEST(ArrayToField, NullIsRefusedAndTheFieldLeftAlone) {
+TEST(ArrayToField, NullIsRefusedAndTheFieldIsLeftAlone) {
     auto services = makeServices({"former"});
     EXPECT_FALSE(convert(static_cast<CFArrayRef>(nullptr), services));
     EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
@@ -361,7 +361,7 @@ TEST(ArrayToField, NullElementEmptiesTheField) {
     EXPECT_THAT(services, IsEmpty());
 }
 
-TEST(ArrayToField, ElementsAreReusedAndHoldNothingOfTheFormer) {
+TEST(ArrayToField, ElementsAreReusedWithoutTheirFormerFields) {
     auto services = makeServices({"former", "former"});
     const ServiceInfo* const first = &services.Get(0);
     const auto onlyId = dictionaryOf("id", makeInteger(9).get());
@@ -403,7 +403,7 @@ TEST(KeyedArrayToField, BadElementEmptiesTheField) {
     EXPECT_THAT(services, IsEmpty());
 }
 
-TEST(StringToText, AsciiNeedsNoCopyOnTheWay) {
+TEST(StringToText, AsciiIsReadWithoutABuffer) {
     const auto string = makeString("plain");
     EXPECT_NE(CFStringGetCStringPtr(string.get(), kCFStringEncodingUTF8), nullptr);
     std::string text = "former";
@@ -412,7 +412,7 @@ TEST(StringToText, AsciiNeedsNoCopyOnTheWay) {
 }
 
 TEST(StringToText, OtherTextGoesThroughABuffer) {
-    // One unit of three bytes has four of room, its NUL included; two units are one character here.
+    // A buffer has three bytes for each unit and one for the NUL. Some characters have two units.
     for (const std::string expected : {"\u4e2d", "\U0001F600", "\u00e9", "caf\u00e9", "\uffff",
                                        "a\u0080\u07ff\u0800\U0010ffff"}) {
         const auto string = makeString(expected);
@@ -448,7 +448,7 @@ TEST(StringToText, EndsAtTheFirstNul) {
     }
 }
 
-TEST(StringToText, WhatCannotBeExpressedLeavesTheTargetAlone) {
+TEST(StringToText, NullAndLoneSurrogatesLeaveTheTargetAlone) {
     std::string text = "former";
     EXPECT_FALSE(convert(static_cast<CFStringRef>(nullptr), text));
     EXPECT_FALSE(convert(makeString(std::u16string(1, u'\xd800')).get(), text));
@@ -456,7 +456,7 @@ TEST(StringToText, WhatCannotBeExpressedLeavesTheTargetAlone) {
     EXPECT_EQ(text, "former");
 }
 
-TEST(PlistConvert, ThreadsWorkOnObjectsOfTheirOwn) {
+TEST(PlistConvert, ThreadsConvertIndependently) {
     std::atomic<int> wrong{0};
     const auto work = [&wrong](int thread) {
         for (int round = 0; round < 200; ++round) {
