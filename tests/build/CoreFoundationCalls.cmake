@@ -1,5 +1,4 @@
-# What a built file takes from CoreFoundation is in every CoreFoundation: its public interface as it has
-# been from the start.
+# Checks that a built file uses only symbols that every CoreFoundation has: its public interface.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -23,7 +22,7 @@ set(public
   kCFAllocatorDefault kCFAllocatorSystemDefault kCFAllocatorMalloc kCFAllocatorNull
   kCFBooleanTrue kCFBooleanFalse
   kCFTypeArrayCallBacks kCFTypeDictionaryKeyCallBacks kCFTypeDictionaryValueCallBacks
-  # What the CFSTR macro stands for.
+  # The symbols that the macro CFSTR uses.
   __CFStringMakeConstantString __CFConstantStringClassReference)
 
 execute_process(COMMAND "${NM}" -u "${FILE}" OUTPUT_VARIABLE output RESULT_VARIABLE result)
@@ -32,7 +31,7 @@ if(NOT result EQUAL 0)
 endif()
 
 set(count 0)
-# The symbol ends the line. Where C names have an underscore in front, it is taken off.
+# A line ends with the symbol. The loop removes the underscore that some systems put before C names.
 string(REGEX MATCHALL "[A-Za-z0-9_$.]+\n" symbols "${output}")
 foreach(symbol IN LISTS symbols)
   string(STRIP "${symbol}" symbol)
@@ -42,11 +41,11 @@ foreach(symbol IN LISTS symbols)
   if(symbol MATCHES "^_*k?CF[A-Z]")
     math(EXPR count "${count} + 1")
     if(NOT symbol IN_LIST public)
-      message(SEND_ERROR "${FILE} takes ${symbol}, which not every CoreFoundation has")
+      message(SEND_ERROR "${FILE} uses ${symbol}, which not every CoreFoundation has")
     endif()
   endif()
 endforeach()
 if(count EQUAL 0)
-  message(FATAL_ERROR "${FILE} takes nothing from CoreFoundation: is this the file meant?")
+  message(FATAL_ERROR "${FILE} uses no symbol of CoreFoundation, so it may be the wrong file")
 endif()
 message(STATUS "${count} symbols")

@@ -1,13 +1,14 @@
-# What QV_COREFOUNDATION brings about, in one case.
+# Tests one case of the option QV_COREFOUNDATION.
 
 set(otherIncludeDir "${SCRATCH_DIR}/other/include")
 set(otherLibrary "${SCRATCH_DIR}/other/libCoreFoundation.so")
 file(REMOVE_RECURSE "${SCRATCH_DIR}")
-# Nothing is built, so they need no content.
+# The files stay empty, because the test builds nothing.
 file(WRITE "${otherIncludeDir}/CoreFoundation/CoreFoundation.h" "")
 file(WRITE "${otherLibrary}" "")
 
-# configure(<option>...): sets `result`, and `output` with its white space made single blanks.
+# configure(<option>...) configures the project and sets `result` and `output`. Each run of white space in
+# `output` becomes one blank.
 macro(configure)
   execute_process(
     COMMAND "${CMAKE_COMMAND}" -S "${SOURCE_DIR}" -B "${SCRATCH_DIR}/build" -G "${GENERATOR}"
@@ -30,7 +31,7 @@ function(expect_failure text)
   endif()
 endfunction()
 
-# expect_command(<yes or no> <text>): whether a file is compiled with the text in its command.
+# expect_command(<yes or no> <text>) checks whether the text is in a compile command.
 function(expect_command expected text)
   file(READ "${SCRATCH_DIR}/build/compile_commands.json" commands)
   string(FIND "${commands}" "${text}" position)
@@ -70,5 +71,5 @@ elseif(CASE STREQUAL "noLibrary")
             "-DCoreFoundation_LIBRARY=${SCRATCH_DIR}/missing.so")
   expect_failure("CoreFoundation_LIBRARY (\"${SCRATCH_DIR}/missing.so\") names no file")
 else()
-  message(FATAL_ERROR "no such case: \"${CASE}\"")
+  message(FATAL_ERROR "there is no case \"${CASE}\"")
 endif()

@@ -1,4 +1,4 @@
-# References to CoreFoundation's objects are given back in one place only, outside our own layer.
+# Checks that, outside the CoreFoundation layer, only QvCFHolder.h releases CoreFoundation's objects.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -8,11 +8,11 @@ file(GLOB_RECURSE files RELATIVE "${SOURCE_DIR}"
   "${SOURCE_DIR}/qvhost/*.h" "${SOURCE_DIR}/platform/*.cpp" "${SOURCE_DIR}/platform/*.h")
 list(FILTER files EXCLUDE REGEX "^platform/CoreFoundation/")
 if(NOT holder IN_LIST files)
-  message(FATAL_ERROR "${holder} is not there")
+  message(FATAL_ERROR "${holder} is missing")
 endif()
 foreach(name IN LISTS files)
   file(STRINGS "${SOURCE_DIR}/${name}" lines REGEX "CFRelease")
   if(lines AND NOT name STREQUAL holder)
-    message(SEND_ERROR "${name} releases objects itself: ${lines}")
+    message(SEND_ERROR "${name} releases objects without ${holder}: ${lines}")
   endif()
 endforeach()

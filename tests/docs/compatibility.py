@@ -1,4 +1,4 @@
-"""Compares docs/compatibility.md with the sources: the code names each number, and each test exists.
+"""Checks that the code names each number of docs/compatibility.md, and that each test there exists.
 
     compatibility.py SOURCE_DIRECTORY
 """

@@ -2,9 +2,9 @@
 
     documented_commands.py SOURCE_FOLDER QVHOST
 
-qvhost's are executed as they are printed, in the order of the documents, in a folder of their own, where a
-resident host serves; a command fails when its exit status is not 0. A script of the project is executed by
-.ci/run, which this looks for there, since it would build everything again.
+Executes the commands of qvhost as they are printed, in the order of the documents, in a temporary folder in
+which a resident host serves. Fails if a command's exit status is not 0. Does not execute the project's scripts,
+which would build everything again, but checks that .ci/run executes each of them.
 """
 
 import atexit
@@ -22,11 +22,11 @@ PAGES = sorted((SOURCE / "docs/man").iterdir())
 
 
 def printed_commands():
-    """Where each stands, and how it is printed."""
+    """Yields each command with the name of its document."""
     for name in DOCUMENTS:
         text = (SOURCE / name).read_text()
         if blank := re.search(r"@[A-Z]+@", text):
-            sys.exit(f"{name} has to be filled in at {blank.group()}")
+            sys.exit(f"{name} contains the placeholder {blank.group()}")
         spans = re.findall(r"^    (\S.*)$|`((?:build/bin/)?qvhost[^`]*|scripts/[^`]*|mkdir [^`]*)`", text, re.MULTILINE)
         for block, span in spans:
             command = re.sub(r"\s+", " ", block or span)
@@ -63,7 +63,7 @@ def end(process):
 
 
 def execute(where, command, environment):
-    # What the reader puts in: a directory, a group that there is, one of the choices.
+    # Replaces the words for which a reader puts in a directory or an existing group.
     words = command.replace("DIR", "directory").replace("vornak", str(os.getgid())).split()
     program = words[0].rpartition("/")[2]
     if program == "qvhost" and "serve" in words:
@@ -74,20 +74,20 @@ def execute(where, command, environment):
         words[0] = QVHOST
     done = subprocess.run(words, env=environment, stdin=subprocess.DEVNULL, capture_output=True, text=True)
     if done.returncode != 0:
-        sys.exit(f"{where} prints \"{command}\", which ends with {done.returncode}: {done.stderr}")
+        sys.exit(f"{where} prints \"{command}\", which fails with {done.returncode}: {done.stderr}")
 
 
 def check_script(where, command):
     script = command.split()[0]
     if not os.access(SOURCE / script, os.X_OK):
-        sys.exit(f"{where} prints \"{command}\", and there is no such script")
+        sys.exit(f"{where} prints \"{command}\", but {script} is no executable file")
     steps = (SOURCE / ".ci/run").read_text().splitlines()
     if not any(step.split()[:1] == [script] for step in steps):
-        sys.exit(f"{where} prints \"{command}\", and .ci/run does not run it")
+        sys.exit(f"{where} prints \"{command}\", but .ci/run does not run {script}")
 
 
 def main():
-    # One that several documents print is executed once: an export makes no file a second time.
+    # Executes a command once if several documents print it, because a second export to a file fails.
     commands = {}
     for where, command in printed_commands():
         commands.setdefault(command, where)
@@ -99,7 +99,7 @@ def main():
         host = serve(["serve"], environment)
         executed = 0
         for command, where in commands.items():
-            # A synopsis, of which the page of the manual says what goes in: "level N", "COMMAND --help".
+            # Leaves out a synopsis with placeholders, such as "level N" or "COMMAND --help".
             if re.search(r"\b[A-Z]{2,}\b", command.replace("DIR", "")) or command.endswith(" N"):
                 continue
             if command.startswith("scripts/"):

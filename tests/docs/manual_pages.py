@@ -1,4 +1,4 @@
-"""Compares the manual page of qvhost with its help texts: each command and option stands in both.
+"""Checks that the manual page of qvhost and its help texts have the same commands and options.
 
     manual_pages.py PAGE QVHOST
 """
@@ -24,10 +24,10 @@ def main():
     listed = help_text().partition("Subcommands:\n")[2].partition("\n\n")[0]
     commands = re.findall(r"^  (\w+) ", listed, re.MULTILINE)
     known = options(help_text()).union(*(options(help_text(command)) for command in commands))
-    problems = [f"no option {option}" for option in sorted(options(page) - known)]
-    problems += [f"{option} is not in the page" for option in sorted(known - options(page))]
+    problems = [f"the help texts lack {option}" for option in sorted(options(page) - known)]
+    problems += [f"the page lacks {option}" for option in sorted(known - options(page))]
     described = re.findall(r"^\.TP\n\.BI? (\w+)", page.partition(".SH OPTIONS")[0], re.MULTILINE)
-    problems += [f"command {name} stands in one of the two only" for name in set(commands) ^ set(described)]
+    problems += [f"the page or the help text lacks the command {name}" for name in set(commands) ^ set(described)]
     if problems or len(commands) < 10:
         sys.exit("\n".join(problems) or listed)
 

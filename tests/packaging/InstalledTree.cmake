@@ -1,4 +1,4 @@
-# One case of the tests of an installed tree; CMakeLists.txt beside this file names them.
+# Runs one case of the tests of an installed tree. CMakeLists.txt in this folder lists the cases.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -6,7 +6,7 @@ set(work "${SCRATCH_DIR}/${CASE}")
 file(REMOVE_RECURSE "${work}")
 file(MAKE_DIRECTORY "${work}")
 
-# run(VARIABLE COMMAND...): what the command prints; fails where it fails.
+# run(VARIABLE COMMAND...) sets the variable to the output of the command. Fails if the command fails.
 function(run variable)
   execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE result
     WORKING_DIRECTORY "${work}")
@@ -19,11 +19,11 @@ endfunction()
 
 function(expect actual expected)
   if(NOT "${actual}" STREQUAL "${expected}")
-    message(FATAL_ERROR "expected:\n${expected}\nbut it is:\n${actual}")
+    message(FATAL_ERROR "expected:\n${expected}\nactual:\n${actual}")
   endif()
 endfunction()
 
-# build(FOLDER): a project of its own, against the installed tree alone.
+# build(FOLDER) builds a project against the installed tree.
 function(build folder)
   run(ignored "${CMAKE_COMMAND}" -S "${folder}" -B "${work}/build" -G "${GENERATOR}"
     "-DCMAKE_PREFIX_PATH=${PREFIX}" "-DCMAKE_C_COMPILER=${C_COMPILER}"
@@ -73,7 +73,7 @@ elseif(CASE STREQUAL "PkgConfigTellsTheSame")
     run(path pkg-config --variable=${variable} lorx-naming-service)
     string(STRIP "${path}" path)
     if(NOT EXISTS "${path}")
-      message(FATAL_ERROR "${variable} is ${path}, which is not there")
+      message(FATAL_ERROR "${variable} is ${path}, which does not exist")
     endif()
   endforeach()
 
@@ -84,5 +84,5 @@ elseif(CASE STREQUAL "QvhostFindsThePlugin")
   expect("${listing}" "no services\n")
 
 else()
-  message(FATAL_ERROR "no case ${CASE}")
+  message(FATAL_ERROR "there is no case ${CASE}")
 endif()

@@ -1,7 +1,7 @@
-"""The life of an installation: installed, used, killed, damaged, misused, upgraded, removed, purged.
+"""Tests an installation from installing to purging: use, kills, damage, misuse, upgrades, removal.
 
-Run by installed-packages, as root of a machine that is thrown away, whose service manager runs the
-service.
+The script installed-packages runs this file as root of a temporary machine, whose service manager runs
+the service.
 """
 
 import glob
@@ -30,7 +30,7 @@ RUNNING, OFF = ("active", "enabled"), ("inactive", "disabled")
 
 
 def run(*command, **options):
-    """What the command prints; raises where it fails, with what it said."""
+    """Returns what the command prints. Raises AssertionError with its output if the command fails."""
     done = subprocess.run(command, capture_output=True, text=True, **options)
     if done.returncode != 0:
         raise AssertionError(f"{command}: {done.returncode}\n{done.stdout}{done.stderr}")
@@ -62,7 +62,7 @@ def systemctl(*arguments):
 
 
 def shown(unit, *properties):
-    """What the service manager knows of a unit, value by value."""
+    """Returns the values of a unit's properties in the service manager."""
     lines = systemctl("show", "--property=" + ",".join(properties), unit).splitlines()
     values = dict(line.split("=", 1) for line in lines)
     return tuple(values[name] for name in properties)
@@ -77,7 +77,7 @@ def main_process():
 
 
 def start():
-    # The manager would refuse to start it as often as this story does, where it has counted.
+    # Resets the count of starts, because the manager refuses to start a service very often.
     subprocess.run(["systemctl", "reset-failed", SERVICE], capture_output=True, check=False)
     systemctl("start", SERVICE)
 
@@ -104,7 +104,7 @@ def list_as(name, *groups):
 
 
 def documented(program):
-    """What the operators' page prints of it."""
+    """Returns the commands of the program that docs/operations.md prints."""
     with open(SOURCE + "/docs/operations.md", encoding="utf-8") as page:
         return [line.strip() for line in page if line.startswith(f"    {program} ")]
 
@@ -124,7 +124,7 @@ def packages_of_version(version):
 
 
 class Client:
-    """Frames over the socket, byte by byte where that is wanted."""
+    """Sends and receives frames over the socket. A test can send any bytes."""
 
     def __init__(self):
         self.socket = socket.socket(socket.AF_UNIX)
@@ -134,8 +134,8 @@ class Client:
     def send(self, data):
         self.socket.sendall(data)
 
-    def send_what_is_taken(self, data):
-        """Neither waits nor minds that the host has closed the connection."""
+    def send_without_waiting(self, data):
+        """Sends as much as the socket accepts now. Ignores that the host has closed the connection."""
         self.socket.setblocking(False)
         try:
             while data:
@@ -165,7 +165,7 @@ class Client:
 
 
 class InstalledPackages(unittest.TestCase):
-    """One story in the order of its steps."""
+    """Runs the steps in the order of their numbers. Each step builds on those before it."""
 
     def test_01_installing_makes_directories_and_an_empty_configuration_and_starts_the_service(self):
         run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
@@ -181,10 +181,10 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual(os.stat(f"/proc/{main_process()}").st_uid, user.pw_uid)
         self.assertEqual(listing(), [])
 
-    def test_02_the_service_can_do_little_more_than_it_has_to(self):
+    def test_02_the_service_has_few_rights(self):
         run("systemd-analyze", "security", "--threshold=10", SERVICE)
 
-    def test_03_what_two_processes_register_survives_a_kill(self):
+    def test_03_services_of_two_processes_survive_a_kill(self):
         writers = [
             subprocess.Popen(["qvhost", "register", str(i), f"/run/{i}.sock"]) for i in (1, 2)]
         self.assertEqual([writer.wait() for writer in writers], [0, 0])
@@ -198,7 +198,7 @@ class InstalledPackages(unittest.TestCase):
         self.assertFalse(os.path.exists(SOCKET))
         start()
 
-    def test_04_damage_is_mended_from_the_backup(self):
+    def test_04_a_damaged_file_is_restored_from_the_backup(self):
         run("qvhost", "register", "3", "/run/3.sock")
         systemctl("stop", SERVICE)
         with open(CONFIGURATION, "r+b") as file:
@@ -212,24 +212,24 @@ class InstalledPackages(unittest.TestCase):
         run("qvhost", "unregister", "2")
         self.assertEqual(listing(), ["1,/run/1.sock"])
         systemctl("reload", SERVICE)
-        # The manager has told the service then, and does not wait for it.
+        # The manager has sent the signal, but does not wait until the service has reloaded.
         wait_until(lambda: listing() == ["1,/run/1.sock", "2,/run/2.sock"])
         self.assertEqual(client.ask(LIST), usual)
         client.close()
         self.assertEqual((state(SERVICE), main_process()), (RUNNING, process))
 
-    def test_06_a_client_without_the_right_is_refused(self):
+    def test_06_a_client_of_another_user_is_refused(self):
         refused = list_as("nobody")
         self.assertEqual((refused.returncode, refused.stdout), (1, ""))
         self.assertIn("Permission denied", refused.stderr)
-        # The mode alone is not what keeps others out.
+        # The host refuses other users also if the socket's mode lets them connect.
         os.chmod(SOCKET, 0o666)
         refused = list_as("nobody")
         self.assertEqual((refused.returncode, refused.stdout), (1, ""))
         self.assertIn("may not use this host", refused.stderr)
         self.assertEqual(len(listing()), 2)
 
-    def test_07_a_group_is_let_in_by_an_edited_unit(self):
+    def test_07_an_edited_unit_lets_a_group_connect(self):
         run("groupadd", "vornak")
         group = grp.getgrnam("vornak").gr_gid
         edits = f"/etc/systemd/system/{SERVICE}.d"
@@ -257,7 +257,7 @@ class InstalledPackages(unittest.TestCase):
         for client in clients:
             client.close()
 
-    def test_09_a_client_that_misbehaves_hurts_nobody_else(self):
+    def test_09_a_client_that_misbehaves_harms_no_other(self):
         good = Client()
         usual = good.ask(LIST)
 
@@ -274,11 +274,11 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual(good.ask(LIST), usual)
 
         garbage = Client()
-        garbage.send_what_is_taken(os.urandom(1 << 20))
+        garbage.send_without_waiting(os.urandom(1 << 20))
         self.assertEqual(good.ask(LIST), usual)
 
         deaf = Client()
-        deaf.send_what_is_taken(struct.pack("<III", LIST, 0, 1) * 100000)
+        deaf.send_without_waiting(struct.pack("<III", LIST, 0, 1) * 100000)
         self.assertEqual(good.ask(LIST), usual)
 
         for client in (good, stopped, endless, garbage, deaf):
@@ -304,12 +304,12 @@ class InstalledPackages(unittest.TestCase):
         self.assertNotEqual(main_process(), process)
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
 
-    def test_12_a_disabled_service_stays_disabled_over_an_upgrade(self):
+    def test_12_an_upgrade_keeps_a_disabled_service_disabled(self):
         systemctl("disable", "--now", SERVICE)
         run("dpkg", "--install", *packages_of_version("1.0.2"))
         self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (OFF, OFF))
 
-    def test_13_a_masked_service_is_no_hindrance_to_an_upgrade(self):
+    def test_13_an_upgrade_keeps_a_masked_service_masked(self):
         for version, now in (("1.0.3", "active"), ("1.0.4", "inactive")):
             systemctl("start" if now == "active" else "stop", SERVICE)
             systemctl("mask", SERVICE)
@@ -327,7 +327,7 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (OFF, RUNNING))
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
         self.assertEqual(state(SERVICE), ("active", "disabled"))
-        # The socket is the manager's: clients wait there for the next service.
+        # The manager keeps the socket open, so clients wait there for the next service.
         systemctl("stop", SERVICE)
         self.assertEqual(len(listing()), 2)
         process = main_process()
@@ -336,7 +336,7 @@ class InstalledPackages(unittest.TestCase):
         self.assertNotEqual(main_process(), process)
         self.assertEqual(os.stat(SOCKET).st_ino, status.st_ino)
         self.assertEqual(len(listing()), 2)
-        # And back.
+        # The service can also be started without the socket unit again.
         systemctl("disable", "--now", SOCKET_UNIT)
         self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (OFF, OFF))
         start()
@@ -344,7 +344,7 @@ class InstalledPackages(unittest.TestCase):
         systemctl("stop", SERVICE)
         systemctl("enable", "--now", SOCKET_UNIT)
 
-    def test_15_a_removal_that_is_aborted_goes_on_serving(self):
+    def test_15_the_service_runs_again_after_an_aborted_removal(self):
         systemctl("enable", SERVICE)
         scripts = "/var/lib/dpkg/info/lorx-naming-service-host."
         environment = dict(os.environ, DPKG_MAINTSCRIPT_PACKAGE=NAMES[1])
@@ -354,24 +354,24 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (RUNNING, RUNNING))
         self.assertEqual(len(listing()), 2)
 
-    def test_16_removal_stops_the_service_and_keeps_the_directory(self):
+    def test_16_a_removal_stops_the_service_and_keeps_the_configuration(self):
         run("dpkg", "--remove", *NAMES)
         self.assertFalse(os.path.exists("/usr/bin/qvhost"))
         self.assertFalse(os.path.exists(SOCKET))
         self.assertTrue(os.path.exists(CONFIGURATION))
         self.assertEqual(running(), [])
 
-    def test_17_what_is_installed_again_is_as_it_was(self):
+    def test_17_another_installation_keeps_the_services_and_the_enabled_units(self):
         run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
         self.assertEqual((state(SERVICE), state(SOCKET_UNIT)), (RUNNING, RUNNING))
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
 
-    def test_18_a_purge_takes_everything(self):
+    def test_18_a_purge_removes_everything(self):
         run("dpkg", "--purge", *NAMES)
         self.assertEqual(running(), [])
         self.assertEqual(left(), "")
 
-    def test_19_installed_where_no_manager_runs_it_starts_with_the_machine(self):
+    def test_19_an_installation_without_a_manager_enables_the_service(self):
         run("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /run/systemd && exec dpkg "$@"',
             "dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
         systemctl("daemon-reload")
@@ -380,7 +380,7 @@ class InstalledPackages(unittest.TestCase):
         run("dpkg", "--purge", *NAMES)
         self.assertEqual(left(), "")
 
-    def test_20_it_may_be_masked_beforehand(self):
+    def test_20_an_installation_keeps_a_masked_service_masked(self):
         systemctl("mask", SERVICE)
         run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
         self.assertEqual(state(SERVICE), ("inactive", "masked"))
@@ -390,7 +390,7 @@ class InstalledPackages(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    story = unittest.main(argv=sys.argv[:1], failfast=True, verbosity=2, exit=False)
-    if not story.result.wasSuccessful():
+    tests = unittest.main(argv=sys.argv[:1], failfast=True, verbosity=2, exit=False)
+    if not tests.result.wasSuccessful():
         subprocess.run(["journalctl", "--boot", "--no-pager", "--unit=lorx-*"], check=False)
         sys.exit(1)

@@ -1,4 +1,4 @@
-// Links the client library, and needs no host to run.
+// Uses the client library without a host: prints the path of the socket and fails to connect.
 #include <QvClient.h>
 #include <QvFrame.h>
 
