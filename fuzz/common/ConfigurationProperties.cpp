@@ -70,11 +70,11 @@ void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
     const bool isSaved = isLoaded && stored && !(files.model.memory == before);
     if (isSaved) {
         require(files.model.backup && files.model.backup->bytes == source->bytes,
-                "the backup is not the file as it was");
+                "the backup is not the file of before the save");
     }
 
-    // What is saved has the services of before, and where no document can say all that is with
-    // them, the backup is left.
+    // The saved file has the services. If no document can express them together with the other
+    // keys, the saved file cannot be loaded, and the second start uses the backup.
     const tests::Directory kept = !isSaved                       ? before
                                   : files.model.mainFile->isGood ? files.model.mainFile->services
                                                                  : source->services;

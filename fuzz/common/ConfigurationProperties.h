@@ -1,5 +1,5 @@
-// What must hold of a start for every pair of a configuration file and its backup. The fuzz target
-// looks for a pair for which it does not; the tests hold those that are known to it.
+// Checks the properties of a start for any pair of a configuration file and its backup. The fuzz
+// target searches for pairs that break a property. The tests check the pairs of the corpus.
 #ifndef QV_FUZZ_CONFIGURATION_PROPERTIES_H
 #define QV_FUZZ_CONFIGURATION_PROPERTIES_H
 
@@ -10,19 +10,25 @@
 
 namespace qv::fuzz {
 
-// Starts the plug-in on the two files, registers a service, and starts it again. Checks that
-// a start has the services that the file says, or else its backup; that a registration makes a
-// backup of the file as it was and keeps the keys that are not the plug-in's; that the second start
-// has what was there before it, unless a service cannot be stored or there is nothing to save to;
-// and that `qvhost list --offline` shows before each start what the start has, and changes no file.
-// Aborts, saying what did not hold, otherwise.
+// Starts the plug-in with the two files, registers a service, and starts the plug-in again. Aborts
+// with a message unless all of this holds:
+//   * The first start has the services of the file, or of the backup if the file cannot be loaded.
+//   * The registration copies the file to the backup and keeps the keys that the plug-in does not
+//     know.
+//   * The second start has the services of before, unless a service cannot be stored or no file was
+//     loaded.
+//   * `qvhost list --offline` shows the services of the next start, and changes no file.
 //
-// The bytes: F for a file, else none; B for a backup, else none; the service's identifier, one
-// signed byte; its address, a byte for its length and as much; where there is a file, two bytes for
-// its length, the high one first, and as much; the rest is the backup.
+// The input consists of
+//   * F if there is a file;
+//   * B if there is a backup;
+//   * the service's identifier, one signed byte;
+//   * its address: one byte for the length, and the text;
+//   * if there is a file: two bytes for its length, the high one first, and its content;
+//   * the content of the backup, up to the end.
 void checkConfigurationProperties(const std::uint8_t* data, std::size_t size);
 
-// The bytes for two files and a service.
+// Returns the input for a file, a backup and a service.
 std::string configurationInput(const std::optional<std::string>& file,
                                const std::optional<std::string>& backup);
 

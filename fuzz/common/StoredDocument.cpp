@@ -16,7 +16,7 @@ using tests::own;
 using tests::Owned;
 using Kind = Tree::Kind;
 
-// Null where there is none, or the tree is no dictionary.
+// Returns the value of the key, or null if there is none or the tree is no dictionary.
 const Tree* find(const Tree* tree, const char16_t* key) {
     for (std::size_t entry = 0;
          tree != nullptr && tree->kind == Kind::kDictionary && entry < tree->elements.size();
@@ -59,7 +59,7 @@ tests::Directory servicesOf(const Tree& root) {
     return services;
 }
 
-// The root of a document that can be loaded.
+// Returns the root of the document, or null if the plug-in cannot load it.
 Owned<> rootOf(const std::string& bytes) {
     if (bytes.empty()) {
         return {};
@@ -77,7 +77,7 @@ Owned<CFStringRef> makeAddress(const std::string& address) {
         CFStringCreateWithCString(kCFAllocatorDefault, address.c_str(), kCFStringEncodingUTF8));
 }
 
-// Null where a service cannot be stored.
+// Returns the dictionary of the services, or null if a service cannot be stored.
 Owned<CFMutableDictionaryRef> entryOf(const tests::Directory& services) {
     auto list = tests::makeArray();
     for (const auto& [key, service] : services) {
@@ -99,8 +99,9 @@ Owned<CFMutableDictionaryRef> entryOf(const tests::Directory& services) {
     return entry;
 }
 
-// Whether a key begins with a byte order mark, which it loses in a document and may be another's
-// then, or the document does not say what it is.
+// Returns whether the document may give the services back otherwise: a key begins with a byte order
+// mark, which it loses in a document and may then equal another key, or the document is no
+// dictionary.
 bool isUncertain(const Tree& root, const Tree& back) {
     for (std::size_t key = 0; key < root.elements.size(); key += 2) {
         if (root.elements[key].text.substr(0, 1) == u"\uFEFF") {
@@ -151,16 +152,16 @@ std::optional<tests::Document> savedAfter(const tests::Document& loaded,
     CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(const_cast<void*>(root.get())),
                          CFSTR("Address"), entry.get());
     const auto bytes = tests::writeDocument(root.get());
-    require(bytes.has_value(), "what was loaded cannot be written");
+    require(bytes.has_value(), "the loaded document cannot be written");
 
     tests::Document saved = documentOf(*bytes);
     const Tree tree = treeOf(root.get());
     const Tree expected = readBack(tree);
     if (!saved.isGood) {
-        require(cannotBeRead(tree), "what is saved cannot be loaded");
+        require(cannotBeRead(tree), "the saved document cannot be loaded");
         return saved;
     }
-    require(treeOf(rootOf(*bytes).get()) == expected, "what is saved is loaded otherwise");
+    require(treeOf(rootOf(*bytes).get()) == expected, "the saved document reads back otherwise");
     require(isUncertain(tree, expected) || saved.services == asStored(services),
             "a save loses services");
     return saved;

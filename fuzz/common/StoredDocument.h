@@ -1,5 +1,5 @@
-// What a configuration file says, and what a save makes of it: by the property-list layer alone,
-// without the code that the plug-in reads and writes its configuration with.
+// Reads and changes configuration files with the property-list layer alone, independently of the
+// plug-in's own code.
 #ifndef QV_FUZZ_STORED_DOCUMENT_H
 #define QV_FUZZ_STORED_DOCUMENT_H
 
@@ -10,14 +10,16 @@
 
 namespace qv::fuzz {
 
+// Returns the bytes with the services that a start loads from them.
 tests::Document documentOf(std::string bytes);
 
-// The services as they come back from a file: an address is stored up to its first NUL, and is then
-// what the layer reads there. Nothing where one cannot be stored.
+// Returns the services as a file gives them back: an address ends at its first NUL and lacks a byte
+// order mark at its start. Returns nothing if a service cannot be stored.
 std::optional<tests::Directory> asStored(const tests::Directory& services);
 
-// The document with these services and all else as it is. Nothing where one cannot be stored.
-// Checks that it reads back as that, as far as a document can say it; aborts otherwise.
+// Returns the loaded document with these services and all its other keys. Returns nothing if a
+// service cannot be stored. Aborts if the document does not read back the same, as far as a
+// document can express it.
 std::optional<tests::Document> savedAfter(const tests::Document& loaded,
                                           const tests::Directory& services);
 

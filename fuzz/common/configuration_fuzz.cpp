@@ -1,4 +1,4 @@
-// A configuration file and its backup.
+// Fuzzes a configuration file and its backup.
 
 #include <cstddef>
 #include <cstdint>

@@ -21,7 +21,7 @@ std::string goodDocument(Input& input) {
                            "\t<key>Other</key>\n\t<true/>\n");
 }
 
-// Needs an initialised plug-in. False for a letter that is none of these.
+// Makes a request to an initialised plug-in. Returns false if the letter stands for no request.
 bool request(char letter, ModelledPlugin& plugin, Input& input) {
     switch (letter) {
         case 'r':

@@ -1,6 +1,6 @@
-// What must hold of the plug-in for every sequence of calls and every request, whatever happens to
-// its files in between. The fuzz target looks for a sequence for which it does not; the tests hold
-// those that are known to it.
+// Checks the properties of the plug-in for any sequence of calls and of changes to its files. The
+// fuzz target searches for sequences that break a property. The tests check the sequences of the
+// corpus.
 #ifndef QV_FUZZ_HANDLER_PROPERTIES_H
 #define QV_FUZZ_HANDLER_PROPERTIES_H
 
@@ -9,22 +9,34 @@
 
 namespace qv::fuzz {
 
-// Does what the bytes say, one letter a step, on the plug-in and on a model of it, and compares
-// them after each: results, the answer to get-services, the debug level, both files byte for byte,
-// and what stays open. Aborts, saying what differs.
+// Carries out the steps of the input on the plug-in and on a model. Compares the two after each
+// step: the results, the answer to get-services, the debug level and the bytes of both files.
+// Compares the number of open descriptors at the end. Aborts with a message if something differs.
 //
-//     i f s      initialise, finalise, restart
-//     r ID TEXT  register the service; ID is one signed byte, TEXT a byte for its length and as
-//     much u ID       unregister it R U L TEXT register, unregister, set the debug level, with the
-//     text as the request n          the calls that are refused, with null and with lengths that
-//     are none w W TEXT   the file is overwritten, or replaced by another g ID TEXT  the same with
-//     a good document that has the service and a key of somebody else's d x        a directory
-//     takes the file's place; nothing does b TEXT y   the backup is overwritten; is removed c the
-//     file is replaced by a copy of the backup h N        the first N bytes stay of the file, up to
-//     255
+// Each step begins with a letter. ID is one signed byte, TEXT is one byte for the length and the
+// text, and N is one byte.
 //
-// Other letters mean nothing. Service requests do not happen while the plug-in is not initialised:
-// no host makes them then.
+//     i          Initialises the plug-in.
+//     f          Finalises the plug-in.
+//     s          Restarts the plug-in.
+//     r ID TEXT  Registers a service.
+//     u ID       Unregisters a service.
+//     R TEXT     Registers with the text as the request.
+//     U TEXT     Unregisters with the text as the request.
+//     L TEXT     Sets the debug level with the text as the request.
+//     n          Makes the calls that the plug-in refuses: null pointers and invalid lengths.
+//     w TEXT     Overwrites the file.
+//     W TEXT     Replaces the file by another.
+//     g ID TEXT  Overwrites the file by a good document with the service and another key.
+//     d          Puts a directory in place of the file.
+//     x          Removes the file.
+//     b TEXT     Overwrites the backup.
+//     y          Removes the backup.
+//     c          Replaces the file by a copy of the backup.
+//     h N        Cuts the file to N bytes.
+//
+// Other letters do nothing. Service requests to a plug-in that is not initialised do nothing
+// either, because no host makes them.
 void checkHandlerProperties(const std::uint8_t* data, std::size_t size);
 
 }  // namespace qv::fuzz

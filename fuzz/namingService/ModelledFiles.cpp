@@ -52,13 +52,13 @@ ModelledFiles::ModelledFiles() : model(scratch().file, savedAfter) {
 }
 
 ModelledFiles::~ModelledFiles() {
-    // To look at every descriptor takes as long as all the rest.
+    // A look at every descriptor takes as long as the rest of the check.
     if (model.descriptors == 0) {
         require(lowestFreeDescriptor() == lowestFreeDescriptor_, "a file is left open");
         return;
     }
     const auto open = tests::descriptorsBelow(scratch().directory.path());
-    require(open.size() == model.descriptors, "other files are left open than it lost");
+    require(open.size() == model.descriptors, "the number of open files differs from the model");
     for (const int descriptor : open) {
         ::close(descriptor);
     }
@@ -73,7 +73,7 @@ void ModelledFiles::write(std::string bytes) {
 }
 
 void ModelledFiles::replace(std::string bytes) {
-    // Written first, while the inode of the file that it replaces is still taken.
+    // The new file is written before the old one is removed, so that it has another inode.
     tests::writeFile(scratch().file + ".new", bytes);
     remove();
     std::filesystem::rename(scratch().file + ".new", scratch().file);
@@ -103,8 +103,10 @@ void ModelledFiles::removeBackup() {
 }
 
 void ModelledFiles::check() const {
-    require(tests::contentOf(scratch().file) == bytesOf(model.mainFile), "the file is another");
-    require(tests::contentOf(scratch().backup) == bytesOf(model.backup), "the backup is another");
+    require(tests::contentOf(scratch().file) == bytesOf(model.mainFile),
+            "the file differs from the model");
+    require(tests::contentOf(scratch().backup) == bytesOf(model.backup),
+            "the backup differs from the model");
 }
 
 }  // namespace qv::fuzz

@@ -1,5 +1,5 @@
-// The plug-in's directory and files with the model beside them: a scratch directory of the process,
-// in which each input begins anew. What is done to a file is done to both.
+// Makes the plug-in's files in a temporary directory of the process, together with their model.
+// Each change of a file is also a change of the model.
 #ifndef QV_FUZZ_MODELLED_FILES_H
 #define QV_FUZZ_MODELLED_FILES_H
 
@@ -12,31 +12,31 @@ namespace qv::fuzz {
 
 class ModelledFiles {
   public:
-    // Neither a file nor a backup is there. The environment names the directory, for the
-    // configuration and the log, from the first object on.
+    // Removes the file and the backup. The first object names the directory in the environment, for
+    // the configuration and the log.
     ModelledFiles();
-    // The plug-in is finalised. What it left open is closed; aborts where that is not what the
-    // model has.
+    // Closes the descriptors that the finalised plug-in left open. Aborts if their number differs
+    // from the model's.
     ~ModelledFiles();
     ModelledFiles(const ModelledFiles&) = delete;
     ModelledFiles& operator=(const ModelledFiles&) = delete;
 
-    // Into the file that is there, if one is.
+    // Overwrites the file in place, or makes a new one.
     void write(std::string bytes);
-    // By another file, put in its place.
+    // Puts a new file in place of the file.
     void replace(std::string bytes);
     void replaceByDirectory();
     void remove();
     void writeBackup(std::string bytes);
     void removeBackup();
 
-    // Aborts where a file is not as the model has it.
+    // Aborts if a file differs from the model.
     void check() const;
 
     tests::DirectoryModel model;
 
   private:
-    // Of the process, when no file of the plug-in was open.
+    // The lowest free descriptor of the process while the plug-in has no file open.
     int lowestFreeDescriptor_;
 };
 

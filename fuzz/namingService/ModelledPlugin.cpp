@@ -29,8 +29,8 @@ CommandHandler handlerOf(std::uint32_t command) {
     return row->handler;
 }
 
-// The result of a command that does not answer. No handler but one looks at the code it is given,
-// and that one only to say it.
+// Calls a command that gives no answer, and returns its result. The command code of the call does
+// not matter: one handler logs it, and the others ignore it.
 int call(std::uint32_t command, const void* in, int length) {
     char place = 0;
     void* out = &place;
@@ -40,7 +40,8 @@ int call(std::uint32_t command, const void* in, int length) {
     return result;
 }
 
-// The bytes on the heap and of their exact size, so that a look past them is seen.
+// Copies the request to heap memory of its exact size, so that a sanitizer notices a read past its
+// end.
 int call(std::uint32_t command, std::string_view request) {
     const std::unique_ptr<char[]> bytes(new char[request.size()]);
     if (!request.empty()) {
@@ -53,17 +54,17 @@ std::string answer() {
     void* out = &out;
     int length = -1;
     require(handlerOf(QV_COMMAND_GET_SERVICES)(0, nullptr, 0, &out, &length) == QV_OK,
-            "the services cannot be had");
-    require(length >= 0 && (out == nullptr) == (length == 0), "an answer has another length");
+            "the services cannot be listed");
+    require(length >= 0 && (out == nullptr) == (length == 0), "an answer has a wrong length");
     std::string bytes(static_cast<const char*>(out), static_cast<std::size_t>(length));
-    require(QvPluginFree(out) == QV_OK, "an answer is not taken back");
+    require(QvPluginFree(out) == QV_OK, "an answer cannot be freed");
     return bytes;
 }
 
 }  // namespace
 
 void ModelledPlugin::initialize() {
-    require(QvPluginInitialize() == QV_OK, "it is not initialised");
+    require(QvPluginInitialize() == QV_OK, "the plug-in cannot be initialised");
     if (!isInitialized_) {
         isInitialized_ = true;
         files.model.initialize();
@@ -93,8 +94,8 @@ void ModelledPlugin::setDebugLevel(std::string_view request) {
     const std::int32_t level = debugLevelIn(request);
     const bool isValid = !request.empty() && level >= 0 && level <= 7;
     require(call(QV_COMMAND_SET_DEBUG_LEVEL, request) == (isValid ? QV_OK : QV_ERROR_ARGUMENT),
-            "a level is taken or refused wrongly");
-    require(QvGetUtilDebugLevel() == (isValid ? level : before), "the level is another");
+            "a level is accepted or refused wrongly");
+    require(QvGetUtilDebugLevel() == (isValid ? level : before), "the level is wrong");
 }
 
 void ModelledPlugin::callWithoutArguments() {
@@ -105,18 +106,19 @@ void ModelledPlugin::callWithoutArguments() {
     require(QvPluginGetHandlers(nullptr, &count, &reserved) == QV_ERROR_ARGUMENT &&
                 QvPluginGetHandlers(&rows, nullptr, &reserved) == QV_ERROR_ARGUMENT &&
                 QvPluginGetHandlers(&rows, &count, nullptr) == QV_ERROR_ARGUMENT,
-            "a table is given to nowhere");
-    require(rows == nullptr && count == -1 && reserved == &count, "a refused call has stored");
-    require(QvPluginFree(nullptr) == QV_OK, "no answer is not taken back");
-    require(QvPluginGetId() == QV_PLUGIN_ID_NAMING_SERVICE, "it is another plug-in");
+            "a null pointer for the command table is accepted");
+    require(rows == nullptr && count == -1 && reserved == &count,
+            "a refused call has changed its arguments");
+    require(QvPluginFree(nullptr) == QV_OK, "null cannot be freed");
+    require(QvPluginGetId() == QV_PLUGIN_ID_NAMING_SERVICE, "the plug-in has another identifier");
     QvPluginSetNotificationCallback(nullptr);
 
     require(call(QV_COMMAND_SET_DEBUG_LEVEL, nullptr, 1) == QV_ERROR_ARGUMENT &&
                 call(QV_COMMAND_SET_DEBUG_LEVEL, &byte, 0) == QV_ERROR_ARGUMENT,
-            "a level is taken from nothing");
-    // It goes to the parser, which decodes nothing.
+            "a level without a request is accepted");
+    // The parser decodes nothing from a negative length.
     require(call(QV_COMMAND_SET_DEBUG_LEVEL, &byte, -1) == QV_OK && QvGetUtilDebugLevel() == 0,
-            "a negative length is no level 0");
+            "a negative length does not set level 0");
 
     if (!isInitialized_) {
         return;
@@ -128,7 +130,7 @@ void ModelledPlugin::callWithoutArguments() {
                     call(command, &byte, -1) == QV_ERROR_ARGUMENT &&
                     call(command, &byte, INT_MIN) == QV_ERROR_ARGUMENT &&
                     call(command, &byte, 0) == QV_OK,
-                "a request is taken or refused wrongly");
+                "a request is accepted or refused wrongly");
     }
     void* out = &out;
     int length = -1;
@@ -136,7 +138,7 @@ void ModelledPlugin::callWithoutArguments() {
     require(get(0, nullptr, 0, nullptr, &length) == QV_ERROR_ARGUMENT &&
                 get(0, nullptr, 0, &out, nullptr) == QV_ERROR_ARGUMENT && out == &out &&
                 length == -1,
-            "an answer is given to nowhere");
+            "a null pointer for the answer is accepted");
 }
 
 void ModelledPlugin::check() const {
@@ -148,7 +150,7 @@ void ModelledPlugin::check() const {
     for (const auto& [id, service] : files.model.memory) {
         expected += encodedService(id, service.address.value_or(""));
     }
-    require(answer() == expected, "the directory is another");
+    require(answer() == expected, "the listing differs from the model");
 }
 
 }  // namespace qv::fuzz

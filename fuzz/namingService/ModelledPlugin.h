@@ -1,6 +1,5 @@
-// The plug-in with the model beside it, called as a host calls it: through its exported functions
-// and its command table. Each call is made on both, and what it gives and leaves has to agree;
-// aborts, saying what does not, otherwise.
+// Calls the plug-in as a host does, through its exported functions and its command table, and
+// repeats each call on a model. Aborts with a message if a result or a file differs from the model.
 #ifndef QV_FUZZ_MODELLED_PLUGIN_H
 #define QV_FUZZ_MODELLED_PLUGIN_H
 
@@ -24,15 +23,15 @@ class ModelledPlugin {
     void initialize();
     void finalize();
 
-    // With the bytes of a request, whatever they are. These two need an initialised plug-in.
+    // Make a request of any bytes. The first two need an initialised plug-in.
     void registerServices(std::string_view request);
     void unregisterServices(std::string_view request);
     void setDebugLevel(std::string_view request);
 
-    // Calls that are refused or do nothing: with null, with lengths that are none.
+    // Makes the calls that the plug-in refuses or ignores, with null pointers and invalid lengths.
     void callWithoutArguments();
 
-    // Everything that can be seen of the plug-in.
+    // Compares the files and the listed services with the model.
     void check() const;
 
     ModelledFiles files;

@@ -1,4 +1,4 @@
-// Sequences of calls to the plug-in.
+// Fuzzes sequences of calls to the plug-in.
 
 #include <cstddef>
 #include <cstdint>

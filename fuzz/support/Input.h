@@ -1,5 +1,5 @@
-// Takes a fuzzer's bytes apart, from the front. Of what is not there any more a number is 0 and a
-// text empty.
+// Reads numbers and texts from the front of a fuzzer's bytes. After the end, a number is 0 and a
+// text is empty.
 #ifndef QV_FUZZ_INPUT_H
 #define QV_FUZZ_INPUT_H
 
@@ -27,13 +27,13 @@ class Input {
         return byte;
     }
 
-    // From -128 to 127.
+    // Reads a number from -128 to 127.
     std::int32_t number() { return static_cast<std::int8_t>(byte()); }
 
-    // A byte that is the length, and as much.
+    // Reads a byte for the length, and a text of that length.
     std::string text() { return take(byte()); }
 
-    // The same with a length of two bytes, the high one first.
+    // Reads two bytes for the length, the high one first, and a text of that length.
     std::string longText() {
         const std::size_t high = byte();
         return take(high << 8 | byte());

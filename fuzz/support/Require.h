@@ -1,4 +1,4 @@
-// Ends the program where something does not hold, saying what: a fuzzer takes that for a finding.
+// Aborts with a message if a property does not hold. A fuzzer reports that as a finding.
 #ifndef QV_FUZZ_REQUIRE_H
 #define QV_FUZZ_REQUIRE_H
 
