@@ -1,4 +1,4 @@
-// The plug-in as a host loads it.
+// Loads the plug-in as a host does.
 #ifndef QV_BENCH_LOADED_PLUGIN_H
 #define QV_BENCH_LOADED_PLUGIN_H
 
@@ -16,7 +16,7 @@
 
 namespace qv::bench {
 
-// Loaded, not initialised.
+// Loads the plug-in without initialising it.
 class LoadedPlugin {
   public:
     LoadedPlugin() : library_(dlopen(QV_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL)) {
@@ -65,7 +65,7 @@ class LoadedPlugin {
     decltype(&QvPluginFree) free_ = nullptr;
 };
 
-// The same, initialised, with `count` services.
+// Loads and initialises the plug-in and registers `count` services.
 class FilledPlugin : public LoadedPlugin {
   public:
     explicit FilledPlugin(int count) {

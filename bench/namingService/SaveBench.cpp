@@ -1,8 +1,8 @@
-// A registration that changes the directory, and so saves all of it, in memory and on a disk,
-// against
-//   - the bare file work of the same bytes: the same calls, in the same order, and nothing else;
-//   - the same change in a database of one table, committed for good.
-// And the start with a directory of that size.
+// Compares a registration that changes and therefore saves the directory, in memory and on a disk,
+// with
+//   - the bare file work for the same bytes: only the same calls, in the same order;
+//   - the same change in a database of one table, with a durable commit.
+// Also measures the start with a directory of that size.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -44,7 +44,7 @@ std::string contentOf(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The plug-in with its services in a file in a place of its own.
+// Loads the plug-in with a file of services in a new directory.
 class SavingPlugin {
   public:
     SavingPlugin(Kind kind, int count) : place_(kind), count_(count) {
@@ -52,7 +52,7 @@ class SavingPlugin {
                     setenv("QV_LOG_DIR", place_.path().c_str(), 1) == 0,
                 "set the environment");
         std::ofstream(file()) << "<plist version=\"1.0\"><dict/></plist>";
-        // The one that the plug-in makes is of use only to root.
+        // The plug-in would make the directory with the mode 0600, which only root can use.
         std::filesystem::create_directory(place_.path("backup"));
         plugin_ = std::make_unique<qv::bench::FilledPlugin>(count);
         change();
@@ -60,7 +60,7 @@ class SavingPlugin {
         requireSaved(place_.path("backup/") + kFile);
     }
 
-    // Registers a service with another address than it has.
+    // Changes the address of a service.
     void change() {
         isMoved_ = !isMoved_;
         plugin_->registerServices(isMoved_ ? moved_ : unmoved_);
@@ -95,7 +95,7 @@ void registration(benchmark::State& state) {
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-// The file's bytes into the backup, as save() puts them there.
+// Copies the file to the backup with the calls of a save.
 void copyFile(const std::string& from, const std::string& to) {
     File source(std::fopen(from.c_str(), "r"), &std::fclose);
     require(source != nullptr, "open the file");
@@ -132,7 +132,7 @@ void bareFileWork(benchmark::State& state) {
         copyFile(path, backup);
         stat(path.c_str(), &status);
         benchmark::DoNotOptimize(status);
-        // As the plug-in's save does, this one differs from the last.
+        // Each save of the plug-in writes other bytes than the last one, so this one does also.
         bytes.back() ^= 1;
         lseek(file, 0, SEEK_SET);
         require(write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
@@ -142,7 +142,7 @@ void bareFileWork(benchmark::State& state) {
     close(file);
 }
 
-// One table of services, with the journal that is the default.
+// Makes a database with one table of services and the default journal.
 class Database {
   public:
     Database(Kind kind, int count) : place_(kind) {

@@ -51,7 +51,7 @@ Place::Place(Kind kind) {
             return;
         }
     }
-    static_cast<void>(std::fprintf(stderr, "there is no directory %s to measure in\n",
+    static_cast<void>(std::fprintf(stderr, "there is no writable directory %s\n",
                                    kind == Kind::Memory ? "in memory" : "on a disk"));
     std::exit(EXIT_FAILURE);
 }

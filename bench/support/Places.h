@@ -1,4 +1,4 @@
-// Directories to measure files in, of the program's own and gone with the objects.
+// Makes directories for files in memory or on a disk, and removes them when the objects end.
 #ifndef QV_BENCH_PLACES_H
 #define QV_BENCH_PLACES_H
 
@@ -10,15 +10,15 @@ class Place {
   public:
     enum class Kind { Memory, Disk };
 
-    // Memory: in /dev/shm, or in TMPDIR or /tmp, where one is in memory. Disk: in TMPDIR, /tmp,
-    // /var/tmp or the current directory, the first that is not. Ends the program when there is
-    // none.
+    // Makes the directory in the first suitable place. For Memory, this is the first of /dev/shm,
+    // TMPDIR and /tmp that is in memory. For Disk, it is the first of TMPDIR, /tmp, /var/tmp and
+    // the current directory that is not in memory. Ends the program if there is none.
     explicit Place(Kind kind);
     ~Place();
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
 
-    // The path of a file or directory in it.
+    // Returns the path of a file or directory in it.
     std::string path(const std::string& name) const { return path_ + '/' + name; }
     const std::string& path() const { return path_; }
 

@@ -1,4 +1,4 @@
-// The services that benchmarks put into a directory.
+// Makes the services that benchmarks register.
 #ifndef QV_BENCH_SERVICES_H
 #define QV_BENCH_SERVICES_H
 
@@ -24,7 +24,7 @@ Array servicesUpTo(int count) {
     return array;
 }
 
-// The request to register one service.
+// Returns the request to register one service.
 inline std::string registration(int id, const std::string& address) {
     qor::kevra::ServiceInfoArray array;
     auto* service = array.add_services();

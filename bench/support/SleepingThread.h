@@ -1,5 +1,5 @@
-// A thread that sleeps as long as the object lives. A process of one thread is spared locked
-// instructions, which no real host is.
+// Keeps a second thread asleep while the object lives. The C++ library avoids locked instructions
+// in a process of one thread, but a real host has several threads.
 #ifndef QV_BENCH_SLEEPING_THREAD_H
 #define QV_BENCH_SLEEPING_THREAD_H
 
