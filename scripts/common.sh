@@ -1,11 +1,11 @@
-# What the scripts share. Sourced, not run.
+# Defines the functions that the scripts share. The scripts source this file.
 
 unset CDPATH
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 
 say() { printf '== %s\n' "$*" >&2; }
 
-# die STATUS MESSAGE...
+# die STATUS MESSAGE...: prints the message and ends the script with the status.
 die() {
     local status=$1
     shift
@@ -13,7 +13,7 @@ die() {
     exit "$status"
 }
 
-# build PRESET TARGET...: configures and builds; what they print is shown only when they fail.
+# build PRESET TARGET...: configures and builds. Shows the output only if a command fails.
 build() {
     local preset=$1 printed
     shift
@@ -25,7 +25,7 @@ build() {
 }
 
 # start_host COMMAND...: runs a resident host in the background and returns when it serves. Sets `server` to
-# the process and `messages` to a descriptor that reads what the host says. Needs the folder $scratch.
+# the process and `messages` to a descriptor that reads the host's messages. Needs the folder $scratch.
 start_host() {
     local line
     [ -p "$scratch/messages" ] || mkfifo "$scratch/messages"

@@ -1,14 +1,14 @@
-"""Says how much of the sources was reached, and whether that is what it has to be.
+"""Prints how much of the sources the tests reach. Fails if that is less than the goals.
 
     coverage_check.py BUILD_FOLDER REASONS_FILE LINES_GOAL BRANCHES_GOAL
 
-Reads coverage.json of the build folder, which llvm-cov made. The counts of a template's instances are added
-up, so that a line or a branch of it counts once, and as reached when any of them reached it; llvm-cov's own
-totals are those of the best single instance.
+Reads coverage.json in the build folder, which llvm-cov makes. Adds up the counts of a template's instances, so
+that a line or a branch of a template counts once, as reached if any instance reaches it. llvm-cov's own totals
+are those of the best single instance.
 
-The reasons file is Markdown. Of each run of lines that nothing reached, a table under the heading below has
-to have a row: the file, the first line of the run, how many lines it has, and the reason. A row without such
-a run is as bad as a run without its row.
+The reasons file is Markdown. A table under the heading below must have a row for each run of unreached lines:
+the file, the first line of the run, the number of lines, and the reason. Fails if a run has no row, or if a row
+has no run.
 """
 
 import collections
@@ -18,8 +18,8 @@ import re
 import sys
 
 HEADING = "## What no test reaches"
-# Less than nothing is written as a number that no program counts to: a process that ended inside of what
-# the line follows makes the difference negative.
+# Greater counts stand for negative ones, which llvm-cov computes as a difference when a process ends in the
+# middle of a function.
 MOST = 1 << 60
 
 
@@ -28,7 +28,7 @@ def counted(number):
 
 
 class File:
-    """One source file: its lines' counts, and those of the two sides of each condition."""
+    """Holds the counts of a source file's lines, and of the two sides of each condition."""
 
     def __init__(self, record, path):
         self.texts = [line.strip() for line in path.read_text().splitlines()]
@@ -38,7 +38,7 @@ class File:
         self._read_branches(record)
 
     def _read_segments(self, segments):
-        """A line's count is the highest of the regions that it begins or goes on with."""
+        """Sets each line's count to the highest count of the regions in the line."""
         starts = collections.defaultdict(list)
         for segment in segments:
             starts[segment[0]].append(segment)
@@ -47,7 +47,7 @@ class File:
             begun = [s for s in starts[line] if s[3] and s[4] and not s[5]]
             is_skipped = starts[line] and not starts[line][0][3] and starts[line][0][4]
             goes_on = open_segment is not None and open_segment[3]
-            # A brace behind a return has a count, too, which is 0.
+            # Leaves out lines of braces, because a brace after a return has the count 0.
             is_code = any(map(str.isalnum, self.texts[line - 1]))
             if is_code and not is_skipped and (goes_on or begun):
                 counts = [s[2] for s in begun] + ([open_segment[2]] if goes_on else [])
@@ -60,14 +60,14 @@ class File:
             sides = self.branches[branch[0], branch[1]]
             sides[0] += counted(branch[4])
             sides[1] += counted(branch[5])
-        # A condition that was evaluated and yet took no side is a constant.
+        # Removes constant conditions, which are evaluated but take no side.
         at = {(s[0], s[1]): s for s in record["segments"]}
         for place, sides in list(self.branches.items()):
             if sides == [0, 0] and place in at and counted(at[place][2]) != 0:
                 del self.branches[place]
 
     def unreached_runs(self):
-        """The number, the text and the length of each run of lines that nothing reached."""
+        """Returns the first line's number and text, and the length, of each run of unreached lines."""
         runs = []
         goes_on = False
         for line, count in sorted(self.lines.items()):
@@ -80,7 +80,7 @@ class File:
 
 
 def read_coverage(build):
-    """The files by their names in the source tree."""
+    """Returns the files by their names in the source tree."""
     here = pathlib.Path.cwd()
     files = {}
     for record in json.loads((build / "coverage.json").read_text())["data"][0]["files"]:
@@ -91,10 +91,10 @@ def read_coverage(build):
 
 
 def read_reasons(path):
-    """How many rows there are for each file, first line and length."""
+    """Returns how many rows there are for each file, first line and length."""
     _, found, section = path.read_text().partition(HEADING + "\n")
     if not found:
-        sys.exit(f"{path} has no heading \"{HEADING}\"")
+        sys.exit(f"{path} lacks the heading \"{HEADING}\"")
     section = section.partition("\n## ")[0]
     row = re.compile(r"^\| `([^`]+)` \| `+ ?(.+?) ?`+ \| (\d+) \| .*\S.* \|$", re.MULTILINE)
     return collections.Counter(
@@ -106,7 +106,7 @@ def folder_of(file):
 
 
 def print_totals(files):
-    """The table of folders; returns the total's two percentages."""
+    """Prints the table of folders. Returns the percentages of all lines and of all branches."""
     sums = collections.defaultdict(lambda: [0, 0, 0, 0])
     for name, file in files.items():
         sides = [side for pair in file.branches.values() for side in pair]
@@ -131,7 +131,8 @@ def main():
     lines, branches = print_totals(files)
     problems = []
     if lines < lines_goal or branches < branches_goal:
-        problems.append(f"the goals are {lines_goal:g} % of lines and {branches_goal:g} % of branches")
+        problems.append(
+            f"the tests miss the goals of {lines_goal:g} % of lines and {branches_goal:g} % of branches")
 
     reasons = read_reasons(reasons_file)
     for name in sorted(files):
@@ -142,7 +143,7 @@ def main():
                 problems.append(f"no test reaches {name}:{line}, {length} lines: {text}")
     for name, text, length in (+reasons).elements():
         problems.append(
-            f"{reasons_file} has a reason for what is not so: {name}, {length} lines: {text}")
+            f"{reasons_file} has a row, but tests reach the lines: {name}, {length} lines: {text}")
 
     if problems:
         sys.exit("\n".join(problems))
