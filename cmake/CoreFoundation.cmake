@@ -1,5 +1,5 @@
-# qv_corefoundation: what everything links that includes <CoreFoundation/CoreFoundation.h>, whichever
-# library stands behind it.
+# Defines qv_corefoundation, which every target links that includes <CoreFoundation/CoreFoundation.h>. It
+# stands for the bundled layer or the system's library.
 
 if(APPLE)
   set(default system)

@@ -1,6 +1,6 @@
-# qv_export_only(<shared library> <file>): the library's dynamic symbols are those that the file lists,
-# one plain name a line, whatever else is linked into it. Hidden visibility alone would leave templates
-# of the standard library visible, and some of those keep a library from being unloaded.
+# qv_export_only(<shared library> <file>) makes the library export only the symbols that the file lists, one
+# name a line. Hidden visibility alone leaves templates of the standard library visible. Some of these prevent
+# the unloading of a library.
 function(qv_export_only target file)
   file(STRINGS "${file}" names)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
