@@ -15,7 +15,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
 add_compile_options(-Wall -Wextra)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # Checks that the locks guard what QvThreadSafety.h's annotations say.
+  # Checks that the locks guard what QvSystem/ThreadSafety.h's annotations say.
   add_compile_options(-Wthread-safety)
 endif()
 if(QV_WARNINGS_AS_ERRORS)

@@ -76,8 +76,8 @@ class Buffer {
         if (more > kMost - size_) {
             return false;
         }
-        // The capacity doubles while the buffer is small, and grows by a quarter then, since its
-        // unused part takes memory as well.
+        // The capacity doubles while the buffer is small, and then grows by a quarter, since unused
+        // capacity takes memory as well.
         constexpr std::size_t kMuch = (std::size_t{1} << 25) / sizeof(T);
         const std::size_t needed = size_ + more;
         const std::size_t extra = capacity_ < kMuch ? capacity_ : capacity_ / 4;

@@ -47,8 +47,8 @@ int daysBeforeMonth(int month, bool leap) {
     return kDaysBeforeMonth[month] + (month > 2 && leap ? 1 : 0);
 }
 
-// Return the least integer if the number is not a number or does not fit. The language leaves such
-// conversions undefined, but a date must be the same on every processor.
+// Both functions return the least integer if the number is not a number or does not fit. The
+// language leaves such conversions undefined, but a date must be the same on every processor.
 std::int64_t toInt64(double number) {
     const bool fits = number >= -0x1p63 && number < 0x1p63;
     return fits ? static_cast<std::int64_t>(number) : INT64_MIN;

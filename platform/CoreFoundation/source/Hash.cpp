@@ -23,8 +23,8 @@ Key makeKey() {
     if (getrandom(&key, sizeof key, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof key)) {
         return key;
     }
-    // While the system start has not gathered randomness yet, the time and an address make the key
-    // different in each process.
+    // If the system has not gathered randomness yet, the time and an address make the key different
+    // in each process.
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
     key.low = static_cast<std::uint64_t>(now.tv_nsec) * 0x9E3779B97F4A7C15U;

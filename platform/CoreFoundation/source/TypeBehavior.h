@@ -64,7 +64,7 @@ struct Container : Object {
 
 class Ending {
   public:
-    // Releases a reference that an object holds which is being destroyed.
+    // Releases a reference of an object that is being destroyed.
     void release(const Object* object) {
         if (dropReference(object)) {
             endLater(object);
@@ -103,7 +103,7 @@ class Comparison {
     Buffer<Pair> pending_;
 };
 
-// Collects a text, up to a length beyond which nobody reads.
+// Collects a text. Ignores further text once it has kLongest bytes.
 class Description {
   public:
     void add(const char* text);

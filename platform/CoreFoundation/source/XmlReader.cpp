@@ -231,7 +231,7 @@ class XmlReader {
     }
 
     // Opens a container. A plist element is built as an array, which must have one value when it is
-    // closed. The plist element around the whole document is not a part of the tree.
+    // closed. The plist element around the whole document does not count for the limit of depth.
     bool open(Element element) {
         if (element == Element::Plist && tree_.depth() == 0) {
             tree_.exemptOutermost();

@@ -14,7 +14,7 @@ typedef Boolean (*CFArrayEqualCallBack)(const void* one, const void* other);
 // The functions that an array calls for its values. An array without `retain` and `release` does
 // not retain its values, and an array without `equal` compares them by their addresses.
 typedef struct {
-    CFIndex version;  // 0
+    CFIndex version;  // The version is 0.
     CFArrayRetainCallBack retain;
     CFArrayReleaseCallBack release;
     CFArrayCopyDescriptionCallBack copyDescription;

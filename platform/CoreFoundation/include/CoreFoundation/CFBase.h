@@ -81,7 +81,7 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
 // it returns null. As the deallocator of bytes it frees nothing, so the bytes stay the caller's.
 typedef const struct __CFAllocator* CFAllocatorRef;
 
-CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;  // is null
+CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;  // This reference is null.
 CF_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;
 CF_EXPORT const CFAllocatorRef kCFAllocatorMalloc;
 CF_EXPORT const CFAllocatorRef kCFAllocatorNull;

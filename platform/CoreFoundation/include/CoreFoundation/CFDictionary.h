@@ -16,7 +16,7 @@ typedef CFHashCode (*CFDictionaryHashCallBack)(const void* value);
 // does not retain its keys, and a dictionary without `equal` or `hash` compares or hashes their
 // addresses.
 typedef struct {
-    CFIndex version;  // 0
+    CFIndex version;  // The version is 0.
     CFDictionaryRetainCallBack retain;
     CFDictionaryReleaseCallBack release;
     CFDictionaryCopyDescriptionCallBack copyDescription;
@@ -26,7 +26,7 @@ typedef struct {
 
 // The functions that a dictionary calls for its values.
 typedef struct {
-    CFIndex version;  // 0
+    CFIndex version;  // The version is 0.
     CFDictionaryRetainCallBack retain;
     CFDictionaryReleaseCallBack release;
     CFDictionaryCopyDescriptionCallBack copyDescription;

@@ -12,7 +12,7 @@ CF_EXTERN_C_BEGIN
 typedef UInt32 CFStringEncoding;
 
 enum {
-    kCFStringEncodingASCII = 0x0600,  // bytes over 127 are read as ISO Latin 1
+    kCFStringEncodingASCII = 0x0600,  // Bytes over 127 are read as ISO Latin 1.
     kCFStringEncodingISOLatin1 = 0x0201,
     kCFStringEncodingUTF8 = 0x08000100
 };
