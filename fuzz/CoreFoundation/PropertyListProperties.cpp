@@ -17,7 +17,8 @@ bool isString(const Tree& tree) {
     return tree.kind == Kind::kString;
 }
 
-// Whether a document of the format can hold the tree; what was read is never too deep for that.
+// Returns whether a document of the format can hold the tree. A tree that was read is never nested
+// too deep.
 bool isValid(const Tree& tree) {
     return !anyNode(tree, [](const Tree& node) {
         if (node.kind == Kind::kNull || node.kind == Kind::kSet || node.kind == Kind::kOther) {
@@ -73,24 +74,24 @@ void checkMutability(CFTypeRef object, bool isMutable) {
     if (CFGetTypeID(object) == CFDictionaryGetTypeID()) {
         const auto* const dictionary = static_cast<CFDictionaryRef>(object);
         const CFIndex count = CFDictionaryGetCount(dictionary);
-        // In no document is an array a key.
+        // No document has an array as a key.
         const auto key = tests::makeArray();
         CFDictionaryAddValue(const_cast<CFMutableDictionaryRef>(dictionary), key.get(),
                              kCFBooleanTrue);
         require(CFDictionaryGetCount(dictionary) == count + (isMutable ? 1 : 0),
-                "a dictionary is not as mutable as wanted");
+                "the mutability of a dictionary is wrong");
         CFDictionaryRemoveValue(const_cast<CFMutableDictionaryRef>(dictionary), key.get());
-        require(CFDictionaryGetCount(dictionary) == count, "a dictionary stays changed");
+        require(CFDictionaryGetCount(dictionary) == count, "a removed key is still counted");
     } else if (CFGetTypeID(object) == CFArrayGetTypeID()) {
         const auto* const array = static_cast<CFArrayRef>(object);
         const CFIndex count = CFArrayGetCount(array);
         CFArrayAppendValue(const_cast<CFMutableArrayRef>(array), kCFBooleanTrue);
         require(CFArrayGetCount(array) == count + (isMutable ? 1 : 0),
-                "an array is not as mutable as wanted");
+                "the mutability of an array is wrong");
     }
 }
 
-// Reading by the other function, and with the other options, gives the same.
+// Checks that the other function, with the other options, reads the same tree.
 void checkOtherReadings(CFDataRef document, CFTypeRef object, const Tree& tree) {
     for (const CFOptionFlags option :
          {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
@@ -100,12 +101,12 @@ void checkOtherReadings(CFDataRef document, CFTypeRef object, const Tree& tree) 
             CFPropertyListCreateWithData(kCFAllocatorDefault, document, option, &format, &given));
         const auto error = own(given);
         require(static_cast<bool>(other) == (object != nullptr),
-                "another option decides otherwise");
+                "only one of two options refuses the document");
         require(static_cast<bool>(error) != static_cast<bool>(other),
-                "there is an error exactly on failure");
+                "a failure has no error, or a success has one");
         if (!other) {
             require(CFErrorGetCode(error.get()) == kCFPropertyListReadCorruptError,
-                    "a failure has another code");
+                    "the code of a failure is wrong");
             const auto reason = own(CFErrorCopyDescription(error.get()));
             require(reason && CFStringGetLength(reason.get()) > 0, "an error has no reason");
             continue;
@@ -113,8 +114,8 @@ void checkOtherReadings(CFDataRef document, CFTypeRef object, const Tree& tree) 
         require(format == kCFPropertyListOpenStepFormat ||
                     format == kCFPropertyListXMLFormat_v1_0 ||
                     format == kCFPropertyListBinaryFormat_v1_0,
-                "the format is none");
-        require(treeOf(other.get()) == tree, "another option reads otherwise");
+                "the format is unknown");
+        require(treeOf(other.get()) == tree, "another option reads another tree");
         if (!hasNaN(tree)) {
             require(tests::equal(other.get(), object), "equal trees are not equal");
             require(CFHash(other.get()) == CFHash(object), "equal trees have different hashes");
@@ -125,25 +126,27 @@ void checkOtherReadings(CFDataRef document, CFTypeRef object, const Tree& tree) 
 
 void checkWriting(CFTypeRef object, const Tree& tree) {
     const auto document = tests::writeDocument(object);
-    require(document.has_value() == isValid(tree), "what is valid is what is written");
+    require(document.has_value() == isValid(tree),
+            "a valid tree is not written, or an invalid one is");
     if (!document) {
         return;
     }
     const auto back = tests::readDocument(*document);
     if (!back) {
-        require(cannotBeRead(tree), "its own document is refused");
+        require(cannotBeRead(tree), "the written document is refused");
         return;
     }
     const Tree expected = readBack(tree);
     const Tree read = treeOf(back.get());
-    require(read == expected, "its own document is read otherwise");
-    if (expected == tree && !hasNaN(tree) && !hasDateThatCannotBeSaid(tree) && isAllUnicode(tree)) {
-        require(tests::equal(object, back.get()), "what comes back is not equal");
+    require(read == expected, "the written document yields another tree");
+    if (expected == tree && !hasNaN(tree) && !hasInexpressibleDate(tree) && isAllUnicode(tree)) {
+        require(tests::equal(object, back.get()), "the tree of the written document is not equal");
     }
-    // A year of other than four digits may come back as another; a key that lost something may have
-    // another place.
-    if (!hasMarkAtAStart(tree) && !hasDateThatCannotBeSaid(tree) && !hasIllFormedKey(tree)) {
-        require(tests::writeDocument(back.get()) == document, "it is written otherwise again");
+    // A year without four digits may come back as another year, and a key that lost some characters
+    // may come back in another place.
+    if (!hasMarkAtAStart(tree) && !hasInexpressibleDate(tree) && !hasIllFormedKey(tree)) {
+        require(tests::writeDocument(back.get()) == document,
+                "the tree of the written document is written differently");
     }
 }
 
@@ -156,7 +159,7 @@ void checkPropertyListProperties(const std::uint8_t* data, std::size_t size) {
         kCFAllocatorDefault, document.get(), kCFPropertyListMutableContainers, &given));
     const auto reason = own(given);
     require(static_cast<bool>(reason) != static_cast<bool>(object),
-            "there is a reason exactly on failure");
+            "a failure has no reason, or a success has one");
     if (!object) {
         require(CFStringGetLength(reason.get()) > 0, "the reason is empty");
         checkOtherReadings(document.get(), nullptr, {});
@@ -164,8 +167,8 @@ void checkPropertyListProperties(const std::uint8_t* data, std::size_t size) {
     }
     const Tree tree = treeOf(object.get());
     require(!anyNode(tree, [](const Tree& node) { return node.kind == Kind::kOther; }),
-            "an object of an unknown type");
-    require(static_cast<bool>(own(CFCopyDescription(object.get()))), "there is no description");
+            "an object has an unknown type");
+    require(static_cast<bool>(own(CFCopyDescription(object.get()))), "a tree has no description");
 
     const auto valid = [&object](CFPropertyListFormat format) {
         return CFPropertyListIsValid(object.get(), format) != FALSE;

@@ -1,5 +1,5 @@
-// What must hold of the property-list functions for every document, however damaged. The fuzz
-// target looks for bytes for which it does not; the tests hold the documents that are known to it.
+// Checks properties of the property-list functions that hold for every document, however damaged.
+// The fuzz target looks for bytes that violate them. The tests check the known documents.
 #ifndef QV_FUZZ_PROPERTY_LIST_PROPERTIES_H
 #define QV_FUZZ_PROPERTY_LIST_PROPERTIES_H
 
@@ -8,10 +8,10 @@
 
 namespace qv::fuzz {
 
-// Reads the bytes as a document and checks that every way of reading agrees, that a failure says
-// why, that what is valid is what is written, and that what is written reads back as the same and
-// is written the same again, but for what XML cannot say. Aborts, saying what did not hold,
-// otherwise.
+// Reads the bytes as a document and checks these properties: all ways of reading agree, a failure
+// has a reason, and exactly the valid trees are written. A written tree is read back as the same
+// tree and is written as the same document, except for values that XML cannot express. Aborts with
+// a message if a property does not hold.
 void checkPropertyListProperties(const std::uint8_t* data, std::size_t size);
 
 }  // namespace qv::fuzz

@@ -31,8 +31,9 @@ void append(std::u16string& units, std::uint32_t character) {
     }
 }
 
-// The code units of well-formed UTF-8. Slow and plain: each sequence is decoded without a check,
-// and then has to be the one way to write what came of it.
+// Returns the code units of well-formed UTF-8. The decoder is slow and plain: it decodes each
+// sequence without a check, and then checks that the sequence is the only encoding of the
+// character.
 std::optional<std::u16string> decoded(std::string_view bytes) {
     std::u16string units;
     for (std::size_t index = 0; index < bytes.size();) {
@@ -43,7 +44,7 @@ std::optional<std::u16string> decoded(std::string_view bytes) {
                        : 0;
         };
         const std::uint32_t lead = at(0);
-        // The one exception: a copyright sign of ISO Latin 1.
+        // The copyright sign of ISO Latin 1 is the only exception.
         if (lead == 0xA9) {
             units += u'\ufffd';
             ++index;
@@ -60,7 +61,7 @@ std::optional<std::u16string> decoded(std::string_view bytes) {
         }
         const std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
         const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
-        // A byte of 80 to BF leads nothing; what it gives here is far too large.
+        // No sequence begins with a byte from 80 to BF.
         if (character < smallest[length] || character > 0x10FFFF || isSurrogate ||
             (lead >= 0x80 && lead < 0xC0)) {
             return std::nullopt;
@@ -109,39 +110,42 @@ std::optional<std::string> encoded(const std::u16string& units, CFStringEncoding
 void checkBytesOut(CFStringRef string, const std::u16string& units, CFStringEncoding encoding) {
     const auto expected = encoded(units, encoding);
     const std::size_t size = expected ? expected->size() + 1 : 4 * units.size() + 1;
-    // On the heap and of the exact size, so that a write past it is seen.
+    // The buffer is on the heap and has the exact size, so the sanitizers see a write past its end.
     std::vector<char> buffer(size);
     const auto fits = [&](std::size_t room) {
         return CFStringGetCString(string, buffer.data(), static_cast<CFIndex>(room), encoding) !=
                FALSE;
     };
-    require(fits(size) == expected.has_value(), "an encoding can say it, or cannot");
+    require(fits(size) == expected.has_value(),
+            "an encoding that has all characters fails, or another one does not");
     if (expected) {
-        require(std::memcmp(buffer.data(), expected->c_str(), size) == 0, "other bytes come out");
+        require(std::memcmp(buffer.data(), expected->c_str(), size) == 0,
+                "the encoded bytes are wrong");
         buffer.resize(size - 1);
         buffer.shrink_to_fit();
-        require(!fits(size - 1), "a buffer one byte short is large enough");
+        require(!fits(size - 1), "a buffer that is one byte too small is accepted");
     }
 
     const bool isAscii =
         std::all_of(units.begin(), units.end(), [](char16_t u) { return u < 0x80; });
     const char* const direct = CFStringGetCStringPtr(string, encoding);
-    require((direct != nullptr) == isAscii, "the string's own bytes are there exactly for ASCII");
+    require((direct != nullptr) == isAscii,
+            "an ASCII string does not return its bytes, or another one does");
     require(direct == nullptr || std::memcmp(direct, expected->c_str(), size) == 0,
-            "the string's own bytes are others");
+            "the string's own bytes are wrong");
 }
 
-// Everything that one string of these code units has to say.
+// Checks all accessors of a string that has these code units.
 void check(CFStringRef string, const std::u16string& units) {
     const auto length = static_cast<CFIndex>(units.size());
-    require(CFStringGetLength(string) == length, "the length is another");
-    require(tests::unitsOf(string) == units, "the code units are others");
+    require(CFStringGetLength(string) == length, "the length is wrong");
+    require(tests::unitsOf(string) == units, "the code units are wrong");
     for (CFIndex index = 0; index < length; ++index) {
         require(
             CFStringGetCharacterAtIndex(string, index) == units[static_cast<std::size_t>(index)],
-            "a code unit is another");
+            "a code unit is wrong");
     }
-    require(CFStringGetCharacterAtIndex(string, length) == 0, "there is something at the end");
+    require(CFStringGetCharacterAtIndex(string, length) == 0, "there is a code unit at the end");
     for (const CFStringEncoding encoding : kEncodings) {
         checkBytesOut(string, units, encoding);
     }
@@ -150,7 +154,7 @@ void check(CFStringRef string, const std::u16string& units) {
     require(CFHash(string) == CFHash(same.get()), "equal strings have different hashes");
     require(CFStringCompare(string, same.get(), 0) == kCFCompareEqualTo,
             "equal strings compare as different");
-    require(static_cast<bool>(own(CFCopyDescription(string))), "there is no description");
+    require(static_cast<bool>(own(CFCopyDescription(string))), "a string has no description");
 }
 
 void checkBytes(std::string_view bytes, CFStringEncoding encoding) {
@@ -169,19 +173,20 @@ void checkBytes(std::string_view bytes, CFStringEncoding encoding) {
     const auto string = own(
         CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
                                 static_cast<CFIndex>(bytes.size()), encoding, FALSE));
-    require(static_cast<bool>(string) == units.has_value(), "bytes are well-formed, or are not");
+    require(static_cast<bool>(string) == units.has_value(),
+            "well-formed bytes are refused, or others are not");
     if (string) {
         check(string.get(), *units);
     }
 
-    // Up to the first NUL.
+    // A C string ends at the first NUL.
     const std::string text(bytes.data(), std::min(bytes.find('\0'), bytes.size()));
     const auto ofText = own(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), encoding));
     const auto ofBytes = own(
         CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                                 static_cast<CFIndex>(text.size()), encoding, TRUE));
     require(static_cast<bool>(ofText) == static_cast<bool>(ofBytes),
-            "text and bytes are well-formed, or are not");
+            "only one of text and bytes is refused");
     require(!ofText || tests::equal(ofText.get(), ofBytes.get()), "text and bytes differ");
 }
 
@@ -193,8 +198,10 @@ void checkComparison(const std::u16string& one, const std::u16string& other) {
     const auto first = tests::makeString(one);
     const auto second = tests::makeString(other);
     const int expected = signOf(one.compare(other));
-    require(CFStringCompare(first.get(), second.get(), 0) == expected, "they compare otherwise");
-    require(CFStringCompare(second.get(), first.get(), 0) == -expected, "they compare one way");
+    require(CFStringCompare(first.get(), second.get(), 0) == expected,
+            "the order of two strings is wrong");
+    require(CFStringCompare(second.get(), first.get(), 0) == -expected,
+            "the order of two exchanged strings is wrong");
     require(tests::equal(first.get(), second.get()) == (expected == 0), "equality is wrong");
 }
 

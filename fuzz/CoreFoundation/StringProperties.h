@@ -1,5 +1,5 @@
-// What must hold of strings for all bytes and all code units. The fuzz target looks for some for
-// which it does not; the tests hold those that are known to it.
+// Checks properties of strings that hold for all bytes and all code units. The fuzz target looks
+// for input that violates them. The tests check the known input.
 #ifndef QV_FUZZ_STRING_PROPERTIES_H
 #define QV_FUZZ_STRING_PROPERTIES_H
 
@@ -8,10 +8,9 @@
 
 namespace qv::fuzz {
 
-// Makes strings of the bytes in every encoding, and of the bytes taken as code units, and checks
-// that what they hold is what a decoder of our own finds, that it comes back out, by every
-// accessor, and that comparing, equality and hashes agree. Aborts, saying what did not hold,
-// otherwise.
+// Creates strings from the bytes in every encoding, and from the bytes as code units. Checks that
+// their contents are those that a decoder of our own finds, that every accessor returns them, and
+// that comparison, equality and hashes agree. Aborts with a message if a property does not hold.
 void checkStringProperties(const std::uint8_t* data, std::size_t size);
 
 }  // namespace qv::fuzz

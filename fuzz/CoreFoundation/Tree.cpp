@@ -34,7 +34,7 @@ Tree numberOf(CFNumberRef number) {
     tree.kind = Kind::kInteger;
     std::int64_t value = 0;
     const bool fits = CFNumberGetValue(number, kCFNumberSInt64Type, &value) != FALSE;
-    // What does not fit is over 2^63-1, and given by its low bits.
+    // A number that does not fit is over 2^63-1, and CFNumberGetValue() returns its low bits.
     tree.bytes = fits ? std::to_string(value) : std::to_string(static_cast<std::uint64_t>(value));
     return tree;
 }
@@ -63,7 +63,7 @@ Tree dictionaryOf(CFDictionaryRef dictionary) {
     return tree;
 }
 
-// A dictionary with these entries, as reading makes it: of equal keys the last wins.
+// Returns a dictionary as a reader builds it from the entries. Of equal keys the last one counts.
 Tree dictionaryRead(std::vector<Tree> entries) {
     std::map<std::u16string, std::size_t> places;
     for (std::size_t entry = 0; entry < entries.size(); entry += 2) {
@@ -82,7 +82,7 @@ Tree dictionaryRead(std::vector<Tree> entries) {
     Tree uid;
     uid.kind = Kind::kUid;
     if (value.kind == Kind::kInteger) {
-        // Its low bits, also of what is below 0 or over 2^63-1.
+        // The UID has the low bits of the number, which may be negative or over 2^63-1.
         uid.count = static_cast<std::uint32_t>(value.bytes[0] == '-' ? std::stoll(value.bytes)
                                                                      : std::stoull(value.bytes));
         return uid;
@@ -98,10 +98,10 @@ Tree dictionaryRead(std::vector<Tree> entries) {
     return tree;
 }
 
-// The deepest nesting that is read and written.
+// The depth to which documents are read and written.
 constexpr int kDeepest = 1024;
 
-// As deep as its document form: there a UID is a dictionary.
+// Returns the depth of the document of the tree, in which a UID is a dictionary.
 int depthOf(const Tree& tree) {
     int deepest = 0;
     for (const Tree& element : tree.elements) {
@@ -176,8 +176,8 @@ Tree readBack(const Tree& tree) {
             back.number = 0;
         }
     } else if (tree.kind == Kind::kDate) {
-        if (canBeSaid(tree.number)) {
-            // Added to 0, -0 is 0.
+        if (canBeExpressed(tree.number)) {
+            // Adding 0 turns -0 into 0.
             back.number = std::floor(tree.number) + 0.0;
         } else {
             back.kind = Kind::kAny;
@@ -208,19 +208,20 @@ bool isWellFormed(const std::u16string& units) {
     return true;
 }
 
-bool canBeSaid(double date) {
-    // 0001-01-01T00:00:00Z and 10000-01-01T00:00:00Z.
+bool canBeExpressed(double date) {
+    // These are 0001-01-01T00:00:00Z and 10000-01-01T00:00:00Z.
     const bool isWithinTheYears = date >= -63113904000.0 && date < 252423993600.0;
     return isWithinTheYears && std::floor(date + 1e-4) == std::floor(date);
 }
 
-bool hasDateThatCannotBeSaid(const Tree& tree) {
-    return anyNode(
-        tree, [](const Tree& node) { return node.kind == Kind::kDate && !canBeSaid(node.number); });
+bool hasInexpressibleDate(const Tree& tree) {
+    return anyNode(tree, [](const Tree& node) {
+        return node.kind == Kind::kDate && !canBeExpressed(node.number);
+    });
 }
 
 bool cannotBeRead(const Tree& tree) {
-    return hasDateThatCannotBeSaid(tree) || depthOf(tree) > kDeepest;
+    return hasInexpressibleDate(tree) || depthOf(tree) > kDeepest;
 }
 
 }  // namespace qv::fuzz

@@ -1,5 +1,5 @@
-// What a property list holds, as a value: two trees can be compared, and looked at, without the
-// library under test having a say in it.
+// Represents a property list as a value, which can be compared and read without the library under
+// test.
 #ifndef QV_FUZZ_TREE_H
 #define QV_FUZZ_TREE_H
 
@@ -26,26 +26,26 @@ struct Tree {
         kNull,
         kSet,
         kOther,
-        // Equal to every tree.
+        // A tree of this kind equals every tree.
         kAny,
     };
 
     Kind kind = Kind::kOther;
-    // A string's code units.
+    // The code units of a string.
     std::u16string text;
-    // Data; of an integer its decimal digits.
+    // The bytes of data, or the decimal digits of an integer.
     std::string bytes;
-    // Of a real, in a date as seconds since 2001.
+    // The value of a real, or the seconds of a date since 2001.
     double number = 0;
-    // Of a truth value; a UID's value, a set's count.
+    // The value of a boolean or a UID, or the number of members of a set.
     std::uint64_t count = 0;
-    // A number as kCFNumberSInt32Type, where it is the same then.
+    // The value of a number as kCFNumberSInt32Type, if it equals the number.
     std::optional<std::int32_t> sint32;
-    // An array's; of a dictionary key, value, key, value, by the keys' code units.
+    // The elements of an array, or the keys and values of a dictionary in turn, sorted by the keys.
     std::vector<Tree> elements;
 };
 
-// NaN is equal to itself, and 0 differs from -0.
+// A NaN equals every NaN, and 0 does not equal -0.
 bool operator==(const Tree& one, const Tree& other);
 inline bool operator!=(const Tree& one, const Tree& other) {
     return !(one == other);
@@ -53,17 +53,18 @@ inline bool operator!=(const Tree& one, const Tree& other) {
 
 Tree treeOf(CFTypeRef object);
 
-// The tree as it comes back when it is written as XML and read again. Differs where XML cannot say
-// it:
-//  - a string loses one leading U+FEFF, and a key may thereby become equal to a later one, which
-//  wins;
-//  - a dictionary that holds just "CF$UID" and a number comes back as a UID;
-//  - -0 comes back as 0, a date too, and a date without the fraction of its second;
-//  - a date of which canBeSaid() does not hold becomes kAny, and so does a string with a lone
-//    surrogate, of which some is lost, and a dictionary with such a key.
+// Returns the tree that is read from the XML document of the tree. It differs from the tree if XML
+// cannot express a value:
+//   - A string loses one leading U+FEFF. If a key becomes equal to a later one, the later one
+//   counts.
+//   - A dictionary that holds only "CF$UID" and a number becomes a UID.
+//   - A real or a date of -0 becomes 0, and a date loses the fraction of its second.
+//   - A date for which canBeExpressed() is false becomes kAny.
+//   - A string with a lone surrogate, or a dictionary with such a key, becomes kAny, since some of
+//     the text is lost.
 Tree readBack(const Tree& tree);
 
-// Whether any node of the tree is one for which `holds`.
+// Returns whether `holds` returns true for any node of the tree.
 template <class Predicate>
 bool anyNode(const Tree& tree, const Predicate& holds) {
     if (holds(tree)) {
@@ -77,18 +78,19 @@ bool anyNode(const Tree& tree, const Predicate& holds) {
     return false;
 }
 
-// Whether the code units are Unicode: no surrogate without its partner.
+// Returns whether the code units are Unicode, with no lone surrogate.
 bool isWellFormed(const std::u16string& units);
 
-// Whether a date has a document form that says what it is, to the second: it is in the years 1 to
-// 9999, and not so little before a second that it is rounded up to it, which then may be the
-// minute's 61st.
-bool canBeSaid(double date);
+// Returns whether a document can express the date to the second. The date must be in the years 1 to
+// 9999. A date just before a second is rounded up to that second, which may be the 61st of its
+// minute.
+bool canBeExpressed(double date);
 
-// Another date, or no tree at all, may come back then.
-bool hasDateThatCannotBeSaid(const Tree& tree);
+// Returns whether the tree holds a date that no document can express. Its document may be refused
+// or yield another date.
+bool hasInexpressibleDate(const Tree& tree);
 
-// Whether the tree's own document may be refused.
+// Returns whether the document of the tree may be refused.
 bool cannotBeRead(const Tree& tree);
 
 }  // namespace qv::fuzz

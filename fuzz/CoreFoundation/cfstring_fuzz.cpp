@@ -1,4 +1,4 @@
-// Strings, of bytes and of code units.
+// Fuzzes strings that are created from bytes and from code units.
 
 #include <cstddef>
 #include <cstdint>

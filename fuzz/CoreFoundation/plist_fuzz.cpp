@@ -1,4 +1,4 @@
-// Property-list documents of every kind.
+// Fuzzes property-list documents of every kind.
 
 #include <cstddef>
 #include <cstdint>

@@ -35,7 +35,7 @@ TEST_F(CFArray, HoldsItsValuesInOrder) {
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), 2), &one);
 }
 
-TEST_F(CFArray, IndexOutsideGivesNull) {
+TEST_F(CFArray, IndexOutsideYieldsNull) {
     const auto array = make({&one});
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), 1), nullptr);
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), -1), nullptr);
@@ -56,7 +56,7 @@ TEST_F(CFArray, NegativeCountIsRefused) {
     EXPECT_EQ(CFArrayCreateMutable(kCFAllocatorDefault, -1, &kCFTypeArrayCallBacks), nullptr);
 }
 
-TEST_F(CFArray, MoreValuesThanMemoryCanHoldAreRefused) {
+TEST_F(CFArray, TooManyValuesAreRefused) {
     const void* values[] = {kCFBooleanTrue};
     const CFIndex most = std::numeric_limits<CFIndex>::max();
     const auto pointerSize = static_cast<CFIndex>(sizeof(void*));
@@ -65,17 +65,17 @@ TEST_F(CFArray, MoreValuesThanMemoryCanHoldAreRefused) {
             EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, values, count, callBacks), nullptr);
         }
     }
-    // Here it is the array itself, beside its callbacks and values, that is too much.
+    // This count is too large only together with the array and its callbacks.
     const CFIndex count = (most - static_cast<CFIndex>(sizeof(CFArrayCallBacks))) / pointerSize;
     EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, values, count, &Counting::ofArray), nullptr);
 }
 
-TEST_F(CFArray, ValuesThatAreNotGivenAreRefused) {
+TEST_F(CFArray, NullValuesWithACountAreRefused) {
     EXPECT_EQ(CFArrayCreate(kCFAllocatorDefault, nullptr, 1, &kCFTypeArrayCallBacks), nullptr);
 }
 
-// Two of the callbacks for objects, and one of its own: none is left out.
-TEST_F(CFArray, CallBacksForObjectsMayBeMixedWithOthers) {
+// One of the callbacks for objects is missing. The array calls the others and nothing else.
+TEST_F(CFArray, OneOfTheCallBacksForObjectsMayBeMissing) {
     const auto string = makeString("text");
     const void* values[] = {string.get()};
     CFArrayCallBacks withoutEqual = kCFTypeArrayCallBacks;
@@ -94,14 +94,14 @@ TEST_F(CFArray, CallBacksForObjectsMayBeMixedWithOthers) {
     own(string.get());
 }
 
-TEST_F(CFArray, ThatHoldsObjectsIsNeverEqualToOneThatDoesNot) {
+TEST_F(CFArray, OfObjectsNeverEqualsOneOfPointers) {
     const auto ofObjects = make({kCFBooleanTrue}, &kCFTypeArrayCallBacks);
     const auto ofPointers = make({kCFBooleanTrue}, nullptr);
     EXPECT_FALSE(equal(ofObjects.get(), ofPointers.get()));
     EXPECT_FALSE(equal(ofPointers.get(), ofObjects.get()));
 }
 
-TEST_F(CFArray, RetainsItsValuesWhileItLives) {
+TEST_F(CFArray, RetainsItsValuesUntilItIsDestroyed) {
     {
         const auto array = make({&one, &two, &one});
         EXPECT_EQ(Counting::held[&one], 2);
@@ -114,7 +114,7 @@ TEST_F(CFArray, RetainsItsValuesWhileItLives) {
     EXPECT_EQ(Counting::held[&two], 0);
 }
 
-TEST_F(CFArray, RetainsWhatIsAppended) {
+TEST_F(CFArray, RetainsAppendedValues) {
     {
         const auto array = own(CFArrayCreateMutable(kCFAllocatorDefault, 0, &Counting::ofArray));
         for (int round = 0; round < 1000; ++round) {
@@ -127,7 +127,7 @@ TEST_F(CFArray, RetainsWhatIsAppended) {
     EXPECT_EQ(Counting::held[&two], 0);
 }
 
-TEST_F(CFArray, ObjectsLiveAsLongAsTheArray) {
+TEST_F(CFArray, RetainsItsObjectsUntilItIsDestroyed) {
     const auto string = makeString("text");
     auto array = makeArray();
     CFArrayAppendValue(array.get(), string.get());
@@ -138,7 +138,7 @@ TEST_F(CFArray, ObjectsLiveAsLongAsTheArray) {
     EXPECT_EQ(CFGetRetainCount(string.get()), 1);
 }
 
-TEST_F(CFArray, WithoutCallBacksHoldsPointers) {
+TEST_F(CFArray, WithoutCallBacksComparesPointers) {
     for (const bool isGiven : {false, true}) {
         const CFArrayCallBacks none{};
         const CFArrayCallBacks* const callBacks = isGiven ? &none : nullptr;
@@ -160,13 +160,13 @@ TEST_F(CFArray, CopiesTheCallBacks) {
     EXPECT_EQ(Counting::held[&one], 1);
 }
 
-TEST_F(CFArray, IsComparedByItsCallBack) {
+TEST_F(CFArray, IsComparedWithItsCallBack) {
     EXPECT_TRUE(equal(make({&one, &two}).get(), make({&alsoOne, &two}).get()));
     EXPECT_GT(Counting::comparisons, 0);
     EXPECT_FALSE(equal(make({&one, &two}).get(), make({&two, &one}).get()));
 }
 
-TEST_F(CFArray, IsEqualElementByElement) {
+TEST_F(CFArray, EqualsAnArrayOfEqualElementsInTheSameOrder) {
     const auto make = [](const std::vector<std::string>& texts) {
         auto array = makeArray();
         for (const std::string& text : texts) {
@@ -182,20 +182,20 @@ TEST_F(CFArray, IsEqualElementByElement) {
     EXPECT_FALSE(equal(array.get(), make({"a", "b", "c"}).get()));
 }
 
-TEST_F(CFArray, DescriptionAsksTheCallBack) {
+TEST_F(CFArray, DescriptionCallsTheCallBack) {
     const auto array = make({&one});
     const auto description = own(CFCopyDescription(array.get()));
     EXPECT_NE(utf8Of(description.get()).value_or("").find("an int"), std::string::npos);
 }
 
-TEST_F(CFArray, ThatIsImmutableStaysAsItIs) {
+TEST_F(CFArray, CannotBeChangedIfImmutable) {
     const auto array = make({&one});
     CFArrayAppendValue(const_cast<CFMutableArrayRef>(array.get()), &two);
     EXPECT_EQ(CFArrayGetCount(array.get()), 1);
     EXPECT_EQ(Counting::held[&two], 0);
 }
 
-TEST_F(CFArray, CapacityIsAHint) {
+TEST_F(CFArray, GrowsBeyondItsCapacity) {
     const auto array = own(CFArrayCreateMutable(kCFAllocatorDefault, 1, &kCFTypeArrayCallBacks));
     for (int index = 0; index < 100; ++index) {
         CFArrayAppendValue(array.get(), kCFBooleanTrue);

@@ -1,4 +1,4 @@
-// Base64, as the measured documents are kept.
+// Encodes and decodes base64, the form in which the measured documents are kept.
 #ifndef QV_TESTS_BASE64_H
 #define QV_TESTS_BASE64_H
 

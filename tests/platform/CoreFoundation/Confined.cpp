@@ -30,7 +30,7 @@ void lower(__rlimit_resource resource, rlim_t value) {
 void limitMemory() {
 #ifndef QV_SANITIZED
     constexpr rlim_t kMemory = 256UL * 1024 * 1024;
-    // Of the fields, all in pages, the sixth is what the limit counts.
+    // The limit counts the sixth field. All fields count pages.
     std::ifstream sizes("/proc/self/statm");
     rlim_t pages = 0;
     for (int field = 0; field < 6; ++field) {
@@ -73,8 +73,9 @@ void confined(const std::function<void()>& action) {
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child) << std::strerror(errno);
-    EXPECT_FALSE(WIFSIGNALED(status)) << "ended by signal " << WTERMSIG(status);
-    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : 0, 0) << "failed in the child, see above";
+    EXPECT_FALSE(WIFSIGNALED(status)) << "the child was ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : 0, 0)
+        << "the action failed in the child, see above";
 }
 
 }  // namespace qv::tests

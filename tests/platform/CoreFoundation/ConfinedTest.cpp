@@ -1,4 +1,5 @@
-// What the tests of hostile documents stand on: that harm done in there is seen out here.
+// Shows that a failure in a confined action is a failure of the calling test. The tests of hostile
+// documents rely on this.
 
 #include "platform/CoreFoundation/Confined.h"
 
@@ -13,23 +14,23 @@
 namespace qv::tests {
 namespace {
 
-TEST(Confined, FailureInsideIsOneOutside) {
-    EXPECT_NONFATAL_FAILURE(confined([] { ADD_FAILURE() << "wanted by the test"; }),
+TEST(Confined, FailureOfTheActionFailsTheTest) {
+    EXPECT_NONFATAL_FAILURE(confined([] { ADD_FAILURE() << "the test provokes this failure"; }),
                             "in the child");
 }
 
-TEST(Confined, DeathInsideIsAFailureOutside) {
+TEST(Confined, DeathOfTheChildFailsTheTest) {
     EXPECT_NONFATAL_FAILURE(confined([] { std::_Exit(3); }), "in the child");
     EXPECT_NONFATAL_FAILURE(confined([] { std::raise(SIGKILL); }), "signal 9");
 }
 
-TEST(Confined, NothingChangesOutside) {
+TEST(Confined, ActionDoesNotChangeTheCallingProcess) {
     int value = 1;
     confined([&value] { value = 2; });
     EXPECT_EQ(value, 1);
 }
 
-// The sanitizers change both.
+// Under the sanitizers the memory has no limit and the stack is larger.
 #ifndef QV_SANITIZED
 TEST(Confined, MemoryHasALimit) {
     confined([] {
@@ -48,7 +49,7 @@ TEST(Confined, MemoryHasALimit) {
     });
 }
 
-TEST(SmallStack, IsSmall) {
+TEST(SmallStack, Has512KiB) {
     std::size_t size = 0;
     onSmallStack([&size] {
         pthread_attr_t attributes;

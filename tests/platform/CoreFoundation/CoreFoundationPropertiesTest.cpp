@@ -1,5 +1,6 @@
-// The properties that the fuzz targets look at, for the measured documents and strings. With two
-// folders as its arguments the program writes these there instead, as the fuzzers' seeds.
+// Checks the properties of the fuzz targets for the measured documents and strings. If the program
+// has two folders as its arguments, it writes the documents and strings there instead, as seeds of
+// the fuzzers.
 
 #include <gtest/gtest.h>
 
@@ -28,7 +29,7 @@ void forEachLine(const std::string& name, Take take) {
     }
 }
 
-// Calls `take` with the name and the bytes of each.
+// Calls `take` with the name and the bytes of each document.
 template <class Take>
 void forEachDocument(Take take) {
     for (const auto& [file, count] : kMeasuredDocuments) {
@@ -66,7 +67,7 @@ TEST(PropertyListProperties, HoldForEveryMeasuredDocument) {
 
 TEST(PropertyListProperties, HoldForEveryBeginningOfADocument) {
     forEachDocument([](const std::string& name, const std::string& bytes) {
-        // One document of each kind and encoding, and not the long ones, which hold nothing else.
+        // The short documents contain every kind and encoding. The long ones add nothing.
         if (bytes.size() > 700 || name.compare(0, 4, "fuzz") == 0) {
             return;
         }
@@ -85,7 +86,7 @@ TEST(StringProperties, HoldForEveryMeasuredString) {
     EXPECT_EQ(count, 300);
 }
 
-TEST(StringProperties, HoldForEveryDocumentTakenAsAString) {
+TEST(StringProperties, HoldForTheBytesOfEveryDocument) {
     forEachDocument([](const std::string& name, const std::string& bytes) {
         if (name.compare(0, 4, "fuzz") != 0) {
             checkString(bytes);

@@ -1,4 +1,4 @@
-// Callbacks of containers that count what they are called for.
+// Provides callbacks of containers that count their calls.
 #ifndef QV_TESTS_COUNTING_CALL_BACKS_H
 #define QV_TESTS_COUNTING_CALL_BACKS_H
 
@@ -9,9 +9,10 @@
 
 namespace qv::tests {
 
-// Values are pointers to int; those to equal numbers are equal.
+// The values are pointers to int. Two values are equal if the numbers are.
 struct CountingCallBacks {
-    // How often each value is held. One that was given back more often than taken is below 0.
+    // Counts how often each value is retained. The count is negative if a value was released too
+    // often.
     static inline std::map<const void*, int> held;
     static inline int comparisons = 0;
 
@@ -20,7 +21,7 @@ struct CountingCallBacks {
         comparisons = 0;
     }
 
-    // Of all values together.
+    // Returns the sum of the counts of all values.
     static int heldInAll() {
         int sum = 0;
         for (const auto& [value, count] : held) {

@@ -1,5 +1,5 @@
-// What is written, others read as the same: libplist, and Python's plistlib, which stands on a
-// conforming XML parser.
+// Shows that other readers read a written document as the same tree: libplist, and plistlib of
+// Python, which uses a conforming XML parser.
 
 #include <gtest/gtest.h>
 #include <plist/plist.h>
@@ -24,6 +24,7 @@
 #include "CoreFoundation/Tree.h"
 #include "gen_lite/Hex.h"
 #include "platform/CoreFoundation/Base64.h"
+#include "platform/CoreFoundation/MeasuredDocuments.h"
 #include "platform/CoreFoundation/Objects.h"
 #include "support/TemporaryDirectory.h"
 
@@ -48,13 +49,6 @@ std::string bitsOf(double number) {
     return digits;
 }
 
-// Moved, not copied at every level: some trees are deep.
-json node(const char* kind, json value) {
-    json object = json::object();
-    object[kind] = std::move(value);
-    return object;
-}
-
 json integerNode(const std::string& digits) {
     return node("integer", digits);
 }
@@ -68,11 +62,11 @@ json dataNode(const std::string& bytes) {
     return node("data", toHex(bytes));
 }
 json uidNode(std::uint64_t value) {
-    // XML has no other word for it.
+    // XML has no UID, so a UID is written as a dictionary.
     return node("dict", node("CF$UID", integerNode(std::to_string(value))));
 }
 
-// The tree as a reader of what is written has to find it. `text` says what becomes of a string.
+// Returns the tree that a reader of the written document must find. `text` converts a string.
 template <class Text>
 json nodeOf(const Tree& tree, const Text& text) {
     switch (tree.kind) {
@@ -109,7 +103,7 @@ json nodeOf(const Tree& tree, const Text& text) {
     }
 }
 
-// What of a tree makes its document no XML, whatever reads it; empty where nothing does.
+// Returns the reason why the document of the tree is not XML, or nothing if it is XML.
 std::string whyNotXml(const Tree& tree) {
     const bool hasCharacter = fuzz::anyNode(tree, [](const Tree& node) {
         for (const char16_t unit : node.text) {
@@ -128,15 +122,15 @@ std::string whyNotXml(const Tree& tree) {
     return hasSurrogate ? "a lone surrogate is lost" : "";
 }
 
-// Why a date cannot be read back by anyone.
+// Returns the reason why no reader can read a date of the tree back, or nothing.
 std::string whyNotADate(const Tree& tree) {
     const bool isOutside = fuzz::anyNode(tree, [](const Tree& node) {
-        return node.kind == Tree::Kind::kDate && !fuzz::canBeSaid(node.number);
+        return node.kind == Tree::Kind::kDate && !fuzz::canBeExpressed(node.number);
     });
-    return isOutside ? "the year has not four digits" : "";
+    return isOutside ? "a year does not have four digits" : "";
 }
 
-// The measured documents, and trees made by chance.
+// Holds the trees of the measured documents, and random trees.
 class Trees {
   public:
     Trees() {
@@ -191,7 +185,8 @@ class Trees {
             case 3:
                 return own<CFTypeRef>(below(2) == 0 ? kCFBooleanTrue : kCFBooleanFalse);
             case 4: {
-                // Mostly of the last and of this century, some to a quarter of a second.
+                // Most dates are of the last and of this century. Some are a quarter of a second
+                // past a second.
                 const std::int64_t range = below(8) == 0 ? 60000000000 : 2000000000;
                 const auto seconds = static_cast<double>(static_cast<std::int64_t>(bits()) % range);
                 return own<CFTypeRef>(makeDate(seconds + (below(3) == 0 ? 0.25 : 0)).release());
@@ -243,8 +238,8 @@ class Trees {
     std::vector<Document> documents_;
 };
 
-// Compares what a peer has read with what it should have. `Read` gives its tree, `Expect` the right
-// one, and `WhyNot` says why a document is not for it, or nothing.
+// Compares each tree that a peer reads with the expected one. `read` returns the tree of the peer,
+// and `expect` the expected one. `whyNot` returns the reason to skip a document, or nothing.
 struct Count {
     int compared = 0;
     std::map<std::string, int> skipped;
@@ -336,7 +331,7 @@ json nodeOf(plist_t item) {
     }
 }
 
-// It gives every whole number without its sign.
+// Returns the tree as libplist reads it: without the signs of whole numbers.
 Tree withoutSigns(Tree tree) {
     if (tree.kind == Tree::Kind::kInteger && tree.bytes[0] == '-') {
         tree.bytes = std::to_string(static_cast<std::uint64_t>(std::stoll(tree.bytes)));
@@ -347,7 +342,7 @@ Tree withoutSigns(Tree tree) {
     return tree;
 }
 
-TEST(CrossReading, LibplistReadsWhatIsWritten) {
+TEST(CrossReading, LibplistReadsWrittenDocuments) {
     const Trees trees;
     const auto read = [](const Trees::Document& document) -> json {
         plist_t root = nullptr;
@@ -368,7 +363,7 @@ TEST(CrossReading, LibplistReadsWhatIsWritten) {
     EXPECT_GT(compareAll(trees, read, expect, whyNot).compared, 500);
 }
 
-// The trees that Python found in the files of a folder.
+// Returns the trees that Python reads from the files of a folder.
 std::map<std::string, json> readWithPython(const std::string& folder) {
     const std::string command = QV_PYTHON " " QV_READ_BACK " '" + folder + "'";
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(::popen(command.c_str(), "r"),
@@ -392,7 +387,7 @@ std::map<std::string, json> readWithPython(const std::string& folder) {
     return trees;
 }
 
-// As every XML parser has it, there is one kind of line end.
+// Converts each line end to a line feed, as every XML parser does.
 std::string withPlainLineEnds(const std::u16string& units) {
     std::string text;
     for (const char character : utf8(units)) {
@@ -406,7 +401,7 @@ std::string withPlainLineEnds(const std::u16string& units) {
     return text;
 }
 
-TEST(CrossReading, PythonReadsWhatIsWritten) {
+TEST(CrossReading, PythonReadsWrittenDocuments) {
     const Trees trees;
     const TemporaryDirectory directory;
     for (const Trees::Document& document : trees.documents()) {

@@ -33,7 +33,7 @@ TEST(CFData, NegativeLengthIsRefused) {
               nullptr);
 }
 
-TEST(CFData, BytesThatAreNotGivenAreRefused) {
+TEST(CFData, NullBytesWithALengthAreRefused) {
     EXPECT_EQ(CFDataCreate(kCFAllocatorDefault, nullptr, 1), nullptr);
     EXPECT_EQ(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, nullptr, 1, kCFAllocatorNull),
               nullptr);
@@ -51,7 +51,7 @@ TEST(CFData, EqualBytesAreEqual) {
     EXPECT_FALSE(equal(makeData("ab").get(), makeString("ab").get()));
 }
 
-TEST(CFData, BytesMayStayTheCallers) {
+TEST(CFData, NullDeallocatorLeavesTheBytesToTheCaller) {
     UInt8 bytes[] = {1, 2, 3};
     {
         const auto data =
@@ -63,8 +63,8 @@ TEST(CFData, BytesMayStayTheCallers) {
     bytes[0] = 4;
 }
 
-// That they are freed, and once, the sanitizers see.
-TEST(CFData, BytesMayBeTakenOver) {
+// The sanitizers check that the bytes are freed once.
+TEST(CFData, OtherDeallocatorsTakeOverTheBytes) {
     for (const CFAllocatorRef deallocator :
          {kCFAllocatorDefault, kCFAllocatorMalloc, kCFAllocatorSystemDefault}) {
         auto* const bytes = static_cast<UInt8*>(std::malloc(3));
@@ -78,13 +78,7 @@ TEST(CFData, BytesMayBeTakenOver) {
     }
 }
 
-TEST(CFData, BytesOfDataThatCannotBeMadeStayTheCallers) {
-    auto* const bytes = static_cast<UInt8*>(std::malloc(3));
-    EXPECT_EQ(CFDataCreateWithBytesNoCopy(kCFAllocatorNull, bytes, 3, kCFAllocatorMalloc), nullptr);
-    std::free(bytes);
-}
-
-TEST(CFData, LargeDataIsKeptWhole) {
+TEST(CFData, HoldsAMillionBytes) {
     std::string bytes;
     for (int index = 0; index < 1000000; ++index) {
         bytes += static_cast<char>(index * 7);

@@ -8,7 +8,7 @@
 namespace qv::tests {
 namespace {
 
-TEST(CFDate, IsTheTimeItWasMadeOf) {
+TEST(CFDate, HoldsItsTime) {
     for (const double time : {0.0, 1.5, -63114076800.0, 252423993599.0, 1e300}) {
         EXPECT_EQ(CFDateGetAbsoluteTime(makeDate(time).get()), time);
     }
@@ -23,7 +23,7 @@ TEST(CFDate, EqualTimesAreEqual) {
     EXPECT_EQ(CFHash(makeDate(0.0).get()), CFHash(makeDate(-0.0).get()));
 }
 
-TEST(CFDate, AllThatAreNoTimeAreEqual) {
+TEST(CFDate, NotANumberEqualsEveryOther) {
     const auto one = makeDate(std::nan(""));
     const auto other = makeDate(-std::nan("1"));
     EXPECT_TRUE(equal(one.get(), other.get()));
@@ -32,7 +32,7 @@ TEST(CFDate, AllThatAreNoTimeAreEqual) {
     EXPECT_FALSE(equal(makeDate(0).get(), one.get()));
 }
 
-TEST(CFDate, IsWrittenInUtcToTheSecondBefore) {
+TEST(CFDate, IsWrittenInUtcRoundedDownToTheSecond) {
     const auto written = [](double time) {
         const std::string xml = writeDocument(makeDate(time).get()).value_or("");
         const auto begin = xml.find("<date>") + 6;

@@ -57,7 +57,7 @@ TEST_F(CFDictionary, FindsValuesByEqualKeys) {
     EXPECT_EQ(CFDictionaryContainsKey(dictionary.get(), &ten), FALSE);
 }
 
-TEST_F(CFDictionary, FindsObjectsByEqualOnes) {
+TEST_F(CFDictionary, FindsObjectsByEqualObjects) {
     const auto dictionary = makeDictionary();
     CFDictionarySetValue(dictionary.get(), makeString("caf\u00e9").get(), kCFBooleanTrue);
     CFDictionarySetValue(dictionary.get(), makeInteger(5).get(), kCFBooleanFalse);
@@ -71,7 +71,7 @@ TEST_F(CFDictionary, FindsObjectsByEqualOnes) {
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), makeString("x").get()), nullptr);
 }
 
-TEST_F(CFDictionary, OfEqualKeysTheFirstStays) {
+TEST_F(CFDictionary, KeepsTheFirstOfEqualKeys) {
     const auto dictionary = make({{&one, &ten}, {&alsoOne, &twenty}});
     EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 1);
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &one), &ten);
@@ -100,7 +100,7 @@ TEST_F(CFDictionary, NegativeCountIsRefused) {
     EXPECT_EQ(CFDictionaryCreateMutable(kCFAllocatorDefault, -1, nullptr, nullptr), nullptr);
 }
 
-TEST_F(CFDictionary, KeysOrValuesThatAreNotGivenAreRefused) {
+TEST_F(CFDictionary, NullKeysOrValuesWithACountAreRefused) {
     const void* values[] = {&one};
     EXPECT_EQ(CFDictionaryCreate(kCFAllocatorDefault, nullptr, values, 1, nullptr, nullptr),
               nullptr);
@@ -108,7 +108,7 @@ TEST_F(CFDictionary, KeysOrValuesThatAreNotGivenAreRefused) {
               nullptr);
 }
 
-TEST_F(CFDictionary, CopyOfTheCallBacksForObjectsIsForObjects) {
+TEST_F(CFDictionary, CopyOfTheCallBacksForObjectsWorksLikeTheConstants) {
     const CFDictionaryKeyCallBacks keys = kCFTypeDictionaryKeyCallBacks;
     const CFDictionaryValueCallBacks values = kCFTypeDictionaryValueCallBacks;
     const auto dictionary = make({{CFSTR("key"), CFSTR("value")}}, &keys, &values);
@@ -119,7 +119,7 @@ TEST_F(CFDictionary, CopyOfTheCallBacksForObjectsIsForObjects) {
     EXPECT_TRUE(writeDocument(dictionary.get()));
 }
 
-TEST_F(CFDictionary, KeysMayBeObjectsAndValuesNot) {
+TEST_F(CFDictionary, KeysMayBeObjectsWhileValuesAreNot) {
     const auto key = makeString("a key of some length");
     {
         const auto dictionary =
@@ -138,7 +138,7 @@ TEST_F(CFDictionary, KeysMayBeObjectsAndValuesNot) {
     EXPECT_EQ(Counting::heldInAll(), 0);
 }
 
-TEST_F(CFDictionary, ValuesMayBeObjectsAndKeysNot) {
+TEST_F(CFDictionary, ValuesMayBeObjectsWhileKeysAreNot) {
     const auto value = makeString("a value of some length");
     {
         const auto dictionary =
@@ -155,7 +155,7 @@ TEST_F(CFDictionary, ValuesMayBeObjectsAndKeysNot) {
     EXPECT_EQ(Counting::heldInAll(), 0);
 }
 
-TEST_F(CFDictionary, ThatHoldsObjectsIsNeverEqualToOneThatDoesNot) {
+TEST_F(CFDictionary, OfObjectsNeverEqualsOneOfPointers) {
     const Entries entries = {{CFSTR("key"), CFSTR("value")}};
     const auto* const keys = &kCFTypeDictionaryKeyCallBacks;
     const auto* const values = &kCFTypeDictionaryValueCallBacks;
@@ -167,8 +167,8 @@ TEST_F(CFDictionary, ThatHoldsObjectsIsNeverEqualToOneThatDoesNot) {
     }
 }
 
-// Two of the callbacks for objects, and others in the place of the rest: none is left out.
-TEST_F(CFDictionary, CallBacksForObjectsMayBeMixedWithOthers) {
+// One of the callbacks for objects is missing. The dictionary calls the others and nothing else.
+TEST_F(CFDictionary, OneOfTheCallBacksForObjectsMayBeMissing) {
     CFDictionaryKeyCallBacks keys[] = {kCFTypeDictionaryKeyCallBacks, kCFTypeDictionaryKeyCallBacks,
                                        kCFTypeDictionaryKeyCallBacks};
     keys[0].release = nullptr;
@@ -206,7 +206,7 @@ TEST_F(CFDictionary, CallBacksForObjectsMayBeMixedWithOthers) {
         make({{key.get(), sameValue.get()}}, &kCFTypeDictionaryKeyCallBacks, &values[1]).get()));
 }
 
-TEST_F(CFDictionary, ManyKeysWithoutAHashOfTheirOwnAreFoundByAddress) {
+TEST_F(CFDictionary, ManyKeysWithoutCallBacksAreFoundByAddress) {
     const auto dictionary =
         own(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr));
     const std::vector<int> numbers(1000, 7);
@@ -220,7 +220,7 @@ TEST_F(CFDictionary, ManyKeysWithoutAHashOfTheirOwnAreFoundByAddress) {
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &one), nullptr);
 }
 
-TEST_F(CFDictionary, RetainsKeysAndValuesWhileItLives) {
+TEST_F(CFDictionary, RetainsKeysAndValuesUntilItIsDestroyed) {
     {
         const auto dictionary = make({{&one, &ten}, {&two, &ten}});
         EXPECT_EQ(Counting::held[&one], 1);
@@ -231,7 +231,7 @@ TEST_F(CFDictionary, RetainsKeysAndValuesWhileItLives) {
     EXPECT_EQ(Counting::held[&ten], 0);
 }
 
-TEST_F(CFDictionary, AddingKeepsWhatAKeyHas) {
+TEST_F(CFDictionary, AddingKeepsTheValueOfAnExistingKey) {
     const auto dictionary = makeMutable();
     CFDictionaryAddValue(dictionary.get(), &one, &ten);
     CFDictionaryAddValue(dictionary.get(), &alsoOne, &twenty);
@@ -267,7 +267,7 @@ TEST_F(CFDictionary, ValueMayBeReplacedByItself) {
     EXPECT_EQ(utf8Of(static_cast<CFStringRef>(value)), "the only value");
 }
 
-TEST_F(CFDictionary, RemovingGivesKeyAndValueBack) {
+TEST_F(CFDictionary, RemovingReleasesKeyAndValue) {
     const auto dictionary = makeMutable();
     CFDictionarySetValue(dictionary.get(), &one, &ten);
     CFDictionarySetValue(dictionary.get(), &two, &twenty);
@@ -281,8 +281,8 @@ TEST_F(CFDictionary, RemovingGivesKeyAndValueBack) {
     EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 1);
 }
 
-// The key that is asked for may be the one that goes.
-TEST_F(CFDictionary, RemovesByItsOwnKey) {
+// The key to remove may be the one that the dictionary holds.
+TEST_F(CFDictionary, RemovingByItsOwnKeyIsSafe) {
     const auto dictionary = makeDictionary();
     CFDictionarySetValue(dictionary.get(), makeString("the only key").get(), kCFBooleanTrue);
     const void* key = nullptr;
@@ -291,7 +291,7 @@ TEST_F(CFDictionary, RemovesByItsOwnKey) {
     EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 0);
 }
 
-TEST_F(CFDictionary, RemovingAllLeavesItToBeFilledAgain) {
+TEST_F(CFDictionary, CanBeFilledAgainAfterRemovingAll) {
     const auto dictionary = makeMutable();
     for (int round = 0; round < 3; ++round) {
         CFDictionarySetValue(dictionary.get(), &one, &ten);
@@ -305,7 +305,7 @@ TEST_F(CFDictionary, RemovingAllLeavesItToBeFilledAgain) {
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), &one), &ten);
 }
 
-TEST_F(CFDictionary, StoredNullIsToldFromNone) {
+TEST_F(CFDictionary, StoredNullDiffersFromAMissingKey) {
     const auto dictionary =
         own(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &Counting::ofKeys, nullptr));
     CFDictionarySetValue(dictionary.get(), &one, nullptr);
@@ -320,7 +320,7 @@ TEST_F(CFDictionary, StoredNullIsToldFromNone) {
     EXPECT_EQ(CFDictionaryGetValueIfPresent(dictionary.get(), &two, nullptr), FALSE);
 }
 
-TEST_F(CFDictionary, WithoutCallBacksHoldsPointers) {
+TEST_F(CFDictionary, WithoutCallBacksComparesPointers) {
     for (const bool isGiven : {false, true}) {
         const CFDictionaryKeyCallBacks noneOfKeys{};
         const CFDictionaryValueCallBacks noneOfValues{};
@@ -350,7 +350,7 @@ TEST_F(CFDictionary, CopiesTheCallBacks) {
     EXPECT_EQ(Counting::held[&ten], 1);
 }
 
-TEST_F(CFDictionary, IsEqualWhateverTheOrder) {
+TEST_F(CFDictionary, EqualsOneWithEqualEntriesInAnyOrder) {
     const auto dictionary = make({{&one, &ten}, {&two, &twenty}});
     EXPECT_TRUE(equal(dictionary.get(), make({{&two, &twenty}, {&alsoOne, &alsoTen}}).get()));
     EXPECT_EQ(CFHash(dictionary.get()),
@@ -362,7 +362,7 @@ TEST_F(CFDictionary, IsEqualWhateverTheOrder) {
     EXPECT_FALSE(equal(dictionary.get(), make({{&one, &ten}, {&twenty, &twenty}}).get()));
 }
 
-TEST_F(CFDictionary, ThatIsImmutableStaysAsItIs) {
+TEST_F(CFDictionary, CannotBeChangedIfImmutable) {
     const auto dictionary = make({{&one, &ten}});
     auto* const asMutable = const_cast<CFMutableDictionaryRef>(dictionary.get());
     CFDictionaryAddValue(asMutable, &two, &twenty);
@@ -376,7 +376,7 @@ TEST_F(CFDictionary, ThatIsImmutableStaysAsItIs) {
     EXPECT_EQ(Counting::held[&twenty], 0);
 }
 
-TEST_F(CFDictionary, KeysAndValuesComeInOneOrder) {
+TEST_F(CFDictionary, KeysAndValuesAreInTheSameOrder) {
     const auto dictionary = makeMutable();
     std::vector<int> numbers(100);
     for (int index = 0; index < 100; ++index) {
@@ -409,7 +409,7 @@ TEST_F(CFDictionary, FunctionIsAppliedToEveryEntry) {
     EXPECT_EQ(seen, (std::map<const void*, const void*>{{&one, &ten}, {&two, &twenty}}));
 }
 
-TEST_F(CFDictionary, KeysThatCollideAreKeptApart) {
+TEST_F(CFDictionary, FindsKeysWithTheSameHash) {
     CFDictionaryKeyCallBacks keys = Counting::ofKeys;
     keys.hash = [](const void*) { return CFHashCode(7); };
     const auto dictionary = own(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &keys, nullptr));
@@ -458,7 +458,8 @@ TEST_F(CFDictionary, HoldsManyKeys) {
     }
 }
 
-// Every operation in turn, by chance, with few keys and so with many that are there already.
+// Applies random operations to a dictionary and to a map. The keys are few, so many of them exist
+// already.
 void walk(unsigned seed, int keyCount, int steps) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
@@ -511,7 +512,7 @@ void walk(unsigned seed, int keyCount, int steps) {
     EXPECT_EQ(left, model);
 }
 
-TEST_F(CFDictionary, IsWhatAMapWouldBeWhateverIsDone) {
+TEST_F(CFDictionary, BehavesLikeAMap) {
     for (unsigned seed = 0; seed < 30; ++seed) {
         walk(seed, 1 + static_cast<int>(seed * seed), 3000);
     }

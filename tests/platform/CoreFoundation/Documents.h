@@ -1,4 +1,4 @@
-// Documents made to order: nested as deep as wanted, and binary ones piece by piece.
+// Creates documents: nested ones of any depth, and binary ones from their objects.
 #ifndef QV_TESTS_DOCUMENTS_H
 #define QV_TESTS_DOCUMENTS_H
 
@@ -25,7 +25,7 @@ inline std::string bigEndian(std::uint64_t number, std::size_t size) {
     return bytes;
 }
 
-// What ends a binary document. Where nothing else is wanted, it describes the document as it is.
+// The end of a binary document. BinaryDocument::trailer() returns the correct one.
 struct BinaryTrailer {
     std::uint8_t offsetSize = 0;
     std::uint8_t referenceSize = 0;
@@ -40,13 +40,13 @@ struct BinaryTrailer {
     }
 };
 
-// A binary document from its objects. Object 0 is the root.
+// Creates a binary document from its objects. Object 0 is the root.
 class BinaryDocument {
   public:
     explicit BinaryDocument(std::uint8_t referenceSize = 1, std::uint8_t offsetSize = 4)
         : referenceSize_(referenceSize), offsetSize_(offsetSize) {}
 
-    // Bytes as they are; gives the object's number.
+    // Adds an object from its bytes and returns its number.
     std::uint64_t add(const std::string& object) {
         offsets_.push_back(body_.size());
         body_ += object;
@@ -63,7 +63,7 @@ class BinaryDocument {
         return add(head(0x50, ascii.size()) + ascii);
     }
 
-    // The byte that says what follows and how many, and the count where it has no room there.
+    // Returns the marker of an object, with the count in it or behind it.
     static std::string head(unsigned marker, std::uint64_t count) {
         if (count < 15) {
             return {static_cast<char>(marker | count)};
@@ -98,8 +98,7 @@ class BinaryDocument {
     std::vector<std::uint64_t> offsets_;
 };
 
-// Returns a binary document of the directory's services 1 to `count`, all of which refer to the
-// same address.
+// Returns a binary document of the services 1 to `count`, which all refer to the same address.
 inline std::string servicesWithOneAddress(std::uint64_t count, const std::string& address) {
     enum : std::uint64_t { kEntryKey = 1, kEntry, kListKey, kList, kIdKey, kAddressKey, kAddress };
     const std::uint64_t firstService = kAddress + 1;
@@ -126,8 +125,8 @@ inline std::string servicesWithOneAddress(std::uint64_t count, const std::string
     return document.bytes();
 }
 
-// Documents whose containers are nested `depth` deep. The second of each pair ends where the
-// deepest container begins.
+// Creates documents whose containers are nested `depth` deep. The document of unclosed() ends where
+// the deepest container begins.
 struct Nested {
     const char* name;
     std::string (*whole)(std::size_t depth);
@@ -167,7 +166,7 @@ inline constexpr Nested kNestedOldStyle[] = {
      [](std::size_t depth) { return repeated("({k=", depth / 2); }},
 };
 
-// Unclosed, a binary document lacks its last object.
+// The document of unclosed() lacks its last object.
 inline constexpr Nested kNestedBinary[] = {
     {"arrays",
      [](std::size_t depth) {

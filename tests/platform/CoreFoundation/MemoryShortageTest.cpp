@@ -1,5 +1,6 @@
-// Memory runs out at every allocation of every function in turn: at that one, and at all from it
-// on. What cannot be made is null, what cannot grow stays as it was, and nothing is left behind.
+// Lets each allocation of each function fail: only that allocation, or that one and all later ones.
+// A function that creates an object returns null then, a container that cannot grow stays
+// unchanged, and no memory leaks.
 
 #include <gtest/gtest.h>
 #include <iconv.h>
@@ -23,20 +24,21 @@
 namespace qv::tests {
 namespace {
 
-// Memory that is kept for the next object would neither fail nor count as freed.
-class NoMemoryIsKept : public testing::Environment {
+// Lets the layer keep no blocks of destroyed objects. A kept block would neither let an allocation
+// fail nor count as freed.
+class NoBlocksAreKept : public testing::Environment {
   public:
     void SetUp() override { cf::keepFreedObjects(false); }
 };
 
-const testing::Environment* const noMemoryIsKept =
-    testing::AddGlobalTestEnvironment(new NoMemoryIsKept);
+const testing::Environment* const noBlocksAreKept =
+    testing::AddGlobalTestEnvironment(new NoBlocksAreKept);
 
 using Order = void (*)(int count);
 constexpr Order kOrders[] = {failMallocAfter, failEveryMallocAfter};
 
-// Calls `action` with the first allocation failing, then the second, until none is left to fail,
-// and `afterwards` with whether one failed. Returns how many there were.
+// Calls `action` with the first allocation failing, then with the second one, until no allocation
+// fails. Calls `afterwards` with whether an allocation failed. Returns the number of allocations.
 template <class Action, class Afterwards>
 int failEachAllocation(Order order, Action action, Afterwards afterwards) {
     for (int count = 0;; ++count) {
@@ -45,18 +47,18 @@ int failEachAllocation(Order order, Action action, Afterwards afterwards) {
         action();
         const bool failed = mallocFailed();
         afterwards(failed);
-        EXPECT_EQ(liveAllocations() - before, 0) << "left behind after allocation " << count;
+        EXPECT_EQ(liveAllocations() - before, 0) << "memory leaks after allocation " << count;
         if (!failed) {
             return count;
         }
     }
 }
 
-// The function makes one object, or none for want of memory. `isRight` is asked about each that it
-// makes. Returns how many allocations there were.
+// Lets each allocation of `create` fail, which returns an object or null. Passes each created
+// object to `isRight`. Returns the number of allocations.
 template <class Create, class IsRight>
 int checkCreation(Create create, IsRight isRight) {
-    // What is made once and kept is made here.
+    // The first call creates the objects that are created once and kept.
     own<CFTypeRef>(create());
     int count = 0;
     for (const Order order : kOrders) {
@@ -86,7 +88,7 @@ int checkCreation(Create create) {
                          [&expected](CFTypeRef object) { return equal(object, expected.get()); });
 }
 
-TEST(CoreFoundationMemoryShortage, StringIsMadeOrNone) {
+TEST(CoreFoundationMemoryShortage, StringIsCreatedOrNull) {
     for (const std::string text : {"a", "caf\u00e9", "\u4e2d\u6587", "", "a text of some length"}) {
         const auto* const bytes = reinterpret_cast<const UInt8*>(text.data());
         const auto size = static_cast<CFIndex>(text.size());
@@ -109,7 +111,7 @@ TEST(CoreFoundationMemoryShortage, StringIsMadeOrNone) {
     }
 }
 
-TEST(CoreFoundationMemoryShortage, ConstantStringIsMadeOrNoneAndThenOne) {
+TEST(CoreFoundationMemoryShortage, ConstantStringCanBeCreatedAfterAFailure) {
     for (int number = 0; number < 200; ++number) {
         const std::string text = "short of memory " + std::to_string(number);
         for (int count = 0;; ++count) {
@@ -127,9 +129,9 @@ TEST(CoreFoundationMemoryShortage, ConstantStringIsMadeOrNoneAndThenOne) {
     EXPECT_EQ(utf8Of(__CFStringMakeConstantString("short of memory 0")), "short of memory 0");
 }
 
-TEST(CoreFoundationMemoryShortage, NumberIsMadeOrNone) {
+TEST(CoreFoundationMemoryShortage, NumberIsCreatedOrNull) {
     for (const SInt64 value : {SInt64(0), SInt64(-1), SInt64(1) << 40, SInt64(1) << 62}) {
-        // A small one may need no memory.
+        // A small number needs no memory.
         checkCreation([&]() -> CFTypeRef {
             return CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value);
         });
@@ -141,13 +143,13 @@ TEST(CoreFoundationMemoryShortage, NumberIsMadeOrNone) {
     EXPECT_EQ(count, 1);
 }
 
-TEST(CoreFoundationMemoryShortage, DateIsMadeOrNone) {
+TEST(CoreFoundationMemoryShortage, DateIsCreatedOrNull) {
     const int count =
         checkCreation([]() -> CFTypeRef { return CFDateCreate(kCFAllocatorDefault, 12.5); });
     EXPECT_EQ(count, 1);
 }
 
-TEST(CoreFoundationMemoryShortage, DataIsMadeOrNone) {
+TEST(CoreFoundationMemoryShortage, DataIsCreatedOrNull) {
     for (const CFIndex size : {0, 1, 1000}) {
         const std::vector<UInt8> bytes(1000, 7);
         checkCreation(
@@ -159,7 +161,7 @@ TEST(CoreFoundationMemoryShortage, DataIsMadeOrNone) {
     }
 }
 
-TEST(CoreFoundationMemoryShortage, BytesOfDataThatIsNotMadeStayTheCallers) {
+TEST(CoreFoundationMemoryShortage, FailureLeavesTheBytesOfDataToTheCaller) {
     auto* const bytes = static_cast<UInt8*>(std::calloc(1, 100));
     failMallocAfter(0);
     CFDataRef const data =
@@ -171,7 +173,7 @@ TEST(CoreFoundationMemoryShortage, BytesOfDataThatIsNotMadeStayTheCallers) {
     EXPECT_EQ(liveAllocations(), before - 1);
 }
 
-TEST(CoreFoundationMemoryShortage, BytesTakenOverAreFreed) {
+TEST(CoreFoundationMemoryShortage, DataFreesOnlyBytesThatItTookOver) {
     const long before = liveAllocations();
     own(CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, static_cast<UInt8*>(std::calloc(1, 100)),
                                     100, kCFAllocatorMalloc));
@@ -191,7 +193,7 @@ std::vector<Owned<CFStringRef>> manyStrings(int count) {
     return strings;
 }
 
-TEST(CoreFoundationMemoryShortage, ContainerIsMadeOrNone) {
+TEST(CoreFoundationMemoryShortage, ContainerIsCreatedOrNull) {
     for (const int count : {0, 1, 5, 100}) {
         const auto strings = manyStrings(count);
         std::vector<const void*> values;
@@ -221,7 +223,7 @@ TEST(CoreFoundationMemoryShortage, ContainerIsMadeOrNone) {
     }
 }
 
-TEST(CoreFoundationMemoryShortage, ArrayThatCannotGrowStaysAsItWas) {
+TEST(CoreFoundationMemoryShortage, ArrayThatCannotGrowStaysUnchanged) {
     constexpr int kCount = 300;
     const auto strings = manyStrings(kCount);
     for (const Order order : kOrders) {
@@ -237,7 +239,7 @@ TEST(CoreFoundationMemoryShortage, ArrayThatCannotGrowStaysAsItWas) {
         const auto check = [&](bool failed) {
             const CFIndex count = array ? CFArrayGetCount(array.get()) : 0;
             EXPECT_TRUE(failed || count == kCount);
-            // Those that are there are in order.
+            // The strings that were appended are in order.
             CFIndex index = 0;
             for (const auto& string : strings) {
                 const bool isThere =
@@ -252,7 +254,7 @@ TEST(CoreFoundationMemoryShortage, ArrayThatCannotGrowStaysAsItWas) {
     }
 }
 
-TEST(CoreFoundationMemoryShortage, DictionaryThatCannotGrowStaysAsItWas) {
+TEST(CoreFoundationMemoryShortage, DictionaryThatCannotGrowStaysUnchanged) {
     constexpr int kCount = 300;
     const auto strings = manyStrings(kCount);
     for (const auto put : {CFDictionaryAddValue, CFDictionarySetValue}) {
@@ -284,7 +286,7 @@ TEST(CoreFoundationMemoryShortage, DictionaryThatCannotGrowStaysAsItWas) {
     }
 }
 
-TEST(CoreFoundationMemoryShortage, WhatNeedsNoRoomNeedsNoMemory) {
+TEST(CoreFoundationMemoryShortage, DictionaryAllocatesOnlyForNewKeys) {
     const auto strings = manyStrings(100);
     const auto dictionary = makeDictionary();
     for (const auto& string : strings) {
@@ -311,10 +313,10 @@ TEST(CoreFoundationMemoryShortage, WhatNeedsNoRoomNeedsNoMemory) {
     EXPECT_FALSE(mallocFailed());
 }
 
-// For a want of memory no other reader may step in: as a binary document a string, as an old-style
-// one the pairs bplist0 = "...";
-std::string binaryThatIsOldStyleToo() {
-    // The table's position, which comes last, ends the quoted string and the pair.
+// Returns a document that is a string as a binary document, and the pairs bplist0 = "..."; as an
+// old-style one. If memory runs out, the old-style reader must not read it.
+std::string binaryAndOldStyle() {
+    // The position of the offset table, which comes last, ends the quoted string and the pair.
     constexpr std::size_t kTable = ('"' << 8) + ';';
     std::string document = "bplist0=\"Qa";
     document.resize(kTable, 'x');
@@ -322,7 +324,8 @@ std::string binaryThatIsOldStyleToo() {
     return document + BinaryTrailer{2, 1, 1, 0, kTable}.bytes();
 }
 
-// A set with more members than it has room for at first: strings, or arrays of different lengths.
+// Returns a set with more members than it has room for at first. The members are strings, or arrays
+// of different lengths.
 std::string binarySet(bool ofArrays) {
     constexpr std::uint64_t kCount = 12;
     BinaryDocument document;
@@ -342,7 +345,7 @@ std::string binarySet(bool ofArrays) {
     return document.bytes();
 }
 
-// Every measured document, and what came of it.
+// A document and its tree, which is null if the document is refused.
 struct Document {
     std::string name;
     Owned<CFDataRef> data;
@@ -361,7 +364,7 @@ const std::vector<Document>& documents() {
         const auto add = [&documents](const std::string& name, const std::string& bytes) {
             documents.push_back({name, makeData(bytes), readDocument(bytes)});
         };
-        // Past all that readers and containers have at first.
+        // These documents exceed the initial capacity of readers and containers.
         const std::string inXml = repeated("<integer>1</integer>", 500);
         add("long array", "<array>" + inXml + "</array>");
         std::string entries;
@@ -373,7 +376,7 @@ const std::vector<Document>& documents() {
         add("long data", "<data>" + repeated("AAAA", 5000) + "</data>");
         add("long old-style array", "(" + repeated("a,", 500) + ")");
         add("long old-style string", "\"" + repeated("\\U4e2d", 3000) + "\"");
-        // Of equal keys one counts, and the other's value is given back.
+        // One of two equal keys counts, and the value of the other is released.
         add("equal keys",
             "<dict><key>key</key><string>first text</string><key>other</key><true/>"
             "<key>key</key><array><string>second text</string></array></dict>");
@@ -391,12 +394,12 @@ const std::vector<Document>& documents() {
         add("large old-style dictionary", "{" + pairs + "}");
         add("large set of strings", binarySet(false));
         add("large set of arrays", binarySet(true));
-        // What stands behind a lone surrogate is not written; the escaped character ends that.
+        // The characters behind a lone surrogate are not written, up to the escaped character.
         BinaryDocument loneSurrogates;
         loneSurrogates.add(BinaryDocument::head(0x60, 2000) +
                            repeated(std::string("\0a\0<\0b\xd8\x00", 8), 500));
         add("lone surrogates", loneSurrogates.bytes());
-        add("binary and old-style", binaryThatIsOldStyleToo());
+        add("binary and old-style", binaryAndOldStyle());
         add("deep", kNestedXml[2].whole(400));
         add("deep old-style", kNestedOldStyle[2].whole(400));
         add("deep binary", kNestedBinary[1].whole(400));
@@ -405,8 +408,8 @@ const std::vector<Document>& documents() {
     return all;
 }
 
-// Converters for the encodings of the documents. While they are open, what the C library keeps for
-// such is there and stays.
+// Holds converters for the encodings of the documents open. So the memory that the C library keeps
+// for them does not count as a leak.
 class OpenConverters {
   public:
     OpenConverters() {
@@ -440,7 +443,7 @@ class CoreFoundationMemoryShortageOfDocuments : public testing::Test {
     const OpenConverters converters;
 };
 
-TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNone) {
+TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNull) {
     for (const Document& document : documents()) {
         SCOPED_TRACE(document.name);
         const fuzz::Tree tree = document.tree ? fuzz::treeOf(document.tree.get()) : fuzz::Tree();
@@ -490,7 +493,7 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNone) {
     }
 }
 
-TEST_F(CoreFoundationMemoryShortageOfDocuments, DocumentIsWrittenOrNone) {
+TEST_F(CoreFoundationMemoryShortageOfDocuments, DocumentIsWrittenOrNull) {
     for (const Document& document : documents()) {
         SCOPED_TRACE(document.name);
         if (!document.tree) {
@@ -521,7 +524,7 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, DocumentIsWrittenOrNone) {
     }
 }
 
-TEST_F(CoreFoundationMemoryShortageOfDocuments, DescriptionIsMadeOrNone) {
+TEST_F(CoreFoundationMemoryShortageOfDocuments, DescriptionIsCreatedOrNull) {
     for (const Document& document : documents()) {
         SCOPED_TRACE(document.name);
         if (document.tree) {
@@ -547,7 +550,7 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreesAreEqualOrCountAsDifferent)
     }
 }
 
-TEST(CoreFoundationMemoryShortage, ConstantStringThatIsThereNeedsNone) {
+TEST(CoreFoundationMemoryShortage, ExistingConstantStringNeedsNoMemory) {
     ASSERT_NE(CFSTR("there"), nullptr);
     failEveryMallocAfter(0);
     const CFStringRef again = CFSTR("there");
@@ -555,7 +558,7 @@ TEST(CoreFoundationMemoryShortage, ConstantStringThatIsThereNeedsNone) {
     EXPECT_NE(again, nullptr);
 }
 
-TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsJudgedAsItIsOrNotValid) {
+TEST_F(CoreFoundationMemoryShortageOfDocuments, ValidityIsCorrectOrFalse) {
     for (const Document& document : documents()) {
         SCOPED_TRACE(document.name);
         if (!document.tree) {

@@ -1,5 +1,5 @@
-// Containers in containers. Up to 1,000 levels are loaded and written; far more are refused, and
-// end nobody's stack: everything happens on a small one.
+// Shows the limits of nesting. A document beyond them is refused, and no depth overflows the stack:
+// all tests run on a small stack.
 
 #include <gtest/gtest.h>
 
@@ -16,10 +16,10 @@ namespace {
 constexpr std::size_t kMillion = 1000000;
 
 bool isValid(CFTypeRef object) {
-    return CFPropertyListIsValid(object, kCFPropertyListBinaryFormat_v1_0) != FALSE;
+    return tests::isValid(object, kCFPropertyListBinaryFormat_v1_0);
 }
 
-// The levels of the first elements of containers in containers.
+// Returns the depth to which the first elements are nested.
 std::size_t depthOf(CFTypeRef object) {
     std::size_t depth = 0;
     while (object != nullptr) {
@@ -52,8 +52,8 @@ void expectRefused(const std::string& document) {
     EXPECT_FALSE(readDocument(document, kCFPropertyListImmutable));
 }
 
-// Whatever comes of it, nothing breaks.
-void useIt(const std::string& document) {
+// Reads the document, and checks, writes, hashes and describes its tree.
+void readAndUse(const std::string& document) {
     for (const CFOptionFlags option :
          {kCFPropertyListImmutable, kCFPropertyListMutableContainers}) {
         const auto tree = readDocument(document, option);
@@ -64,24 +64,6 @@ void useIt(const std::string& document) {
             own(CFCopyDescription(tree.get()));
         }
     }
-}
-
-TEST(Nesting, ThousandLevelsOfXmlAreLoadedAndWritten) {
-    onSmallStack([] {
-        for (const auto& nested : kNestedXml) {
-            SCOPED_TRACE(nested.name);
-            expectLoaded(nested.whole(1000), 1000);
-        }
-    });
-}
-
-TEST(Nesting, ThousandLevelsOfABinaryDocumentAreLoadedAndWritten) {
-    onSmallStack([] {
-        for (const auto& nested : kNestedBinary) {
-            SCOPED_TRACE(nested.name);
-            expectLoaded(nested.whole(1000), 1000);
-        }
-    });
 }
 
 TEST(Nesting, LimitIs1024Levels) {
@@ -100,7 +82,7 @@ TEST(Nesting, LimitIs1024Levels) {
     });
 }
 
-TEST(Nesting, OldStyleContainerThatHoldsSomethingIsAtMost512Deep) {
+TEST(Nesting, OldStyleContainerWithContentMayBe512Deep) {
     onSmallStack([] {
         for (const char* const content : {"(a)", "{a=b;}", "{a;}", "(a,b)", "(<00>)"}) {
             SCOPED_TRACE(content);
@@ -136,8 +118,8 @@ TEST(Nesting, LeafAtTheDeepestLevelIsLoaded) {
     });
 }
 
-// It is written as a dictionary, and so takes a level.
-TEST(Nesting, WhatIsWrittenCanBeRead) {
+// A UID is written as a dictionary, which adds a level.
+TEST(Nesting, WrittenDocumentCanBeRead) {
     onSmallStack([] {
         for (const std::size_t depth : {1022U, 1023U, 1024U}) {
             BinaryDocument document(4);
@@ -157,29 +139,30 @@ TEST(Nesting, WhatIsWrittenCanBeRead) {
     });
 }
 
-TEST(Nesting, MillionLevelsOfADocumentBreakNothing) {
+TEST(Nesting, DocumentOfAMillionLevelsIsHarmless) {
     for (const auto& nested : kNestedXml) {
         SCOPED_TRACE(nested.name);
-        confined([&nested] { useIt(nested.whole(kMillion)); });
-        confined([&nested] { useIt(nested.unclosed(kMillion)); });
+        confined([&nested] { readAndUse(nested.whole(kMillion)); });
+        confined([&nested] { readAndUse(nested.unclosed(kMillion)); });
     }
     for (const auto& nested : kNestedOldStyle) {
         SCOPED_TRACE(nested.name);
-        confined([&nested] { useIt(nested.whole(kMillion)); });
-        confined([&nested] { useIt(nested.unclosed(kMillion)); });
+        confined([&nested] { readAndUse(nested.whole(kMillion)); });
+        confined([&nested] { readAndUse(nested.unclosed(kMillion)); });
     }
     for (const auto& nested : kNestedBinary) {
         SCOPED_TRACE(nested.name);
-        confined([&nested] { useIt(nested.whole(kMillion)); });
-        confined([&nested] { useIt(nested.unclosed(kMillion)); });
+        confined([&nested] { readAndUse(nested.whole(kMillion)); });
+        confined([&nested] { readAndUse(nested.unclosed(kMillion)); });
     }
 }
 
-TEST(Nesting, PlistTagsBreakNothing) {
-    confined(
-        [] { useIt(repeated("<plist>", kMillion) + "<dict/>" + repeated("</plist>", kMillion)); });
-    confined([] { useIt(repeated("<plist>", kMillion)); });
-    confined([] { useIt(repeated("<plist version=\"1.0\">\n<array>", kMillion / 2)); });
+TEST(Nesting, MillionPlistTagsAreHarmless) {
+    confined([] {
+        readAndUse(repeated("<plist>", kMillion) + "<dict/>" + repeated("</plist>", kMillion));
+    });
+    confined([] { readAndUse(repeated("<plist>", kMillion)); });
+    confined([] { readAndUse(repeated("<plist version=\"1.0\">\n<array>", kMillion / 2)); });
     onSmallStack([] {
         const auto tree =
             readDocument(repeated("<plist>", 100) + "<dict/>" + repeated("</plist>", 100));
@@ -187,7 +170,7 @@ TEST(Nesting, PlistTagsBreakNothing) {
     });
 }
 
-// Arrays in an array of the program's own making.
+// Returns nested arrays that the program creates.
 Owned<CFArrayRef> arrays(std::size_t depth) {
     auto array = own(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
     for (std::size_t level = 1; level < depth; ++level) {
@@ -207,7 +190,7 @@ Owned<CFMutableDictionaryRef> dictionaries(std::size_t depth) {
     return dictionary;
 }
 
-TEST(Nesting, DeepestTreeThatIsValidHas1024Levels) {
+TEST(Nesting, DeepestValidTreeHas1024Levels) {
     onSmallStack([] {
         for (const std::size_t depth : {1023U, 1024U}) {
             EXPECT_TRUE(isValid(arrays(depth).get())) << depth;
@@ -222,14 +205,7 @@ TEST(Nesting, DeepestTreeThatIsValidHas1024Levels) {
     });
 }
 
-TEST(Nesting, TreeOfAMillionLevelsIsReleased) {
-    onSmallStack([] {
-        EXPECT_EQ(depthOf(arrays(kMillion).get()), kMillion);
-        EXPECT_EQ(depthOf(dictionaries(kMillion / 10).get()), kMillion / 10);
-    });
-}
-
-TEST(Nesting, TreeOfAMillionLevelsIsJudgedAndNotWritten) {
+TEST(Nesting, TreeOfAMillionLevelsIsNeitherValidNorWritten) {
     onSmallStack([] {
         EXPECT_FALSE(isValid(arrays(kMillion).get()));
         EXPECT_FALSE(writeDocument(arrays(kMillion).get()));
@@ -252,8 +228,7 @@ TEST(Nesting, TreeOfAMillionLevelsIsDescribed) {
     confined([] { own(CFCopyDescription(dictionaries(kMillion / 10).get())); });
 }
 
-// Containers that are keys.
-TEST(Nesting, KeysOfAMillionLevelsBreakNothing) {
+TEST(Nesting, KeyOfAMillionLevelsIsFound) {
     onSmallStack([] {
         auto dictionary = makeDictionary();
         CFDictionarySetValue(dictionary.get(), arrays(kMillion).get(), kCFBooleanTrue);
@@ -263,7 +238,7 @@ TEST(Nesting, KeysOfAMillionLevelsBreakNothing) {
     });
 }
 
-// Each a key of the next.
+// Returns nested dictionaries. Each is a key of the next one.
 Owned<CFMutableDictionaryRef> keysInKeys(std::size_t depth) {
     auto dictionary = makeDictionary();
     for (std::size_t level = 1; level < depth; ++level) {

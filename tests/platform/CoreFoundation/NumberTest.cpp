@@ -28,7 +28,7 @@ Owned<CFNumberRef> make(T value) {
     return own(CFNumberCreate(kCFAllocatorDefault, kTypeOf<T>, &value));
 }
 
-// What a number gives as a value of a type, and whether that is all of it.
+// The value of a number as a type, and whether that value equals the number.
 template <class T>
 struct Taken {
     T value;
@@ -37,13 +37,13 @@ struct Taken {
         return value == other.value && isSame == other.isSame;
     }
     friend std::ostream& operator<<(std::ostream& out, const Taken& taken) {
-        return out << +taken.value << (taken.isSame ? ", the same" : ", another");
+        return out << +taken.value << (taken.isSame ? ", equal" : ", not equal");
     }
 };
 
 template <class T>
 Taken<T> take(const Owned<CFNumberRef>& number) {
-    // With guards on both sides: nothing but the value is written.
+    // The neighbours of the value must not be written.
     T values[] = {T(77), T(77), T(77)};
     const bool isSame = CFNumberGetValue(number.get(), kTypeOf<T>, &values[1]) != FALSE;
     EXPECT_EQ(values[0], T(77));
@@ -51,7 +51,7 @@ Taken<T> take(const Owned<CFNumberRef>& number) {
     return {values[1], isSame};
 }
 
-// A whole number over 2^63-1.
+// Returns a number from a document. It may be over 2^63-1.
 Owned<CFNumberRef> documentNumber(const std::string& digits) {
     return own(
         static_cast<CFNumberRef>(readDocument("<integer>" + digits + "</integer>").release()));
@@ -62,7 +62,7 @@ class CFNumberOfType : public testing::Test {};
 using Types = testing::Types<SInt8, SInt16, SInt32, SInt64, float, double>;
 TYPED_TEST_SUITE(CFNumberOfType, Types);
 
-TYPED_TEST(CFNumberOfType, GivesWhatItWasMadeOf) {
+TYPED_TEST(CFNumberOfType, HasTheValueItWasCreatedFrom) {
     using Limits = std::numeric_limits<TypeParam>;
     for (const TypeParam value : {TypeParam(0), TypeParam(1), TypeParam(-1), TypeParam(100),
                                   Limits::max(), Limits::lowest(), Limits::min()}) {
@@ -84,7 +84,7 @@ TYPED_TEST(CFNumberOfType, SmallWholeNumberFitsEveryType) {
     }
 }
 
-TYPED_TEST(CFNumberOfType, IsEqualToTheSameNumberOfAnyOtherType) {
+TYPED_TEST(CFNumberOfType, EqualsTheSameNumberOfEveryOtherType) {
     const auto number = make(TypeParam(5));
     const auto check = [&number](const auto& other) {
         EXPECT_TRUE(equal(number.get(), other.get()));
@@ -108,7 +108,7 @@ TYPED_TEST(CFNumberOfType, TypeIsOneOfTheFirstSix) {
     EXPECT_EQ(isReal, std::is_floating_point_v<TypeParam>);
 }
 
-TEST(CFNumber, OtherNamesAreThoseOfTheTypesInC) {
+TEST(CFNumber, TypesOfTheSecondGroupHaveTheSizeOfTheCTypes) {
     const auto check = [](CFNumberType type, auto value) {
         const auto number = own(CFNumberCreate(kCFAllocatorDefault, type, &value));
         decltype(value) values[] = {0, 0, 0};
@@ -141,12 +141,12 @@ TEST(CFNumber, UnknownTypeIsRefused) {
     }
 }
 
-TEST(CFNumber, IsNeitherMadeFromNothingNorPutThere) {
+TEST(CFNumber, NullPointerToAValueIsRefused) {
     EXPECT_EQ(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, nullptr), nullptr);
     EXPECT_EQ(CFNumberGetValue(makeInteger(5).get(), kCFNumberSInt32Type, nullptr), FALSE);
 }
 
-TEST(CFNumber, WholeNumberOutOfRangeGivesItsLowBits) {
+TEST(CFNumber, WholeNumberOutOfRangeYieldsItsLowBits) {
     EXPECT_EQ(take<SInt8>(make(SInt64(300))), (Taken<SInt8>{44, false}));
     EXPECT_EQ(take<SInt8>(make(SInt64(128))), (Taken<SInt8>{-128, false}));
     EXPECT_EQ(take<SInt8>(make(SInt64(-129))), (Taken<SInt8>{127, false}));
@@ -166,8 +166,8 @@ TEST(CFNumber, LimitsOfTheTypesFit) {
               (Taken<SInt64>{std::numeric_limits<SInt64>::min(), true}));
 }
 
-// However the numbers are kept: there are limits at some power of two or another.
-TEST(CFNumber, EveryPowerOfTwoAndItsNeighboursAreKept) {
+// Each way to store numbers has its limits at some power of two.
+TEST(CFNumber, PowersOfTwoAndTheirNeighboursAreExact) {
     for (int bit = 0; bit < 63; ++bit) {
         for (const SInt64 sign : {1, -1}) {
             for (SInt64 offset = -2; offset <= 2; ++offset) {
@@ -192,20 +192,20 @@ TEST(CFNumber, EveryPowerOfTwoAndItsNeighboursAreKept) {
     }
 }
 
-TEST(CFNumber, RealThatIsWholeIsAWholeNumber) {
+TEST(CFNumber, RealWithoutAFractionFitsAWholeType) {
     EXPECT_EQ(take<SInt32>(make(5.0)), (Taken<SInt32>{5, true}));
     EXPECT_EQ(take<SInt32>(make(-5.0F)), (Taken<SInt32>{-5, true}));
     EXPECT_EQ(take<SInt32>(make(-0.0)), (Taken<SInt32>{0, true}));
 }
 
-TEST(CFNumber, RealLosesItsFraction) {
+TEST(CFNumber, RealLosesItsFractionInAWholeType) {
     EXPECT_EQ(take<SInt32>(make(2.5)), (Taken<SInt32>{2, false}));
     EXPECT_EQ(take<SInt32>(make(-2.5)), (Taken<SInt32>{-2, false}));
     EXPECT_EQ(take<SInt8>(make(0.9F)), (Taken<SInt8>{0, false}));
     EXPECT_EQ(take<SInt64>(make(-0.9)), (Taken<SInt64>{0, false}));
 }
 
-TEST(CFNumber, RealOutOfRangeGivesTheNearestWholeNumber) {
+TEST(CFNumber, RealOutOfRangeYieldsTheNearestLimit) {
     EXPECT_EQ(take<SInt32>(make(2147483648.0)), (Taken<SInt32>{2147483647, false}));
     EXPECT_EQ(take<SInt32>(make(-2147483649.0)),
               (Taken<SInt32>{std::numeric_limits<SInt32>::min(), false}));
@@ -220,7 +220,7 @@ TEST(CFNumber, RealOutOfRangeGivesTheNearestWholeNumber) {
     EXPECT_FALSE(take<SInt32>(make(std::nan(""))).isSame);
 }
 
-TEST(CFNumber, RealIsTheSameOnlyWherePrecisionSuffices) {
+TEST(CFNumber, RealTypeWithTooLittlePrecisionYieldsTheNearestValue) {
     EXPECT_EQ(take<float>(make(2.5)), (Taken<float>{2.5F, true}));
     EXPECT_EQ(take<float>(make(0.1)), (Taken<float>{0.1F, false}));
     EXPECT_EQ(take<double>(make(0.1F)), (Taken<double>{static_cast<double>(0.1F), true}));
@@ -233,13 +233,13 @@ TEST(CFNumber, RealIsTheSameOnlyWherePrecisionSuffices) {
               (Taken<float>{std::numeric_limits<float>::infinity(), true}));
 }
 
-TEST(CFNumber, NotANumberStaysOne) {
+TEST(CFNumber, NotANumberStaysNotANumber) {
     EXPECT_TRUE(std::isnan(take<double>(make(std::nan(""))).value));
     EXPECT_TRUE(std::isnan(take<float>(make(std::nan(""))).value));
     EXPECT_TRUE(std::isnan(take<double>(make(std::nanf(""))).value));
 }
 
-TEST(CFNumber, NeighboursInPrecisionDiffer) {
+TEST(CFNumber, RoundedNumberDoesNotEqualTheExactOne) {
     EXPECT_FALSE(equal(make(SInt64(9007199254740993)).get(), make(9007199254740992.0).get()));
     EXPECT_FALSE(
         equal(make(std::numeric_limits<SInt64>::max()).get(), make(9223372036854775808.0).get()));
@@ -248,7 +248,7 @@ TEST(CFNumber, NeighboursInPrecisionDiffer) {
     EXPECT_EQ(CFHash(make(0.1F).get()), CFHash(make(static_cast<double>(0.1F)).get()));
 }
 
-TEST(CFNumber, AllThatAreNoNumberAreEqual) {
+TEST(CFNumber, NotANumberEqualsEveryOther) {
     const auto one = make(std::nan(""));
     const auto other = make(-std::nan("1"));
     EXPECT_TRUE(equal(one.get(), other.get()));
@@ -258,8 +258,8 @@ TEST(CFNumber, AllThatAreNoNumberAreEqual) {
     EXPECT_FALSE(equal(one.get(), make(SInt64(0)).get()));
 }
 
-// A real number beyond what a whole one can be is equal to none, the nearest one included.
-TEST(CFNumber, RealOutOfRangeIsNoWholeNumber) {
+// A real number beyond the range of whole numbers does not equal the nearest whole number.
+TEST(CFNumber, RealOutOfRangeEqualsNoWholeNumber) {
     const auto least = make(std::numeric_limits<SInt64>::min());
     const auto largest = documentNumber("18446744073709551615");
     for (const double real :
@@ -277,7 +277,7 @@ TEST(CFNumber, RealOutOfRangeIsNoWholeNumber) {
         equal(documentNumber("9223372036854777857").get(), make(9223372036854777856.0).get()));
 }
 
-TEST(CFNumber, BothZerosAreOneKey) {
+TEST(CFNumber, EqualZerosHaveTheSameHash) {
     if (equal(make(0.0).get(), make(-0.0).get())) {
         EXPECT_EQ(CFHash(make(0.0).get()), CFHash(make(-0.0).get()));
     }
@@ -285,7 +285,7 @@ TEST(CFNumber, BothZerosAreOneKey) {
     EXPECT_EQ(CFHash(make(0.0).get()), CFHash(make(SInt8(0)).get()));
 }
 
-TEST(CFNumber, OfADocumentMayExceedTheLargestType) {
+TEST(CFNumber, FromADocumentMayExceedTheLargestType) {
     const auto number = documentNumber("18446744073709551615");
     EXPECT_EQ(CFNumberGetType(number.get()), kCFNumberSInt64Type);
     EXPECT_EQ(CFNumberIsFloatType(number.get()), FALSE);
@@ -307,7 +307,7 @@ TEST(CFBoolean, IsTrueOrFalse) {
     EXPECT_FALSE(equal(kCFBooleanTrue, kCFBooleanFalse));
 }
 
-TEST(CFBoolean, IsNoNumber) {
+TEST(CFBoolean, DoesNotEqualANumber) {
     EXPECT_FALSE(equal(kCFBooleanTrue, make(SInt32(1)).get()));
     EXPECT_FALSE(equal(make(SInt32(0)).get(), kCFBooleanFalse));
 }

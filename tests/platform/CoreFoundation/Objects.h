@@ -1,4 +1,4 @@
-// Objects in tests: who owns them, and short ways to make and to read them.
+// Provides owned objects, and short functions that create and read them.
 #ifndef QV_TESTS_OBJECTS_H
 #define QV_TESTS_OBJECTS_H
 
@@ -16,7 +16,7 @@ namespace qv::tests {
 template <class T = CFTypeRef>
 using Owned = qor::kevra::CFHolder<T>;
 
-// Takes over what a function that creates or copies returned.
+// Takes over the reference that a function with Create or Copy in its name returned.
 template <class T>
 Owned<T> own(T object) {
     return Owned<T>(object);
@@ -51,7 +51,7 @@ inline Owned<CFDateRef> makeDate(double time) {
     return own(CFDateCreate(kCFAllocatorDefault, time));
 }
 
-// Empty, for objects, and to be changed.
+// The functions below create an empty, mutable container of objects.
 inline Owned<CFMutableArrayRef> makeArray() {
     return own(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
 }
@@ -72,14 +72,15 @@ inline std::u16string unitsOf(CFStringRef string) {
     return units;
 }
 
-// Empty where the string has no UTF-8, which is never more than three bytes a unit.
+// Returns the UTF-8 of the string, or nothing if the string has a lone surrogate. A code unit takes
+// at most three bytes.
 inline std::optional<std::string> utf8Of(CFStringRef string) {
     std::string buffer(3 * static_cast<std::size_t>(CFStringGetLength(string)) + 1, '\xaa');
     if (CFStringGetCString(string, buffer.data(), static_cast<CFIndex>(buffer.size()),
                            kCFStringEncodingUTF8) == FALSE) {
         return std::nullopt;
     }
-    // The string may hold a NUL of its own; the last one is the terminator.
+    // The string may hold a NUL, so the last NUL is the terminator.
     buffer.resize(buffer.find_last_not_of('\xaa'));
     return buffer;
 }
@@ -89,13 +90,18 @@ inline std::string bytesOf(CFDataRef data) {
             static_cast<std::size_t>(CFDataGetLength(data))};
 }
 
+inline bool isValid(CFTypeRef object, CFPropertyListFormat format) {
+    return CFPropertyListIsValid(object, format) != FALSE;
+}
+
+// Returns the tree of a document of any kind, or null if the document is refused.
 inline Owned<> readDocument(std::string_view bytes,
                             CFOptionFlags mutability = kCFPropertyListMutableContainers) {
     return own(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, makeData(bytes).get(),
                                                mutability, nullptr));
 }
 
-// Empty where the tree is not written.
+// Returns the XML document of the tree, or nothing if the tree is not written.
 inline std::optional<std::string> writeDocument(CFTypeRef tree) {
     const auto data = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, tree));
     return data ? std::optional(bytesOf(data.get())) : std::nullopt;

@@ -1,5 +1,4 @@
-// What reading, judging and writing a property list promise beyond what the measured documents
-// show.
+// Shows the behaviour of reading, checking and writing that the measured documents do not show.
 
 #include <gtest/gtest.h>
 
@@ -18,11 +17,8 @@ using namespace std::string_literals;
 constexpr CFPropertyListFormat kFormats[] = {
     kCFPropertyListOpenStepFormat, kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0};
 
-bool isValid(CFTypeRef object, CFPropertyListFormat format) {
-    return CFPropertyListIsValid(object, format) != FALSE;
-}
-
-// In the array, and as a value in the dictionary, of something else that is valid.
+// Returns the object itself, an array that holds it, and a dictionary that holds the array. Both
+// containers also hold a valid string.
 std::vector<Owned<>> wrapped(CFTypeRef object) {
     auto array = makeArray();
     CFArrayAppendValue(array.get(), CFSTR("valid"));
@@ -50,7 +46,7 @@ TEST(PropertyListValidity, StringsDataAndContainersAreValidInEveryFormat) {
     }
 }
 
-TEST(PropertyListValidity, OtherLeavesAreNotValidInTheOldStyle) {
+TEST(PropertyListValidity, NumbersDatesBooleansAndUidsAreNotValidInTheOldStyle) {
     std::vector<Owned<>> leaves;
     leaves.push_back(own<CFTypeRef>(makeInteger(1).release()));
     leaves.push_back(own<CFTypeRef>(makeReal(1.5).release()));
@@ -67,7 +63,7 @@ TEST(PropertyListValidity, OtherLeavesAreNotValidInTheOldStyle) {
     }
 }
 
-TEST(PropertyListValidity, OtherObjectsAreNotValidAndNotWritten) {
+TEST(PropertyListValidity, NullAllocatorsAndErrorsAreNeitherValidNorWritten) {
     CFErrorRef error = nullptr;
     CFPropertyListCreateWithData(kCFAllocatorDefault, makeData("").get(), 0, nullptr, &error);
     const auto owner = own(error);
@@ -82,7 +78,7 @@ TEST(PropertyListValidity, OtherObjectsAreNotValidAndNotWritten) {
     }
 }
 
-TEST(PropertyListValidity, KeysHaveToBeStrings) {
+TEST(PropertyListValidity, KeysMustBeStrings) {
     for (const CFTypeRef key : {CFTypeRef(kCFBooleanTrue), CFTypeRef(makeInteger(1).release()),
                                 CFTypeRef(makeData("key").release()), CFTypeRef(kCFNull)}) {
         const auto owner = own(key);
@@ -98,19 +94,19 @@ TEST(PropertyListValidity, KeysHaveToBeStrings) {
     }
 }
 
-TEST(PropertyListValidity, UnknownFormatIsValidForNothing) {
+TEST(PropertyListValidity, NoTreeIsValidInAnUnknownFormat) {
     for (const int format : {0, 2, 99, 101, 201, -1}) {
         EXPECT_FALSE(isValid(CFSTR("text"), static_cast<CFPropertyListFormat>(format)));
     }
 }
 
-TEST(PropertyListValidity, NullIsNotValid) {
+TEST(PropertyListValidity, NullPointerIsNotValid) {
     for (const CFPropertyListFormat format : kFormats) {
         EXPECT_FALSE(isValid(nullptr, format));
     }
 }
 
-TEST(PropertyListValidity, ContainerThatHoldsItselfIsNotValidAndNotWritten) {
+TEST(PropertyListValidity, ContainerThatHoldsItselfIsNeitherValidNorWritten) {
     const auto dictionary = makeDictionary();
     const auto array = makeArray();
     CFArrayAppendValue(array.get(), dictionary.get());
@@ -130,7 +126,7 @@ TEST(PropertyListValidity, ContainerThatHoldsItselfIsNotValidAndNotWritten) {
     CFDictionaryRemoveAllValues(dictionary.get());
 }
 
-TEST(PropertyListValidity, ContainerMayBeThereTwice) {
+TEST(PropertyListValidity, TreeMayHoldAContainerTwice) {
     const auto inner = makeArray();
     CFArrayAppendValue(inner.get(), CFSTR("text"));
     const auto outer = makeArray();
@@ -144,7 +140,7 @@ TEST(PropertyListValidity, ContainerMayBeThereTwice) {
     EXPECT_TRUE(equal(readDocument(*xml).get(), outer.get()));
 }
 
-TEST(PropertyListWriting, IsTheDocumentDownToTheByte) {
+TEST(PropertyListWriting, DocumentHasExactlyTheseBytes) {
     const auto dictionary = makeDictionary();
     CFDictionarySetValue(dictionary.get(), CFSTR("b"), kCFBooleanTrue);
     CFDictionarySetValue(dictionary.get(), CFSTR("a"), makeString("<&> \"caf\u00e9\"").get());
@@ -179,53 +175,46 @@ TEST(PropertyListWriting, IsTheDocumentDownToTheByte) {
               "</plist>\n");
 }
 
-TEST(PropertyListWriting, DataIsAFreshObject) {
+TEST(PropertyListWriting, DocumentIsANewDataObject) {
     const auto data = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, CFSTR("text")));
     ASSERT_TRUE(data);
     EXPECT_EQ(CFGetTypeID(data.get()), CFDataGetTypeID());
     EXPECT_EQ(CFGetRetainCount(data.get()), 1);
 }
 
-// With it goes what follows in the same stretch of text.
-TEST(PropertyListWriting, LoneSurrogateIsLeftOut) {
-    const auto readBack = [](const std::u16string& units) {
-        const auto xml = writeDocument(makeString(units).get());
-        const auto back = readDocument(xml.value_or(""));
-        return back ? unitsOf(static_cast<CFStringRef>(back.get())) : u"none";
-    };
-    EXPECT_EQ(readBack(u"a\xdc00"), u"a");
-    EXPECT_EQ(readBack(u"\xd800"), u"");
-    EXPECT_EQ(readBack(u"ab\xd800"
-                       u"cd"),
-              u"ab");
-    EXPECT_EQ(readBack(u"ab\xd800"
-                       u"cd&ef"),
-              u"ab&ef");
-    EXPECT_EQ(readBack(std::u16string(64, u'a') + u'\xd800'), std::u16string(64, u'a'));
+// Returns the string that is read from the document of the string.
+std::u16string writtenAndRead(const std::u16string& units) {
+    const auto xml = writeDocument(makeString(units).get());
+    const auto back = readDocument(xml.value_or(""));
+    return back ? unitsOf(static_cast<CFStringRef>(back.get())) : u"none";
 }
 
-// Stretches end after 64 units, where a pair that would not fit begins the next.
-TEST(PropertyListWriting, LoneSurrogateTakesAtMostTheRestOfItsStretch) {
-    const auto readBack = [](const std::u16string& units) {
-        const auto xml = writeDocument(makeString(units).get());
-        const auto back = readDocument(xml.value_or(""));
-        return back ? unitsOf(static_cast<CFStringRef>(back.get())) : u"none";
-    };
+TEST(PropertyListWriting, LoneSurrogateIsLeftOutWithTheRestOfItsStretch) {
+    EXPECT_EQ(writtenAndRead(u"a\xdc00"), u"a");
+    EXPECT_EQ(writtenAndRead(u"\xd800"), u"");
+    EXPECT_EQ(writtenAndRead(u"ab\xd800"
+                             u"cd"),
+              u"ab");
+    EXPECT_EQ(writtenAndRead(u"ab\xd800"
+                             u"cd&ef"),
+              u"ab&ef");
+    EXPECT_EQ(writtenAndRead(std::u16string(64, u'a') + u'\xd800'), std::u16string(64, u'a'));
+}
+
+// A stretch has at most 64 units. A pair that does not fit begins the next stretch.
+TEST(PropertyListWriting, StretchOfALoneSurrogateHasAtMost64Units) {
     const auto letters = [](std::size_t count) { return std::u16string(count, u'a'); };
-    EXPECT_EQ(readBack(u'\xd800' + letters(200)), letters(200 - 63));
-    EXPECT_EQ(readBack(letters(100) + u'\xd800' + letters(200)), letters(100 + 200 - 27));
-    EXPECT_EQ(readBack(u'\xd800' + letters(61) + u"\U0001f600" + letters(10)),
+    EXPECT_EQ(writtenAndRead(u'\xd800' + letters(200)), letters(200 - 63));
+    EXPECT_EQ(writtenAndRead(letters(100) + u'\xd800' + letters(200)), letters(100 + 200 - 27));
+    EXPECT_EQ(writtenAndRead(u'\xd800' + letters(61) + u"\U0001f600" + letters(10)),
               u"\U0001f600" + letters(10));
 }
 
-TEST(PropertyListWriting, NothingIsNotWritten) {
+TEST(PropertyListWriting, NullPointerIsNotWritten) {
     EXPECT_FALSE(own(CFPropertyListCreateXMLData(kCFAllocatorDefault, nullptr)));
-    for (const CFPropertyListFormat format : kFormats) {
-        EXPECT_FALSE(isValid(nullptr, format));
-    }
 }
 
-TEST(PropertyListWriting, FormatOfItsOwnChoiceIsXmlOnly) {
+TEST(PropertyListWriting, OnlyXmlIsWritten) {
     CFErrorRef error = nullptr;
     const auto xml = own(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("text"),
                                                   kCFPropertyListXMLFormat_v1_0, 0, &error));
@@ -244,7 +233,7 @@ TEST(PropertyListWriting, FormatOfItsOwnChoiceIsXmlOnly) {
                                               kCFPropertyListBinaryFormat_v1_0, 0, nullptr)));
 }
 
-TEST(PropertyListWriting, FailureSaysWhy) {
+TEST(PropertyListWriting, FailureHasACodeAndADescription) {
     CFErrorRef given = nullptr;
     EXPECT_FALSE(own(CFPropertyListCreateData(kCFAllocatorDefault, kCFNull,
                                               kCFPropertyListXMLFormat_v1_0, 0, &given)));
@@ -257,12 +246,12 @@ TEST(PropertyListWriting, FailureSaysWhy) {
     EXPECT_GT(CFStringGetLength(reason.get()), 10);
 }
 
-// One document that no reader takes, for each of them.
+// No reader accepts these documents. Each is refused for a different reason.
 const std::string kRefused[] = {""s,          "<dict>"s,
                                 "{ a = b }"s, "bplist00"s + std::string(40, '\0'),
                                 "\xff"s,      "<?xml version=\"1.0\" encoding=\"none\"?><dict/>"s};
 
-TEST(PropertyListReading, FailureSaysWhy) {
+TEST(PropertyListReading, FailureHasAReason) {
     for (const std::string& document : kRefused) {
         CFStringRef given = nullptr;
         EXPECT_EQ(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, makeData(document).get(), 1,
@@ -278,7 +267,7 @@ TEST(PropertyListReading, FailureSaysWhy) {
     }
 }
 
-TEST(PropertyListReading, FailureIsAnErrorWithACode) {
+TEST(PropertyListReading, FailureHasAnErrorWithACodeAndADescription) {
     for (const std::string& document : kRefused) {
         CFErrorRef given = nullptr;
         EXPECT_EQ(CFPropertyListCreateWithData(kCFAllocatorDefault, makeData(document).get(), 1,
@@ -295,7 +284,7 @@ TEST(PropertyListReading, FailureIsAnErrorWithACode) {
     }
 }
 
-TEST(PropertyListReading, SuccessIsNoError) {
+TEST(PropertyListReading, SuccessHasNoReasonAndNoError) {
     const auto document = makeData("<dict/>");
     CFStringRef reason = nullptr;
     CFErrorRef error = nullptr;
@@ -307,7 +296,7 @@ TEST(PropertyListReading, SuccessIsNoError) {
     EXPECT_EQ(error, nullptr);
 }
 
-TEST(PropertyListReading, OptionSaysWhetherContainersCanBeChanged) {
+TEST(PropertyListReading, OptionDecidesWhetherContainersAreMutable) {
     const std::string document = "<dict><key>k</key><array><dict/></array></dict>";
     for (const CFOptionFlags option : {kCFPropertyListImmutable, kCFPropertyListMutableContainers,
                                        kCFPropertyListMutableContainersAndLeaves}) {
@@ -329,8 +318,8 @@ TEST(PropertyListReading, OptionSaysWhetherContainersCanBeChanged) {
     }
 }
 
-// Of an object that a binary document refers to twice, each place can be changed by itself.
-TEST(PropertyListReading, ContainersThatCanBeChangedAreNotShared) {
+// A binary document may refer to a container twice. Each place has a container of its own.
+TEST(PropertyListReading, MutableContainersAreNotShared) {
     BinaryDocument document;
     document.addArray({1, 1});
     document.addArray({2});
@@ -346,7 +335,7 @@ TEST(PropertyListReading, ContainersThatCanBeChangedAreNotShared) {
     EXPECT_EQ(CFArrayGetCount(at(1)), 1);
 }
 
-TEST(PropertyListReading, ArchivesReferenceIsADictionaryOfItsKeyAlone) {
+TEST(PropertyListReading, DictionaryWithOnlyTheKeyOfAUidIsAUid) {
     const auto typeOf = [](const std::string& entries) {
         return CFGetTypeID(readDocument("<dict>" + entries + "</dict>").get());
     };
@@ -358,7 +347,7 @@ TEST(PropertyListReading, ArchivesReferenceIsADictionaryOfItsKeyAlone) {
     EXPECT_EQ(typeOf("<key>CF$UID</key><true/>"), CFDictionaryGetTypeID());
 }
 
-TEST(PropertyListReading, ArchivesReferenceHas32Bits) {
+TEST(PropertyListReading, UidHas32Bits) {
     const auto uidOf = [](const std::string& number) {
         const auto tree = readDocument("<dict><key>CF$UID</key>" + number + "</dict>");
         return _CFKeyedArchiverUIDGetValue(static_cast<CFKeyedArchiverUIDRef>(tree.get()));
@@ -371,7 +360,7 @@ TEST(PropertyListReading, ArchivesReferenceHas32Bits) {
     }
 }
 
-TEST(PropertyListReading, ShortRealOfABinaryDocumentIsShort) {
+TEST(PropertyListReading, FourByteRealOfABinaryDocumentHasTheTypeFloat32) {
     BinaryDocument document;
     document.add(std::string("\x22\x3f\x80\x00\x00", 5));
     const auto tree = readDocument(document.bytes());
@@ -379,7 +368,7 @@ TEST(PropertyListReading, ShortRealOfABinaryDocumentIsShort) {
     EXPECT_EQ(CFNumberGetType(static_cast<CFNumberRef>(tree.get())), kCFNumberFloat32Type);
 }
 
-TEST(PropertyListReading, OldStyleEscapeTakesUpToFourDigits) {
+TEST(PropertyListReading, OldStyleEscapesHaveALimitedNumberOfDigits) {
     const auto textOf = [](const std::string& document) {
         const auto tree = readDocument(document);
         return tree ? unitsOf(static_cast<CFStringRef>(tree.get())) : u"refused";
@@ -389,7 +378,7 @@ TEST(PropertyListReading, OldStyleEscapeTakesUpToFourDigits) {
     EXPECT_EQ(textOf("\"\\1011\""), u"A1");
 }
 
-// The pattern with the filler in place of each underline.
+// Returns the pattern with the filler in place of each underscore.
 std::string filled(std::string_view pattern, std::string_view filler) {
     std::string text;
     for (const char each : pattern) {
@@ -402,8 +391,8 @@ std::string filled(std::string_view pattern, std::string_view filler) {
     return text;
 }
 
-// In the one document a filler, in the other the end of a comment.
-TEST(PropertyListReading, OldStyleLinesEndInManyWays) {
+// In the first document the line end is filler. In the second one it also ends a comment.
+TEST(PropertyListReading, OldStyleHasFiveLineEnds) {
     for (const char* const end : {"\n", "\r", "\r\n", "\u2028", "\u2029"}) {
         const auto array = makeArray();
         CFArrayAppendValue(array.get(), CFSTR("a"));
@@ -417,7 +406,7 @@ TEST(PropertyListReading, OldStyleLinesEndInManyWays) {
     }
 }
 
-TEST(PropertyListReading, OldStyleDataMayBeSpacedOut) {
+TEST(PropertyListReading, OldStyleDataMayHoldSpacesBetweenBytes) {
     for (const char* const space : {" ", "\t", "\n", "\r", "\u2028", "\u2029"}) {
         const auto tree = readDocument(filled("<_61_62_>", space));
         ASSERT_TRUE(tree) << space;
@@ -427,7 +416,7 @@ TEST(PropertyListReading, OldStyleDataMayBeSpacedOut) {
     EXPECT_FALSE(readDocument("<6 1>"));
 }
 
-TEST(PropertyListReading, OldStyleDataTakesTheLowByteOfACharacter) {
+TEST(PropertyListReading, OldStyleDataReadsTheLowByteOfACharacter) {
     const auto data = readDocument("<\ua961\u0162 3\u0639>");
     ASSERT_TRUE(data);
     EXPECT_TRUE(equal(data.get(), makeData("\xab\x39").get()));
@@ -435,7 +424,7 @@ TEST(PropertyListReading, OldStyleDataTakesTheLowByteOfACharacter) {
     EXPECT_FALSE(readDocument("<\u0120>"));
 }
 
-TEST(PropertyListReading, OldStyleTextHasOneByteOrderMark) {
+TEST(PropertyListReading, OldStyleTextMayHaveOneByteOrderMark) {
     for (const std::string document : {"{}", "{a=b;}", "a=b;", "(a)", "word"}) {
         EXPECT_TRUE(readDocument("\ufeff" + document)) << document;
         EXPECT_FALSE(readDocument("\ufeff\ufeff" + document)) << document;
@@ -443,7 +432,7 @@ TEST(PropertyListReading, OldStyleTextHasOneByteOrderMark) {
     EXPECT_FALSE(readDocument("\ufeff"));
 }
 
-// Returns the document in UTF-16, with its mark.
+// Returns the document in UTF-16 with a byte-order mark.
 std::string asUtf16(const std::u16string& text) {
     std::string bytes = "\xfe\xff";
     for (const char16_t unit : text) {
@@ -452,7 +441,7 @@ std::string asUtf16(const std::u16string& text) {
     return bytes;
 }
 
-TEST(PropertyListReading, LoneSurrogateBehindTheElementIsNotLookedAt) {
+TEST(PropertyListReading, LoneSurrogateBehindTheElementIsIgnored) {
     for (const char16_t lone : {u'\xD800', u'\xDBFF', u'\xDC00', u'\xDFFF'}) {
         const std::u16string text = u"<string>a</string>";
         const auto tree = readDocument(asUtf16(text + lone + u"more"));
@@ -474,11 +463,11 @@ TEST(PropertyListReading, OldStyleTextMayHoldLoneSurrogates) {
         EXPECT_EQ(unitsOf(static_cast<CFStringRef>(tree.get())), lone);
     }
     EXPECT_FALSE(readDocument(asUtf16(lone)));
-    // In UTF-8 the same is not well formed.
+    // The same text is not well-formed in UTF-8.
     EXPECT_FALSE(readDocument("\"\xed\xaf\xbf\""));
 }
 
-TEST(PropertyListReading, StrayLessInFrontOfADictionarysEndIsPassedOver) {
+TEST(PropertyListReading, StrayLessInFrontOfTheEndOfADictionaryIsIgnored) {
     for (const std::string document :
          {"<dict><</dict>", "<dict><key>a</key><true/><</dict >",
           "<array><dict><</dict><dict><</dict></array>",
@@ -495,7 +484,7 @@ TEST(PropertyListReading, StrayLessInFrontOfADictionarysEndIsPassedOver) {
     }
 }
 
-TEST(PropertyListReading, BinaryStringInUtf16IsNotEmpty) {
+TEST(PropertyListReading, EmptyBinaryStringInUtf16IsRefused) {
     const auto isRead = [](const std::string& object) {
         BinaryDocument value;
         value.addArray({1});
@@ -513,19 +502,19 @@ TEST(PropertyListReading, BinaryStringInUtf16IsNotEmpty) {
     EXPECT_TRUE(isRead("\x50"));
 }
 
-TEST(PropertyListReading, TruthMayHaveAnEndTagOfItsOwn) {
+TEST(PropertyListReading, BooleanMayHaveAnEndTag) {
     EXPECT_EQ(readDocument("<true></true>").get(), kCFBooleanTrue);
     EXPECT_EQ(readDocument("<false></false>").get(), kCFBooleanFalse);
     EXPECT_FALSE(readDocument("<false>no</false>"));
 }
 
-TEST(PropertyListReading, EndTagHasToEnd) {
+TEST(PropertyListReading, EndTagMayHoldSpacesOnlyBehindItsName) {
     EXPECT_TRUE(readDocument("<string>a</string \t\r\n>"));
     EXPECT_FALSE(readDocument("<string>a</string \t\r\n"));
     EXPECT_FALSE(readDocument("<string>a</string x>"));
 }
 
-TEST(PropertyListReading, DateHasOneForm) {
+TEST(PropertyListReading, DateInAnotherFormIsRefused) {
     const auto isDate = [](const std::string& text) {
         return bool(readDocument("<date>" + text + "</date>"));
     };
@@ -552,7 +541,7 @@ TEST(PropertyListReading, MonthAfterTheFifteenthAddsNoDays) {
     }
 }
 
-TEST(PropertyListReading, IntegerMayStandBehindWideSpaces) {
+TEST(PropertyListReading, IntegerMayFollowWideSpaces) {
     for (const char* const space :
          {"\u2000", "\u200b", "\u205f", "\u3000", "\xa0", "\x7f", "\x01"}) {
         const auto number = readDocument(filled("<integer>_-_5</integer>", space));
@@ -565,7 +554,7 @@ TEST(PropertyListReading, IntegerMayStandBehindWideSpaces) {
     }
 }
 
-TEST(PropertyListReading, RealMayStandBehindWideSpaces) {
+TEST(PropertyListReading, RealMayFollowWideSpaces) {
     for (const std::string space :
          {" ", "\u2000", "\u200b", "\u3000", "\u0080", "\u00a0", "\x7f", "&#1;"}) {
         const auto number = readDocument("<real>" + space + "2.5</real>");
@@ -581,8 +570,8 @@ TEST(PropertyListReading, RealMayStandBehindWideSpaces) {
     EXPECT_FALSE(readDocument(std::string("<real>2\0</real>", 15)));
 }
 
-// Those of base64 and its padding apart.
-TEST(PropertyListReading, OtherCharactersAreLeftOutOfData) {
+// Data ignores characters that do not belong to base64.
+TEST(PropertyListReading, DataIgnoresOtherAsciiCharacters) {
     for (const std::string other : {"", " ", "\t", "\r\n", "{", "~", "\x01", "\x0e", "@", "["}) {
         const auto data = readDocument("<data>YW" + other + "Jj</data>");
         ASSERT_TRUE(data) << other;
@@ -591,7 +580,7 @@ TEST(PropertyListReading, OtherCharactersAreLeftOutOfData) {
     EXPECT_FALSE(readDocument("<data>YWJj\u00e9</data>"));
 }
 
-TEST(PropertyListReading, NothingIsNotRead) {
+TEST(PropertyListReading, NullPointerIsNotRead) {
     CFStringRef given = nullptr;
     EXPECT_EQ(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, nullptr, 0, &given), nullptr);
     EXPECT_TRUE(own(given));
@@ -599,7 +588,7 @@ TEST(PropertyListReading, NothingIsNotRead) {
               nullptr);
 }
 
-TEST(PropertyListReading, TreeNeedsTheDocumentNoMore) {
+TEST(PropertyListReading, TreeDoesNotReferToTheDocument) {
     std::string document =
         "<dict><key>key</key><array><string>caf\u00e9</string>"
         "<data>YWJj</data></array></dict>";

@@ -1,5 +1,5 @@
-// Documents, well-formed and damaged, of every kind, and what the genuine functions make of them:
-// by every function and with every option that reads, and as written again.
+// Compares the trees and the written documents of the measured documents with the recorded ones.
+// Both functions read each document, with every option.
 
 #include <gtest/gtest.h>
 
@@ -21,19 +21,12 @@ namespace {
 using fuzz::Tree;
 using nlohmann::json;
 
-// As C writes it with %a.
+// Formats a number like %a in C.
 std::string hexadecimal(double number) {
     char text[64];
     std::snprintf(text, sizeof text, "%a", number);
-    // The sign of what is not a number says nothing.
+    // The sign of a NaN has no meaning.
     return number == number ? text : "nan";
-}
-
-// Moved, not copied at every level: some trees are deep.
-json node(const char* kind, json value) {
-    json object = json::object();
-    object[kind] = std::move(value);
-    return object;
 }
 
 json numberNode(const char* kind, json value, const Tree& tree) {
@@ -46,16 +39,10 @@ json stringNode(const std::u16string& units) {
     if (fuzz::isWellFormed(units)) {
         return node("string", *utf8Of(makeString(units).get()));
     }
-    std::string hex;
-    for (const char16_t unit : units) {
-        char digits[5];
-        std::snprintf(digits, sizeof digits, "%04x", static_cast<unsigned>(unit));
-        hex += digits;
-    }
-    return node("utf16", hex);
+    return node("utf16", hexOf(units));
 }
 
-// A tree in the form in which the measured ones are kept.
+// Returns the tree in the form of the recorded trees.
 json nodeOf(const Tree& tree) {
     switch (tree.kind) {
         case Tree::Kind::kString:
@@ -128,17 +115,17 @@ Read readWithData(CFPropertyListMutabilityOptions option) {
     };
 }
 
-// Returns the kind of a measured document that was accepted.
+// Returns the format of a measured document that is not refused.
 CFPropertyListFormat kindOf(const std::string& document) {
     const auto beginsWith = [&document](const std::string& text) {
         return document.compare(0, text.size(), text) == 0;
     };
-    // All but one: letters and digits alone are a string in the old style.
+    // The exception is a string of letters and digits in the old style.
     if (beginsWith("bplist0") && document != "bplist00list00") {
         return kCFPropertyListBinaryFormat_v1_0;
     }
     const bool isData = document == "<>" || beginsWith("<0fbd");
-    // Behind the byte-order mark. What is left of a wide character beside its ASCII byte is a NUL.
+    // Skips the byte-order mark. A NUL is half of a wide character.
     const auto start = document.find_first_not_of(std::string(" \t\r\n\xef\xbb\xbf\xff\xfe\0", 10));
     const bool isTag = start != std::string::npos && document[start] == '<';
     return !isData && isTag ? kCFPropertyListXMLFormat_v1_0 : kCFPropertyListOpenStepFormat;
@@ -164,7 +151,7 @@ void checkVector(const json& vector, const Read& read) {
     if (hasTree) {
         EXPECT_EQ(nodeOf(fuzz::treeOf(tree)), vector["tree"]);
     }
-    // Of a deeply nested tree neither was kept.
+    // Neither was recorded for a deeply nested tree.
     if (hasTree || hasXml) {
         ASSERT_EQ(xml.has_value(), hasXml);
     }
@@ -173,7 +160,7 @@ void checkVector(const json& vector, const Read& read) {
     }
 }
 
-// Every vector of a file, on one way of reading.
+// Checks every document of a file with one way of reading.
 void checkFile(const std::string& name, int expectedCount, const Read& read) {
     std::ifstream file(QV_TEST_DATA_DIR "/" + name);
     int count = 0;
@@ -194,11 +181,11 @@ class PropertyListVectors : public testing::TestWithParam<CFPropertyListMutabili
     }
 };
 
-TEST_P(PropertyListVectors, FromXmlData) {
+TEST_P(PropertyListVectors, FromXmlDataReadsTheRecordedTrees) {
     checkAll(readAsXml(GetParam()));
 }
 
-TEST_P(PropertyListVectors, WithData) {
+TEST_P(PropertyListVectors, WithDataReadsTheRecordedTrees) {
     checkAll(readWithData(GetParam()));
 }
 

@@ -20,13 +20,13 @@ Owned<CFStringRef> decode(const std::string& bytes, CFStringEncoding encoding) {
                                        static_cast<CFIndex>(bytes.size()), encoding, FALSE));
 }
 
-// What comes out in an encoding, in a buffer as large as asked for; "refused" where nothing does.
+// Returns the string in an encoding, written into a buffer of `size` bytes, or "refused".
 std::string encode(CFStringRef string, CFIndex size, CFStringEncoding encoding) {
     std::vector<char> buffer(static_cast<std::size_t>(size) + 1, '\x7f');
     if (CFStringGetCString(string, buffer.data(), size, encoding) == FALSE) {
         return "refused";
     }
-    EXPECT_EQ(buffer.back(), '\x7f') << "written past the end";
+    EXPECT_EQ(buffer.back(), '\x7f') << "a byte behind the buffer was written";
     return buffer.data();
 }
 
@@ -38,7 +38,7 @@ TEST(CFString, IsASequenceOfCodeUnits) {
     EXPECT_EQ(CFStringGetCharacterAtIndex(string.get(), 4), 0xde00);
 }
 
-TEST(CFString, EmptyTextIsAString) {
+TEST(CFString, MayBeEmpty) {
     for (const CFStringEncoding encoding : kEncodings) {
         const auto ofText = own(CFStringCreateWithCString(kCFAllocatorDefault, "", encoding));
         const auto ofBytes =
@@ -68,7 +68,7 @@ TEST(CFString, MalformedUtf8IsRefused) {
     }
 }
 
-TEST(CFString, ByteOfACopyrightSignIsReplacedInUtf8) {
+TEST(CFString, Latin1CopyrightSignIsReplacedInUtf8) {
     EXPECT_EQ(unitsOf(makeString("\xa9").get()), u"\ufffd");
     EXPECT_EQ(unitsOf(makeString("a\xa9\xa9"
                                  "b\u00e9")
@@ -80,23 +80,23 @@ TEST(CFString, ByteOfACopyrightSignIsReplacedInUtf8) {
     EXPECT_EQ(unitsOf(decode("\xa9", kCFStringEncodingISOLatin1).get()), u"\u00a9");
 }
 
-TEST(CFString, LimitsOfUtf8SequencesAreTaken) {
+TEST(CFString, FirstAndLastCharactersOfEachUtf8LengthAreRead) {
     const auto string = makeString("\x7f\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff");
     ASSERT_TRUE(string);
     EXPECT_EQ(unitsOf(string.get()),
               u"\u007f\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff");
 }
 
-TEST(CFString, OneByteOrderMarkAtTheStartIsLeftOut) {
+TEST(CFString, ByteOrderMarkAtTheStartIsLeftOut) {
     EXPECT_EQ(unitsOf(makeString("\ufeffa").get()), u"a");
     EXPECT_EQ(unitsOf(makeString("\ufeff").get()), u"");
     EXPECT_EQ(unitsOf(makeString("\ufeff\ufeffa").get()), u"\ufeffa");
     EXPECT_EQ(unitsOf(makeString("a\ufeff").get()), u"a\ufeff");
-    // Code units are taken as they are.
+    // A string from code units keeps the mark.
     EXPECT_EQ(unitsOf(makeString(u"\ufeffa").get()), u"\ufeffa");
 }
 
-TEST(CFString, HighBytesAreLatin1InTheOtherEncodings) {
+TEST(CFString, BytesOver127AreLatin1InTheOtherEncodings) {
     for (const CFStringEncoding encoding : {kCFStringEncodingASCII, kCFStringEncodingISOLatin1}) {
         EXPECT_EQ(unitsOf(decode("a\x80\xe9\xff", encoding).get()), u"a\u0080\u00e9\u00ff");
     }
@@ -111,7 +111,7 @@ TEST(CFString, OtherEncodingsAreRefused) {
     }
 }
 
-TEST(CFString, NulIsACharacterLikeAnyOther) {
+TEST(CFString, MayHoldANul) {
     const auto string = makeString("a\0b"s);
     EXPECT_EQ(CFStringGetLength(string.get()), 3);
     EXPECT_EQ(unitsOf(string.get()), u"a\0b"s);
@@ -125,7 +125,7 @@ TEST(CFString, NulIsACharacterLikeAnyOther) {
     EXPECT_EQ(unitsOf(makeString(u"\0"s).get()), u"\0"s);
 }
 
-TEST(CFString, LoneSurrogateIsKeptAndHasNoEncoding) {
+TEST(CFString, LoneSurrogateIsKeptAndCannotBeEncoded) {
     for (const auto& units : {u"a\xd800"s, u"\xdc00z"s, u"\xdc00\xd800"s, u"\xd800\xd800\xdc00"s}) {
         const auto string = makeString(units);
         ASSERT_TRUE(string);
@@ -137,7 +137,7 @@ TEST(CFString, LoneSurrogateIsKeptAndHasNoEncoding) {
     }
 }
 
-TEST(CFString, OwnBytesAreThereExactlyForAscii) {
+TEST(CFString, OnlyAsciiStringsReturnTheirOwnBytes) {
     for (const CFStringEncoding encoding : kEncodings) {
         EXPECT_STREQ(CFStringGetCStringPtr(makeString("plain text").get(), encoding), "plain text");
         EXPECT_STREQ(CFStringGetCStringPtr(makeString(u"of units").get(), encoding), "of units");
@@ -148,7 +148,7 @@ TEST(CFString, OwnBytesAreThereExactlyForAscii) {
     }
 }
 
-TEST(CFString, BufferHasToTakeTheBytesAndTheNul) {
+TEST(CFString, BufferMustHaveRoomForTheBytesAndTheNul) {
     struct {
         const char* text;
         CFStringEncoding encoding;
@@ -174,7 +174,7 @@ TEST(CFString, BufferHasToTakeTheBytesAndTheNul) {
     }
 }
 
-TEST(CFString, EncodingsSayWhatTheyCan) {
+TEST(CFString, EncodingMustHaveAllCharacters) {
     const auto latin = makeString("caf\u00e9\u00ff");
     EXPECT_EQ(encode(latin.get(), 100, kCFStringEncodingUTF8), "caf\u00e9\u00ff");
     EXPECT_EQ(encode(latin.get(), 100, kCFStringEncodingISOLatin1), "caf\xe9\xff");
@@ -183,7 +183,7 @@ TEST(CFString, EncodingsSayWhatTheyCan) {
     EXPECT_EQ(encode(chinese.get(), 100, kCFStringEncodingISOLatin1), "refused");
 }
 
-TEST(CFString, IndexesOutsideGiveNothing) {
+TEST(CFString, IndexOutsideYieldsZero) {
     for (const auto& string : {makeString("abc"), makeString("\u4e2d\u4e2d\u4e2d")}) {
         EXPECT_EQ(CFStringGetCharacterAtIndex(string.get(), 3), 0);
         EXPECT_EQ(CFStringGetCharacterAtIndex(string.get(), -1), 0);
@@ -192,7 +192,7 @@ TEST(CFString, IndexesOutsideGiveNothing) {
     }
 }
 
-TEST(CFString, OfARangeWhatLiesInTheStringIsWritten) {
+TEST(CFString, PartOfARangeThatLiesInTheStringIsWritten) {
     constexpr UniChar kUntouched = 0x7777;
     const auto written = [](CFStringRef string, CFIndex location, CFIndex length) {
         std::u16string buffer(8, static_cast<char16_t>(kUntouched));
@@ -213,7 +213,7 @@ TEST(CFString, OfARangeWhatLiesInTheStringIsWritten) {
     }
 }
 
-TEST(CFString, EqualTextsAreEqualHoweverTheyWereMade) {
+TEST(CFString, StringsFromBytesAndUnitsAreEqual) {
     for (const std::string& text : {"text"s, "caf\u00e9"s, ""s}) {
         const auto ofBytes = makeString(text);
         const auto ofUnits = makeString(unitsOf(ofBytes.get()));
@@ -228,8 +228,8 @@ TEST(CFString, EqualTextsAreEqualHoweverTheyWereMade) {
     EXPECT_EQ(CFHash(makeString("text").get()), CFHash(CFSTR("text")));
 }
 
-TEST(CFString, TextsThatOnlyLookAlikeDiffer) {
-    // Composed and decomposed.
+TEST(CFString, EquivalentTextsOfOtherCharactersDiffer) {
+    // The first is one composed character, and the second is decomposed.
     EXPECT_FALSE(equal(makeString("\u00e9").get(), makeString("e\u0301").get()));
     EXPECT_FALSE(equal(makeString("a").get(), makeString("A").get()));
     EXPECT_FALSE(equal(makeString("a").get(), makeString("a\0"s).get()));
@@ -248,7 +248,7 @@ TEST(CFString, ComparesByCodeUnits) {
     EXPECT_EQ(compare(u"b", u"\u00e9"), kCFCompareLessThan);
     EXPECT_EQ(compare(u"\u4e2d", u"b"), kCFCompareGreaterThan);
     EXPECT_EQ(compare(u"\u4e2d", u"\u4e2d"), kCFCompareEqualTo);
-    // As a character the second is the greater one.
+    // The second character has the larger code point.
     EXPECT_EQ(compare(u"\uff5e", u"\U0001f600"), kCFCompareGreaterThan);
     EXPECT_EQ(compare(u"a\0b"s, u"a\0c"s), kCFCompareLessThan);
 }
@@ -263,19 +263,19 @@ TEST(CFString, EqualConstantTextsAreOneString) {
     EXPECT_EQ(utf8Of(CFSTR("services")), "services");
 }
 
-TEST(CFString, ConstantIsAscii) {
+TEST(CFString, ConstantMustBeAscii) {
     EXPECT_EQ(__CFStringMakeConstantString("caf\u00e9"), nullptr);
     EXPECT_EQ(__CFStringMakeConstantString("caf\u00e9"), nullptr);
 }
 
-TEST(CFString, ConstantOutlivesTheTextItWasMadeOf) {
+TEST(CFString, ConstantDoesNotReferToTheTextItWasCreatedFrom) {
     std::string text = "a text that changes";
     const CFStringRef constant = __CFStringMakeConstantString(text.c_str());
     text = "x text that changed";
     EXPECT_EQ(utf8Of(constant), "a text that changes");
 }
 
-TEST(CFString, ManyConstantsAreKeptApart) {
+TEST(CFString, ManyConstantsAreFoundByTheirTexts) {
     std::vector<CFStringRef> constants;
     constants.reserve(5000);
     for (int index = 0; index < 5000; ++index) {
@@ -290,7 +290,7 @@ TEST(CFString, ManyConstantsAreKeptApart) {
     }
 }
 
-TEST(CFString, LongTextsAreKeptWhole) {
+TEST(CFString, HoldsTextsOfAnyLength) {
     for (const std::size_t length : {1U, 7U, 8U, 15U, 16U, 31U, 32U, 63U, 64U, 1000U, 100000U}) {
         const std::string ascii(length, 'x');
         EXPECT_EQ(utf8Of(makeString(ascii).get()), ascii);
@@ -307,7 +307,7 @@ TEST(CFString, NegativeLengthIsRefused) {
     EXPECT_EQ(CFStringCreateWithCharacters(kCFAllocatorDefault, units, -1), nullptr);
 }
 
-TEST(CFString, TextThatIsNotGivenIsRefused) {
+TEST(CFString, NullTextIsRefused) {
     for (const CFStringEncoding encoding : kEncodings) {
         EXPECT_EQ(CFStringCreateWithCString(kCFAllocatorDefault, nullptr, encoding), nullptr);
         EXPECT_EQ(CFStringCreateWithBytes(kCFAllocatorDefault, nullptr, 1, encoding, FALSE),

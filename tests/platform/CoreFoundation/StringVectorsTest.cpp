@@ -1,30 +1,20 @@
-// UTF-8, well-formed and not, and the strings that the genuine functions make of it.
+// Compares the strings of the measured UTF-8 texts with the recorded ones.
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "gen_lite/Hex.h"
+#include "platform/CoreFoundation/MeasuredDocuments.h"
 #include "platform/CoreFoundation/Objects.h"
 
 namespace qv::tests {
 namespace {
 
 using nlohmann::json;
-
-std::string hexOf(const std::u16string& units) {
-    std::string hex;
-    for (const char16_t unit : units) {
-        char digits[5];
-        std::snprintf(digits, sizeof digits, "%04x", static_cast<unsigned>(unit));
-        hex += digits;
-    }
-    return hex;
-}
 
 void checkVector(const json& vector) {
     const std::string bytes = fromHex(vector["bytes"].get<std::string>());
@@ -40,7 +30,7 @@ void checkVector(const json& vector) {
     EXPECT_EQ(hexOf(unitsOf(string.get())), vector["utf16"].get<std::string>());
     EXPECT_EQ(CFStringGetCStringPtr(string.get(), kCFStringEncodingUTF8) != nullptr,
               vector["direct"].get<bool>());
-    // One byte more for the NUL, which an empty string needs.
+    // The buffer has room for the NUL.
     std::vector<char> buffer(4 * static_cast<std::size_t>(CFStringGetLength(string.get())) + 1);
     ASSERT_NE(CFStringGetCString(string.get(), buffer.data(), static_cast<CFIndex>(buffer.size()),
                                  kCFStringEncodingUTF8),
@@ -48,7 +38,7 @@ void checkVector(const json& vector) {
     EXPECT_EQ(toHex(buffer.data()), vector["back"].get<std::string>());
 }
 
-TEST(StringVectors, FromUtf8AndBack) {
+TEST(StringVectors, Utf8IsConvertedAsRecorded) {
     std::ifstream file(QV_TEST_DATA_DIR "/utf8.jsonl");
     int count = 0;
     for (std::string line; std::getline(file, line); ++count) {

@@ -1,5 +1,5 @@
-// What may happen on several threads at once: retaining and releasing, reading what nobody changes,
-// and making things. ThreadSanitizer looks on in one of the builds.
+// Shows which operations are safe on several threads at once: retaining, releasing, creating, and
+// reading an object that no thread changes. One of the builds runs with ThreadSanitizer.
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kThreads = 8;
 
-// On all threads, which begin together.
+// Runs the action on all threads, which start together.
 void onThreads(const std::function<void(int thread)>& action) {
     std::atomic<int> waiting{kThreads};
     std::vector<std::thread> threads;
@@ -47,15 +47,15 @@ TEST(CoreFoundationThreads, ReferencesAreCounted) {
     EXPECT_EQ(CFGetRetainCount(string.get()), 1);
 }
 
-std::atomic<int> endings{0};
+std::atomic<int> destructions{0};
 
-TEST(CoreFoundationThreads, LastReferenceEndsTheObjectOnce) {
-    endings = 0;
-    const CFArrayCallBacks callBacks{0, nullptr, [](CFAllocatorRef, const void*) { ++endings; },
-                                     nullptr, nullptr};
+TEST(CoreFoundationThreads, LastReleaseDestroysTheObjectOnce) {
+    destructions = 0;
+    const CFArrayCallBacks callBacks{
+        0, nullptr, [](CFAllocatorRef, const void*) { ++destructions; }, nullptr, nullptr};
     constexpr int kRounds = 300;
     for (int round = 0; round < kRounds; ++round) {
-        const void* value = &endings;
+        const void* value = &destructions;
         const CFArrayRef array = CFArrayCreate(kCFAllocatorDefault, &value, 1, &callBacks);
         for (int thread = 1; thread < kThreads; ++thread) {
             CFRetain(array);
@@ -65,10 +65,10 @@ TEST(CoreFoundationThreads, LastReferenceEndsTheObjectOnce) {
             own(array);
         });
     }
-    EXPECT_EQ(endings, kRounds);
+    EXPECT_EQ(destructions, kRounds);
 }
 
-TEST(CoreFoundationThreads, TreeThatNobodyChangesIsRead) {
+TEST(CoreFoundationThreads, ThreadsReadOneTree) {
     const std::string document =
         "<dict><key>one</key><array><string>caf\u00e9</string><real>2.5</real></array>"
         "<key>two</key><date>2001-01-01T00:00:00Z</date></dict>";
@@ -91,7 +91,7 @@ TEST(CoreFoundationThreads, TreeThatNobodyChangesIsRead) {
     });
 }
 
-TEST(CoreFoundationThreads, DocumentsAreRead) {
+TEST(CoreFoundationThreads, ThreadsReadDocuments) {
     BinaryDocument binary;
     binary.addArray({1, 1});
     binary.addString("text");
@@ -126,7 +126,7 @@ TEST(CoreFoundationThreads, EqualConstantTextsAreOneString) {
     std::vector<std::vector<CFStringRef>> found(kThreads, std::vector<CFStringRef>(kTexts));
     onThreads([&found](int thread) {
         for (int text = 0; text < kTexts; ++text) {
-            // Not all in the same order.
+            // The threads create the strings in different orders.
             const int number = thread % 2 == 0 ? text : kTexts - 1 - text;
             found[static_cast<std::size_t>(thread)][static_cast<std::size_t>(number)] =
                 __CFStringMakeConstantString(("of all threads " + std::to_string(number)).c_str());
@@ -138,7 +138,7 @@ TEST(CoreFoundationThreads, EqualConstantTextsAreOneString) {
     EXPECT_EQ(utf8Of(found[0][7]), "of all threads 7");
 }
 
-TEST(CoreFoundationThreads, ConstantsAreShared) {
+TEST(CoreFoundationThreads, ThreadsShareConstants) {
     onThreads([](int) {
         for (int round = 0; round < 10000; ++round) {
             CFRetain(CFSTR("constant"));
@@ -150,8 +150,8 @@ TEST(CoreFoundationThreads, ConstantsAreShared) {
     });
 }
 
-// Each thread has its own.
-TEST(CoreFoundationThreads, ContainersOfTheirOwnAreChanged) {
+// Each thread changes a dictionary of its own.
+TEST(CoreFoundationThreads, ThreadsChangeTheirOwnContainers) {
     onThreads([](int) {
         const auto dictionary = makeDictionary();
         for (int key = 0; key < 1000; ++key) {

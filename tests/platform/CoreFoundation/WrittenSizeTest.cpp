@@ -1,5 +1,6 @@
-// A document is refused for its size only if its tree could not be written in 512 MiB. That holds
-// for every kind of document, to the byte, and is what the writer keeps to.
+// Shows that a document is refused if its XML document would take more than 512 MiB, and is loaded
+// if its XML document takes exactly 512 MiB. The limit is the same for every kind of document and
+// for the writer.
 
 #include <gtest/gtest.h>
 
@@ -15,8 +16,8 @@ namespace {
 
 constexpr std::size_t kLimit = std::size_t{512} << 20;
 
-// A kind of document that takes much more in writing than it has bytes: an array of `count` equal
-// values and the string `tail`.
+// A kind of document whose XML document is much larger: an array of `count` equal values and the
+// string `tail`.
 struct Kind {
     const char* name;
     std::string (*document)(std::size_t count, const std::string& tail);
@@ -47,7 +48,7 @@ const Kind kKinds[] = {
      }},
 };
 
-// Returns a document of the kind whose tree takes that many bytes in writing.
+// Returns a document of the kind whose XML document takes `size` bytes.
 std::string documentThatTakes(const Kind& kind, std::size_t size) {
     const auto written = [&kind](std::size_t count) {
         return writeDocument(readDocument(kind.document(count, "")).get()).value().size();
@@ -67,7 +68,7 @@ TEST(WrittenSize, LimitIsTheSameForEveryKindOfDocument) {
     }
 }
 
-TEST(WrittenSize, RefusalSaysWhy) {
+TEST(WrittenSize, ReasonOfTheRefusalNamesTheLimit) {
     for (const Kind& kind : kKinds) {
         SCOPED_TRACE(kind.name);
         CFStringRef given = nullptr;
@@ -80,7 +81,7 @@ TEST(WrittenSize, RefusalSaysWhy) {
     }
 }
 
-TEST(WrittenSize, WriterKeepsToTheLimit) {
+TEST(WrittenSize, WriterRefusesATreeBeyondTheLimit) {
     const auto tree = readDocument(documentThatTakes(kKinds[0], kLimit));
     ASSERT_TRUE(tree);
     EXPECT_EQ(
@@ -106,9 +107,9 @@ TEST(WrittenSize, ServicesThatShareALongAddressAreLoaded) {
     EXPECT_TRUE(equal(readDocument(*xml).get(), tree.get()));
 }
 
-// Lone surrogates are dropped in writing. They count all the same, since each reference to a string
-// of them is looked through.
-TEST(WrittenSize, CharactersThatCannotBeWrittenCount) {
+// The writer drops lone surrogates. They count nevertheless, since the reader looks at each
+// reference to the string.
+TEST(WrittenSize, LoneSurrogatesCount) {
     BinaryDocument document;
     document.addArray(std::vector<std::uint64_t>(100000, 1));
     document.add(BinaryDocument::head(0x60, 10000) + repeated(std::string("\xd8\x00", 2), 10000));

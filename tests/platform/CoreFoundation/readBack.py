@@ -2,8 +2,8 @@
 
     readBack.py FOLDER
 
-For each file NAME.plist one line is printed: the name, a tab, and its tree in the JSON form that
-the test which calls this prints too, or "refused".
+Prints one line for each file NAME.plist: the name, a tab, and the tree as JSON, or "refused". The
+calling test expects this form of JSON.
 """
 
 import datetime
@@ -13,7 +13,7 @@ import plistlib
 import struct
 import sys
 
-# Deeper than any tree that is written.
+# No written tree is as deep as this.
 sys.setrecursionlimit(10000)
 
 EPOCH = datetime.datetime(2001, 1, 1)
@@ -40,7 +40,7 @@ def node(value):
 def line(path):
     try:
         tree = plistlib.loads(path.read_bytes(), fmt=plistlib.FMT_XML)
-    except Exception as error:  # whatever it is, it is no tree
+    except Exception as error:  # Any error means that the file is refused.
         print(f"{path.name}: {error!r}", file=sys.stderr)
         return "refused"
     return json.dumps(node(tree), sort_keys=True)

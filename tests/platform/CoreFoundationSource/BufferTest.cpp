@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(Buffer, ThatWouldExceedAnyMemoryStaysAsItIs) {
+TEST(Buffer, ReserveOfTooMuchMemoryFailsAndChangesNothing) {
     cf::Buffer<std::uint16_t> buffer;
     ASSERT_TRUE(buffer.append(7));
     EXPECT_FALSE(buffer.reserve(SIZE_MAX));
@@ -20,7 +20,7 @@ TEST(Buffer, ThatWouldExceedAnyMemoryStaysAsItIs) {
     EXPECT_EQ(buffer.back(), 8);
 }
 
-TEST(Buffer, HandsItsMemoryOver) {
+TEST(Buffer, ReleasePassesTheMemoryToTheCaller) {
     cf::Buffer<char> buffer;
     ASSERT_TRUE(buffer.append("text", 4));
     char* const text = buffer.release();

@@ -43,7 +43,7 @@ TEST(AbsoluteTime, CountsFromTheReferenceDate) {
     EXPECT_EQ(midnight(1600, 1, 1), -0x1.79216f4p+33);
 }
 
-TEST(AbsoluteTime, YearsBeforeTheFirst) {
+TEST(AbsoluteTime, YearsBeforeTheFirstAreCounted) {
     EXPECT_EQ(midnight(1, 1, 1) - midnight(0, 1, 1), 366 * kDay);
     EXPECT_EQ(midnight(0, 1, 1) - midnight(-1, 1, 1), 365 * kDay);
     EXPECT_EQ(midnight(-1, 1, 1), -0x1.d6b4afp+35);
@@ -61,7 +61,7 @@ TEST(AbsoluteTime, FieldsOutOfRangeCarryOver) {
     EXPECT_EQ(midnight(2001, 1, INT32_MIN), (INT32_MIN - 1.0) * kDay);
 }
 
-TEST(AbsoluteTime, MonthsThatTheYearDoesNotHave) {
+TEST(AbsoluteTime, Months0And13To15AddTheseDays) {
     EXPECT_EQ(midnight(2001, 0, 1), 0);
     EXPECT_EQ(midnight(2001, 13, 1), 31536000);
     EXPECT_EQ(midnight(2001, 14, 1), 0);
@@ -72,27 +72,27 @@ TEST(AbsoluteTime, MonthsThatTheYearDoesNotHave) {
     EXPECT_EQ(midnight(2004, 15, 1), midnight(2004, 1, 2));
 }
 
-TEST(AbsoluteTime, AnyYear) {
+TEST(AbsoluteTime, AnyYearIsCounted) {
     EXPECT_EQ(midnight(INT32_MAX, 1, 1), 67767976233532800.0 - 978307200 - 365 * kDay);
     EXPECT_NEAR(midnight(INT64_MAX, 1, 1) / 0x1p63, 365.2425 * kDay, 1e-3);
     EXPECT_NEAR(midnight(INT64_MIN, 1, 1) / 0x1p63, -365.2425 * kDay, 1e-3);
 }
 
-TEST(GregorianDate, OfWholeSeconds) {
+TEST(GregorianDate, ContainsTheSecond) {
     EXPECT_EQ(gregorianDate(0), (GregorianDate{2001, 1, 1, 0, 0, 0}));
     EXPECT_EQ(gregorianDate(-1), (GregorianDate{2000, 12, 31, 23, 59, 59}));
     EXPECT_EQ(gregorianDate(0x1.d62d23c7f8p+37), (GregorianDate{9999, 12, 31, 23, 59, 59}));
     EXPECT_EQ(gregorianDate(-0x1.d6b4afp+35), (GregorianDate{-1, 1, 1, 0, 0, 0}));
 }
 
-TEST(GregorianDate, FractionsOfASecondAreCutOff) {
+TEST(GregorianDate, FractionOfASecondIsCutOff) {
     EXPECT_EQ(gregorianDate(59.999), (GregorianDate{2001, 1, 1, 0, 0, 59}));
     EXPECT_EQ(gregorianDate(-0.5), (GregorianDate{2000, 12, 31, 23, 59, 59}));
-    // Too small to be seen next to the minute that it is taken from.
+    // The fraction is too small to change the minute from which it is subtracted.
     EXPECT_EQ(gregorianDate(-1e-300), (GregorianDate{2000, 12, 31, 23, 59, 60}));
 }
 
-TEST(GregorianDate, EveryDayOfACycle) {
+TEST(GregorianDate, IsTheInverseForEveryDayOfACycle) {
     int days = -(365 + 366);
     for (int year = 1999; year < 1999 + 400; ++year) {
         const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
@@ -123,15 +123,15 @@ TEST(GregorianDate, IsTheInverseOfTheAbsoluteTime) {
     }
 }
 
-// Recorded, since even such dates are written, and must always be written the same.
-TEST(GregorianDate, OfWhatIsNoNumber) {
+// These values are recorded. Such dates are written as well, and always in the same way.
+TEST(GregorianDate, NotANumberYieldsTheRecordedDate) {
     const GregorianDate least{2030437302, 6, 7, 24, 60, INT32_MIN};
     EXPECT_EQ(gregorianDate(std::nan("")), least);
     EXPECT_EQ(gregorianDate(std::numeric_limits<double>::infinity()), least);
     EXPECT_EQ(gregorianDate(-std::numeric_limits<double>::infinity()), least);
 }
 
-TEST(GregorianDate, OfYearsThatDoNotFit) {
+TEST(GregorianDate, YearsOutOfRangeYieldTheRecordedDates) {
     EXPECT_EQ(gregorianDate(absoluteTime(INT32_MAX, 12, 31, 0, 0, 0)),
               (GregorianDate{INT32_MAX, 12, 31, 0, 0, 0}));
     EXPECT_EQ(gregorianDate(absoluteTime(INT32_MAX + std::int64_t{1}, 3, 4, 0, 0, 0)),
@@ -142,7 +142,7 @@ TEST(GregorianDate, OfYearsThatDoNotFit) {
               (GregorianDate{INT32_MAX, 3, 4, 0, 0, 0}));
 }
 
-TEST(GregorianDate, OfAnyNumberIsDefined) {
+TEST(GregorianDate, AnyNumberYieldsAValidMonthAndDay) {
     const double largest = std::numeric_limits<double>::max();
     for (double time = 1; time <= largest / 3; time *= 3) {
         for (const double signedTime : {time, -time, 1 / time, -1 / time}) {

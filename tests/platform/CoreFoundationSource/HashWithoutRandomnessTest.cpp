@@ -1,4 +1,4 @@
-// The hash of a process that starts before the system has gathered randomness.
+// Tests the hash of a process that starts before the system has gathered randomness.
 
 #include <gtest/gtest.h>
 #include <sys/random.h>
@@ -10,7 +10,7 @@
 
 #include "Hash.h"
 
-// In front of the C library's.
+// Replaces the function of the C library.
 extern "C" ssize_t getrandom(void* /*buffer*/, size_t /*length*/, unsigned /*flags*/) {
     errno = EAGAIN;
     return -1;
@@ -22,7 +22,7 @@ CFHashCode hashOf(std::string_view text) {
     return cf::hashBytes(text.data(), text.size());
 }
 
-// In a process of its own, which has no key yet.
+// Returns the hash from a child process, which creates a key of its own.
 CFHashCode hashInAnotherProcess(std::string_view text) {
     int ends[2] = {};
     EXPECT_EQ(::pipe(ends), 0);
@@ -43,7 +43,7 @@ CFHashCode hashInAnotherProcess(std::string_view text) {
     return hash;
 }
 
-TEST(HashWithoutRandomness, IsAnotherInEachProcess) {
+TEST(HashWithoutRandomness, DiffersBetweenProcesses) {
     EXPECT_NE(hashInAnotherProcess("text"), hashInAnotherProcess("text"));
 }
 

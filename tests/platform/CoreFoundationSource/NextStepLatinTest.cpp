@@ -24,7 +24,7 @@ TEST(NextStepLatin, LowerHalfIsAscii) {
     }
 }
 
-TEST(NextStepLatin, UpperHalf) {
+TEST(NextStepLatin, UpperHalfHasTheseCharacters) {
     EXPECT_EQ(charactersOf(0x80, 0x8F), u"\u00a0ÀÁÂÃÄÅÇÈÉÊËÌÍÎÏ");
     EXPECT_EQ(charactersOf(0x90, 0x9F), u"ÐÑÒÓÔÕÖÙÚÛÜÝÞ\u00b5×÷");
     EXPECT_EQ(charactersOf(0xA0, 0xAF), u"©¡¢£\u2044¥ƒ§¤\u2019\u201c«\u2039\u203a\ufb01\ufb02");
@@ -36,12 +36,12 @@ TEST(NextStepLatin, UpperHalf) {
     EXPECT_EQ(charactersOf(0xF0, 0xFD), u"öæùúûıüýłøœßþÿ");
 }
 
-TEST(NextStepLatin, LastTwoBytesAreNoCharacters) {
+TEST(NextStepLatin, LastTwoBytesHaveNoCharacter) {
     EXPECT_EQ(nextStepLatinToUnicode(0xFE), 0);
     EXPECT_EQ(nextStepLatinToUnicode(0xFF), 0);
 }
 
-TEST(NextStepLatin, NoTwoBytesAreTheSameCharacter) {
+TEST(NextStepLatin, EachByteHasADifferentCharacter) {
     const std::u16string characters = charactersOf(0, 0xFD);
     EXPECT_EQ(std::set<char16_t>(characters.begin(), characters.end()).size(), characters.size());
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Sizes around the limits of the classes, and around that of what is kept.
+// Sizes around the limits of the classes, and one that is never kept.
 constexpr std::size_t kSizes[] = {0,  1,  8,  23, 24, 25, 40, 41,  56,
                                   57, 72, 73, 87, 88, 89, 90, 5000};
 
@@ -22,7 +22,7 @@ void fillAndFree(void* memory, std::size_t size, int byte) {
     cf::freeObject(memory, size);
 }
 
-// Every byte of a block is the object's own, whichever object had the block before.
+// Allocates blocks of all sizes, fills them, and checks that no other block changed them.
 void allocateAndFree(int byte, int rounds) {
     for (int round = 0; round < rounds; ++round) {
         std::vector<void*> blocks;
@@ -70,7 +70,7 @@ TEST_F(ObjectMemory, MayBeFreedByAnotherThread) {
     allocateAndFree(2, 10);
 }
 
-TEST_F(ObjectMemory, MoreThanIsKeptIsFreed) {
+TEST_F(ObjectMemory, BlocksBeyondTheLimitAreFreed) {
     std::vector<void*> blocks(100'000);
     for (void*& block : blocks) {
         block = cf::allocateObject(88);
@@ -81,7 +81,7 @@ TEST_F(ObjectMemory, MoreThanIsKeptIsFreed) {
     allocateAndFree(2, 10);
 }
 
-TEST_F(ObjectMemory, WorksWithoutKeepingAny) {
+TEST_F(ObjectMemory, WorksWithoutKeptBlocks) {
     void* const before = cf::allocateObject(24);
     fillAndFree(before, 24, 1);
     cf::keepFreedObjects(false);

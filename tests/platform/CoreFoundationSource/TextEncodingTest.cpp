@@ -12,7 +12,7 @@ using namespace std::string_view_literals;
 constexpr std::string_view kUnknown = "unknown text encoding";
 constexpr std::string_view kNotWellFormed = "text not well-formed in its encoding";
 
-// The text, or the reason why there is none.
+// Returns the text, or the reason if the bytes are refused.
 std::string decoded(std::string_view bytes) {
     cf::DecodedText text;
     const char* reason = nullptr;
@@ -23,7 +23,7 @@ std::string decoded(std::string_view bytes) {
     return std::string(text.utf8);
 }
 
-// Returns the text in UTF-16, or the reason why there is none.
+// Returns the text in UTF-16, or the reason if the bytes are refused.
 std::u16string unitsOf(std::string_view bytes) {
     cf::DecodedText text;
     const char* reason = nullptr;
@@ -37,7 +37,7 @@ std::string declaration(std::string_view encoding) {
     return "<?xml version=\"1.0\" encoding=\"" + std::string(encoding) + "\"?>";
 }
 
-// The text that the bytes behind a declaration stand for, or the reason why there is none.
+// Returns the text of the bytes behind a declaration, or the reason if they are refused.
 std::string decodedAs(std::string_view encoding, std::string_view bytes) {
     const std::string start = declaration(encoding);
     std::string text = decoded(start + std::string(bytes));
@@ -54,17 +54,17 @@ TEST(TextEncoding, BytesWithoutMarkOrDeclarationAreUtf8AndUnchecked) {
     }
 }
 
-TEST(TextEncoding, Utf8MarkIsTakenOff) {
+TEST(TextEncoding, Utf8MarkIsLeftOut) {
     EXPECT_EQ(decoded("\xEF\xBB\xBFz"), "z");
     EXPECT_EQ(decoded("\xEF\xBB\xBF\xEF\xBB\xBFz"), "\uFEFFz");
-    // Nothing is behind it.
+    // A mark without a text is a text.
     EXPECT_EQ(decoded("\xEF\xBB\xBF"), "\uFEFF");
-    // The mark has the last word.
+    // The mark has precedence over the declaration.
     const std::string start = declaration("ISO-8859-1");
     EXPECT_EQ(decoded("\xEF\xBB\xBF" + start + "\u00e9"), start + "\u00e9");
 }
 
-TEST(TextEncoding, Utf16) {
+TEST(TextEncoding, Utf16MarkDecidesTheByteOrder) {
     EXPECT_EQ(decoded("\xFE\xFF\0a\x20\xAC\xD8\x3D\xDE\x00"sv), "a\u20ac\U0001f600");
     EXPECT_EQ(decoded("\xFF\xFE\x61\0\xAC\x20\x3D\xD8\x00\xDE"sv), "a\u20ac\U0001f600");
     EXPECT_EQ(decoded("\xFE\xFF\xD8\0\xDC\0\xDB\xFF\xDF\xFF"sv), "\U00010000\U0010ffff");
@@ -72,7 +72,7 @@ TEST(TextEncoding, Utf16) {
     EXPECT_EQ(decoded("\xFE\xFF\0\0"sv), "\0"sv);
 }
 
-TEST(TextEncoding, NulAtTheStartIsLittleEndianWithoutItsFirstCharacter) {
+TEST(TextEncoding, NulAtTheStartMeansLittleEndianAndTheFirstCharacterIsDropped) {
     EXPECT_EQ(decoded("<\0a\0b\0"sv), "ab");
     EXPECT_EQ(decoded("\0<a\0b\0"sv), "ab");
     EXPECT_EQ(decoded("\0<\0a"sv), "\u6100");
@@ -108,13 +108,13 @@ TEST(TextEncoding, UnitsOfUtf16HoldEveryLoneSurrogate) {
     EXPECT_EQ(unitsOf("\xFE\xFF\xD8\x3D\xDE\0"sv), u"\U0001f600");
 }
 
-TEST(TextEncoding, UnitsOfOtherEncodingsAreMadeFromUtf8) {
+TEST(TextEncoding, UnitsOfOtherEncodingsAreDecodedFromUtf8) {
     EXPECT_EQ(unitsOf("a\u20ac\U0001f600"), u"a\u20ac\U0001f600");
     EXPECT_EQ(unitsOf("<?xml encoding='l1'\xe9"), u"<?xml encoding='l1'\u00e9");
     EXPECT_EQ(unitsOf("\xed\xa0\x80"), u"text that is not well-formed UTF-8");
 }
 
-TEST(TextEncoding, Utf32) {
+TEST(TextEncoding, Utf32MarkDecidesTheByteOrder) {
     EXPECT_EQ(decoded("\0\0\xFE\xFF\0\0\0a\0\x01\xF6\0"sv), "a\U0001f600");
     EXPECT_EQ(decoded("\xFF\xFE\0\0a\0\0\0\0\xF6\x01\0"sv), "a\U0001f600");
     EXPECT_EQ(decoded("\0\0\xFE\xFF\0\x10\xFF\xFF"sv), "\U0010ffff");
@@ -163,7 +163,7 @@ TEST(TextEncoding, OtherNameOfUtf8IsChecked) {
     EXPECT_EQ(decodedAs("unicode-1-1-utf-8", "\xff"), kNotWellFormed);
 }
 
-TEST(TextEncoding, Latin1) {
+TEST(TextEncoding, Latin1IsDecoded) {
     std::string bytes;
     std::string text;
     for (unsigned byte = 0; byte < 0x100; ++byte) {
@@ -178,11 +178,11 @@ TEST(TextEncoding, Latin1) {
     }
 }
 
-TEST(TextEncoding, DeclarationIsDecodedToo) {
+TEST(TextEncoding, DeclarationItselfIsDecoded) {
     EXPECT_EQ(decoded("<?xml x='\xe9' encoding='latin1'"), "<?xml x='\u00e9' encoding='latin1'");
 }
 
-TEST(TextEncoding, DeclarationThatSaysNothing) {
+TEST(TextEncoding, MalformedDeclarationIsIgnored) {
     for (const auto bytes : {
              "<?xml"sv,
              "<?xml\xe9"sv,
@@ -203,14 +203,14 @@ TEST(TextEncoding, DeclarationThatSaysNothing) {
     }
 }
 
-TEST(TextEncoding, DeclarationNeedNotBeSeparated) {
+TEST(TextEncoding, EncodingNeedNotBeSeparatedInTheDeclaration) {
     EXPECT_EQ(decoded("<?xmlencoding='l1'\xe9"), "<?xmlencoding='l1'\u00e9");
     EXPECT_EQ(decoded("<?xml-encoding=\"l1\"\xe9"), "<?xml-encoding=\"l1\"\u00e9");
     EXPECT_EQ(decoded("<?xml encodencoding='l1'\xe9"), "<?xml encodencoding='l1'\u00e9");
     EXPECT_EQ(decoded("<?xml encoding='l1'"), "<?xml encoding='l1'");
 }
 
-TEST(TextEncoding, UnknownNames) {
+TEST(TextEncoding, UnknownNamesAreRefused) {
     for (const auto name : {"", " ", "x", "latin", "latin1 l1", "l", "ISO-8859-", "ISO-8859-12",
                             "//", "char", "wchar_t", "UTF-8//IGNORE", "ISO-8859-2//TRANSLIT"}) {
         EXPECT_EQ(decodedAs(name, "a"), kUnknown) << name;
@@ -218,7 +218,7 @@ TEST(TextEncoding, UnknownNames) {
     EXPECT_EQ(decoded("<?xml encoding='a\0b'"sv), kUnknown);
 }
 
-TEST(TextEncoding, DeclarationReadByteByByteIsInNoWideEncoding) {
+TEST(TextEncoding, DeclaredWideEncodingIsRefused) {
     for (const auto name : {"UTF-16", "utf-16", "UTF-16LE", "UTF-16BE", "UTF-32", "UTF-32LE",
                             "UTF-32BE", "ISO-10646-UCS-2", "ISO-10646-UCS-4", "UCS-4"}) {
         EXPECT_EQ(decodedAs(name, "abc"), kNotWellFormed) << name;
@@ -231,7 +231,7 @@ struct Example {
     std::string_view text;
 };
 
-TEST(TextEncoding, DeclaredCharacterSets) {
+TEST(TextEncoding, DeclaredCharacterSetsAreDecoded) {
     constexpr Example kExamples[] = {
         {"ISO-8859-2", "\xb1\xea", "ąę"},
         {"latin2", "\xb1\xea", "ąę"},
@@ -285,14 +285,14 @@ TEST(TextEncoding, DeclaredCharacterSets) {
     }
 }
 
-TEST(TextEncoding, BytesThatTheDeclaredCharacterSetDoesNotHave) {
+TEST(TextEncoding, BytesOutsideOfTheDeclaredCharacterSetAreRefused) {
     EXPECT_EQ(decodedAs("ISO-8859-7", "\xff"), kNotWellFormed);
     EXPECT_EQ(decodedAs("EUC-JP", "\xc6\x20"), kNotWellFormed);
     EXPECT_EQ(decodedAs("GB2312", "\x81\x40"), kNotWellFormed);
     EXPECT_EQ(decodedAs("ISO-2022-JP", "\xff"), kNotWellFormed);
 }
 
-TEST(TextEncoding, CharactersThatTheEndCutsOff) {
+TEST(TextEncoding, IncompleteLastCharacterIsRefused) {
     EXPECT_EQ(decodedAs("Shift_JIS", "\x93"), kNotWellFormed);
     EXPECT_EQ(decodedAs("EUC-KR", "a\xc7"), kNotWellFormed);
     EXPECT_EQ(decodedAs("GB18030", "\x90\x30\x81"), kNotWellFormed);
@@ -300,13 +300,13 @@ TEST(TextEncoding, CharactersThatTheEndCutsOff) {
     EXPECT_EQ(decodedAs("ISO-2022-JP", "\x1b$"), kNotWellFormed);
 }
 
-// The converter waits for what could follow it.
-TEST(TextEncoding, LastCharacterThatTheConverterHoldsBackIsThere) {
+// The converter holds such a character back, since a combining one may follow.
+TEST(TextEncoding, LastCharacterThatTheConverterHoldsBackIsDecoded) {
     EXPECT_EQ(decodedAs("windows-1258", "e"), "e");
     EXPECT_EQ(decodedAs("Big5-HKSCS", "\x88\x66"), "\u00ca");
 }
 
-TEST(TextEncoding, LongTextOutgrowsTheRoomMadeForIt) {
+TEST(TextEncoding, LongTextIsDecoded) {
     std::string bytes;
     std::string text;
     for (int count = 0; count < 100000; ++count) {
@@ -316,7 +316,7 @@ TEST(TextEncoding, LongTextOutgrowsTheRoomMadeForIt) {
     EXPECT_EQ(decodedAs("ISO-8859-15", bytes), text);
 }
 
-TEST(TextEncoding, ResultMayHaveBeenUsedBefore) {
+TEST(TextEncoding, ResultOfAnEarlierCallIsReplaced) {
     cf::DecodedText text;
     const char* reason = nullptr;
     ASSERT_TRUE(cf::decodeText("\xFE\xFF\0a\0b"sv, text, &reason));
