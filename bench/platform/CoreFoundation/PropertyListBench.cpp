@@ -1,11 +1,12 @@
-// Property lists as the plug-in stores them, of the directory's services:
-//   - writing an XML document and reading an XML or a binary one, against libplist doing the same
-//   with
-//     the same document in the same run;
+// Measures the property lists that the plug-in stores, with the services of the directory:
+//
+//   - writing an XML document and reading an XML or a binary one. libplist does the same with the
+//     same document in the same run.
 //   - building the list of services from their identifiers and addresses, and releasing it.
+//
 // Everything is measured twice: in a process of one thread, and beside another thread, as in any
-// real host. What a process of one thread is spared it may not be spared again once it had two, so
-// these runs come first, and where runs are mixed, it takes a process for each
+// real host. Some costs that a process of one thread avoids may stay once it has had a second
+// thread. So the runs with one thread come first. To mix runs, use a process for each
 // (--benchmark_filter).
 
 #include <benchmark/benchmark.h>
@@ -98,10 +99,11 @@ CFHolder<CFPropertyListRef> treeOf(const std::vector<Service>& services) {
     return CFHolder<CFPropertyListRef>(root.release());
 }
 
-// The library that is measured, and its peer. Each of them:
-//   - Tree releases what it holds at its end;
-//   - readXml() and readBinary() give a tree, which is empty where the document was refused;
-//   - write() makes a document and releases it, and returns its length.
+// The measured library and its peer. Both define the same members:
+//
+//   - Tree releases its contents when it is destroyed.
+//   - readXml() and readBinary() return a tree, which is empty if the document is refused.
+//   - write() creates a document, releases it, and returns its length.
 
 struct Ours {
     using Tree = CFHolder<CFPropertyListRef>;
@@ -154,7 +156,7 @@ std::string xmlDocument(std::int64_t services) {
     const CFHolder<CFPropertyListRef> tree = treeOf(servicesUpTo(services));
     const CFHolder<CFDataRef> data(CFPropertyListCreateXMLData(nullptr, tree.get()));
     if (!data) {
-        fail("no document was written");
+        fail("writing a document failed");
     }
     return {reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
             static_cast<std::size_t>(CFDataGetLength(data.get()))};
@@ -170,11 +172,11 @@ std::string binaryDocument(std::int64_t services) {
     return document;
 }
 
-// What differs between the two libraries' documents is some white space and the order of keys.
+// The documents of the two libraries differ only in white space and in the order of keys.
 template <class Tree>
 void requireWholeTree(const Tree& tree, std::size_t length, std::size_t written) {
     if (!tree || written < length / 2 || written > length * 2) {
-        fail("a document was not read");
+        fail("reading a document failed");
     }
 }
 
