@@ -16,7 +16,7 @@ static_assert(std::is_nothrow_move_assignable_v<Holder>);
 static_assert(!std::is_convertible_v<CFMutableArrayRef, Holder>);
 static_assert(sizeof(Holder) == sizeof(CFMutableArrayRef));
 
-// An object, of which the test has a reference beside the holders'.
+// Holds an object, with one reference of the test itself.
 class CFHolderTest : public testing::Test {
   protected:
     CFMutableArrayRef another() const {
@@ -28,7 +28,7 @@ class CFHolderTest : public testing::Test {
     const Holder object{CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks)};
 };
 
-TEST_F(CFHolderTest, GivesItsReferenceBack) {
+TEST_F(CFHolderTest, ReleasesItsReference) {
     {
         const Holder holder(another());
         EXPECT_EQ(held(), 1);
@@ -38,14 +38,14 @@ TEST_F(CFHolderTest, GivesItsReferenceBack) {
     EXPECT_EQ(held(), 0);
 }
 
-TEST_F(CFHolderTest, HoldsNullToo) {
+TEST_F(CFHolderTest, MayHoldNull) {
     const Holder empty;
     EXPECT_FALSE(empty);
     EXPECT_EQ(empty.get(), nullptr);
     EXPECT_FALSE(Holder(nullptr));
 }
 
-TEST_F(CFHolderTest, ReleaseHandsTheReferenceOut) {
+TEST_F(CFHolderTest, ReleasePassesTheReferenceToTheCaller) {
     Holder holder(another());
     Holder next(holder.release());
     EXPECT_FALSE(holder);
@@ -56,12 +56,12 @@ TEST_F(CFHolderTest, ReleaseHandsTheReferenceOut) {
 TEST_F(CFHolderTest, MovesWithoutAnotherReference) {
     Holder first(another());
     Holder second(std::move(first));
-    EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): what is promised
+    EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): a moved holder is empty
     EXPECT_EQ(second.get(), object.get());
     EXPECT_EQ(held(), 1);
 }
 
-TEST_F(CFHolderTest, AssignmentGivesTheFormerReferenceBack) {
+TEST_F(CFHolderTest, AssignmentReleasesTheFormerReference) {
     Holder first(another());
     Holder second(another());
     EXPECT_EQ(held(), 2);

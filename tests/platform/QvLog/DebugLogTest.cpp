@@ -1,4 +1,5 @@
-// Records: what is in one, which are written, and that no text gets out of its own.
+// Tests records: their contents, their levels, and the escaping that keeps each text in its own
+// record.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -45,7 +46,7 @@ TEST_F(DebugLog, RecordNamesTimeProcessThreadLevelAndModule) {
     EXPECT_EQ(match[1], std::to_string(::getpid()));
 }
 
-TEST_F(DebugLog, ThreadsAreToldApart) {
+TEST_F(DebugLog, RecordsOfDifferentThreadsHaveDifferentIds) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 7, "here");
     std::thread([&log] { LorxWriteDbgLog(log.get(), 7, "there"); }).join();
@@ -58,7 +59,7 @@ TEST_F(DebugLog, ThreadsAreToldApart) {
     EXPECT_NE(ids(lines[0]), ids(lines[1]));
 }
 
-TEST_F(DebugLog, LevelsHaveTheirNames) {
+TEST_F(DebugLog, EachLevelHasAName) {
     const Handle log = openLog(path);
     for (int level = 0; level <= 7; ++level) {
         LorxWriteDbgLog(log.get(), level, "text");
@@ -116,7 +117,7 @@ TEST_F(DebugLog, ThresholdOutOfRangeIsIgnored) {
     }
 }
 
-TEST_F(DebugLog, ThresholdToOpenWithIsTakenIntoRange) {
+TEST_F(DebugLog, ThresholdAtOpeningIsLimitedToTheRange) {
     const Handle most = openLog(path, 100);
     EXPECT_NE(LorxIsEnableLog(most.get(), 7), 0);
     EXPECT_EQ(LorxIsEnableLog(most.get(), 8), 0);
@@ -146,24 +147,6 @@ TEST_F(DebugLog, NullModuleIsAnEmptyName) {
     EXPECT_THAT(contentOf(path), Optional(EndsWith(" emerg : text\n")));
 }
 
-TEST_F(DebugLog, ControlCharactersAreEscaped) {
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "%s", "a\nb\rc\td\x1b[31m\x7f");
-    EXPECT_THAT(textsOf(path), ElementsAre("a\\nb\\rc\\td\\x1b[31m\\x7f"));
-}
-
-TEST_F(DebugLog, C1ControlsAndInvalidUtf8AreEscaped) {
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "%s", "\u009b2J \xff \xc0\x8a \xe2\x82");
-    EXPECT_THAT(textsOf(path), ElementsAre("\\xc2\\x9b2J \\xff \\xc0\\x8a \\xe2\\x82"));
-}
-
-TEST_F(DebugLog, WellFormedUtf8IsKept) {
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "%s", "caf\u00e9 \u20ac \U0001f600");
-    EXPECT_THAT(textsOf(path), ElementsAre("caf\u00e9 \u20ac \U0001f600"));
-}
-
 TEST_F(DebugLog, ModuleIsEscaped) {
     const Handle log = openLog(path, 7, "x\n1970");
     LorxWriteDbgLog(log.get(), 6, "text");
@@ -179,7 +162,7 @@ TEST_F(DebugLog, LongModuleIsCutBetweenCharacters) {
 TEST_F(DebugLog, TextThatLooksLikeARecordStaysInItsLine) {
     const Handle log = openLog(path);
     const std::string forged = "2026-11-20T09:19:12.364Z 1/1 info namingService: forged";
-    // What ends a line somewhere, and what moves a terminal to another.
+    // These end a line in some reader, or move the cursor of a terminal to another line.
     const std::pair<const char*, const char*> ends[] = {
         {"\n", "\\n"},
         {"\r\n", "\\r\\n"},
@@ -201,27 +184,27 @@ TEST_F(DebugLog, TextThatLooksLikeARecordStaysInItsLine) {
     EXPECT_EQ(textsOf(path), expected);
 }
 
-TEST_F(DebugLog, TextThatLooksLikeAnEscapeIsToldFromOne) {
+TEST_F(DebugLog, TextThatLooksLikeAnEscapeDiffersFromOne) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "%s", "a\\nb");
     LorxWriteDbgLog(log.get(), 6, "%s", "a\nb");
     EXPECT_THAT(textsOf(path), ElementsAre("a\\\\nb", "a\\nb"));
 }
 
-TEST_F(DebugLog, FormatInTheTextIsNotFollowed) {
+TEST_F(DebugLog, FormatInTheTextIsNotInterpreted) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "%s", "%s %n {} %v %Y");
     EXPECT_THAT(textsOf(path), ElementsAre("%s %n {} %v %Y"));
 }
 
-TEST_F(DebugLog, LongestTextIsWhole) {
+TEST_F(DebugLog, LongestTextIsNotCut) {
     const Handle log = openLog(path);
     const std::string text(kLongestText, 'x');
     LorxWriteDbgLog(log.get(), 6, "%s", text.c_str());
     EXPECT_THAT(textsOf(path), ElementsAre(text));
 }
 
-TEST_F(DebugLog, LongerTextIsCutAndSaysSo) {
+TEST_F(DebugLog, LongerTextIsCutAndNamesItsLength) {
     const Handle log = openLog(path);
     const std::string text(kLongestText + 1, 'x');
     LorxWriteDbgLog(log.get(), 6, "%s", text.c_str());
@@ -232,10 +215,10 @@ TEST_F(DebugLog, LongerTextIsCutAndSaysSo) {
                 ElementsAre(kept + " ... (8192 bytes)", kept + " ... (1008192 bytes)"));
 }
 
-TEST_F(DebugLog, CutSparesEscapesAndCharacters) {
+TEST_F(DebugLog, CutDoesNotSplitEscapesOrCharacters) {
     const Handle log = openLog(path);
     std::vector<std::string> expected;
-    // Each of these begins within the limit, by so many bytes, and ends past it.
+    // Each character begins `within` bytes before the limit and ends beyond it.
     for (const std::string character : {"\u00e9", "\u20ac", "\U0001f600"}) {
         for (std::size_t within = 1; within < character.size(); ++within) {
             const std::string kept(kLongestText - within, 'x');
@@ -282,17 +265,17 @@ TEST_F(DebugLog, ErrnoIsKept) {
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(DebugLog, ConcurrentWritersProduceWholeLines) {
+TEST_F(DebugLog, ConcurrentWritersWriteWholeLines) {
     constexpr int writers = 4;
     constexpr int records = 200;
-    // Half of the writers have a handle of their own, as another module or process would.
+    // Half of the writers use a second handle, like another module or process.
     const Handle first = openLog(path);
     const Handle second = openLog(path);
-    // The first record after opening looks whether the file ends inside a line, and a record that
-    // another handle is just writing looks like that.
+    // The first record of a handle checks whether the file ends inside a line. A record that
+    // another handle is writing looks like such an end.
     LorxWriteDbgLog(first.get(), 6, "ready");
     LorxWriteDbgLog(second.get(), 6, "ready");
-    // Escaped, this is more than a stream's usual buffer holds.
+    // The escaped text exceeds the usual buffer of a stream.
     const std::string padding(3000, '\t');
     std::vector<std::thread> threads;
     threads.reserve(writers);
@@ -345,14 +328,14 @@ TEST_F(DebugLog, ThresholdCanBeSetWhileOthersWrite) {
     EXPECT_EQ(textsOf(path).back(), "last");
 }
 
-TEST_F(DebugLog, CancelledThreadWritesItsRecordAndThenEnds) {
+TEST_F(DebugLog, CancelledThreadWritesItsRecordBeforeItEnds) {
     const Handle log = openLog(path);
     EXPECT_TRUE(isCancelledAfter([&] { LorxWriteDbgLog(log.get(), 7, "the last words"); }));
     LorxWriteDbgLog(log.get(), 7, "of another thread");
     EXPECT_THAT(textsOf(path), ElementsAre("the last words", "of another thread"));
 }
 
-TEST_F(DebugLog, CancelledThreadOpensAndClosesALogAndThenEnds) {
+TEST_F(DebugLog, CancelledThreadOpensAndClosesALogBeforeItEnds) {
     EXPECT_TRUE(isCancelledAfter([&] {
         void* const log = LorxOpenDbgLog(path.c_str(), "namingService", 7);
         LorxWriteDbgLog(log, 7, "one");

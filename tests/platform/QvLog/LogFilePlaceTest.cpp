@@ -1,5 +1,5 @@
-// What stands in the place of the log's file or of its directory: records may be lost, nothing
-// waits, and once the way is free they are written again.
+// Shows that a log survives any kind of file in the place of its file or its directory. Records may
+// be lost, no call waits, and records are written again once the log file can be opened.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -29,7 +29,7 @@ std::function<void(const std::string&)> linkTo(const std::string& target) {
 struct Place {
     const char* name;
     std::function<void(const std::string& path)> put;
-    bool isTaken;  // for the log
+    bool isOpened;  // States whether a log can be opened there.
 };
 
 std::ostream& operator<<(std::ostream& out, const Place& place) {
@@ -44,14 +44,14 @@ class LogFilePlace : public testing::TestWithParam<Place> {
     const std::string path = directory.path("naming.log");
 };
 
-TEST_P(LogFilePlace, IsOpenedOrNotAndNeverWaitedFor) {
+TEST_P(LogFilePlace, OpeningDoesNotWait) {
     GetParam().put(path);
     const Handle log = openLog(path);
-    EXPECT_EQ(log != nullptr, GetParam().isTaken);
+    EXPECT_EQ(log != nullptr, GetParam().isOpened);
     LorxWriteDbgLog(log.get(), 6, "text");
 }
 
-TEST_P(LogFilePlace, CostsRecordsOnlyWhileItIsThere) {
+TEST_P(LogFilePlace, LosesRecordsOnlyWhileItExists) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "before");
     EXPECT_THAT(textsOf(path), ElementsAre("before"));
@@ -96,7 +96,7 @@ class LogFilePath : public testing::Test {
     const std::string path = directory.path("naming.log");
 };
 
-TEST_F(LogFilePath, PathThatCannotBeOpenedHasNoHandle) {
+TEST_F(LogFilePath, PathThatCannotBeOpenedYieldsNoHandle) {
     EXPECT_EQ(LorxOpenDbgLog(nullptr, "namingService", 6), nullptr);
     EXPECT_EQ(openLog(""), nullptr);
     EXPECT_EQ(openLog(directory.path()), nullptr);
@@ -104,8 +104,8 @@ TEST_F(LogFilePath, PathThatCannotBeOpenedHasNoHandle) {
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
 
-// Its reader may go at any time, and a write would end the host then.
-TEST_F(LogFilePath, PipeWithAReaderIsNotWrittenTo) {
+// A write would end the host if the reader closed the pipe.
+TEST_F(LogFilePath, PipeWithAReaderIsNotOpened) {
     makePipe(path);
     const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_NE(reader, -1);
@@ -113,14 +113,7 @@ TEST_F(LogFilePath, PipeWithAReaderIsNotWrittenTo) {
     ::close(reader);
 }
 
-TEST_F(LogFilePath, LinkToNothingMakesTheFile) {
-    std::filesystem::create_symlink("elsewhere.log", path);
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "text");
-    EXPECT_THAT(textsOf(directory.path("elsewhere.log")), ElementsAre("text"));
-}
-
-TEST_F(LogFilePath, LinkIsRotatedAndWhatItNamesIsNot) {
+TEST_F(LogFilePath, LinkIsRotatedButNotItsTarget) {
     std::filesystem::create_symlink("elsewhere.log", path);
     const Handle log = openLog(path);
     std::filesystem::resize_file(path, kMaximalFileSize);
@@ -131,7 +124,7 @@ TEST_F(LogFilePath, LinkIsRotatedAndWhatItNamesIsNot) {
     EXPECT_THAT(textsOf(path), ElementsAre("text"));
 }
 
-TEST_F(LogFilePath, RemovedFileIsMadeAnew) {
+TEST_F(LogFilePath, RemovedFileIsCreatedAgain) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "before");
     std::filesystem::remove(path);
@@ -147,15 +140,15 @@ TEST_F(LogFilePath, TruncatedFileIsContinuedAtItsNewEnd) {
     EXPECT_THAT(textsOf(path), ElementsAre("after"));
 }
 
-TEST_F(LogFilePath, RemovedDirectoryCostsRecordsOnly) {
+TEST_F(LogFilePath, RemovedDirectoryOnlyLosesRecords) {
     const std::string logDirectory = directory.path("logs");
     const std::string logPath = logDirectory + "/naming.log";
     std::filesystem::create_directory(logDirectory);
     const Handle log = openLog(logPath);
     std::filesystem::remove_all(logDirectory);
 
-    // Past the limit the file must be opened again, and cannot be. Short records after long ones:
-    // they would still have had room in the old file.
+    // The log must open a new file past the limit, but cannot. A short record follows each long
+    // one, since it would still fit into the old file.
     testing::internal::CaptureStderr();
     const std::string padding(8000, 'x');
     for (int record = 0; record < 1400; ++record) {
@@ -171,7 +164,7 @@ TEST_F(LogFilePath, RemovedDirectoryCostsRecordsOnly) {
 }
 
 #ifdef __linux__
-TEST_F(LogFilePath, FullDiskCostsRecordsOnly) {
+TEST_F(LogFilePath, FullDiskOnlyLosesRecords) {
     std::filesystem::create_symlink("/dev/full", path);
     const Handle log = openLog(path);
     ASSERT_NE(log, nullptr);
@@ -185,7 +178,7 @@ TEST_F(LogFilePath, FullDiskCostsRecordsOnly) {
 }
 #endif
 
-TEST_F(LogFilePath, ThatMayNotBeWrittenIsNotOpened) {
+TEST_F(LogFilePath, FileWithoutWritePermissionIsNotOpened) {
     writeFile(path, "");
     asOrdinaryUser(directory.path(), [this] {
         for (const int mode : {0000, 0400}) {
@@ -195,7 +188,7 @@ TEST_F(LogFilePath, ThatMayNotBeWrittenIsNotOpened) {
     });
 }
 
-TEST_F(LogFilePath, ThatMayOnlyBeWrittenIsContinued) {
+TEST_F(LogFilePath, FileWithOnlyWritePermissionIsContinued) {
     writeFile(path, "");
     asOrdinaryUser(directory.path(), [this] {
         std::filesystem::permissions(path, std::filesystem::perms(0200));
@@ -206,7 +199,7 @@ TEST_F(LogFilePath, ThatMayOnlyBeWrittenIsContinued) {
     });
 }
 
-TEST_F(LogFilePath, PipeThatMayOnlyBeWrittenIsNotWaitedFor) {
+TEST_F(LogFilePath, PipeWithOnlyWritePermissionIsNotWaitedFor) {
     makePipe(path);
     asOrdinaryUser(directory.path(), [this] {
         std::filesystem::permissions(path, std::filesystem::perms(0200));
@@ -214,7 +207,7 @@ TEST_F(LogFilePath, PipeThatMayOnlyBeWrittenIsNotWaitedFor) {
     });
 }
 
-TEST_F(LogFilePath, InADirectoryThatMayNotBeChangedHasToBeThere) {
+TEST_F(LogFilePath, ExistingFileInAReadOnlyDirectoryIsContinued) {
     asOrdinaryUser(directory.path(), [this] {
         std::filesystem::permissions(directory.path(), std::filesystem::perms(0500));
         EXPECT_EQ(openLog(path), nullptr);
@@ -227,8 +220,8 @@ TEST_F(LogFilePath, InADirectoryThatMayNotBeChangedHasToBeThere) {
     });
 }
 
-// As a host finds it that opened the log as root and became another user then.
-TEST_F(LogFilePath, InADirectoryThatMayNoLongerBeSearchedIsContinued) {
+// A host that opened the log as root and then became another user finds such a directory.
+TEST_F(LogFilePath, OpenFileInAnInaccessibleDirectoryIsContinued) {
     asOrdinaryUser(directory.path(), [this] {
         const Handle log = openLog(path);
         LorxWriteDbgLog(log.get(), 6, "before");

@@ -1,5 +1,5 @@
-// The log's file at its limit: whatever is logged, by whomever, none of the six files grows past
-// it.
+// Tests the rotation of the log file. None of the six files exceeds the limit, even with several
+// handles, threads or processes.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -28,7 +28,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// Four for each byte of the text, and what stands around it.
+// A record takes up to four bytes for each byte of the text, and its head.
 constexpr std::size_t kLongestRecord = 4UL * 8192 + 200;
 
 std::set<std::string> namesIn(const std::string& directory) {
@@ -48,7 +48,8 @@ class LogFile : public testing::Test {
     // Leaves no room for another record in the file.
     void fill() const { std::filesystem::resize_file(path, kMaximalFileSize - 1); }
 
-    // Each file with so much more as writers that did not see each other's record may add.
+    // Checks the size of each file. A file may exceed the limit by `more`, since writers do not see
+    // the records that others are writing.
     void expectWithinLimit(std::size_t more = 0) const {
         for (const std::string& name : namesIn(directory.path())) {
             EXPECT_LE(std::filesystem::file_size(directory.path(name)), kMaximalFileSize + more)
@@ -56,7 +57,7 @@ class LogFile : public testing::Test {
         }
     }
 
-    // From the oldest on.
+    // Returns the texts of all files, from the oldest file on.
     std::vector<std::string> allTexts() const {
         std::vector<std::string> all;
         for (int age = 5; age >= 0; --age) {
@@ -84,7 +85,7 @@ TEST_F(LogFile, ExistingFileIsContinued) {
     EXPECT_EQ(modeOf(path), 0600U);
 }
 
-TEST_F(LogFile, HalfARecordAtTheEndGetsItsNewline) {
+TEST_F(LogFile, IncompleteRecordAtTheEndGetsANewline) {
     std::ofstream(path) << "2026-11-20T07:4";
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "after");
@@ -111,12 +112,12 @@ TEST_F(LogFile, DescriptorsAreClosedOnExec) {
             }
         }
         EXPECT_EQ(found, 1);
-        // The next round looks at the file that this begins.
+        // The next round checks the file that this record begins.
         LorxWriteDbgLog(log.get(), 6, "rotates");
     }
 }
 
-TEST_F(LogFile, NoDescriptorIsLeftBehind) {
+TEST_F(LogFile, DescriptorsAreClosed) {
     const auto lowestFree = [] {
         const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         ::close(descriptor);
@@ -154,7 +155,7 @@ TEST_F(LogFile, FileIsRotatedAtItsLimitWithoutLosingARecord) {
     EXPECT_GT(std::filesystem::file_size(directory.path("naming.1.log")), kMaximalFileSize - 8192);
 }
 
-TEST_F(LogFile, IsRotatedToTheByte) {
+TEST_F(LogFile, IsRotatedExactlyAtItsLimit) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "text");
     const auto length = std::filesystem::file_size(path);
@@ -181,7 +182,7 @@ TEST_F(LogFile, FiveOlderFilesAreKept) {
     }
 }
 
-TEST_F(LogFile, NameWithoutExtensionIsRotatedToo) {
+TEST_F(LogFile, NameWithoutExtensionIsRotated) {
     for (const std::string name : {"naming", ".naming", "naming."}) {
         const Handle log = openLog(directory.path(name));
         std::filesystem::resize_file(directory.path(name), kMaximalFileSize);
@@ -208,7 +209,7 @@ TEST_F(LogFile, LongestRecordsStayWithinTheLimit) {
     EXPECT_EQ(namesIn(directory.path()).size(), 6U);
 }
 
-TEST_F(LogFile, FileThatIsTooLongAlreadyIsNotContinued) {
+TEST_F(LogFile, FileBeyondTheLimitIsNotContinued) {
     std::ofstream(path) << "before";
     std::filesystem::resize_file(path, 5 * kMaximalFileSize);
     const Handle log = openLog(path);
@@ -223,7 +224,7 @@ TEST_F(LogFile, TwoHandlesKeepOneLimitWithoutLosingARecord) {
     const std::string padding(8000, 'x');
     const int records = 3000;
     for (int record = 0; record < records; ++record) {
-        // In turn, and in long runs.
+        // The handles alternate in the first half and take long turns in the second.
         const int handle = record < records / 2 ? record % 2 : record / 700 % 2;
         LorxWriteDbgLog(logs[handle].get(), 6, "%d %s", record, padding.c_str());
     }
@@ -257,7 +258,7 @@ TEST_F(LogFile, HandlesInThreadsKeepTheLimitWithoutLosingARecord) {
         thread.join();
     }
     expectWithinLimit(writers * kLongestRecord);
-    // Nor was a file rotated twice.
+    // No file is rotated twice.
     for (const std::string& name : namesIn(directory.path())) {
         if (name != "naming.log") {
             EXPECT_GT(std::filesystem::file_size(directory.path(name)),
@@ -270,7 +271,8 @@ TEST_F(LogFile, HandlesInThreadsKeepTheLimitWithoutLosingARecord) {
     EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()), std::set<std::string>{padding});
 }
 
-// Two that rotate at once may drop an older file early, but write no half record.
+// Two processes that rotate at once may drop an older file too early, but write no incomplete
+// record.
 TEST_F(LogFile, ProcessesKeepTheLimit) {
     const std::string padding(8000, 'x');
     const Handle logs[] = {openLog(path), openLog(path)};
@@ -294,9 +296,9 @@ TEST_F(LogFile, ProcessesKeepTheLimit) {
     EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()), std::set<std::string>{padding});
 }
 
-// What cannot be replaced or moved costs older records, and keeps the log neither from going on nor
-// within its limit.
-TEST_F(LogFile, DirectoryInPlaceOfAnOlderFileCostsOlderRecordsOnly) {
+// A directory that cannot be replaced or moved only costs older records. The log continues and
+// stays within its limit.
+TEST_F(LogFile, DirectoryInPlaceOfAnOlderFileOnlyLosesOlderRecords) {
     for (int inTheWay = 1; inTheWay <= 5; ++inTheWay) {
         SCOPED_TRACE(inTheWay);
         const TemporaryDirectory logs;
@@ -314,7 +316,7 @@ TEST_F(LogFile, DirectoryInPlaceOfAnOlderFileCostsOlderRecordsOnly) {
     }
 }
 
-TEST_F(LogFile, DirectoriesInAllPlacesLeaveTheNewestFileOnly) {
+TEST_F(LogFile, DirectoriesInAllPlacesLeaveOnlyTheNewestFile) {
     for (int age = 1; age <= 5; ++age) {
         std::filesystem::create_directories(directory.path(older(age) + "/not empty"));
     }
@@ -326,8 +328,8 @@ TEST_F(LogFile, DirectoriesInAllPlacesLeaveTheNewestFileOnly) {
     EXPECT_THAT(textsOf(path), ElementsAre("first", "second"));
 }
 
-// Renaming one name of a file to another of the same file does nothing, and says that it did.
-TEST_F(LogFile, OlderFileThatIsTheSameFileIsNoWayOut) {
+// Renaming a file to another name of the same file does nothing and reports success.
+TEST_F(LogFile, LinkToTheSameFileInPlaceOfAnOlderFileIsHarmless) {
     const Handle log = openLog(path);
     fill();
     for (int age = 1; age <= 5; ++age) {
@@ -338,7 +340,7 @@ TEST_F(LogFile, OlderFileThatIsTheSameFileIsNoWayOut) {
     EXPECT_THAT(textsOf(path), ElementsAre("first", "second"));
 }
 
-TEST_F(LogFile, IsEmptiedInADirectoryThatMayNotBeChanged) {
+TEST_F(LogFile, FileInAReadOnlyDirectoryIsEmptiedAtItsLimit) {
     std::ofstream(path) << "before\n";
     asOrdinaryUser(directory.path(), [this] {
         const Handle log = openLog(path);
@@ -356,7 +358,7 @@ TEST_F(LogFile, IsEmptiedInADirectoryThatMayNotBeChanged) {
     });
 }
 
-TEST_F(LogFile, NewAndRotatedFilesAreNotForOthers) {
+TEST_F(LogFile, NewAndRotatedFilesGiveNoAccessToOthers) {
     for (const mode_t mask : {0, 022, 027, 077}) {
         const TemporaryDirectory logs;
         const UmaskGuard umask(mask);
@@ -372,6 +374,7 @@ TEST_F(LogFile, NewAndRotatedFilesAreNotForOthers) {
     }
 }
 
+// Limits the size of files, as a full disk does.
 class FileSizeLimit {
   public:
     explicit FileSizeLimit(rlim_t size) : previousHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -393,7 +396,7 @@ class FileSizeLimit {
     rlimit previous_{};
 };
 
-TEST_F(LogFile, RecordAfterOneCutByAFullDiskHasALineOfItsOwn) {
+TEST_F(LogFile, RecordAfterAnIncompleteOneStartsANewLine) {
     const Handle log = openLog(path);
     {
         const FileSizeLimit limit(1000);

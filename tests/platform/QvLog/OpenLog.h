@@ -1,4 +1,4 @@
-// A log as its tests open it, and what is in it.
+// Opens a log for a test, and reads its file.
 #ifndef QV_TESTS_OPEN_LOG_H
 #define QV_TESTS_OPEN_LOG_H
 
@@ -31,12 +31,14 @@ inline std::vector<std::string> linesOf(const std::string& path) {
     return lines;
 }
 
-// The text of a record of the module namingService; "malformed: " and the line when it is none.
+// Returns the text of a record of the module namingService, or "malformed: " and the line if it is
+// not a record.
 inline std::string textOf(const std::string& line) {
     static const std::regex head(
         R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \d+/\d+ )"
         R"((emerg|alert|crit|err|warning|notice|info|debug) namingService: )");
-    // Not on all of the line: the library's matcher takes stack for every character.
+    // The regular expression is applied to the beginning of the line only, since the matcher of the
+    // library takes stack for every character.
     const std::string beginning = line.substr(0, 120);
     std::smatch match;
     if (!std::regex_search(beginning, match, head, std::regex_constants::match_continuous)) {

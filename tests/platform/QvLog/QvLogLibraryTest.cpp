@@ -17,7 +17,7 @@ TEST(DebugLogLibrary, ExportsItsFunctionsAndNothingElse) {
                                      "LorxSetDbgLogLevel", "LorxReleaseDbgLog"));
 }
 
-TEST(DebugLogLibrary, IsGoneAfterUse) {
+TEST(DebugLogLibrary, IsUnloadedAfterUse) {
     const qv::tests::TemporaryDirectory directory;
     void* const library = ::dlopen(QV_LOG_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << ::dlerror();

@@ -17,7 +17,7 @@ using qv::text::appendEscaped;
 using qv::text::escaped;
 using namespace std::string_view_literals;
 
-TEST(EscapedText, PrintableTextStandsAsItIs) {
+TEST(EscapedText, PrintableTextIsUnchanged) {
     EXPECT_EQ(escaped(""), "");
     EXPECT_EQ(escaped("qor.kevra: 10% of [them] ~ \"all\""), "qor.kevra: 10% of [them] ~ \"all\"");
 }
@@ -28,11 +28,11 @@ TEST(EscapedText, BackslashIsDoubled) {
     EXPECT_EQ(escaped("\\"), "\\\\");
 }
 
-TEST(EscapedText, LineAndTabControlsHaveNames) {
+TEST(EscapedText, LineAndTabControlsBecomeLetters) {
     EXPECT_EQ(escaped("a\nb\rc\td"), "a\\nb\\rc\\td");
 }
 
-TEST(EscapedText, EveryOtherControlIsTwoLowerCaseHexDigits) {
+TEST(EscapedText, EveryOtherControlBecomesTwoLowerCaseHexDigits) {
     EXPECT_EQ(escaped("\x1b[2J\x7f\a\x0f"), "\\x1b[2J\\x7f\\x07\\x0f");
     EXPECT_EQ(escaped("a\0b"sv), "a\\x00b");
     for (char control = 0; control < 0x20; ++control) {
@@ -45,23 +45,23 @@ TEST(EscapedText, C1ControlsAreEscapedByteByByte) {
     EXPECT_EQ(escaped("\u00a0"), "\u00a0");
 }
 
-TEST(EscapedText, CharactersThatTurnTheDirectionAreEscaped) {
+TEST(EscapedText, CharactersThatChangeTheDirectionAreEscaped) {
     const std::string rightToLeft = std::string("\xe2\x80") + '\xae';
     EXPECT_EQ(escaped("a" + rightToLeft + "gnp.exe"), "a\\xe2\\x80\\xaegnp.exe");
     EXPECT_EQ(escaped("\u2066a\u2069"), "\\xe2\\x81\\xa6a\\xe2\\x81\\xa9");
 }
 
-TEST(EscapedText, CharactersThatCannotBeSeenAreEscaped) {
+TEST(EscapedText, InvisibleCharactersAreEscaped) {
     EXPECT_EQ(escaped("tcp\u200b:\ufeff1"), "tcp\\xe2\\x80\\x8b:\\xef\\xbb\\xbf1");
 }
 
-TEST(EscapedText, WellFormedUtf8StandsAsItIs) {
+TEST(EscapedText, WellFormedUtf8IsUnchanged) {
     constexpr std::string_view text =
         "\u00e9 \u07ff \u0800 \u20ac \ud7ff \ue000 \ufffd \U00010000 \U0001f600 \U0010fffd";
     EXPECT_EQ(escaped(text), text);
 }
 
-TEST(EscapedText, BytesOfNoSequenceAreEscaped) {
+TEST(EscapedText, BytesOutsideOfSequencesAreEscaped) {
     EXPECT_EQ(escaped("a\x80z"), "a\\x80z");
     EXPECT_EQ(escaped("\xbf\xff\xfe"), "\\xbf\\xff\\xfe");
 }
@@ -78,12 +78,12 @@ TEST(EscapedText, SurrogatesAreEscaped) {
     EXPECT_EQ(escaped("\xed\xbf\xbf"), "\\xed\\xbf\\xbf");
 }
 
-TEST(EscapedText, ValuesPastTheLastCharacterAreEscaped) {
+TEST(EscapedText, SequencesBeyondTheLastCodePointAreEscaped) {
     EXPECT_EQ(escaped("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
     EXPECT_EQ(escaped("\xf5\x80\x80\x80"), "\\xf5\\x80\\x80\\x80");
 }
 
-TEST(EscapedText, CutSequencesAreEscapedAndWhatFollowsStands) {
+TEST(EscapedText, IncompleteSequencesAreEscapedButNotTheBytesBehindThem) {
     EXPECT_EQ(escaped("\xe2\x82"), "\\xe2\\x82");
     EXPECT_EQ(escaped("\xf0\x9f\x98"), "\\xf0\\x9f\\x98");
     EXPECT_EQ(escaped("\xc3"), "\\xc3");
@@ -91,7 +91,7 @@ TEST(EscapedText, CutSequencesAreEscapedAndWhatFollowsStands) {
     EXPECT_EQ(escaped("\xe2\n\xc3\u00e9"), "\\xe2\\n\\xc3\u00e9");
 }
 
-TEST(EscapedText, IsAppendedToWhatIsThere) {
+TEST(EscapedText, IsAppended) {
     std::string out = "address: ";
     appendEscaped(out, "tcp\n");
     appendEscaped(out, "!");
@@ -103,18 +103,18 @@ struct Range {
     char32_t last;
 };
 
-// By what makes them so, as Unicode has it.
+// The unprintable characters, by the reasons of Unicode.
 constexpr Range kUnprintable[] = {
-    // Controls; separators of lines and paragraphs.
+    // These are controls and separators of lines and paragraphs.
     {0x00, 0x1f},
     {0x7f, 0x9f},
     {0x2028, 0x2029},
-    // Those that turn the direction.
+    // These change the direction.
     {0x61c, 0x61c},
     {0x200e, 0x200f},
     {0x202a, 0x202e},
     {0x2066, 0x2069},
-    // Those that join, break, annotate, or arrange their neighbours.
+    // These join, break, annotate or arrange their neighbours.
     {0xad, 0xad},
     {0x34f, 0x34f},
     {0x180e, 0x180e},
@@ -126,17 +126,17 @@ constexpr Range kUnprintable[] = {
     {0x13430, 0x1343f},
     {0x1bca0, 0x1bca3},
     {0x1d173, 0x1d17a},
-    // Letters without a glyph.
+    // These are letters without a glyph.
     {0x115f, 0x1160},
     {0x17b4, 0x17b5},
     {0x3164, 0x3164},
     {0xffa0, 0xffa0},
-    // Selectors of a variant, and tags.
+    // These are selectors of a variant, and tags.
     {0x180b, 0x180d},
     {0x180f, 0x180f},
     {0xfe00, 0xfe0f},
     {0xe0000, 0xe0fff},
-    // No characters.
+    // These are not characters.
     {0xfdd0, 0xfdef},
 };
 
@@ -168,7 +168,7 @@ std::string utf8(char32_t character) {
     return bytes;
 }
 
-// The C library's own opinion of what is UTF-8.
+// Decodes UTF-8 with the C library. Returns nothing if the text is not well-formed.
 class Decoder {
   public:
     Decoder() : converter_(::iconv_open("UTF-32LE", "UTF-8")) {}
@@ -194,7 +194,8 @@ class Decoder {
     iconv_t converter_;
 };
 
-// Back to the bytes. That this can be done means that no two texts come out alike.
+// Returns the bytes of an escaped text. This is possible only if no two texts have the same escaped
+// text.
 std::string unescaped(std::string_view text) {
     std::string bytes;
     for (std::size_t index = 0; index < text.size(); ++index) {
@@ -214,7 +215,8 @@ std::string unescaped(std::string_view text) {
     return bytes;
 }
 
-// Holds for every text. Says what is wrong; empty when nothing is.
+// Returns the problem of an escaped text, or nothing if it is well-formed, printable and
+// unambiguous.
 std::string problemOf(const std::string& text) {
     static const Decoder decode;
     const std::string out = escaped(text);
@@ -228,8 +230,8 @@ std::string problemOf(const std::string& text) {
     return unescaped(out) == text ? "" : "not the same: " + testing::PrintToString(text);
 }
 
-TEST(EveryText, OfOneCharacterStandsAsItIsIfItIsPrintable) {
-    // With the characters since the last look, which are many, since decoding takes its time.
+TEST(EveryText, OfOneCharacterIsUnchangedIfPrintable) {
+    // The text of all characters since the last check is decoded at once, since decoding is slow.
     std::string texts;
     for (char32_t character = 0; character <= 0x10ffff; ++character) {
         if (character < 0xd800 || character > 0xdfff) {
@@ -255,7 +257,7 @@ TEST(EveryText, OfOneOrTwoBytesIsPrintableAndUnambiguous) {
     }
 }
 
-// Of those at the ends of the ranges that UTF-8 and the escapes have.
+// The bytes are those at the ends of the ranges of UTF-8 and of the escapes.
 TEST(EveryText, OfThreeOrFourBytesIsPrintableAndUnambiguous) {
     const std::string bytes(
         "\0\n\x1b 1\\x\x7f\x80\x85\x8f\x90\x9f\xa0\xa8\xbf\xc0\xc2\xdf\xe0\xe2\xed\xef\xf0\xf4\xf5\xff"sv);

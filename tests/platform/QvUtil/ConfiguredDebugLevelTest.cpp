@@ -1,4 +1,4 @@
-// The level that QvInitDebugByConfig() takes from the configuration file.
+// Tests the level that QvInitDebugByConfig() reads from the configuration file.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,15 +9,16 @@
 #include <fstream>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "QvLog.h"
 #include "QvUtil.h"
+#include "platform/CoreFoundation/Documents.h"
 #include "support/ScratchDirectories.h"
 
 namespace {
 
 using namespace std::string_literals;
+using qv::tests::BinaryDocument;
 
 using Handle = std::unique_ptr<void, decltype(&LorxReleaseDbgLog)>;
 
@@ -31,26 +32,12 @@ std::string dictionaryWith(const std::string& value) {
     return "<dict><key>DebugLevel</key>" + value + "</dict>";
 }
 
-// The object of a binary document that is a text of up to 14 ASCII characters.
-std::string binaryString(const std::string& text) {
-    return static_cast<char>(0x50 + text.size()) + text;
-}
-
-// A binary document of these objects, the root first.
-std::string binaryDocument(const std::vector<std::string>& objects) {
-    std::string document = "bplist00";
-    std::string offsets;
-    for (const std::string& object : objects) {
-        offsets += static_cast<char>(document.size());
-        document += object;
-    }
-    const auto offsetTable = static_cast<char>(document.size());
-    document += offsets;
-    // One byte an offset and one a reference, the number of objects, the root's number, the table.
-    document += "\0\0\0\0\0\0\1\1"s;
-    document += "\0\0\0\0\0\0\0"s + static_cast<char>(objects.size());
-    document += "\0\0\0\0\0\0\0\0"s;
-    document += "\0\0\0\0\0\0\0"s + offsetTable;
+// Returns a binary document whose root dictionary has the key "DebugLevel" with the level 3.
+BinaryDocument binaryDocument() {
+    BinaryDocument document;
+    document.addDictionary({1}, {2});
+    document.addString("DebugLevel");
+    document.add("\x10\x03");
     return document;
 }
 
@@ -58,7 +45,8 @@ class ConfiguredDebugLevel : public testing::Test {
   protected:
     static constexpr const char* configName = "module.conf.plist";
 
-    // The highest level that the log of this configuration lets through; -1 when there is no log.
+    // Returns the highest level that the log of this configuration writes, or -1 if there is no
+    // log.
     int threshold(const char* name = configName) const {
         void* handle = nullptr;
         QvInitDebugByConfig(&handle, name, "module", directories.path("module.log").c_str());
@@ -89,7 +77,7 @@ TEST_F(ConfiguredDebugLevel, IsTheIntegerOfTheRootDictionary) {
     }
 }
 
-TEST_F(ConfiguredDebugLevel, StandsBesideOtherKeys) {
+TEST_F(ConfiguredDebugLevel, MayFollowOtherKeys) {
     EXPECT_EQ(thresholdOf(xmlDocument("<dict><key>Address</key><dict><key>services</key><array/>"
                                       "</dict><key>DebugLevel</key><integer>3</integer>"
                                       "<key>debuglevel</key><integer>4</integer></dict>")),
@@ -97,11 +85,10 @@ TEST_F(ConfiguredDebugLevel, StandsBesideOtherKeys) {
 }
 
 TEST_F(ConfiguredDebugLevel, IsReadFromABinaryDocument) {
-    EXPECT_EQ(thresholdOf(binaryDocument({"\xd1\x01\x02", binaryString("DebugLevel"), "\x10\x03"})),
-              3);
+    EXPECT_EQ(thresholdOf(binaryDocument().bytes()), 3);
 }
 
-TEST_F(ConfiguredDebugLevel, RealNumberCountsWithoutAFraction) {
+TEST_F(ConfiguredDebugLevel, RealNumberMustNotHaveAFraction) {
     EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>5.0</real>"))), 5);
     EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>5.5</real>"))), 6);
     EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>0.9999999</real>"))), 6);
@@ -124,7 +111,7 @@ TEST_F(ConfiguredDebugLevel, IsSixWhenTheValueIsNoNumber) {
           "<dict><key>DebugLevel</key><integer>5</integer></dict>"}) {
         EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith(value))), 6) << value;
     }
-    // In the old style every value is a string.
+    // Every value of an old-style document is a string.
     EXPECT_EQ(thresholdOf("{ DebugLevel = 5; }"), 6);
 }
 
@@ -152,20 +139,24 @@ TEST_F(ConfiguredDebugLevel, IsSixWhenTheDocumentIsDamaged) {
     EXPECT_EQ(thresholdOf(""), 6);
     EXPECT_EQ(thresholdOf("\0"s), 6);
     EXPECT_EQ(thresholdOf(std::string(1000, '\xff')), 6);
-    const std::string binary =
-        binaryDocument({"\xd1\x01\x02", binaryString("DebugLevel"), "\x10\x03"});
+    const std::string binary = binaryDocument().bytes();
     EXPECT_EQ(thresholdOf(binary.substr(0, binary.size() - 1)), 6);
 }
 
 TEST_F(ConfiguredDebugLevel, IsSixWhenTheTreeIsNotValid) {
-    // The second value is the null object.
-    EXPECT_EQ(thresholdOf(binaryDocument({"\xd2\x01\x02\x03\x04", binaryString("DebugLevel"),
-                                          binaryString("a"), "\x10\x03", "\0"s})),
-              6);
-    // The second key is a number.
-    EXPECT_EQ(thresholdOf(binaryDocument(
-                  {"\xd2\x01\x02\x03\x03", binaryString("DebugLevel"), "\x10\x01", "\x10\x03"})),
-              6);
+    BinaryDocument withANullValue;
+    withANullValue.addDictionary({1, 2}, {3, 4});
+    withANullValue.addString("DebugLevel");
+    withANullValue.addString("a");
+    withANullValue.add("\x10\x03");
+    withANullValue.add("\0"s);
+    EXPECT_EQ(thresholdOf(withANullValue.bytes()), 6);
+    BinaryDocument withANumberAsAKey;
+    withANumberAsAKey.addDictionary({1, 2}, {3, 3});
+    withANumberAsAKey.addString("DebugLevel");
+    withANumberAsAKey.add("\x10\x01");
+    withANumberAsAKey.add("\x10\x03");
+    EXPECT_EQ(thresholdOf(withANumberAsAKey.bytes()), 6);
 }
 
 TEST_F(ConfiguredDebugLevel, IsSixWithoutAFile) {
@@ -175,7 +166,7 @@ TEST_F(ConfiguredDebugLevel, IsSixWithoutAFile) {
     EXPECT_EQ(threshold(std::string(10'000, 'n').c_str()), 6);
 }
 
-// In a way that stops root too.
+// A link to itself cannot be opened even by root.
 TEST_F(ConfiguredDebugLevel, IsSixWhenTheFileCannotBeOpened) {
     std::filesystem::create_symlink(configPath, configPath);
     EXPECT_EQ(threshold(), 6);
@@ -187,7 +178,7 @@ TEST_F(ConfiguredDebugLevel, IsReadThroughALink) {
     EXPECT_EQ(threshold(), 2);
 }
 
-TEST_F(ConfiguredDebugLevel, WhatIsNoRegularFileIsNotReadNorWaitedFor) {
+TEST_F(ConfiguredDebugLevel, OtherThanARegularFileIsNeitherReadNorWaitedFor) {
     std::filesystem::create_directory(configPath);
     EXPECT_EQ(threshold(), 6);
     std::filesystem::remove(configPath);
@@ -203,7 +194,7 @@ TEST_F(ConfiguredDebugLevel, WhatIsNoRegularFileIsNotReadNorWaitedFor) {
     }
 }
 
-TEST_F(ConfiguredDebugLevel, LargestFileReadIsSixteenMebibytes) {
+TEST_F(ConfiguredDebugLevel, FileOverSixteenMebibytesIsNotRead) {
     const std::string document = xmlDocument(dictionaryWith("<integer>5</integer>"));
     std::string padded = document;
     padded.insert(document.find("<dict>"), (16U << 20) - document.size(), ' ');
@@ -212,7 +203,7 @@ TEST_F(ConfiguredDebugLevel, LargestFileReadIsSixteenMebibytes) {
     EXPECT_EQ(thresholdOf(padded), 6);
 }
 
-TEST_F(ConfiguredDebugLevel, NoFileStaysOpen) {
+TEST_F(ConfiguredDebugLevel, FileIsClosed) {
     const auto nextDescriptor = [] {
         const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         ::close(descriptor);

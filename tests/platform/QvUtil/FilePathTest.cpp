@@ -42,14 +42,14 @@ TEST(FilePath, EmptyVariableCountsAsUnset) {
     EXPECT_EQ(buffer, defaultPath);
 }
 
-TEST(FilePath, FormatInTheNamesIsNotFollowed) {
+TEST(FilePath, FormatInTheNamesIsNotInterpreted) {
     const EnvironmentVariable variable("QV_CONFIG_DIR", "/%s%n");
     char buffer[1024];
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "%d"), buffer);
     EXPECT_STREQ(buffer, "/%s%n/%d");
 }
 
-TEST(FilePath, FitsToTheByte) {
+TEST(FilePath, FitsABufferOfItsSize) {
     const EnvironmentVariable variable("QV_CONFIG_DIR", "/etc");
     const std::string expected = "/etc/name";
     std::vector<char> buffer(expected.size() + 1, '#');
@@ -57,7 +57,7 @@ TEST(FilePath, FitsToTheByte) {
     EXPECT_EQ(buffer.data(), expected);
 }
 
-TEST(FilePath, OneByteTooFewIsRefusedWithoutHalfAPath) {
+TEST(FilePath, SmallerBufferIsRefusedAndHoldsAnEmptyText) {
     const EnvironmentVariable variable("QV_CONFIG_DIR", "/etc");
     const std::string expected = "/etc/name";
     for (std::size_t size = 1; size <= expected.size(); ++size) {
@@ -67,7 +67,7 @@ TEST(FilePath, OneByteTooFewIsRefusedWithoutHalfAPath) {
     }
 }
 
-TEST(FilePath, BufferWithoutSizeIsNotTouched) {
+TEST(FilePath, BufferOfNoSizeIsNotWritten) {
     char buffer[] = "before";
     EXPECT_EQ(QvGetFilePath(buffer, 0, "name"), nullptr);
     EXPECT_EQ(QvGetFilePath(buffer, -1, "name"), nullptr);
@@ -80,7 +80,7 @@ TEST(FilePath, NullBufferOrNameIsRefused) {
     EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, nullptr), nullptr);
 }
 
-TEST(UtilDebugLevel, IsWhatWasSet) {
+TEST(UtilDebugLevel, IsTheLevelThatWasSet) {
     const int before = QvGetUtilDebugLevel();
     for (int level = 0; level <= 7; ++level) {
         QvSetUtilDebugLevel(level);

@@ -1,4 +1,4 @@
-// Setting up a log while each of its allocations fails in turn.
+// Lets each allocation fail while a log is set up.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(DebugLogSetupMemoryShortage, OpensTheLogAtOneOfTheTwoLevelsOrNone) {
+TEST(DebugLogSetupMemoryShortage, LogHasTheConfiguredOrTheDefaultLevelOrIsNotOpened) {
     const qv::tests::ScratchDirectories directories{};
     std::ofstream(directories.path("module.conf.plist"))
         << R"(<plist><dict><key>DebugLevel</key><integer>3</integer></dict></plist>)";

@@ -1,5 +1,5 @@
-// Another log library, with the product's four functions and none of ours: it writes every record
-// to standard error, with a log open or not.
+// Provides another log library. It exports the four functions of the product and not our own
+// LorxOpenDbgLog(). It writes every record to standard error, even without an open log.
 
 #include <cstdarg>
 #include <cstdio>

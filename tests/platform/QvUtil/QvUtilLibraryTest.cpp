@@ -6,17 +6,17 @@
 
 namespace {
 
-// As C++ names qor::kevra::CFArrayTypeInfo::CF_TYPE_ID.
+// The mangled name of qor::kevra::CFArrayTypeInfo::CF_TYPE_ID.
 constexpr const char* arrayTypeId = "_ZN3qor5kevra15CFArrayTypeInfo10CF_TYPE_IDE";
 
-TEST(UtilityLibrary, ExportsWhatItsHeadersNameAndNothingElse) {
+TEST(UtilityLibrary, ExportsTheNamesOfItsHeadersAndNothingElse) {
     EXPECT_THAT(
         qv::tests::exportedSymbols(QV_UTIL_LIBRARY),
         testing::UnorderedElementsAre("QvGetFilePath", "QvInitDebugByConfig", "QvSetUtilDebugLevel",
                                       "QvGetUtilDebugLevel", arrayTypeId));
 }
 
-TEST(UtilityLibrary, KnowsTheTypeOfArraysOnceLoaded) {
+TEST(UtilityLibrary, HoldsTheTypeOfArraysOnceLoaded) {
     void* const library = ::dlopen(QV_UTIL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << ::dlerror();
     const auto* const constant = static_cast<const unsigned long*>(::dlsym(library, arrayTypeId));
@@ -28,7 +28,7 @@ TEST(UtilityLibrary, KnowsTheTypeOfArraysOnceLoaded) {
     ::dlclose(library);
 }
 
-TEST(UtilityLibrary, IsGoneAfterUse) {
+TEST(UtilityLibrary, IsUnloadedAfterUse) {
     void* const library = ::dlopen(QV_UTIL_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << ::dlerror();
     const auto getFilePath =
