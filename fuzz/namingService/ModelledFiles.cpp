@@ -8,10 +8,9 @@
 
 #include "common/StoredDocument.h"
 #include "support/ConfigurationDocuments.h"
-#include "support/EnvironmentVariable.h"
 #include "support/Files.h"
 #include "support/Require.h"
-#include "support/TemporaryDirectory.h"
+#include "support/ScratchDirectories.h"
 
 namespace qv::fuzz {
 namespace {
@@ -21,9 +20,7 @@ using tests::kConfigurationFile;
 struct Scratch {
     Scratch() { std::filesystem::create_directory(directory.path("backup")); }
 
-    tests::TemporaryDirectory directory;
-    tests::EnvironmentVariable configuration{"QV_CONFIG_DIR", directory.path()};
-    tests::EnvironmentVariable log{"QV_LOG_DIR", directory.path()};
+    tests::ScratchDirectories directory;
     std::string file = directory.path(kConfigurationFile);
     std::string backup = directory.path("backup/") + kConfigurationFile;
 };

@@ -63,7 +63,8 @@ int sweepShortages(Round round) {
             const long before = liveAllocations();
             Shortage shortage(order, count);
             round(shortage);
-            EXPECT_EQ(liveAllocations() - before, 0) << "left behind after allocation " << count;
+            EXPECT_EQ(liveAllocations() - before, 0)
+                << "the round that fails allocation " << count << " leaves memory behind";
             if (!shortage.happened() || testing::Test::HasFailure()) {
                 break;
             }

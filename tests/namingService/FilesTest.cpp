@@ -282,7 +282,7 @@ class Files : public testing::TestWithParam<Case> {
 
 TEST_P(Files, OfRoot) {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "for root only";
+        GTEST_SKIP() << "only root can run this test";
     }
     GetParam().put(layout_);
     expectOutcome(GetParam().root);

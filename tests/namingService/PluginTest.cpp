@@ -86,7 +86,7 @@ TEST(Free, ReleasesMemoryFromMalloc) {
 
 TEST(NotificationCallback, IsNeverCalled) {
     const InitializedPlugin plugin;
-    plugin.setNotificationCallback([] { FAIL() << "called"; });
+    plugin.setNotificationCallback([] { FAIL() << "the plug-in called it"; });
     plugin.registerServices({{1, "a"}});
     plugin.getServices();
     plugin.setNotificationCallback(nullptr);

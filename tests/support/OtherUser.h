@@ -44,7 +44,7 @@ void asOrdinaryUser(const std::string& directory, Action action) {
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0) << "see above";
+    EXPECT_EQ(status, 0) << "an expectation of the child failed";
 }
 
 }  // namespace qv::tests

@@ -1,5 +1,5 @@
 // Makes a directory for the configuration and the log and names it in the environment while the
-// object lives, so that a test does not use the system's directories.
+// object lives. A test or a fuzz target then does not use the system's directories.
 #ifndef QV_TESTS_SCRATCH_DIRECTORIES_H
 #define QV_TESTS_SCRATCH_DIRECTORIES_H
 

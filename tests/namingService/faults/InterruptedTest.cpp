@@ -70,13 +70,14 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
 void live(const LoadedPlugin& plugin) {
     std::map<std::int32_t, std::string> directory;
     for (std::size_t life = 0; life < kLives; ++life) {
-        require(plugin.initialize() == QV_OK, "initialize");
+        require(plugin.initialize() == QV_OK, "the initialisation fails");
         for (int round = 0; round < kRounds; ++round) {
-            require(plugin.getServices() == Services(directory.begin(), directory.end()), "list");
+            require(plugin.getServices() == Services(directory.begin(), directory.end()),
+                    "the listing is wrong");
             plugin.unregisterServices({round % 7});
             directory.erase(round % 7);
             const Service service(round % 9, "unix:/run/" + std::to_string(life * kRounds + round));
-            require(plugin.registerServices({service}) == QV_OK, "register");
+            require(plugin.registerServices({service}) == QV_OK, "a registration fails");
             directory[service.first] = service.second;
         }
         plugin.finalize();

@@ -174,7 +174,7 @@ class Notes {
   public:
     void add(std::string_view line) {
         if (size_ + line.size() + 1 > text_.size()) {
-            throw std::length_error("too long a report");
+            throw std::length_error("the report is too long");
         }
         std::copy(line.begin(), line.end(), text_.begin() + static_cast<std::ptrdiff_t>(size_));
         size_ += line.size();

@@ -284,7 +284,7 @@ class LoadOnFiles : public Load {
         files_.put(file, backup);
         plugin_.initialize();
         Values values = list();
-        EXPECT_TRUE(file == documentOf(names_.services(values))) << "the file holds something else";
+        EXPECT_TRUE(file == documentOf(names_.services(values))) << "the file holds other bytes";
         EXPECT_TRUE(files_.main() == file) << "the start has changed the file";
         return values;
     }
@@ -304,8 +304,8 @@ class LoadOnFiles : public Load {
     void saveOneMore(std::size_t service, const std::string& before) {
         values_[service] = fresh_.back().take();
         EXPECT_EQ(plugin_.registerServices({names_.service(service, values_[service])}), QV_OK);
-        EXPECT_TRUE(files_.main() == documentOf(names_.services(values_))) << "another file";
-        EXPECT_TRUE(files_.backup() == before) << "another backup";
+        EXPECT_TRUE(files_.main() == documentOf(names_.services(values_))) << "the file is wrong";
+        EXPECT_TRUE(files_.backup() == before) << "the backup is wrong";
     }
 };
 

@@ -59,7 +59,8 @@ void Names::read(const qor::kevra::ServiceInfo& listed, std::size_t& next, Value
     const std::int64_t service = std::int64_t{listed.id()} - idOf(0);
     if (service < static_cast<std::int64_t>(next) ||
         service >= static_cast<std::int64_t>(count())) {
-        throw std::runtime_error("a listing has no place for " + std::to_string(listed.id()));
+        throw std::runtime_error("a listing has an unknown or misplaced service " +
+                                 std::to_string(listed.id()));
     }
     next = static_cast<std::size_t>(service);
     const std::string& address = listed.address();

@@ -140,7 +140,7 @@ Interval Worker::execute(std::uint32_t command, const std::string& request, int 
     Answer answer = plugin_.execute(command, request);
     time.end = now();
     if (answer.result != expected) {
-        throw std::runtime_error("command " + std::to_string(command) + " gave " +
+        throw std::runtime_error("command " + std::to_string(command) + " returned " +
                                  std::to_string(answer.result));
     }
     answer_ = std::move(answer.bytes);
