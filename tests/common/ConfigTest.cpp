@@ -28,9 +28,9 @@ namespace {
 
 using qor::kevra::NullMutex;
 using qor::kevra::ServiceInfoArray;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using testing::Optional;
 
 using Config = qor::kevra::QvConfig<NullMutex>;
@@ -398,10 +398,19 @@ TEST_F(ConfigTest, BinaryDocumentThatHoldsNoPropertyListIsDamaged) {
     }
 }
 
-TEST_F(ConfigTest, FileIsCheckedForTheBinaryFormat) {
+TEST_F(ConfigTest, FileIsReadToBeChangedAndCheckedForTheBinaryFormat) {
     writeFile(path, kOriginal);
-    EXPECT_THAT(callsDuring([this] { expectLoads(kOriginalServices); }),
-                Contains("CFPropertyListIsValid(dictionary, 200)"));
+    EXPECT_THAT(callsDuring([this] { const Config config(path.c_str()); }),
+                IsSupersetOf({"CFPropertyListCreateFromXMLData(1)",
+                              "CFPropertyListIsValid(dictionary, 200)"}));
+}
+
+// White space alone is an old-style document.
+TEST_F(ConfigTest, FileOfOneBlankIsAnEmptyDictionary) {
+    writeFile(path, " ");
+    Config config(path.c_str());
+    setAndSave(config, {{2, "b"}});
+    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
 }
 
 TEST_F(ConfigTest, GetNeedsADictionaryUnderTheKey) {
@@ -622,62 +631,146 @@ TEST_F(ConfigTest, SaveWritesInPlaceThroughOneDescriptor) {
     EXPECT_EQ(openDescriptors(), 0U);
 }
 
-// The call that measures the file for its backup.
-constexpr char kMeasure[] = "lseek(namingService.conf.plist, 0, SEEK_END)";
+using CallList = std::vector<std::string>;
 
-std::string callOfOpen(const std::string& how) {
-    return "open(namingService.conf.plist, " + how + ")";
-}
+// Each call that a configuration makes of the platform, in order, and what follows one that fails.
+class ConfigCallsTest : public ConfigTest {
+  protected:
+    void SetUp() override {
+        writeFile(path, content);
+        writeBackup("former");
+        config = std::make_unique<Config>(path.c_str());
+    }
 
-// Matches the given calls, followed by the calls that write the content.
-testing::Matcher<std::vector<std::string>> callsThenWriting(std::vector<std::string> calls,
-                                                            const std::string& content) {
-    const std::string size = std::to_string(content.size());
-    calls.insert(calls.end(), {"lseek(namingService.conf.plist, 0, SEEK_SET)",
-                               "write(namingService.conf.plist, " + size + ")",
-                               "ftruncate(namingService.conf.plist, " + size + ")",
-                               "fsync(namingService.conf.plist)"});
-    return testing::ElementsAreArray(calls);
-}
+    CallList callsOfSave(bool result, const GivenResult& given = {}) {
+        return callsDuring([&] { EXPECT_EQ(config->save(), result); }, given);
+    }
 
-TEST_F(ConfigTest, SaveWritesAtOnceThenCutsThenWaitsForTheDisk) {
-    writeFile(path, kOriginal);
     const std::string content = documentOf(kOriginalServices);
-    Config config(path.c_str());
-    const auto save = [&] { EXPECT_TRUE(config.save()); };
-    EXPECT_THAT(callsDuring(save), callsThenWriting({kMeasure, callOfOpen("O_WRONLY")}, content));
-    // The file is open already.
-    EXPECT_THAT(callsDuring(save), callsThenWriting({kMeasure}, content));
+    const std::string size = std::to_string(content.size());
+    const CallList read{"fopen(namingService.conf.plist, r)",
+                        "lseek(namingService.conf.plist, 0, SEEK_END)",
+                        "fread(namingService.conf.plist, " + size + ")"};
+    const CallList writeBack{"fopen(backup/namingService.conf.plist, w+)",
+                             "fwrite(backup/namingService.conf.plist, " + size + ")",
+                             "fflush(backup/namingService.conf.plist)"};
+    const CallList open{"open(namingService.conf.plist, O_WRONLY)"};
+    const CallList write{"lseek(namingService.conf.plist, 0, SEEK_SET)",
+                         "write(namingService.conf.plist, " + size + ")",
+                         "ftruncate(namingService.conf.plist, " + size + ")",
+                         "fsync(namingService.conf.plist)"};
+    std::unique_ptr<Config> config;
+};
+
+// The first calls of a list.
+CallList first(std::size_t count, const CallList& calls) {
+    return {calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
-TEST_F(ConfigTest, DestructionClosesTheFileOnceAndOnlyIfItIsOpen) {
-    writeFile(path, kOriginal);
-    auto config = std::make_unique<Config>(path.c_str());
+CallList operator+(CallList calls, const CallList& more) {
+    calls.insert(calls.end(), more.begin(), more.end());
+    return calls;
+}
+
+TEST_F(ConfigCallsTest, SaveBacksUpThenWritesAtOnceThenCutsThenWaitsForTheDisk) {
+    EXPECT_EQ(callsOfSave(true), read + writeBack + open + write);
+    // Now the file is open already.
+    EXPECT_EQ(callsOfSave(true), read + writeBack + write);
+}
+
+TEST_F(ConfigCallsTest, BackupDirectoryIsMadeOnlyIfItIsMissing) {
+    std::filesystem::remove_all(backupDirectory);
+    const CallList make{"mkdir(backup, 0600)"};
+    const CallList calls = callsOfSave(true);
+    EXPECT_EQ(calls,
+              (::geteuid() == 0 ? make + read + writeBack : make + read + first(1, writeBack)) +
+                  open + write);
+}
+
+TEST_F(ConfigCallsTest, DeletedFileIsOpenedToBeMadeAndCut) {
+    callsOfSave(true);
+    std::filesystem::remove(path);
+    const CallList make{"open(namingService.conf.plist, O_WRONLY | O_CREAT | O_TRUNC, 0600)"};
+    EXPECT_EQ(callsOfSave(true), first(1, read) + make + write);
+}
+
+TEST_F(ConfigCallsTest, ReplacedFileIsOpenedForWritingOnly) {
+    callsOfSave(true);
+    replaceFile(path, content);
+    EXPECT_EQ(callsOfSave(true), read + writeBack + open + write);
+}
+
+TEST_F(ConfigCallsTest, BackupThatFailsAtAnyCallDoesNotStopTheSave) {
+    const auto afterFailure = [&](const std::string& call, long result) {
+        CallList calls = callsOfSave(true, {call, result, EIO});
+        config = std::make_unique<Config>(path.c_str());
+        return calls;
+    };
+    const long lessThanAll = static_cast<long>(content.size()) - 1;
+    EXPECT_EQ(afterFailure(read[0], 0), first(1, read) + open + write);
+    EXPECT_EQ(afterFailure(read[2], lessThanAll), read + open + write);
+    EXPECT_THAT(contentOf(backup), Optional(std::string("former")));
+    EXPECT_EQ(afterFailure(writeBack[0], 0), read + first(1, writeBack) + open + write);
+    EXPECT_EQ(afterFailure(writeBack[1], lessThanAll), read + first(2, writeBack) + open + write);
+}
+
+TEST_F(ConfigCallsTest, CopyThatFailsAtAnyCallIsReported) {
+    const long lessThanAll = static_cast<long>(content.size()) - 1;
+    for (const auto& [call, result] :
+         {std::pair(read[0], 0L), std::pair(read[2], lessThanAll), std::pair(writeBack[0], 0L),
+          std::pair(writeBack[1], lessThanAll)}) {
+        const GivenResult given{call, result, EIO};
+        callsDuring([&] { EXPECT_FALSE(config->copytobackup()) << given.call; }, given);
+    }
+    EXPECT_TRUE(config->copytobackup());
+}
+
+TEST_F(ConfigCallsTest, FileThatCannotBeOpenedIsOpenedAgainByTheNextSave) {
+    EXPECT_EQ(callsOfSave(false, {open[0], -1, EACCES}), read + writeBack + open);
+    EXPECT_EQ(callsOfSave(true), read + writeBack + open + write);
+}
+
+TEST_F(ConfigCallsTest, SaveThatCannotGoToTheStartWritesNothing) {
+    EXPECT_EQ(callsOfSave(false, {write[0], -1, EIO}), read + writeBack + open + first(1, write));
+}
+
+TEST_F(ConfigCallsTest, SaveThatCannotWriteCutsNothing) {
+    EXPECT_EQ(callsOfSave(false, {write[1], -1, ENOSPC}),
+              read + writeBack + open + first(2, write));
+}
+
+TEST_F(ConfigCallsTest, ShortWriteIsNotNoticed) {
+    callsOfSave(true);
+    for (const long written : {0L, 1L}) {
+        EXPECT_EQ(callsOfSave(true, {write[1], written, 0}), read + writeBack + write);
+    }
+}
+
+TEST_F(ConfigCallsTest, ResultsOfCuttingAndFlushingDoNotCount) {
+    callsOfSave(true);
+    EXPECT_EQ(callsOfSave(true, {write[2], -1, EIO}), read + writeBack + write);
+    EXPECT_EQ(callsOfSave(true, {write[3], -1, EIO}), read + writeBack + write);
+}
+
+TEST_F(ConfigCallsTest, DestructionClosesTheFileOnceAndOnlyIfItIsOpen) {
     EXPECT_THAT(callsDuring([&] { config.reset(); }), IsEmpty());
     config = std::make_unique<Config>(path.c_str());
-    EXPECT_TRUE(config->save());
+    callsOfSave(true);
     EXPECT_THAT(callsDuring([&] { config.reset(); }),
                 ElementsAre("close(namingService.conf.plist)"));
 }
 
-TEST_F(ConfigTest, DeletedFileIsOpenedToBeMadeAndCut) {
-    writeFile(path, kOriginal);
-    Config config(path.c_str());
-    EXPECT_TRUE(config.save());
-    std::filesystem::remove(path);
-    EXPECT_THAT(callsDuring([&] { EXPECT_TRUE(config.save()); }),
-                callsThenWriting({callOfOpen("O_WRONLY | O_CREAT | O_TRUNC, 0600")},
-                                 documentOf(kOriginalServices)));
-}
-
-TEST_F(ConfigTest, ReplacedFileIsOpenedForWritingOnly) {
-    writeFile(path, kOriginal);
-    Config config(path.c_str());
-    EXPECT_TRUE(config.save());
-    replaceFile(path, "someone else's");
-    EXPECT_THAT(
-        callsDuring([&] { EXPECT_TRUE(config.save()); }),
-        callsThenWriting({kMeasure, callOfOpen("O_WRONLY")}, documentOf(kOriginalServices)));
+// A process without a standard input gets the number 0.
+TEST_F(ConfigCallsTest, FileMayBeOpenedAsDescriptorZero) {
+    const int input = ::dup(STDIN_FILENO);
+    ::close(STDIN_FILENO);
+    callsOfSave(true);
+    EXPECT_THAT(descriptorsBelow(directory()), ElementsAre(0));
+    EXPECT_THAT(contentOf(path), Optional(content));
+    config.reset();
+    EXPECT_EQ(openDescriptors(), 0U);
+    ::dup2(input, STDIN_FILENO);
+    ::close(input);
 }
 
 TEST_F(ConfigTest, ShorterContentLeavesNothingOfTheLonger) {

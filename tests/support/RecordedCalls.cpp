@@ -3,28 +3,71 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <type_traits>
+#include <utility>
 
 namespace {
 
+using qv::tests::GivenResult;
+
+struct Recording {
+    std::vector<std::string> calls;
+    GivenResult given;
+};
+
 // Null while the thread records nothing.
-thread_local std::vector<std::string>* recorded = nullptr;
+thread_local Recording* recording = nullptr;
+
+// Passes a call on, or gives the test's result instead. Records the call if the thread records.
+template <class Arguments, class Pass>
+auto called(const char* function, Arguments arguments, Pass pass) -> decltype(pass()) {
+    if (recording == nullptr) {
+        return pass();
+    }
+    recording->calls.push_back(std::string(function) + "(" + arguments() + ")");
+    if (recording->given.call != recording->calls.back()) {
+        return pass();
+    }
+    const GivenResult given = std::exchange(recording->given, {});
+    errno = given.error;
+    if constexpr (std::is_pointer_v<decltype(pass())>) {
+        return nullptr;
+    } else {
+        return static_cast<decltype(pass())>(given.result);
+    }
+}
 
 template <class Function>
-Function next(const char* name) {
+Function nextFunction(const char* name) {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+std::string nameOf(const std::filesystem::path& path) {
+    const bool isBackup = path.parent_path().filename() == "backup";
+    return (isBackup ? "backup/" : "") + path.filename().string();
+}
+
+std::string nameOf(const char* path) {
+    return nameOf(std::filesystem::path(path));
 }
 
 std::string nameOf(int descriptor) {
     std::error_code error;
     const auto path =
         std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
-    return error ? "no file" : path.filename().string();
+    return error ? "no file" : nameOf(path);
+}
+
+std::string nameOf(std::FILE* stream) {
+    return nameOf(fileno(stream));
 }
 
 std::string octal(unsigned mode) {
@@ -58,16 +101,17 @@ std::string origin(int whence) {
 
 namespace qv::tests {
 
-std::vector<std::string> callsDuring(const std::function<void()>& action) {
-    std::vector<std::string> calls;
-    struct Recording {
-        explicit Recording(std::vector<std::string>& calls) { recorded = &calls; }
-        ~Recording() { recorded = nullptr; }
-        Recording(const Recording&) = delete;
-        Recording& operator=(const Recording&) = delete;
-    } const recording(calls);
+std::vector<std::string> callsDuring(const std::function<void()>& action,
+                                     const GivenResult& given) {
+    Recording own{{}, given};
+    struct Guard {
+        explicit Guard(Recording& own) { recording = &own; }
+        ~Guard() { recording = nullptr; }
+        Guard(const Guard&) = delete;
+        Guard& operator=(const Guard&) = delete;
+    } const guard(own);
     action();
-    return calls;
+    return own.calls;
 }
 
 }  // namespace qv::tests
@@ -75,72 +119,115 @@ std::vector<std::string> callsDuring(const std::function<void()>& action) {
 #define QV_INTERPOSED extern "C" __attribute__((visibility("default")))
 
 QV_INTERPOSED int open(const char* path, int flags, ...) {
-    static const auto pass = next<int (*)(const char*, int, ...)>("open");
+    static const auto next = nextFunction<int (*)(const char*, int, ...)>("open");
     unsigned mode = 0;
-    if ((flags & O_CREAT) != 0) {
+    const bool hasMode = (flags & O_CREAT) != 0;
+    if (hasMode) {
         va_list arguments;
         va_start(arguments, flags);
         mode = va_arg(arguments, unsigned);
         va_end(arguments);
     }
-    if (recorded != nullptr) {
-        const std::string name = std::filesystem::path(path).filename().string();
-        recorded->push_back("open(" + name + ", " + openFlags(flags) +
-                            ((flags & O_CREAT) != 0 ? ", " + octal(mode) : "") + ")");
-    }
-    return pass(path, flags, mode);
+    return called(
+        "open",
+        [=] {
+            return nameOf(path) + ", " + openFlags(flags) + (hasMode ? ", " + octal(mode) : "");
+        },
+        [=] { return next(path, flags, mode); });
 }
 
 QV_INTERPOSED off_t lseek(int descriptor, off_t offset, int whence) noexcept {
-    static const auto pass = next<off_t (*)(int, off_t, int)>("lseek");
-    if (recorded != nullptr) {
-        recorded->push_back("lseek(" + nameOf(descriptor) + ", " + std::to_string(offset) + ", " +
-                            origin(whence) + ")");
-    }
-    return pass(descriptor, offset, whence);
+    static const auto next = nextFunction<off_t (*)(int, off_t, int)>("lseek");
+    return called(
+        "lseek",
+        [=] { return nameOf(descriptor) + ", " + std::to_string(offset) + ", " + origin(whence); },
+        [=] { return next(descriptor, offset, whence); });
 }
 
 QV_INTERPOSED ssize_t write(int descriptor, const void* bytes, std::size_t size) {
-    static const auto pass = next<ssize_t (*)(int, const void*, std::size_t)>("write");
-    if (recorded != nullptr) {
-        recorded->push_back("write(" + nameOf(descriptor) + ", " + std::to_string(size) + ")");
-    }
-    return pass(descriptor, bytes, size);
+    static const auto next = nextFunction<ssize_t (*)(int, const void*, std::size_t)>("write");
+    return called(
+        "write", [=] { return nameOf(descriptor) + ", " + std::to_string(size); },
+        [=] { return next(descriptor, bytes, size); });
 }
 
 QV_INTERPOSED int ftruncate(int descriptor, off_t size) noexcept {
-    static const auto pass = next<int (*)(int, off_t)>("ftruncate");
-    if (recorded != nullptr) {
-        recorded->push_back("ftruncate(" + nameOf(descriptor) + ", " + std::to_string(size) + ")");
-    }
-    return pass(descriptor, size);
+    static const auto next = nextFunction<int (*)(int, off_t)>("ftruncate");
+    return called(
+        "ftruncate", [=] { return nameOf(descriptor) + ", " + std::to_string(size); },
+        [=] { return next(descriptor, size); });
 }
 
 QV_INTERPOSED int fsync(int descriptor) {
-    static const auto pass = next<int (*)(int)>("fsync");
-    if (recorded != nullptr) {
-        recorded->push_back("fsync(" + nameOf(descriptor) + ")");
-    }
-    return pass(descriptor);
+    static const auto next = nextFunction<int (*)(int)>("fsync");
+    return called(
+        "fsync", [=] { return nameOf(descriptor); }, [=] { return next(descriptor); });
 }
 
 QV_INTERPOSED int close(int descriptor) {
-    static const auto pass = next<int (*)(int)>("close");
-    if (recorded != nullptr) {
-        recorded->push_back("close(" + nameOf(descriptor) + ")");
-    }
-    return pass(descriptor);
+    static const auto next = nextFunction<int (*)(int)>("close");
+    return called(
+        "close", [=] { return nameOf(descriptor); }, [=] { return next(descriptor); });
+}
+
+QV_INTERPOSED int mkdir(const char* path, mode_t mode) noexcept {
+    static const auto next = nextFunction<int (*)(const char*, mode_t)>("mkdir");
+    return called(
+        "mkdir", [=] { return nameOf(path) + ", " + octal(mode); },
+        [=] { return next(path, mode); });
+}
+
+QV_INTERPOSED std::FILE* fopen(const char* path, const char* mode) {
+    static const auto next = nextFunction<std::FILE* (*)(const char*, const char*)>("fopen");
+    return called(
+        "fopen", [=] { return nameOf(path) + ", " + mode; }, [=] { return next(path, mode); });
+}
+
+QV_INTERPOSED std::size_t fread(void* bytes, std::size_t size, std::size_t count,
+                                std::FILE* stream) {
+    static const auto next =
+        nextFunction<std::size_t (*)(void*, std::size_t, std::size_t, std::FILE*)>("fread");
+    return called(
+        "fread", [=] { return nameOf(stream) + ", " + std::to_string(size * count); },
+        [=] { return next(bytes, size, count, stream); });
+}
+
+QV_INTERPOSED std::size_t fwrite(const void* bytes, std::size_t size, std::size_t count,
+                                 std::FILE* stream) {
+    static const auto next =
+        nextFunction<std::size_t (*)(const void*, std::size_t, std::size_t, std::FILE*)>("fwrite");
+    return called(
+        "fwrite", [=] { return nameOf(stream) + ", " + std::to_string(size * count); },
+        [=] { return next(bytes, size, count, stream); });
+}
+
+QV_INTERPOSED int fflush(std::FILE* stream) {
+    static const auto next = nextFunction<int (*)(std::FILE*)>("fflush");
+    return called(
+        "fflush", [=] { return nameOf(stream); }, [=] { return next(stream); });
+}
+
+QV_INTERPOSED CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator,
+                                                                CFDataRef data,
+                                                                CFOptionFlags options,
+                                                                CFStringRef* error) {
+    static const auto next =
+        nextFunction<CFPropertyListRef (*)(CFAllocatorRef, CFDataRef, CFOptionFlags, CFStringRef*)>(
+            "CFPropertyListCreateFromXMLData");
+    return called(
+        "CFPropertyListCreateFromXMLData", [=] { return std::to_string(options); },
+        [=] { return next(allocator, data, options, error); });
 }
 
 QV_INTERPOSED Boolean CFPropertyListIsValid(CFPropertyListRef propertyList,
                                             CFPropertyListFormat format) {
-    static const auto pass =
-        next<Boolean (*)(CFPropertyListRef, CFPropertyListFormat)>("CFPropertyListIsValid");
-    if (recorded != nullptr) {
-        const bool isDictionary = CFGetTypeID(propertyList) == CFDictionaryGetTypeID();
-        recorded->push_back(std::string("CFPropertyListIsValid(") +
-                            (isDictionary ? "dictionary" : "other") + ", " +
-                            std::to_string(format) + ")");
-    }
-    return pass(propertyList, format);
+    static const auto next =
+        nextFunction<Boolean (*)(CFPropertyListRef, CFPropertyListFormat)>("CFPropertyListIsValid");
+    return called(
+        "CFPropertyListIsValid",
+        [=] {
+            const bool isDictionary = CFGetTypeID(propertyList) == CFDictionaryGetTypeID();
+            return (isDictionary ? "dictionary, " : "other, ") + std::to_string(format);
+        },
+        [=] { return next(propertyList, format); });
 }
