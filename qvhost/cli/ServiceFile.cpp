@@ -264,17 +264,19 @@ class JsonHandler : public nlohmann::json_sax<Json> {
     }
 
     // Adds the rest of a character to the text. The library stops at the first byte that it does
-    // not expect, which may begin a character of several bytes.
+    // not expect. That byte and those before it in the token may only begin a character.
     std::string withWholeCharacter(std::string text, const std::string& token) const {
         const std::size_t place = text.rfind(token);
-        if (place == std::string::npos || token.empty() ||
-            static_cast<unsigned char>(token.back()) < 0x80) {
+        const std::size_t begun = token.size() - system::wholeCharacters(token).size();
+        if (place == std::string::npos || begun == 0) {
             return text;
         }
-        const char* const begin = farthest_ - 1;
+        const char* const begin = farthest_ - begun;
         const system::Utf8Character character =
             system::firstCharacter({begin, static_cast<std::size_t>(end_ - begin)});
-        text.insert(place + token.size(), farthest_, character.length - 1);
+        if (character.length > begun) {
+            text.insert(place + token.size(), farthest_, character.length - begun);
+        }
         return text;
     }
 
