@@ -398,13 +398,6 @@ TEST_F(ConfigTest, BinaryDocumentThatHoldsNoPropertyListIsDamaged) {
     }
 }
 
-TEST_F(ConfigTest, FileIsReadToBeChangedAndCheckedForTheBinaryFormat) {
-    writeFile(path, kOriginal);
-    EXPECT_THAT(callsDuring([this] { const Config config(path.c_str()); }),
-                IsSupersetOf({"CFPropertyListCreateFromXMLData(1)",
-                              "CFPropertyListIsValid(dictionary, 200)"}));
-}
-
 // White space alone is an old-style document.
 TEST_F(ConfigTest, FileOfOneBlankIsAnEmptyDictionary) {
     writeFile(path, " ");
@@ -655,6 +648,7 @@ class ConfigCallsTest : public ConfigTest {
                              "fwrite(backup/namingService.conf.plist, " + size + ")",
                              "fflush(backup/namingService.conf.plist)"};
     const CallList open{"open(namingService.conf.plist, O_WRONLY)"};
+    const CallList serialize{"CFPropertyListCreateXMLData()"};
     const CallList write{"lseek(namingService.conf.plist, 0, SEEK_SET)",
                          "write(namingService.conf.plist, " + size + ")",
                          "ftruncate(namingService.conf.plist, " + size + ")",
@@ -673,9 +667,9 @@ CallList operator+(CallList calls, const CallList& more) {
 }
 
 TEST_F(ConfigCallsTest, SaveBacksUpThenWritesAtOnceThenCutsThenWaitsForTheDisk) {
-    EXPECT_EQ(callsOfSave(true), read + writeBack + open + write);
+    EXPECT_EQ(callsOfSave(true), read + writeBack + open + serialize + write);
     // Now the file is open already.
-    EXPECT_EQ(callsOfSave(true), read + writeBack + write);
+    EXPECT_EQ(callsOfSave(true), read + writeBack + serialize + write);
 }
 
 TEST_F(ConfigCallsTest, BackupDirectoryIsMadeOnlyIfItIsMissing) {
@@ -684,20 +678,20 @@ TEST_F(ConfigCallsTest, BackupDirectoryIsMadeOnlyIfItIsMissing) {
     const CallList calls = callsOfSave(true);
     EXPECT_EQ(calls,
               (::geteuid() == 0 ? make + read + writeBack : make + read + first(1, writeBack)) +
-                  open + write);
+                  open + serialize + write);
 }
 
 TEST_F(ConfigCallsTest, DeletedFileIsOpenedToBeMadeAndCut) {
     callsOfSave(true);
     std::filesystem::remove(path);
     const CallList make{"open(namingService.conf.plist, O_WRONLY | O_CREAT | O_TRUNC, 0600)"};
-    EXPECT_EQ(callsOfSave(true), first(1, read) + make + write);
+    EXPECT_EQ(callsOfSave(true), first(1, read) + make + serialize + write);
 }
 
 TEST_F(ConfigCallsTest, ReplacedFileIsOpenedForWritingOnly) {
     callsOfSave(true);
     replaceFile(path, content);
-    EXPECT_EQ(callsOfSave(true), read + writeBack + open + write);
+    EXPECT_EQ(callsOfSave(true), read + writeBack + open + serialize + write);
 }
 
 TEST_F(ConfigCallsTest, BackupThatFailsAtAnyCallDoesNotStopTheSave) {
@@ -707,11 +701,12 @@ TEST_F(ConfigCallsTest, BackupThatFailsAtAnyCallDoesNotStopTheSave) {
         return calls;
     };
     const long lessThanAll = static_cast<long>(content.size()) - 1;
-    EXPECT_EQ(afterFailure(read[0], 0), first(1, read) + open + write);
-    EXPECT_EQ(afterFailure(read[2], lessThanAll), read + open + write);
+    EXPECT_EQ(afterFailure(read[0], 0), first(1, read) + open + serialize + write);
+    EXPECT_EQ(afterFailure(read[2], lessThanAll), read + open + serialize + write);
     EXPECT_THAT(contentOf(backup), Optional(std::string("former")));
-    EXPECT_EQ(afterFailure(writeBack[0], 0), read + first(1, writeBack) + open + write);
-    EXPECT_EQ(afterFailure(writeBack[1], lessThanAll), read + first(2, writeBack) + open + write);
+    EXPECT_EQ(afterFailure(writeBack[0], 0), read + first(1, writeBack) + open + serialize + write);
+    EXPECT_EQ(afterFailure(writeBack[1], lessThanAll),
+              read + first(2, writeBack) + open + serialize + write);
 }
 
 TEST_F(ConfigCallsTest, CopyThatFailsAtAnyCallIsReported) {
@@ -727,29 +722,34 @@ TEST_F(ConfigCallsTest, CopyThatFailsAtAnyCallIsReported) {
 
 TEST_F(ConfigCallsTest, FileThatCannotBeOpenedIsOpenedAgainByTheNextSave) {
     EXPECT_EQ(callsOfSave(false, {open[0], -1, EACCES}), read + writeBack + open);
-    EXPECT_EQ(callsOfSave(true), read + writeBack + open + write);
+    EXPECT_EQ(callsOfSave(true), read + writeBack + open + serialize + write);
+}
+
+TEST_F(ConfigCallsTest, DocumentThatCannotBeMadeIsNotWritten) {
+    EXPECT_EQ(callsOfSave(false, {serialize[0], 0, 0}), read + writeBack + open + serialize);
 }
 
 TEST_F(ConfigCallsTest, SaveThatCannotGoToTheStartWritesNothing) {
-    EXPECT_EQ(callsOfSave(false, {write[0], -1, EIO}), read + writeBack + open + first(1, write));
+    EXPECT_EQ(callsOfSave(false, {write[0], -1, EIO}),
+              read + writeBack + open + serialize + first(1, write));
 }
 
 TEST_F(ConfigCallsTest, SaveThatCannotWriteCutsNothing) {
     EXPECT_EQ(callsOfSave(false, {write[1], -1, ENOSPC}),
-              read + writeBack + open + first(2, write));
+              read + writeBack + open + serialize + first(2, write));
 }
 
 TEST_F(ConfigCallsTest, ShortWriteIsNotNoticed) {
     callsOfSave(true);
     for (const long written : {0L, 1L}) {
-        EXPECT_EQ(callsOfSave(true, {write[1], written, 0}), read + writeBack + write);
+        EXPECT_EQ(callsOfSave(true, {write[1], written, 0}), read + writeBack + serialize + write);
     }
 }
 
 TEST_F(ConfigCallsTest, ResultsOfCuttingAndFlushingDoNotCount) {
     callsOfSave(true);
-    EXPECT_EQ(callsOfSave(true, {write[2], -1, EIO}), read + writeBack + write);
-    EXPECT_EQ(callsOfSave(true, {write[3], -1, EIO}), read + writeBack + write);
+    EXPECT_EQ(callsOfSave(true, {write[2], -1, EIO}), read + writeBack + serialize + write);
+    EXPECT_EQ(callsOfSave(true, {write[3], -1, EIO}), read + writeBack + serialize + write);
 }
 
 TEST_F(ConfigCallsTest, DestructionClosesTheFileOnceAndOnlyIfItIsOpen) {
@@ -758,6 +758,80 @@ TEST_F(ConfigCallsTest, DestructionClosesTheFileOnceAndOnlyIfItIsOpen) {
     callsOfSave(true);
     EXPECT_THAT(callsDuring([&] { config.reset(); }),
                 ElementsAre("close(namingService.conf.plist)"));
+}
+
+TEST_F(ConfigCallsTest, GoodFileIsReadToBeChangedAndCheckedForTheBinaryFormat) {
+    EXPECT_THAT(callsDuring([&] { config = std::make_unique<Config>(path.c_str()); }),
+                IsSupersetOf({"CFPropertyListCreateFromXMLData(1)",
+                              "CFPropertyListIsValid(dictionary, 200)"}));
+}
+
+TEST_F(ConfigCallsTest, FileWithoutMemoryForItsDataCountsAsDamaged) {
+    writeBackup(content);
+    const CallList parse{"CFDataCreateWithBytesNoCopy(" + size + ")",
+                         "CFPropertyListCreateFromXMLData(1)",
+                         "CFPropertyListIsValid(dictionary, 200)"};
+    const CallList restore{"fopen(backup/namingService.conf.plist, r)",
+                           "lseek(backup/namingService.conf.plist, 0, SEEK_END)",
+                           "fread(backup/namingService.conf.plist, " + size + ")",
+                           "fopen(namingService.conf.plist, w+)",
+                           "fwrite(namingService.conf.plist, " + size + ")",
+                           "fflush(namingService.conf.plist)"};
+    CallList calls =
+        callsDuring([&] { config = std::make_unique<Config>(path.c_str()); }, {parse[0], 0, 0});
+    // The stream that reads the file goes to the end and back.
+    const auto isOfStream = [](const std::string& call) {
+        return call.rfind("lseek(namingService.conf.plist", 0) == 0;
+    };
+    calls.erase(std::remove_if(calls.begin(), calls.end(), isOfStream), calls.end());
+    EXPECT_EQ(calls, first(1, parse) + restore + parse);
+}
+
+#ifdef __GLIBCXX__
+// The stream asks where it is, after it went to the end of the file.
+TEST_F(ConfigCallsTest, FileThatIsShorterThanItsSizeIsDamaged) {
+    writeBackup(kOriginal);
+    const GivenResult longer{"lseek(namingService.conf.plist, 0, SEEK_CUR)",
+                             static_cast<long>(content.size()) + 1, 0};
+    callsDuring([&] { config = std::make_unique<Config>(path.c_str()); }, longer);
+    EXPECT_THAT(contentOf(path), Optional(kOriginal));
+}
+#endif
+
+TEST_F(ConfigCallsTest, DirectoryInPlaceOfTheFileIsNeitherReadNorRestored) {
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_THAT(callsDuring([&] { const Config another(path.c_str()); }),
+                ElementsAre("fopen(backup/namingService.conf.plist, r)",
+                            "lseek(backup/namingService.conf.plist, 0, SEEK_END)",
+                            "fread(backup/namingService.conf.plist, 6)"));
+}
+
+TEST_F(ConfigCallsTest, WithoutAKeyNothingIsLookedUp) {
+    ServiceInfoArray message;
+    EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(config->get(message, nullptr)); }), IsEmpty());
+    EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(config->set(message, nullptr)); }), IsEmpty());
+}
+
+TEST_F(ConfigCallsTest, GetWithoutMemoryForTheKeyIsRefused) {
+    ServiceInfoArray message = messageOf(kCallers);
+    const GivenResult given{"CFStringCreateWithCString(Address, UTF-8)", 0, 0};
+    EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(config->get(message, "Address")); }, given),
+                ElementsAre(given.call));
+    EXPECT_EQ(servicesIn(message), kCallers);
+}
+
+TEST_F(ConfigCallsTest, SetThatFailsAtAnyCallReplacesNothing) {
+    const ServiceInfoArray message = messageOf({{2, "b"}});
+    Config another(path.c_str());
+    const CallList calls = callsDuring([&] { EXPECT_TRUE(another.set(message, "Address")); });
+    EXPECT_THAT(calls, testing::SizeIs(9));
+    for (const std::string& call : calls) {
+        const auto set = [&] { EXPECT_FALSE(config->set(message, "Address")) << call; };
+        const CallList expected(calls.begin(), std::find(calls.begin(), calls.end(), call) + 1);
+        EXPECT_EQ(callsDuring(set, {call, 0, 0}), expected);
+        EXPECT_EQ(getFrom(*config), kOriginalServices);
+    }
 }
 
 // A process without a standard input gets the number 0.

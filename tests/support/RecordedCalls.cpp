@@ -93,6 +93,10 @@ std::string openFlags(int flags) {
     return rest == 0 ? text : text + " | " + std::to_string(rest);
 }
 
+std::string encodingName(CFStringEncoding encoding) {
+    return encoding == kCFStringEncodingUTF8 ? "UTF-8" : std::to_string(encoding);
+}
+
 std::string origin(int whence) {
     return whence == SEEK_SET ? "SEEK_SET" : whence == SEEK_CUR ? "SEEK_CUR" : "SEEK_END";
 }
@@ -143,6 +147,13 @@ QV_INTERPOSED off_t lseek(int descriptor, off_t offset, int whence) noexcept {
         [=] { return nameOf(descriptor) + ", " + std::to_string(offset) + ", " + origin(whence); },
         [=] { return next(descriptor, offset, whence); });
 }
+
+#ifdef __GLIBC__
+// The standard library's file streams call the function by this name.
+QV_INTERPOSED off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept {
+    return lseek(descriptor, offset, whence);
+}
+#endif
 
 QV_INTERPOSED ssize_t write(int descriptor, const void* bytes, std::size_t size) {
     static const auto next = nextFunction<ssize_t (*)(int, const void*, std::size_t)>("write");
@@ -230,4 +241,75 @@ QV_INTERPOSED Boolean CFPropertyListIsValid(CFPropertyListRef propertyList,
             return (isDictionary ? "dictionary, " : "other, ") + std::to_string(format);
         },
         [=] { return next(propertyList, format); });
+}
+
+QV_INTERPOSED CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes,
+                                                    CFIndex length, CFAllocatorRef deallocator) {
+    static const auto next =
+        nextFunction<CFDataRef (*)(CFAllocatorRef, const UInt8*, CFIndex, CFAllocatorRef)>(
+            "CFDataCreateWithBytesNoCopy");
+    return called(
+        "CFDataCreateWithBytesNoCopy", [=] { return std::to_string(length); },
+        [=] { return next(allocator, bytes, length, deallocator); });
+}
+
+QV_INTERPOSED CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
+                                                    CFStringEncoding encoding) {
+    static const auto next =
+        nextFunction<CFStringRef (*)(CFAllocatorRef, const char*, CFStringEncoding)>(
+            "CFStringCreateWithCString");
+    return called(
+        "CFStringCreateWithCString",
+        [=] {
+            return std::string(text != nullptr ? text : "null") + ", " + encodingName(encoding);
+        },
+        [=] { return next(allocator, text, encoding); });
+}
+
+QV_INTERPOSED Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
+                                         CFStringEncoding encoding) {
+    static const auto next =
+        nextFunction<Boolean (*)(CFStringRef, char*, CFIndex, CFStringEncoding)>(
+            "CFStringGetCString");
+    return called(
+        "CFStringGetCString", [=] { return std::to_string(size) + ", " + encodingName(encoding); },
+        [=] { return next(string, buffer, size, encoding); });
+}
+
+QV_INTERPOSED CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
+                                         const void* value) {
+    static const auto next =
+        nextFunction<CFNumberRef (*)(CFAllocatorRef, CFNumberType, const void*)>("CFNumberCreate");
+    return called(
+        "CFNumberCreate", [=] { return std::to_string(type); },
+        [=] { return next(allocator, type, value); });
+}
+
+QV_INTERPOSED CFMutableDictionaryRef CFDictionaryCreateMutable(
+    CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keys,
+    const CFDictionaryValueCallBacks* values) {
+    static const auto next = nextFunction<CFMutableDictionaryRef (*)(
+        CFAllocatorRef, CFIndex, const CFDictionaryKeyCallBacks*,
+        const CFDictionaryValueCallBacks*)>("CFDictionaryCreateMutable");
+    return called(
+        "CFDictionaryCreateMutable", [] { return std::string(); },
+        [=] { return next(allocator, capacity, keys, values); });
+}
+
+QV_INTERPOSED CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
+                                       const CFArrayCallBacks* callBacks) {
+    static const auto next = nextFunction<CFArrayRef (*)(CFAllocatorRef, const void**, CFIndex,
+                                                         const CFArrayCallBacks*)>("CFArrayCreate");
+    return called(
+        "CFArrayCreate", [=] { return std::to_string(count); },
+        [=] { return next(allocator, values, count, callBacks); });
+}
+
+QV_INTERPOSED CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator,
+                                                    CFPropertyListRef propertyList) {
+    static const auto next = nextFunction<CFDataRef (*)(CFAllocatorRef, CFPropertyListRef)>(
+        "CFPropertyListCreateXMLData");
+    return called(
+        "CFPropertyListCreateXMLData", [] { return std::string(); },
+        [=] { return next(allocator, propertyList); });
 }

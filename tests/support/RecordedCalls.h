@@ -17,8 +17,15 @@
 //     fsync(namingService.conf.plist)
 //     close(namingService.conf.plist)
 //     mkdir(backup, 0600)
+//     CFDataCreateWithBytesNoCopy(415)
 //     CFPropertyListCreateFromXMLData(1)
 //     CFPropertyListIsValid(dictionary, 200)
+//     CFStringCreateWithCString(Address, UTF-8)
+//     CFDictionaryCreateMutable()
+//     CFNumberCreate(3)
+//     CFArrayCreate(2)
+//     CFStringGetCString(4, UTF-8)
+//     CFPropertyListCreateXMLData()
 #ifndef QV_TESTS_RECORDED_CALLS_H
 #define QV_TESTS_RECORDED_CALLS_H
 
