@@ -5,15 +5,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
 #include "platform/CoreFoundation/Objects.h"
+#include "support/RecordedCalls.h"
 
 namespace qv::tests {
 namespace {
@@ -99,6 +102,22 @@ std::vector<std::string> textsOf(const RepeatedPtrField<ServiceInfo>& services) 
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+using CallList = std::vector<std::string>;
+
+// Returns the calls that an action makes when the first call of a kind fails.
+template <class Action>
+CallList callsWhenFails(const std::string& failing, Action action) {
+    return callsDuring(action, {failing, 0, 0});
+}
+
+CallList first(std::size_t count, const CallList& calls) {
+    return {calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
+const CallList kStoring{"CFStringCreateWithCString(id, UTF-8)", "CFNumberCreate(3)",
+                        "CFStringCreateWithCString(address, UTF-8)",
+                        "CFStringCreateWithCString(a, UTF-8)"};
 
 TEST(TypeTraits, NameTheKindThatIsStored) {
     static_assert(std::is_same_v<decltype(Int32TypeInfo::CF_NUM_TYPE), const long>);
@@ -187,6 +206,16 @@ TEST(MessageToDictionary, OnlyTheDictionaryRetainsItsObjects) {
         EXPECT_EQ(CFGetRetainCount(object), 1);
     }
     EXPECT_EQ(CFGetRetainCount(dictionary.get()), 1);
+}
+
+TEST(MessageToDictionary, StopsAtTheFirstCallThatFails) {
+    const int entriesThen[] = {0, 0, 1, 1};
+    for (std::size_t call = 0; call < kStoring.size(); ++call) {
+        const auto dictionary = makeDictionary();
+        const auto store = [&] { EXPECT_FALSE(convert(makeService(1, "a"), dictionary.get())); };
+        EXPECT_EQ(callsWhenFails(kStoring[call], store), first(call + 1, kStoring));
+        EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), entriesThen[call]);
+    }
 }
 
 TEST(DictionaryToMessage, SetsBothFields) {
@@ -280,6 +309,29 @@ TEST(DictionaryToMessage, NullDictionaryIsRefused) {
     EXPECT_EQ(service.id(), 5);
 }
 
+// Taking the field for an absent one would drop it from the file at the next save.
+TEST(DictionaryToMessage, ThrowsWithoutMemoryForAKey) {
+    const auto dictionary = dictionaryOf("id", makeInteger(1).get());
+    ServiceInfo service;
+    for (const std::string& key : {kStoring[0], kStoring[2]}) {
+        EXPECT_EQ(
+            callsWhenFails(
+                key, [&] { EXPECT_THROW(convert(dictionary.get(), service), std::bad_alloc); })
+                .back(),
+            key);
+    }
+}
+
+TEST(DictionaryToMessage, TextThatCouldNotBeReadIsReadAgain) {
+    const auto dictionary = dictionaryOf("address", makeString("\u4e2d").get());
+    ServiceInfo service;
+    const std::string read = "CFStringGetCString(4, UTF-8)";
+    const CallList calls =
+        callsWhenFails(read, [&] { EXPECT_TRUE(convert(dictionary.get(), service)); });
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), read), 2);
+    EXPECT_EQ(service.address(), "\u4e2d");
+}
+
 TEST(FieldToArray, KeepsTheOrder) {
     CFArrayRef array = nullptr;
     ASSERT_TRUE(convertCreate(makeServices({"c", "a", "b"}), array));
@@ -311,6 +363,19 @@ TEST(FieldToArray, OneAddressThatIsNotUtf8FailsTheWholeAndLeavesTheTarget) {
         EXPECT_FALSE(convertCreate(makeServices(addresses), array));
         EXPECT_EQ(array, former.get());
         EXPECT_EQ(CFGetRetainCount(former.get()), 1);
+    }
+}
+
+TEST(FieldToArray, StopsAtTheFirstCallThatFails) {
+    CallList calls{"CFDictionaryCreateMutable()"};
+    calls.insert(calls.end(), kStoring.begin(), kStoring.end());
+    calls.emplace_back("CFArrayCreate(1)");
+    const auto former = makeArray();
+    for (std::size_t call = 0; call < calls.size(); ++call) {
+        CFArrayRef array = former.get();
+        const auto make = [&] { EXPECT_FALSE(convertCreate(makeServices({"a"}), array)); };
+        EXPECT_EQ(callsWhenFails(calls[call], make), first(call + 1, calls));
+        EXPECT_EQ(array, former.get());
     }
 }
 
@@ -396,6 +461,18 @@ TEST(KeyedArrayToField, WithoutAnArrayTheFieldIsLeftAlone) {
     EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
 }
 
+TEST(KeyedArrayToField, WithoutAKeyNothingIsLookedUp) {
+    auto services = makeServices({"former"});
+    const auto dictionary = dictionaryOf("list", arrayOf({}).get());
+    EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(convert(dictionary.get(), nullptr, services)); }),
+                IsEmpty());
+    const std::string key = "CFStringCreateWithCString(list, UTF-8)";
+    EXPECT_THAT(
+        callsWhenFails(key, [&] { EXPECT_FALSE(convert(dictionary.get(), "list", services)); }),
+        ElementsAre(key));
+    EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
+}
+
 TEST(KeyedArrayToField, BadElementEmptiesTheField) {
     auto services = makeServices({"former"});
     EXPECT_FALSE(
@@ -428,6 +505,21 @@ TEST(StringToText, OtherTextGoesThroughABuffer) {
     std::string text;
     EXPECT_TRUE(convert(makeString(longText).get(), text));
     EXPECT_EQ(text, longText);
+}
+
+TEST(StringToText, BufferHasFourBytesForEachUnit) {
+    std::string text;
+    EXPECT_THAT(callsDuring([&] { EXPECT_TRUE(convert(makeString("\U0001F600").get(), text)); }),
+                testing::Contains("CFStringGetCString(8, UTF-8)"));
+}
+
+TEST(StringToText, EmptyStringNeedsNoBuffer) {
+    const auto string = makeString("");
+    std::string text = "former";
+    const std::string pointer = "CFStringGetCStringPtr(UTF-8)";
+    EXPECT_THAT(callsWhenFails(pointer, [&] { EXPECT_TRUE(convert(string.get(), text)); }),
+                ElementsAre(pointer));
+    EXPECT_EQ(text, "");
 }
 
 TEST(StringToText, EmptyStringIsEmptyText) {

@@ -266,6 +266,14 @@ QV_INTERPOSED CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, co
         [=] { return next(allocator, text, encoding); });
 }
 
+QV_INTERPOSED const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding) {
+    static const auto next =
+        nextFunction<const char* (*)(CFStringRef, CFStringEncoding)>("CFStringGetCStringPtr");
+    return called(
+        "CFStringGetCStringPtr", [=] { return encodingName(encoding); },
+        [=] { return next(string, encoding); });
+}
+
 QV_INTERPOSED Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
                                          CFStringEncoding encoding) {
     static const auto next =

@@ -24,6 +24,7 @@
 //     CFDictionaryCreateMutable()
 //     CFNumberCreate(3)
 //     CFArrayCreate(2)
+//     CFStringGetCStringPtr(UTF-8)
 //     CFStringGetCString(4, UTF-8)
 //     CFPropertyListCreateXMLData()
 #ifndef QV_TESTS_RECORDED_CALLS_H
