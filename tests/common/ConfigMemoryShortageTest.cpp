@@ -118,6 +118,19 @@ TEST_F(ConfigMemoryShortage, SaveWritesEverythingOrNothing) {
     }
 }
 
+TEST_F(ConfigMemoryShortage, CopyReplacesTheBackupOrIsRefused) {
+    writeFile(path, kOriginal);
+    Config config(path.c_str());
+    const int count = sweepShortages([&](Shortage& shortage) {
+        writeFile(backup, kBackup);
+        bool isCopied = false;
+        shortage.during([&] { isCopied = config.copytobackup(); });
+        EXPECT_TRUE(isCopied || shortage.happened());
+        EXPECT_THAT(contentOf(backup), Optional(isCopied ? kOriginal : kBackup));
+    });
+    EXPECT_GE(count, 3);
+}
+
 TEST_F(ConfigMemoryShortage, DeletedFileIsMadeAgainWhole) {
     const ServiceInfoArray services = makeServices();
     sweepShortages([&](Shortage& shortage) {

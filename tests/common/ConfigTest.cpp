@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -643,6 +644,7 @@ class ConfigCallsTest : public ConfigTest {
     const std::string size = std::to_string(content.size());
     const CallList read{"fopen(namingService.conf.plist, r)",
                         "lseek(namingService.conf.plist, 0, SEEK_END)",
+                        "ftell(namingService.conf.plist)", "rewind(namingService.conf.plist)",
                         "fread(namingService.conf.plist, " + size + ")"};
     const CallList writeBack{"fopen(backup/namingService.conf.plist, w+)",
                              "fwrite(backup/namingService.conf.plist, " + size + ")",
@@ -702,7 +704,7 @@ TEST_F(ConfigCallsTest, BackupThatFailsAtAnyCallDoesNotStopTheSave) {
     };
     const long lessThanAll = static_cast<long>(content.size()) - 1;
     EXPECT_EQ(afterFailure(read[0], 0), first(1, read) + open + serialize + write);
-    EXPECT_EQ(afterFailure(read[2], lessThanAll), read + open + serialize + write);
+    EXPECT_EQ(afterFailure(read[4], lessThanAll), read + open + serialize + write);
     EXPECT_THAT(contentOf(backup), Optional(std::string("former")));
     EXPECT_EQ(afterFailure(writeBack[0], 0), read + first(1, writeBack) + open + serialize + write);
     EXPECT_EQ(afterFailure(writeBack[1], lessThanAll),
@@ -712,12 +714,35 @@ TEST_F(ConfigCallsTest, BackupThatFailsAtAnyCallDoesNotStopTheSave) {
 TEST_F(ConfigCallsTest, CopyThatFailsAtAnyCallIsReported) {
     const long lessThanAll = static_cast<long>(content.size()) - 1;
     for (const auto& [call, result] :
-         {std::pair(read[0], 0L), std::pair(read[2], lessThanAll), std::pair(writeBack[0], 0L),
+         {std::pair(read[0], 0L), std::pair(read[4], lessThanAll), std::pair(writeBack[0], 0L),
           std::pair(writeBack[1], lessThanAll)}) {
         const GivenResult given{call, result, EIO};
         callsDuring([&] { EXPECT_FALSE(config->copytobackup()) << given.call; }, given);
     }
     EXPECT_TRUE(config->copytobackup());
+}
+
+TEST_F(ConfigCallsTest, FileWithoutASizeIsNotCopied) {
+    callsDuring([&] { EXPECT_FALSE(config->copytobackup()); }, {read[2], -1, EIO});
+    EXPECT_THAT(contentOf(backup), Optional(std::string("former")));
+}
+
+// The size is taken for a negative one.
+TEST_F(ConfigCallsTest, FileOfThreeGibibytesIsNotCopied) {
+    std::filesystem::resize_file(path, std::uintmax_t(3) << 30);
+    EXPECT_EQ(callsDuring([&] { EXPECT_FALSE(config->copytobackup()); }), first(4, read));
+}
+
+TEST_F(ConfigCallsTest, DirectoryOrPipeIsNotCopied) {
+    const std::function<void(const std::string&)> makers[] = {
+        [](const std::string& place) { std::filesystem::create_directory(place); },
+        [](const std::string& place) { EXPECT_EQ(::mkfifo(place.c_str(), 0600), 0); }};
+    for (const auto& make : makers) {
+        std::filesystem::remove(backup);
+        make(backup);
+        EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(config->copyfrombackup()); }), IsEmpty());
+        EXPECT_EQ(callsDuring([&] { EXPECT_FALSE(config->copytobackup()); }), read);
+    }
 }
 
 TEST_F(ConfigCallsTest, FileThatCannotBeOpenedIsOpenedAgainByTheNextSave) {
@@ -773,6 +798,8 @@ TEST_F(ConfigCallsTest, FileWithoutMemoryForItsDataCountsAsDamaged) {
                          "CFPropertyListIsValid(dictionary, 200)"};
     const CallList restore{"fopen(backup/namingService.conf.plist, r)",
                            "lseek(backup/namingService.conf.plist, 0, SEEK_END)",
+                           "ftell(backup/namingService.conf.plist)",
+                           "rewind(backup/namingService.conf.plist)",
                            "fread(backup/namingService.conf.plist, " + size + ")",
                            "fopen(namingService.conf.plist, w+)",
                            "fwrite(namingService.conf.plist, " + size + ")",
@@ -804,6 +831,8 @@ TEST_F(ConfigCallsTest, DirectoryInPlaceOfTheFileIsNeitherReadNorRestored) {
     EXPECT_THAT(callsDuring([&] { const Config another(path.c_str()); }),
                 ElementsAre("fopen(backup/namingService.conf.plist, r)",
                             "lseek(backup/namingService.conf.plist, 0, SEEK_END)",
+                            "ftell(backup/namingService.conf.plist)",
+                            "rewind(backup/namingService.conf.plist)",
                             "fread(backup/namingService.conf.plist, 6)"));
 }
 

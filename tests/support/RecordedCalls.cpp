@@ -194,6 +194,22 @@ QV_INTERPOSED std::FILE* fopen(const char* path, const char* mode) {
         "fopen", [=] { return nameOf(path) + ", " + mode; }, [=] { return next(path, mode); });
 }
 
+QV_INTERPOSED long ftell(std::FILE* stream) {
+    static const auto next = nextFunction<long (*)(std::FILE*)>("ftell");
+    return called(
+        "ftell", [=] { return nameOf(stream); }, [=] { return next(stream); });
+}
+
+QV_INTERPOSED void rewind(std::FILE* stream) {
+    static const auto next = nextFunction<void (*)(std::FILE*)>("rewind");
+    called(
+        "rewind", [=] { return nameOf(stream); },
+        [=] {
+            next(stream);
+            return 0;
+        });
+}
+
 QV_INTERPOSED std::size_t fread(void* bytes, std::size_t size, std::size_t count,
                                 std::FILE* stream) {
     static const auto next =

@@ -7,6 +7,8 @@
 // directory of this name:
 //
 //     fopen(namingService.conf.plist, r)
+//     ftell(namingService.conf.plist)
+//     rewind(namingService.conf.plist)
 //     fread(namingService.conf.plist, 415)
 //     fwrite(backup/namingService.conf.plist, 415)
 //     fflush(backup/namingService.conf.plist)
