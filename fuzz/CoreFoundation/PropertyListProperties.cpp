@@ -45,8 +45,13 @@ bool hasNaN(const Tree& tree) {
     return anyNode(tree, [](const Tree& node) { return node.number != node.number; });
 }
 
-bool hasMarkAtAStart(const Tree& tree) {
-    return anyNode(tree, [](const Tree& node) { return node.text[0] == 0xFEFF; });
+// Returns whether a string begins with a byte-order mark when it is written. A string with a lone
+// surrogate loses characters in writing, so it may begin with any mark that it holds.
+bool mayBeginWithMark(const Tree& tree) {
+    return anyNode(tree, [](const Tree& node) {
+        const std::size_t mark = node.text.find(u'\xFEFF');
+        return mark == 0 || (mark != std::u16string::npos && !isWellFormed(node.text));
+    });
 }
 
 bool hasIllFormedKey(const Tree& tree) {
@@ -144,7 +149,7 @@ void checkWriting(CFTypeRef object, const Tree& tree) {
     }
     // A year without four digits may come back as another year, and a key that lost some characters
     // may come back in another place.
-    if (!hasMarkAtAStart(tree) && !hasInexpressibleDate(tree) && !hasIllFormedKey(tree)) {
+    if (!mayBeginWithMark(tree) && !hasInexpressibleDate(tree) && !hasIllFormedKey(tree)) {
         require(tests::writeDocument(back.get()) == document,
                 "the tree of the written document is written differently");
     }
