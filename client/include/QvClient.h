@@ -15,9 +15,10 @@
 //
 // Lost connections: the host closes the connection when it stops, or when the client is idle for
 // too long. The client notices this before its next request and connects again. If the connection
-// breaks during a request, or the time-out passes, nobody can tell whether the host carried out the
-// request. The function throws Error, and the next request connects again. A request may be
-// repeated: registering or removing the same services twice has the same effect as once.
+// breaks during a request, or the time-out passes, the client does not know whether the host
+// carried out the request. The function throws Error, and the next request connects again. A
+// request may be repeated: registering or removing the same services twice has the same effect as
+// once.
 //
 // Threads: only one thread at a time may use a client. Different clients are independent. After
 // fork(), only one of the two processes may use the client.
