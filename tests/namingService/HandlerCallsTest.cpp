@@ -451,13 +451,16 @@ TEST_F(UnsavedChange, IsSavedByTheRepeatedRegistration) {
 }
 
 TEST_F(UnsavedChange, IsForgottenByFinalize) {
+    const TemporaryDirectory directory;
+    const std::string file = directory.path("namingService.conf.plist");
+    writeFile(file, documentOf({{6, "stored"}}));
     plugin_.finalize();
+    setFilePath(file.c_str());
     plugin_.initialize();
+    setFilePath("");
     startRecording();
-    plugin_.execute(0x0200, encode({{5, "a"}}));
-    plugin_.execute(0x0200, encode({{5, "a"}}));
-    EXPECT_THAT(recordedCalls(), ElementsAre(kRegisterIn, registered(5, "a"), kSave, kRegisterIn,
-                                             registered(5, "a")));
+    plugin_.registerServices({{6, "stored"}});
+    EXPECT_THAT(recordedCalls(), ElementsAre(kRegisterIn, registered(6, "stored")));
 }
 #endif
 
