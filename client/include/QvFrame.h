@@ -30,8 +30,12 @@ extern "C" {
 
 enum { QV_FRAME_HEADER_SIZE = 12 };
 
-/* The host answers this command itself and ignores its input. The answer has no bytes. */
-enum { QV_HOST_COMMAND_PING = 0 };
+/* Commands that the host carries out itself. It ignores their input. */
+enum {
+    QV_HOST_COMMAND_PING = 0,   /* the answer has no bytes */
+    QV_HOST_COMMAND_STATUS = 1, /* out: HostStatus of QvHost.proto */
+    QV_HOST_COMMAND_SYNC = 2    /* answered when the plug-in's file holds the directory of now */
+};
 
 /*
  * The host's own result codes. After the first five the host closes the connection, because it must
@@ -45,7 +49,11 @@ enum QvHostResult {
     QV_HOST_ERROR_TIMEOUT = 21004,   /* no request, or only part of one, arrived in time */
     QV_HOST_ERROR_STOPPING = 21005,  /* the host ends; idle clients receive this, too */
     QV_HOST_ERROR_COMMAND = 21006,   /* the plug-in has no such command */
-    QV_HOST_ERROR_PLUGIN = 21007     /* the plug-in failed to carry the command out */
+    QV_HOST_ERROR_PLUGIN = 21007,    /* the plug-in failed to carry the command out */
+    QV_HOST_ERROR_REFUSED = 21008,   /* the directory cannot hold the services; nothing changed */
+    QV_HOST_ERROR_NOT_KEPT = 21009,  /* the change is made, but a restart may lose it */
+    QV_HOST_ERROR_FILE = 21010,      /* the plug-in's file does not follow the directory */
+    QV_HOST_ERROR_PRIVILEGE = 21011  /* only root and the host's own user may use the command */
 };
 
 typedef struct QvFrameHeader {

@@ -4,7 +4,7 @@
 #ifndef QV_FUZZ_SERVICE_FILE_LANGUAGE_H
 #define QV_FUZZ_SERVICE_FILE_LANGUAGE_H
 
-#include "cli/Service.h"
+#include "server/Service.h"
 
 #include <cstddef>
 #include <optional>

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cli/Output.h"
-#include "cli/Service.h"
+#include "server/Service.h"
 
 namespace qv::host {
 

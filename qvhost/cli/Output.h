@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/Service.h"
+#include "server/Service.h"
 #include "server/Plugin.h"
 
 namespace qv::host {

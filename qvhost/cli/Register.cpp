@@ -11,7 +11,7 @@
 #include "cli/HostConnection.h"
 #include "cli/Numbers.h"
 #include "cli/Output.h"
-#include "cli/Service.h"
+#include "server/Service.h"
 #include "cli/Subcommands.h"
 #include "cli/UsageError.h"
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/Service.h"
+#include "server/Service.h"
 
 namespace qv::host {
 

@@ -1,6 +1,6 @@
 // Names one service of the directory. The type is the client library's.
-#ifndef QVHOST_CLI_SERVICE_H
-#define QVHOST_CLI_SERVICE_H
+#ifndef QVHOST_SERVER_SERVICE_H
+#define QVHOST_SERVER_SERVICE_H
 
 #include <QvClient.h>
 
@@ -10,4 +10,4 @@ using client::Service;
 
 }  // namespace qv::host
 
-#endif  // QVHOST_CLI_SERVICE_H
+#endif  // QVHOST_SERVER_SERVICE_H

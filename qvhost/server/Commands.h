@@ -1,0 +1,50 @@
+// Carries out the requests of clients. Pings, listings and status are answered at once, from the
+// newest snapshot. Changes go to the recorder, levels and syncs to the follower.
+//
+// A conversation reads a request, begins it here and, if the answer comes later, waits for it. The
+// requests of one client are answered in their order.
+#ifndef QVHOST_SERVER_COMMANDS_H
+#define QVHOST_SERVER_COMMANDS_H
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "server/AnswerQueue.h"
+#include "server/Door.h"
+#include "server/Follower.h"
+#include "server/FrameReader.h"
+#include "server/Recorder.h"
+
+namespace qv::host {
+
+class Commands {
+  public:
+    // `status` returns the serialised status of the host. Any thread may call it.
+    Commands(Recorder& recorder, Follower& follower, std::function<std::string()> status);
+
+    static bool isChange(const Frame& request);
+
+    // Adds a change to a batch, which the caller submits later. If the batch is empty and the
+    // answer is known at once, appends the answer to `answers` instead: the door refuses the
+    // request, or the request changes nothing. Throws std::bad_alloc.
+    void addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& answers);
+
+    void submit(std::shared_ptr<ChangeBatch> batch);
+
+    // Carries out a request that is no change. Returns true and appends the answer if it is known
+    // at once. Otherwise returns false and calls `later` once with the answer, on another thread.
+    // `isPrivileged` tells whether the client is root or the host's own user. Throws
+    // std::bad_alloc.
+    bool answer(const Frame& request, bool isPrivileged, AnswerQueue& answers,
+                Follower::Answer later);
+
+  private:
+    Recorder& recorder_;
+    Follower& follower_;
+    std::function<std::string()> status_;
+};
+
+}  // namespace qv::host
+
+#endif  // QVHOST_SERVER_COMMANDS_H
