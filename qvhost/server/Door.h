@@ -13,8 +13,8 @@
 
 namespace qv::host {
 
-constexpr std::size_t kLongestAddress = std::size_t{4} * 1024;           // bytes
-constexpr std::size_t kMostServices = 100'000;                           // of the directory
+constexpr std::size_t kLongestAddress = std::size_t{4} * 1024;            // bytes
+constexpr std::size_t kMostServices = 100'000;                            // of the directory
 constexpr std::size_t kMostAddressBytes = std::size_t{16} * 1024 * 1024;  // of the directory
 
 // The result of a command: a code of QvPlugin.h or QvFrame.h, and the bytes of the answer. If the

@@ -39,8 +39,8 @@ class RecordError : public std::runtime_error {
 
 // What the record knows of the plug-in's file. The next start compares the file with it.
 struct FileNote {
-    int64_t revision = 0;      // of the directory that the file held when it was last read back
-    uint64_t fingerprint = 0;  // of the file's bytes then; see fingerprintOf() in StoredFile.h
+    int64_t revision = 0;         // of the directory that the file held when it was last read back
+    uint64_t fingerprint = 0;     // of the file's bytes then; see fingerprintOf() in StoredFile.h
     bool isBeingWritten = false;  // the plug-in may have begun to write since then
     std::string otherKeys;  // the file without its services, as a property list; empty if unknown
 };

@@ -36,7 +36,7 @@ class ChangeBatch {
     struct Item {
         uint32_t number = 0;  // of the request
         Change change;
-        Outcome outcome;      // valid once the batch is answered
+        Outcome outcome;         // valid once the batch is answered
         bool isDecided = false;  // the door refused the request, so there is no change to make
     };
 
@@ -53,16 +53,16 @@ class Recorder {
     // What a reader sees at one moment.
     struct State {
         SnapshotPointer snapshot;
-        bool isKept = true;     // the record holds the snapshot
-        std::string reason;     // why not
+        bool isKept = true;  // the record holds the snapshot
+        std::string reason;  // why not
     };
     using StatePointer = std::shared_ptr<const State>;
 
     // Figures for the status of the host.
     struct Statistics {
         uint64_t commits = 0;
-        uint64_t changes = 0;           // that were answered, in all commits
-        std::size_t mostChanges = 0;    // of one commit
+        uint64_t changes = 0;         // that were answered, in all commits
+        std::size_t mostChanges = 0;  // of one commit
         std::chrono::microseconds longest{0};
         std::optional<std::chrono::steady_clock::time_point> since;  // of the commit under way
         std::optional<std::chrono::system_clock::time_point> notKeptSince;
@@ -71,21 +71,24 @@ class Recorder {
     using Report = std::function<void(const std::string&)>;
 
     // Opens the record and reads the directory. Sets a damaged record aside and begins a new one.
-    // If the record cannot be opened for another reason, begins with an empty directory that is not
-    // kept. `report` takes lines for the journal, on any thread. Throws std::bad_alloc.
+    // If there is no record and none can be made, begins with an empty directory that is not kept.
+    // `report` takes lines for the journal, on any thread. Throws RecordError if there is a record
+    // that cannot be opened: to go on without it would lose what it holds. Throws std::bad_alloc.
     Recorder(std::string path, Report report);
     ~Recorder();
 
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    // Tells whether there was a record that could be read.
-    bool hasRecord() const { return hasRecord_; }
+    // Tells whether the directory is that of a record. Otherwise nobody knows yet what it should
+    // hold, and the plug-in's file tells.
+    bool hasRecord() const;
 
     // Starts the thread. Throws std::system_error.
     void start();
 
-    // Commits what waits, ends the thread and closes the record. Later changes are not answered.
+    // Commits what waits, ends the thread and closes the record. Call it when no thread submits
+    // anything more.
     void stop();
 
     // Returns the newest published state, which is never null. Any thread may call this.
@@ -94,8 +97,9 @@ class Recorder {
     // Has the changes made and answered. Any thread may call this.
     void submit(std::shared_ptr<ChangeBatch> batch);
 
-    // Makes the directory hold exactly these services, as one commit. Returns the state that holds
-    // them. Any other thread may call this and waits.
+    // Makes the directory hold exactly these services, ascending by identifier, as one commit.
+    // Returns the state that holds them. Any other thread may call this, and waits. Throws
+    // std::bad_alloc, and nothing is changed then.
     StatePointer replace(const std::vector<Service>& services);
 
     // Reads and writes what the record knows of the plug-in's file. note() returns false if the
@@ -113,7 +117,6 @@ class Recorder {
   private:
     class Work;
 
-    bool hasRecord_ = false;
     std::unique_ptr<Work> work_;
 };
 

@@ -23,7 +23,7 @@ uint64_t fingerprintOf(std::string_view bytes);
 // What was found at the path of the file.
 struct FileView {
     enum class State {
-        Whole,     // a property list with a dictionary as its root
+        Whole,  // a property list with a dictionary as its root
         Missing,
         Damaged,   // a regular file, but no such property list; the plug-in turns to its backup
         Unusable,  // may not be read, or is no regular file; the plug-in does without it

@@ -1,0 +1,74 @@
+#include "server/Commands.h"
+
+#include <QvFrame.h>
+#include <QvPlugin.h>
+
+#include <utility>
+
+namespace qv::host {
+
+Commands::Commands(Recorder& recorder, Follower& follower, std::function<std::string()> status)
+    : recorder_(recorder), follower_(follower), status_(std::move(status)) {}
+
+bool Commands::isChange(const Frame& request) {
+    return request.header.code == QV_COMMAND_REGISTER_SERVICES ||
+           request.header.code == QV_COMMAND_UNREGISTER_SERVICES;
+}
+
+void Commands::addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& answers) {
+    ChangeBatch::Item item;
+    item.number = request.header.number;
+    item.outcome = request.header.code == QV_COMMAND_REGISTER_SERVICES
+                       ? readRegistration(request.bytes, item.change)
+                       : readWithdrawal(request.bytes, item.change);
+    item.isDecided = item.outcome.code != QV_OK;
+    if (batch.items.empty()) {
+        // Behind earlier changes of the client, the newest snapshot does not tell yet.
+        bool isKnown = item.isDecided;
+        if (!isKnown) {
+            const Recorder::StatePointer state = recorder_.state();
+            isKnown = state->isKept && changesNothing(item.change, *state->snapshot);
+        }
+        if (isKnown) {
+            answers.append(item.outcome.code, item.number, item.outcome.bytes);
+            return;
+        }
+    }
+    batch.items.push_back(std::move(item));
+}
+
+void Commands::submit(std::shared_ptr<ChangeBatch> batch) {
+    recorder_.submit(std::move(batch));
+}
+
+bool Commands::answer(const Frame& request, bool isPrivileged, AnswerQueue& answers,
+                      Follower::Answer later) {
+    const uint32_t number = request.header.number;
+    switch (request.header.code) {
+        case QV_HOST_COMMAND_PING:
+            answers.append(QV_OK, number);
+            return true;
+        case QV_HOST_COMMAND_STATUS:
+            answers.append(QV_OK, number, status_());
+            return true;
+        case QV_COMMAND_GET_SERVICES:
+            answers.append(number, recorder_.state()->snapshot);
+            return true;
+        case QV_HOST_COMMAND_SYNC:
+            follower_.sync(std::move(later));
+            return false;
+        case QV_COMMAND_SET_DEBUG_LEVEL:
+            if (!isPrivileged) {
+                answers.append(QV_HOST_ERROR_PRIVILEGE, number,
+                               "only root and the host's own user may set the debug level");
+                return true;
+            }
+            follower_.setLevel(std::string(request.bytes), std::move(later));
+            return false;
+        default:
+            answers.append(QV_HOST_ERROR_COMMAND, number, "the host has no such command");
+            return true;
+    }
+}
+
+}  // namespace qv::host

@@ -1,0 +1,479 @@
+#include "server/Recorder.h"
+
+#include <QvFrame.h>
+#include <QvPlugin.h>
+#include <QvSystem/ThreadSafety.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <ctime>
+#include <exception>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace qv::host {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kFirstRetry(100);
+constexpr std::chrono::milliseconds kLastRetry(30'000);
+
+// Renames the files of a damaged database, so that somebody can look at them.
+std::string setAside(const std::string& path) {
+    const std::string name = fmt::format("{}.damaged-{}-{}", path, std::time(nullptr), getpid());
+    if (std::rename(path.c_str(), name.c_str()) != 0) {
+        throw RecordError(RecordError::Kind::Failed,
+                          fmt::format("cannot set the damaged record {} aside: {}", path,
+                                      std::generic_category().message(errno)));
+    }
+    // The log belongs to the database. A new database must not find it.
+    static_cast<void>(std::rename((path + "-wal").c_str(), (name + "-wal").c_str()));
+    return name;
+}
+
+// Assigns a text, or one that needs no memory if there is none.
+void assign(std::string& to, const char* text) noexcept {
+    try {
+        to = text;
+    } catch (const std::bad_alloc&) {
+        to = "out of memory";
+    }
+}
+
+// Tells whether there is a record with anything in it.
+bool hasContent(const std::string& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_size != 0);
+}
+
+}  // namespace
+
+class Recorder::Work {
+  public:
+    Work(std::string path, Report report);
+
+    void start() {
+        thread_ = std::thread([this] { run(); });
+    }
+    void stop();
+
+    bool hasRecord() const;
+    StatePointer state() const;
+    void submit(std::shared_ptr<ChangeBatch> batch);
+    StatePointer replace(const std::vector<Service>& services);
+    FileNote fileNote() const;
+    bool note(const FileNote& note);
+    Statistics statistics() const;
+
+    std::function<void()> published;
+
+  private:
+    // What a thread wants that waits for the next commit. The thread owns the object.
+    struct Wish {
+        const Snapshot* replacement = nullptr;  // null if only the note is to be kept
+        bool isDone = false;
+        bool isKept = false;
+        bool isOutOfMemory = false;
+    };
+
+    // What one commit carries out.
+    struct Job {
+        std::vector<std::shared_ptr<ChangeBatch>> batches;
+        std::vector<Wish*> wishes;
+    };
+
+    bool take(Job& job);
+    void run();
+    void carryOut(const Job& job);
+    void count(Clock::duration length, std::size_t changes) QV_REQUIRES(mutex_);
+    bool keep(const Snapshot& snapshot, const Edits& edits, bool hasWish);
+    void keepAll(const Snapshot& snapshot);
+    Record::Contents openRecord();
+    void cannotKeep(const char* reason) noexcept;
+    void tell(const char* what, const std::string& why = "") const noexcept;
+    void fulfil(Wish& wish);
+    void finish(const Job& job, bool isKept, bool isOutOfMemory) noexcept;
+
+    const std::string path_;
+    const Report report_;
+
+    // Only the recorder's thread uses these, and the constructor before there is a thread.
+    std::unique_ptr<Record> record_;
+    bool isKept_ = true;
+    std::string reason_;
+    std::chrono::milliseconds retryDelay_ = kFirstRetry;
+    Clock::time_point retryAt_;
+
+    // Is held for moments only, so that a reader never waits for a commit.
+    mutable system::Mutex mutex_;
+    std::condition_variable_any wake_;  // the recorder's thread
+    std::condition_variable_any done_;  // threads that wait for a wish
+    std::vector<std::shared_ptr<ChangeBatch>> waiting_ QV_GUARDED_BY(mutex_);
+    std::vector<Wish*> wishes_ QV_GUARDED_BY(mutex_);
+    FileNote note_ QV_GUARDED_BY(mutex_);
+    bool isStopping_ QV_GUARDED_BY(mutex_) = false;
+    bool hasRecord_ QV_GUARDED_BY(mutex_) = false;
+    StatePointer state_ QV_GUARDED_BY(mutex_);
+    Statistics statistics_ QV_GUARDED_BY(mutex_);
+
+    std::thread thread_;
+};
+
+Recorder::Work::Work(std::string path, Report report)
+    : path_(std::move(path)), report_(std::move(report)) {
+    const auto state = std::make_shared<State>();
+    try {
+        Record::Contents contents = openRecord();
+        hasRecord_ = contents.revision != 0;
+        note_ = std::move(contents.file);
+        state->snapshot = std::make_shared<const Snapshot>(contents.revision, contents.services);
+    } catch (const RecordError& error) {
+        if (hasContent(path_)) {
+            throw;
+        }
+        cannotKeep(error.what());
+        state->snapshot = std::make_shared<const Snapshot>();
+        state->isKept = false;
+        state->reason = reason_;
+    }
+    state_ = state;
+}
+
+// Opens the record, or a new one if it is damaged, and reads it.
+Record::Contents Recorder::Work::openRecord() {
+    record_.reset();
+    try {
+        record_ = std::make_unique<Record>(path_);
+        return record_->read();
+    } catch (const RecordError& error) {
+        record_.reset();
+        if (error.kind() != RecordError::Kind::Damaged) {
+            throw;
+        }
+        const std::string name = setAside(path_);
+        report_(fmt::format("{}; it is now {}", error.what(), name));
+    }
+    record_ = std::make_unique<Record>(path_);
+    return record_->read();
+}
+
+void Recorder::Work::stop() {
+    if (!thread_.joinable()) {
+        return;
+    }
+    {
+        const system::MutexLock lock(mutex_);
+        isStopping_ = true;
+    }
+    wake_.notify_one();
+    thread_.join();
+}
+
+bool Recorder::Work::hasRecord() const {
+    const system::MutexLock lock(mutex_);
+    return hasRecord_;
+}
+
+Recorder::StatePointer Recorder::Work::state() const {
+    const system::MutexLock lock(mutex_);
+    return state_;
+}
+
+void Recorder::Work::submit(std::shared_ptr<ChangeBatch> batch) {
+    bool isFirst = false;
+    {
+        const system::MutexLock lock(mutex_);
+        isFirst = waiting_.empty();
+        waiting_.push_back(std::move(batch));
+    }
+    // The thread takes everything that waits, so one call wakes it for all.
+    if (isFirst) {
+        wake_.notify_one();
+    }
+}
+
+// Waits until the recorder's thread has carried out the wish.
+void Recorder::Work::fulfil(Wish& wish) {
+    const system::MutexLock lock(mutex_);
+    wishes_.push_back(&wish);
+    wake_.notify_one();
+    while (!wish.isDone) {
+        done_.wait(mutex_);
+    }
+}
+
+Recorder::StatePointer Recorder::Work::replace(const std::vector<Service>& services) {
+    const Snapshot snapshot(0, services);
+    Wish wish;
+    wish.replacement = &snapshot;
+    fulfil(wish);
+    if (wish.isOutOfMemory) {
+        throw std::bad_alloc();
+    }
+    return state();
+}
+
+FileNote Recorder::Work::fileNote() const {
+    const system::MutexLock lock(mutex_);
+    return note_;
+}
+
+bool Recorder::Work::note(const FileNote& note) {
+    {
+        FileNote copy = note;
+        const system::MutexLock lock(mutex_);
+        std::swap(note_, copy);
+    }
+    Wish wish;
+    fulfil(wish);
+    return wish.isKept;
+}
+
+Recorder::Statistics Recorder::Work::statistics() const {
+    const system::MutexLock lock(mutex_);
+    return statistics_;
+}
+
+// Waits for something to do. Returns false if the thread is to end.
+bool Recorder::Work::take(Job& job) {
+    const system::MutexLock lock(mutex_);
+    while (waiting_.empty() && wishes_.empty()) {
+        if (isStopping_) {
+            return false;
+        }
+        if (isKept_) {
+            wake_.wait(mutex_);
+        } else if (wake_.wait_until(mutex_, retryAt_) == std::cv_status::timeout) {
+            break;
+        }
+    }
+    // The vectors change places, so that their memory is used again.
+    waiting_.swap(job.batches);
+    wishes_.swap(job.wishes);
+    return true;
+}
+
+void Recorder::Work::run() {
+    Job job;
+    while (take(job)) {
+        carryOut(job);
+        job.batches.clear();
+        job.wishes.clear();
+    }
+    if (!isKept_) {
+        retryAt_ = Clock::now();
+        static_cast<void>(keep(*state()->snapshot, {}, false));
+    }
+    if (record_ != nullptr) {
+        try {
+            record_->close();
+        } catch (const RecordError& error) {
+            report_(error.what());
+        }
+    }
+}
+
+void Recorder::Work::carryOut(const Job& job) {
+    const Clock::time_point begin = Clock::now();
+    bool isKept = false;
+    std::size_t changes = 0;
+    try {
+        const SnapshotPointer current = state()->snapshot;
+        NextSnapshot next(current);
+        for (const Wish* const wish : job.wishes) {
+            if (wish->replacement != nullptr) {
+                for (const auto& [id, address] : difference(*current, *wish->replacement)) {
+                    static_cast<void>(address ? next.put(id, *address) : next.remove(id));
+                }
+            }
+        }
+        for (const std::shared_ptr<ChangeBatch>& batch : job.batches) {
+            for (ChangeBatch::Item& item : batch->items) {
+                if (!item.isDecided) {
+                    item.outcome = apply(item.change, next);
+                    ++changes;
+                }
+            }
+        }
+        // Everything that needs memory is made before the commit, which nobody can take back.
+        const auto kept = std::make_shared<State>();
+        const auto notKept = std::make_shared<State>();
+        kept->snapshot = next.edits().empty() ? current : next.finish(current->revision() + 1);
+        notKept->snapshot = kept->snapshot;
+        notKept->isKept = false;
+        {
+            const system::MutexLock lock(mutex_);
+            statistics_.since = begin;
+        }
+        isKept = keep(*kept->snapshot, next.edits(), !job.wishes.empty());
+        if (!isKept) {
+            assign(notKept->reason, reason_.c_str());
+        }
+        const system::MutexLock lock(mutex_);
+        state_ = isKept ? kept : notKept;
+        hasRecord_ = hasRecord_ || kept->snapshot != current || !job.wishes.empty();
+        count(Clock::now() - begin, changes);
+    } catch (const std::bad_alloc&) {
+        finish(job, isKept, true);
+        return;
+    }
+    if (published) {
+        published();
+    }
+    finish(job, isKept, false);
+}
+
+void Recorder::Work::count(Clock::duration length, std::size_t changes) {
+    statistics_.since.reset();
+    ++statistics_.commits;
+    statistics_.changes += changes;
+    statistics_.mostChanges = std::max(statistics_.mostChanges, changes);
+    statistics_.longest = std::max(statistics_.longest,
+                                   std::chrono::duration_cast<std::chrono::microseconds>(length));
+}
+
+// Writes the edits that led to the snapshot, and what is known of the plug-in's file. Returns
+// whether the record holds the snapshot afterwards. Tries a record that failed again when it is
+// time.
+bool Recorder::Work::keep(const Snapshot& snapshot, const Edits& edits, bool hasWish) {
+    if (isKept_ && edits.empty() && !hasWish) {
+        return true;
+    }
+    if (!isKept_ && Clock::now() < retryAt_) {
+        return false;
+    }
+    try {
+        if (isKept_) {
+            try {
+                const FileNote note = fileNote();
+                record_->commit(snapshot.revision(), edits, hasWish ? &note : nullptr);
+                return true;
+            } catch (const RecordError&) {
+                // Nobody knows whether the edits are on the disk, so the record is read again.
+            }
+        }
+        keepAll(snapshot);
+        if (!std::exchange(isKept_, true)) {
+            tell("the record can be written again, and holds every change");
+            const system::MutexLock lock(mutex_);
+            statistics_.notKeptSince.reset();
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        cannotKeep("out of memory");
+    } catch (const std::exception& error) {
+        cannotKeep(error.what());
+    }
+    return false;
+}
+
+// Makes the record hold the snapshot, whatever it holds now.
+void Recorder::Work::keepAll(const Snapshot& snapshot) {
+    const Record::Contents contents = openRecord();
+    const FileNote note = fileNote();
+    record_->commit(snapshot.revision(),
+                    difference(Snapshot(contents.revision, contents.services), snapshot), &note);
+}
+
+void Recorder::Work::cannotKeep(const char* reason) noexcept {
+    assign(reason_, reason);
+    if (std::exchange(isKept_, false)) {
+        retryDelay_ = kFirstRetry;
+        tell("changes are not kept: ", reason_);
+        const system::MutexLock lock(mutex_);
+        statistics_.notKeptSince = std::chrono::system_clock::now();
+    } else {
+        retryDelay_ = std::min(2 * retryDelay_, kLastRetry);
+    }
+    retryAt_ = Clock::now() + retryDelay_;
+}
+
+void Recorder::Work::tell(const char* what, const std::string& why) const noexcept {
+    try {
+        report_(what + why);
+    } catch (const std::exception&) {
+        // There is no memory for the line. Nobody relies on it.
+        return;
+    }
+}
+
+// Answers everything that the job carried out.
+void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noexcept {
+    for (const std::shared_ptr<ChangeBatch>& batch : job.batches) {
+        for (ChangeBatch::Item& item : batch->items) {
+            if (isOutOfMemory && !item.isDecided) {
+                item.outcome = {QV_ERROR_NO_MEMORY, {}};
+            } else if (!isKept && item.outcome.code == QV_OK) {
+                item.outcome.code = QV_HOST_ERROR_NOT_KEPT;
+                assign(item.outcome.bytes, reason_.c_str());
+            }
+        }
+        batch->answered();
+    }
+    if (!job.wishes.empty()) {
+        const system::MutexLock lock(mutex_);
+        for (Wish* const wish : job.wishes) {
+            wish->isDone = true;
+            wish->isKept = isKept;
+            wish->isOutOfMemory = isOutOfMemory;
+        }
+        done_.notify_all();
+    }
+}
+
+Recorder::Recorder(std::string path, Report report)
+    : work_(std::make_unique<Work>(std::move(path), std::move(report))) {}
+
+Recorder::~Recorder() {
+    stop();
+}
+
+bool Recorder::hasRecord() const {
+    return work_->hasRecord();
+}
+
+void Recorder::start() {
+    work_->start();
+}
+
+void Recorder::stop() {
+    work_->stop();
+}
+
+Recorder::StatePointer Recorder::state() const {
+    return work_->state();
+}
+
+void Recorder::submit(std::shared_ptr<ChangeBatch> batch) {
+    work_->submit(std::move(batch));
+}
+
+Recorder::StatePointer Recorder::replace(const std::vector<Service>& services) {
+    return work_->replace(services);
+}
+
+FileNote Recorder::fileNote() const {
+    return work_->fileNote();
+}
+
+bool Recorder::note(const FileNote& note) {
+    return work_->note(note);
+}
+
+void Recorder::onPublished(std::function<void()> function) {
+    work_->published = std::move(function);
+}
+
+Recorder::Statistics Recorder::statistics() const {
+    return work_->statistics();
+}
+
+}  // namespace qv::host
