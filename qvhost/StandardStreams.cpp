@@ -2,15 +2,28 @@
 
 #include <QvText.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <exception>
 #include <string>
 #include <system_error>
 
 namespace qv::host {
+
+namespace {
+
+std::string lineOf(std::string_view message) {
+    std::string line = "qvhost: ";
+    text::appendEscaped(line, message);
+    line += '\n';
+    return line;
+}
+
+}  // namespace
 
 void guardStandardStreams() {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
@@ -32,10 +45,20 @@ void writeOutput(std::FILE* out, std::string_view text) {
 
 void reportError(std::string_view message) noexcept {
     try {
-        std::string line = "qvhost: ";
-        text::appendEscaped(line, message);
-        line += '\n';
-        writeOutput(stderr, line);
+        writeOutput(stderr, lineOf(message));
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+void writeJournal(std::string_view message) noexcept {
+    try {
+        const std::string line = lineOf(message);
+        // A pipe that is ready takes PIPE_BUF bytes without waiting.
+        pollfd errors = {STDERR_FILENO, POLLOUT, 0};
+        if (line.size() <= PIPE_BUF && poll(&errors, 1, 0) == 1 && errors.revents == POLLOUT) {
+            static_cast<void>(::write(STDERR_FILENO, line.data(), line.size()));
+        }
     } catch (const std::exception&) {
         return;
     }

@@ -20,6 +20,10 @@ void writeOutput(std::FILE* out, std::string_view text);
 // Ignores a failure, which nobody could be told.
 void reportError(std::string_view message) noexcept;
 
+// Does the same for a process that must go on: drops the line if standard error is a pipe or a
+// socket that nobody reads.
+void writeJournal(std::string_view message) noexcept;
+
 }  // namespace qv::host
 
 #endif  // QVHOST_STANDARD_STREAMS_H

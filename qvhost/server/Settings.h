@@ -12,7 +12,9 @@ namespace qv::host {
 
 struct ServerSettings {
     std::string socket;
-    unsigned threads = 2;  // that read; others help while requests take long
+    std::string configuration;  // the plug-in's file, beside which the record is
+    std::string version;        // for the status
+    unsigned threads = 2;       // that read and answer requests
     ClientLimits limits;
     std::chrono::milliseconds stopTimeout{10'000};  // never 0
     AccessRules access;
