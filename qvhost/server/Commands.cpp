@@ -7,8 +7,9 @@
 
 namespace qv::host {
 
-Commands::Commands(Recorder& recorder, Follower& follower, std::function<std::string()> status)
-    : recorder_(recorder), follower_(follower), status_(std::move(status)) {}
+Commands::Commands(Recorder& recorder, Follower& follower, Counts& counts,
+                   std::function<std::string()> status)
+    : recorder_(recorder), follower_(follower), counts_(counts), status_(std::move(status)) {}
 
 bool Commands::isChange(const Frame& request) {
     return request.header.code == QV_COMMAND_REGISTER_SERVICES ||
@@ -16,12 +17,16 @@ bool Commands::isChange(const Frame& request) {
 }
 
 void Commands::addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& answers) {
+    counts_.request(request.header.code);
     ChangeBatch::Item item;
     item.number = request.header.number;
     item.outcome = request.header.code == QV_COMMAND_REGISTER_SERVICES
                        ? readRegistration(request.bytes, item.change)
                        : readWithdrawal(request.bytes, item.change);
     item.isDecided = item.outcome.code != QV_OK;
+    if (item.isDecided) {
+        counts_.refusal(item.outcome.code);
+    }
     if (batch.items.empty()) {
         // Behind earlier changes of the client, the newest snapshot does not tell yet.
         bool isKnown = item.isDecided;
@@ -44,6 +49,7 @@ void Commands::submit(std::shared_ptr<ChangeBatch> batch) {
 bool Commands::answer(const Frame& request, bool isPrivileged, AnswerQueue& answers,
                       Follower::Answer later) {
     const uint32_t number = request.header.number;
+    counts_.request(request.header.code);
     switch (request.header.code) {
         case QV_HOST_COMMAND_PING:
             answers.append(QV_OK, number);
@@ -59,6 +65,7 @@ bool Commands::answer(const Frame& request, bool isPrivileged, AnswerQueue& answ
             return false;
         case QV_COMMAND_SET_DEBUG_LEVEL:
             if (!isPrivileged) {
+                counts_.refusal(QV_HOST_ERROR_PRIVILEGE);
                 answers.append(QV_HOST_ERROR_PRIVILEGE, number,
                                "only root and the host's own user may set the debug level");
                 return true;
@@ -66,6 +73,7 @@ bool Commands::answer(const Frame& request, bool isPrivileged, AnswerQueue& answ
             follower_.setLevel(std::string(request.bytes), std::move(later));
             return false;
         default:
+            counts_.refusal(QV_HOST_ERROR_COMMAND);
             answers.append(QV_HOST_ERROR_COMMAND, number, "the host has no such command");
             return true;
     }

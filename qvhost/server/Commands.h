@@ -11,6 +11,7 @@
 #include <string>
 
 #include "server/AnswerQueue.h"
+#include "server/Counts.h"
 #include "server/Door.h"
 #include "server/Follower.h"
 #include "server/FrameReader.h"
@@ -20,8 +21,10 @@ namespace qv::host {
 
 class Commands {
   public:
-    // `status` returns the serialised status of the host. Any thread may call it.
-    Commands(Recorder& recorder, Follower& follower, std::function<std::string()> status);
+    // `status` returns the serialised status of the host. Any thread may call it. Counts requests
+    // and refusals in `counts`.
+    Commands(Recorder& recorder, Follower& follower, Counts& counts,
+             std::function<std::string()> status);
 
     static bool isChange(const Frame& request);
 
@@ -42,6 +45,7 @@ class Commands {
   private:
     Recorder& recorder_;
     Follower& follower_;
+    Counts& counts_;
     std::function<std::string()> status_;
 };
 
