@@ -8,7 +8,8 @@
 //
 // A snapshot consists of blocks of up to kServicesOfBlock services, ascending by identifier. The
 // next snapshot shares the blocks that no change touches. So a change costs a block and a list of
-// pointers, however many services there are.
+// pointers, however many services there are. A block that a change makes small is joined with its
+// neighbour, so a directory that shrinks does not keep thousands of small blocks.
 //
 // A block keeps its services in the form in which a listing sends them. So the blocks' bytes, one
 // after the other, are the answer to a listing, and nothing is serialised for it.
@@ -38,11 +39,14 @@ constexpr std::size_t kServicesOfBlock = 128;
 
 class ServiceBlock {
   public:
-    // Takes the services, ascending by identifier, at least one. Throws std::bad_alloc.
-    explicit ServiceBlock(const std::vector<ServiceView>& services);
+    // Copies `count` services, ascending by identifier. Throws std::bad_alloc.
+    ServiceBlock(const ServiceView* services, std::size_t count);
 
     std::size_t size() const { return entries_.size(); }
-    ServiceView operator[](std::size_t index) const;
+    ServiceView operator[](std::size_t index) const {
+        const Entry& entry = entries_[index];
+        return {entry.id, std::string_view(bytes_).substr(entry.offset, entry.length)};
+    }
 
     // Returns the position of the first service whose identifier is not less.
     std::size_t lowerBound(int32_t id) const;
@@ -105,7 +109,7 @@ class Snapshot {
   private:
     friend class NextSnapshot;
 
-    Snapshot(int64_t revision, Blocks blocks);
+    Snapshot(Blocks blocks, int64_t revision);
 
     int64_t revision_ = 0;
     Blocks blocks_;
@@ -125,17 +129,19 @@ class NextSnapshot {
   public:
     explicit NextSnapshot(SnapshotPointer base);
 
-    // Register and withdraw a service. Return false if that changes nothing. Throw std::bad_alloc.
+    // Register and withdraw a service. Return false if that changes nothing. Throw std::bad_alloc,
+    // and change nothing then.
     bool put(int32_t id, std::string_view address);
     bool remove(int32_t id);
 
-    // Returns the address of a service with the edits so far.
+    // Returns the address of a service with the edits so far. The address is valid until the next
+    // edit of the service.
     std::optional<std::string_view> find(int32_t id) const;
 
     std::size_t size() const { return size_; }
     std::size_t addressBytes() const { return addressBytes_; }
 
-    // Returns the difference to the base. An edit that was undone may still be in it.
+    // Returns the difference to the base. An edit that was undone is not in it.
     const Edits& edits() const { return edits_; }
 
     // Returns the base with the edits. Throws std::bad_alloc.
