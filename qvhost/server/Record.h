@@ -5,8 +5,9 @@
 //     Record::Contents contents = record.read();
 //     record.commit(contents.revision + 1, edits, nullptr);
 //
-// The file has the mode 0600. No other process can open the database while this one has it. Only
-// one thread at a time may use a record.
+// The file has the mode 0600. No other process can open the database while this one has it. This
+// process must not open the file by other means meanwhile, because closing it would end SQLite's
+// locks. Only one thread at a time may use a record.
 #ifndef QVHOST_SERVER_RECORD_H
 #define QVHOST_SERVER_RECORD_H
 
@@ -48,13 +49,13 @@ struct FileNote {
 class Record {
   public:
     struct Contents {
-        int64_t revision = 0;           // 0 in a new record
+        int64_t revision = 0;           // 0 if nothing has ever been committed
         std::vector<Service> services;  // ascending by identifier
         FileNote file;
     };
 
-    // Opens the database, or makes an empty one. Throws RecordError. Does not follow a symbolic
-    // link at the path.
+    // Opens the database, or makes an empty one. Throws RecordError and std::bad_alloc. Does not
+    // follow a symbolic link at the path.
     explicit Record(const std::string& path);
 
     // Closes the database, which moves everything into one file. See close().
@@ -67,8 +68,10 @@ class Record {
     Contents read();
 
     // Writes the changes, the revision and, if it is not null, what is known of the file, all or
-    // nothing. Returns when they are on the disk. Throws RecordError. Whether the changes are on
-    // the disk is unknown then; close the record and open another one to find out.
+    // nothing. Returns when they are on the disk. Throws RecordError and std::bad_alloc. Whether
+    // the changes are on the disk is unknown then. Close the record, open another one, and commit
+    // what it lacks, even if it lacks nothing: only a commit that returns has made sure of all
+    // earlier ones.
     void commit(int64_t revision, const Edits& edits, const FileNote* note);
 
     // Moves everything into the database file and removes the log beside it. Throws RecordError if
