@@ -19,6 +19,12 @@ namespace cf {
 
 namespace {
 
+// Returns whether memory ran out. The next reader must not be tried then, since it could read the
+// document as something else.
+bool isOutOfMemory(const Refusal& refusal) {
+    return refusal.reason == kOutOfMemory;
+}
+
 // Collects the kinds of document that were tried, and the reason why each was refused.
 class Refusals {
   public:
@@ -28,12 +34,16 @@ class Refusals {
         }
     }
 
-    // Returns the text of all refusals, or null if memory runs out.
+    // Returns the text of all refusals. Returns null if memory ran out, also if that is the reason
+    // of a refusal. A caller can then tell a shortage from a bad document.
     Ref<String> text() const {
         char text[512] = "";
         std::size_t length = 0;
         for (std::size_t at = 0; at < count_; ++at) {
             const auto& [what, refusal] = entries_[at];
+            if (isOutOfMemory(refusal)) {
+                return {};
+            }
             char line[32] = "";
             if (refusal.line != 0) {
                 std::snprintf(line, sizeof line, " (line %zu)", refusal.line);
@@ -53,12 +63,6 @@ class Refusals {
     Entry entries_[2] = {};
     std::size_t count_ = 0;
 };
-
-// Returns whether memory ran out. The next reader must not be tried then, since it could read the
-// document as something else.
-bool isOutOfMemory(const Refusal& refusal) {
-    return refusal.reason == kOutOfMemory;
-}
 
 const Object* readDocument(std::string_view document, bool containersAreMutable,
                            CFPropertyListFormat& format, Refusals& refusals) {
@@ -101,7 +105,8 @@ const Object* readDocument(std::string_view document, bool containersAreMutable,
     }
     // A text that begins with a tag is meant as XML.
     const std::size_t first = text.utf8.find_first_not_of(" \t\r\n");
-    if (first != std::string_view::npos && text.utf8[first] == '<') {
+    if (first != std::string_view::npos && text.utf8[first] == '<' &&
+        !isOutOfMemory(oldStyleRefusal)) {
         refusals.add("XML property list", refusal);
     } else {
         refusals.add("old-style property list", oldStyleRefusal);

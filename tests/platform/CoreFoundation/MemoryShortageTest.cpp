@@ -450,6 +450,9 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNull) {
         const auto isRight = [&](CFTypeRef object) {
             return document.tree && fuzz::treeOf(object) == tree;
         };
+        // A shortage gives no reason. For the encodings of the C library, the C library does not
+        // say that memory ran out, and the reason is that the encoding is unknown.
+        const bool mayHaveReason = !document.tree || document.name.rfind("enc-", 0) == 0;
         const CFOptionFlags options[] = {kCFPropertyListImmutable,
                                          kCFPropertyListMutableContainers};
         for (const CFOptionFlags option : options) {
@@ -461,7 +464,7 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNull) {
                 CFStringRef given = nullptr;
                 const CFTypeRef object = CFPropertyListCreateFromXMLData(
                     kCFAllocatorDefault, document.data.get(), option, &given);
-                EXPECT_TRUE(object == nullptr || given == nullptr);
+                EXPECT_TRUE(given == nullptr || (object == nullptr && mayHaveReason));
                 own(given);
                 return object;
             };
@@ -469,7 +472,7 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNull) {
                 CFErrorRef given = nullptr;
                 const CFTypeRef object = CFPropertyListCreateWithData(
                     kCFAllocatorDefault, document.data.get(), option, nullptr, &given);
-                EXPECT_TRUE(object == nullptr || given == nullptr);
+                EXPECT_TRUE(given == nullptr || (object == nullptr && mayHaveReason));
                 own(given);
                 return object;
             };
