@@ -11,16 +11,22 @@
 namespace qor::kevra {
 
 // Returns the dictionary that is the root of the document. Returns null if the plug-in would not
-// load the document, or if there is no memory.
-inline CFHolder<CFDictionaryRef> readDictionary(const char* bytes, std::size_t size) noexcept {
+// load the document, or if memory runs out. `memoryRanOut` may be null; otherwise it tells the two
+// apart.
+inline CFHolder<CFDictionaryRef> readDictionary(const char* bytes, std::size_t size,
+                                                bool* memoryRanOut = nullptr) noexcept {
     const CFHolder<CFDataRef> document(
         CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes),
                                     static_cast<CFIndex>(size), kCFAllocatorNull));
-    if (!document) {
-        return {};
+    CFStringRef reason = nullptr;
+    CFHolder<CFPropertyListRef> root(
+        document ? CFPropertyListCreateFromXMLData(kCFAllocatorDefault, document.get(),
+                                                   kCFPropertyListImmutable, &reason)
+                 : nullptr);
+    const CFHolder<CFStringRef> reasonHolder(reason);
+    if (memoryRanOut != nullptr) {
+        *memoryRanOut = !root && reason == nullptr;
     }
-    CFHolder<CFPropertyListRef> root(CFPropertyListCreateFromXMLData(
-        kCFAllocatorDefault, document.get(), kCFPropertyListImmutable, nullptr));
     // What the binary format allows is allowed in a document of any format.
     if (!root || CFGetTypeID(root.get()) != CFDictionaryGetTypeID() ||
         CFPropertyListIsValid(root.get(), kCFPropertyListBinaryFormat_v1_0) == FALSE) {
