@@ -1,13 +1,13 @@
 #include "common/ConfigurationProperties.h"
 
 #include "cli/HostPaths.h"
-#include "cli/StoredServices.h"
 
 #include <stdexcept>
 
 #include "common/StoredDocument.h"
 #include "gen_lite/WireFormat.h"
 #include "namingService/ModelledPlugin.h"
+#include "server/StoredFile.h"
 #include "support/Input.h"
 #include "support/Require.h"
 
@@ -17,9 +17,9 @@ namespace {
 // Checks that an offline listing shows what the plug-in starts with on the same files, or fails if
 // neither file can be loaded, and that it changes neither file.
 void checkOffline(const ModelledFiles& files, bool isLoaded, const tests::Directory& expected) {
-    host::StoredServices::Contents listing;
+    host::StoredFile::Contents listing;
     try {
-        listing = host::StoredServices(host::configurationFile("")).read();
+        listing = host::StoredFile(host::configurationFile("")).read();
         require(isLoaded, "an offline listing reads what the plug-in does not");
     } catch (const std::runtime_error&) {
         require(!isLoaded, "an offline listing does not read what the plug-in does");

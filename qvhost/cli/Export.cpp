@@ -11,9 +11,9 @@
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/Listing.h"
-#include "cli/NewFile.h"
 #include "cli/Subcommands.h"
 #include "cli/TextFormat.h"
+#include "server/NewFile.h"
 
 namespace qv::host {
 

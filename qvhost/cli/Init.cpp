@@ -6,9 +6,9 @@
 #include "cli/ExitStatus.h"
 #include "cli/Output.h"
 #include "cli/PluginUse.h"
-#include "cli/StoredServices.h"
 #include "cli/Subcommands.h"
 #include "server/PluginError.h"
+#include "server/StoredFile.h"
 
 namespace qv::host {
 
@@ -18,8 +18,9 @@ constexpr char kFooter[] =
     "The plug-in keeps the directory in a configuration file, which it never makes itself.\n"
     "Without the file, the services are gone when the host ends. This makes the file in the\n"
     "directory of --config-dir, and the directory if it is missing. The file holds no services.\n"
-    "If something stands in the place of the file or of its backup, qvhost leaves it alone\n"
-    "and fails. It loads the plug-in but does not initialise it. With --json the output is one\n"
+    "If something stands in the place of the file, of its backup or of the host's record,\n"
+    "qvhost leaves it alone and fails. It also makes the directory of the backup. It loads the "
+    "plug-in but does not initialise it. With --json the output is one\n"
     "object on one line:\n"
     "\n"
     "  {\"path\":\"...\"}";
@@ -30,7 +31,7 @@ int init(const CommonOptions& options) {
     if (!path) {
         throw PluginError("the plug-in does not tell where its configuration is");
     }
-    StoredServices(*path).make();
+    StoredFile(*path).make();
     writeOutput(stdout, formatMadeFile(*path, options.json ? Format::Json : Format::Table));
     return kSuccess;
 }

@@ -6,10 +6,10 @@
 #include "cli/HostConnection.h"
 #include "cli/HostPaths.h"
 #include "cli/Listing.h"
-#include "cli/StoredServices.h"
 #include "cli/Subcommands.h"
 #include "cli/UsageError.h"
 #include "cli/Watch.h"
+#include "server/StoredFile.h"
 
 namespace qv::host {
 
@@ -49,8 +49,8 @@ int list(const ListOptions& own, const CommonOptions& common) {
             throw UsageError(
                 "--offline asks no resident host, so --socket and --watch cannot stand with it");
         }
-        const StoredServices::Contents listing =
-            StoredServices(configurationFile(common.configDirectory)).read();
+        const StoredFile::Contents listing =
+            StoredFile(configurationFile(common.configDirectory)).read();
         reportError(listing.source);
         writeListing(listing.services, format);
         return kSuccess;

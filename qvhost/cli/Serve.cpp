@@ -1,27 +1,31 @@
 #include <QvClient.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
 #include "cli/PluginUse.h"
-#include "cli/StoredServices.h"
 #include "cli/Subcommands.h"
 #include "cli/UsageError.h"
 #include "server/Server.h"
+#include "server/StoredFile.h"
 
 namespace qv::host {
 
@@ -111,6 +115,23 @@ ServerSettings settingsOf(const ServeOptions& options, const std::string& socket
     return settings;
 }
 
+// Returns why the plug-in keeps nothing in the file, or nothing if it does. Ask after the plug-in
+// is initialised: its start replaces a damaged file by the backup.
+std::string problemOf(const StoredFile& file) {
+    const FileView view = file.look();
+    if (view.state == FileView::State::Missing && !std::filesystem::is_symlink(file.path())) {
+        return file.problem(view) + " (qvhost init makes it)";
+    }
+    if (view.state != FileView::State::Whole) {
+        return file.problem(view);
+    }
+    if (access(file.path().c_str(), W_OK) != 0) {
+        return fmt::format("{} cannot be written: {}", file.path(),
+                           std::generic_category().message(errno));
+    }
+    return "";
+}
+
 // Initialises the plug-in. Warns on standard error if the plug-in works without a log, or without a
 // file to keep the services in. The plug-in itself tells neither.
 void initializePlugin(Plugin& plugin, const CommonOptions& options) {
@@ -121,7 +142,7 @@ void initializePlugin(Plugin& plugin, const CommonOptions& options) {
             options.logDirectory));
     }
     const std::optional<std::string> path = plugin.configurationPath();
-    const std::string problem = path ? StoredServices(*path).problem() : "";
+    const std::string problem = path ? problemOf(StoredFile(*path)) : "";
     if (!problem.empty()) {
         reportError("warning: services are not kept: " + problem);
     }

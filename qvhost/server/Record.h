@@ -1,7 +1,7 @@
 // Keeps the directory on the disk: a SQLite database beside the plug-in's configuration file. What
 // a commit has written outlives a killed process and a power failure.
 //
-//     Record record("/var/lib/Vornak/LorxCore/namingService.record");
+//     Record record(recordPathOf("/var/lib/Vornak/LorxCore/namingService.conf.plist"));
 //     Record::Contents contents = record.read();
 //     record.commit(contents.revision + 1, edits, nullptr);
 //
@@ -21,6 +21,11 @@
 #include "server/Snapshot.h"
 
 namespace qv::host {
+
+// Returns the path of the record beside the plug-in's configuration file.
+inline std::string recordPathOf(const std::string& configurationFile) {
+    return configurationFile + ".record";
+}
 
 // Tells a person in one line why the record cannot be read or written.
 class RecordError : public std::runtime_error {

@@ -33,7 +33,7 @@ struct FileView {
     std::string problem;       // completes "FILE ..."; empty if the file is whole
     uint64_t fingerprint = 0;  // 0 if there is none
     // The following are empty unless the file is whole.
-    bool isDirectory = false;       // has an "Address" dictionary whose every element converts
+    bool isDirectory = false;       // lists services, each with an identifier and an address
     std::vector<Service> services;  // as the plug-in reads them, ascending by identifier
     std::string otherKeys;          // the file without "Address", as a property list
 };
@@ -55,6 +55,8 @@ class StoredFile {
         std::string source;
     };
 
+    // An empty path stands for one that is too long for the plug-in. Nothing can be read or written
+    // then.
     explicit StoredFile(std::string path) : path_(std::move(path)) {}
 
     const std::string& path() const { return path_; }
@@ -63,7 +65,8 @@ class StoredFile {
     // std::bad_alloc.
     FileView look() const;
 
-    // Returns the fingerprint of the file's bytes, or 0 if it cannot be read.
+    // Returns the fingerprint of the file's bytes, or 0 if it cannot be read. Throws
+    // std::bad_alloc.
     uint64_t fingerprint() const;
 
     // Writes the services and the other keys to a new file, flushes it and puts it in the place of
@@ -72,13 +75,17 @@ class StoredFile {
     // it only while the plug-in is not initialised.
     void write(const Snapshot& services, const std::string& otherKeys) const;
 
-    // Copies the file to a name of its own beside it and returns that name. Keeps the newest five
-    // such copies. Throws std::system_error.
+    // Copies the file to FILE.aside-N and returns this path. N counts from 1, and the five highest
+    // numbers are kept. Throws std::system_error and std::bad_alloc.
     std::string copyAside() const;
 
+    // Does the same with a list that no file holds.
+    std::string putAside(const Snapshot& services, const std::string& otherKeys) const;
+
     // Makes the file, which holds no services, the directories it lacks, and the directory of the
-    // backup. Throws std::runtime_error and makes nothing if anything stands in the place of the
-    // file, if there is a backup or a record, and if the file cannot be made.
+    // backup with the mode 0700. The plug-in would make that one with 0600, which only root can
+    // use. Throws std::runtime_error and makes nothing if anything stands in the place of the file,
+    // if there is a backup or a record, and if the file cannot be made.
     void make() const;
 
     // Returns the services that a host without a record would start with: those of the file, or of
@@ -86,7 +93,13 @@ class StoredFile {
     // std::runtime_error, with a line for a person, if neither can be read.
     Contents read() const;
 
+    // Returns a text for people that says why the view is not whole.
+    std::string problem(const FileView& view) const;
+
   private:
+    std::string backup() const;
+    std::string putAside(std::string_view content) const;
+
     std::string path_;
 };
 

@@ -125,7 +125,8 @@ TEST(QvhostInit, InterruptionLeavesAWholeFileOrNothing) {
         program.finish();
         if (fs::exists(directory)) {
             EXPECT_EQ(readFile(directory + kName), readFile(whole.configuration()));
-            EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
+            EXPECT_TRUE(fs::is_directory(directory + "/backup"));
+            EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 2);
         }
     }
 }

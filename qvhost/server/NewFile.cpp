@@ -1,4 +1,4 @@
-#include "cli/NewFile.h"
+#include "server/NewFile.h"
 
 #include <QvSystem/Descriptor.h>
 #include <QvSystem/Directories.h>
@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace qv::host {
@@ -22,6 +23,9 @@ namespace fs = std::filesystem;
 
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kDirectoryMode = 0750;
+constexpr mode_t kPrivateMode = 0700;
+constexpr mode_t kAllModes = 07777;
+constexpr int kMostLinks = 40;  // that the system follows, too
 
 void check(bool succeeded, const std::string& attempt) {
     if (!succeeded) {
@@ -87,6 +91,16 @@ class NewDirectories {
     NewDirectories(const NewDirectories&) = delete;
     NewDirectories& operator=(const NewDirectories&) = delete;
 
+    // Makes one further directory, unless something stands there.
+    void add(std::string directory, mode_t mode) {
+        made_.reserve(made_.size() + 1);
+        if (mkdir(directory.c_str(), mode) == 0) {
+            made_.push_back(std::move(directory));
+        } else {
+            check(errno == EEXIST, "make the directory " + directory);
+        }
+    }
+
     void sync() const {
         for (const std::string& directory : made_) {
             syncDirectory(system::directoryOf(directory));
@@ -99,15 +113,27 @@ class NewDirectories {
     std::vector<std::string> made_;
 };
 
-// Writes the content to a file with a name of its own. The destructor removes that name.
+// Writes the content to a file beside its later place. The destructor removes the file, unless it
+// is put in place.
 class TemporaryFile {
   public:
+    // Gives the file a name of its own.
     explicit TemporaryFile(const std::string& path)
         : path_(path),
-          name_(system::directoryOf(path) + "/." + fs::path(path).filename().string() + ".XXXXXX"),
+          name_(nameFor(path, ".XXXXXX")),
           descriptor_(mkostemp(name_.data(), O_CLOEXEC)) {
         check(static_cast<bool>(descriptor_), attempt());
     }
+
+    // Gives the file a name that only depends on the path. Removes what has this name.
+    static TemporaryFile replacing(const std::string& path) {
+        std::string name = nameFor(path, ".new");
+        unlink(name.c_str());
+        system::Descriptor descriptor(
+            open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
+        return {path, std::move(name), std::move(descriptor)};
+    }
+
     ~TemporaryFile() {
         if (!name_.empty()) {
             unlink(name_.c_str());
@@ -116,14 +142,21 @@ class TemporaryFile {
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    void write(std::string_view content) const {
+    // `owner` is the file whose mode and owner the new file gets, or null.
+    void write(std::string_view content, const struct stat* owner = nullptr) const {
         while (!content.empty()) {
             const ssize_t written = ::write(descriptor_.get(), content.data(), content.size());
             check(written >= 0 || errno == EINTR, attempt());
             content.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
         }
+        struct stat own = {};
+        check(fstat(descriptor_.get(), &own) == 0, attempt());
+        if (owner != nullptr && (own.st_uid != owner->st_uid || own.st_gid != owner->st_gid)) {
+            check(fchown(descriptor_.get(), owner->st_uid, owner->st_gid) == 0, attempt());
+        }
         // The umask must not count.
-        check(fchmod(descriptor_.get(), kFileMode) == 0, attempt());
+        const mode_t mode = owner == nullptr ? kFileMode : owner->st_mode & kAllModes;
+        check(fchmod(descriptor_.get(), mode) == 0, attempt());
         check(fsync(descriptor_.get()) == 0, attempt());
     }
 
@@ -144,7 +177,21 @@ class TemporaryFile {
         name_.clear();
     }
 
+    void replace() {
+        check(rename(name_.c_str(), path_.c_str()) == 0, attempt());
+        name_.clear();
+    }
+
   private:
+    TemporaryFile(std::string path, std::string name, system::Descriptor descriptor)
+        : path_(std::move(path)), name_(std::move(name)), descriptor_(std::move(descriptor)) {
+        check(static_cast<bool>(descriptor_), attempt());
+    }
+
+    static std::string nameFor(const std::string& path, const char* ending) {
+        return system::directoryOf(path) + "/." + fs::path(path).filename().string() + ending;
+    }
+
     std::string attempt() const {
         return "make " + path_;
     }
@@ -154,11 +201,31 @@ class TemporaryFile {
     system::Descriptor descriptor_;
 };
 
+// Returns the path behind the symbolic links at the end of a path, whether or not a file is there.
+std::string behindLinks(std::string path) {
+    for (int links = 0; links < kMostLinks; ++links) {
+        std::error_code error;
+        const fs::path target = fs::read_symlink(path, error);
+        if (error) {
+            // What is no link is reported when it is used.
+            return path;
+        }
+        path = fs::path(system::directoryOf(path)) / target;
+    }
+    errno = ELOOP;
+    check(false, "make " + path);
+    return path;
+}
+
 }  // namespace
 
-void makeNewFile(const std::string& path, std::string_view content) {
+void makeNewFile(const std::string& path, std::string_view content,
+                 const std::string& privateDirectory) {
     const HeldBackSignals signals;
     NewDirectories directories(system::directoryOf(path));
+    if (!privateDirectory.empty()) {
+        directories.add(privateDirectory, kPrivateMode);
+    }
     directories.sync();
     TemporaryFile file(path);
     file.write(content);
@@ -172,6 +239,20 @@ void makeNewFile(const std::string& path, std::string_view content) {
         throw;
     }
     directories.keep();
+}
+
+void replaceFile(const std::string& path, std::string_view content) {
+    const std::string target = behindLinks(path);
+    const std::string attempt = "make " + target;
+    struct stat old = {};
+    const bool isNew = lstat(target.c_str(), &old) != 0;
+    check(!isNew || errno == ENOENT, attempt);
+    errno = S_ISDIR(old.st_mode) ? EISDIR : EINVAL;
+    check(isNew || S_ISREG(old.st_mode), attempt);
+    TemporaryFile file = TemporaryFile::replacing(target);
+    file.write(content, isNew ? nullptr : &old);
+    file.replace();
+    syncDirectory(system::directoryOf(target));
 }
 
 }  // namespace qv::host

@@ -1,4 +1,4 @@
-#include "cli/NewFile.h"
+#include "server/NewFile.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -96,6 +96,23 @@ TEST(NewFile, ReplacesNothing) {
     EXPECT_EQ(fs::read_symlink(files.path("link")), files.path("nowhere"));
     EXPECT_FALSE(fs::exists(files.path("nowhere")));
     EXPECT_EQ(std::distance(fs::directory_iterator(files.path("")), {}), 3);
+}
+
+TEST(NewFile, PrivateDirectoryIsMadeBesideIt) {
+    const TestFiles files;
+    const tests::UmaskGuard umask(0);
+    makeNewFile(files.path("a/file"), "content", files.path("a/private"));
+    EXPECT_EQ(tests::modeOf(files.path("a/private")), 0700U);
+    EXPECT_EQ(tests::modeOf(files.path("a")), 0750U);
+    fs::permissions(files.path("a/private"), fs::perms(0755));
+    makeNewFile(files.path("a/other"), "content", files.path("a/private"));
+    EXPECT_EQ(tests::modeOf(files.path("a/private")), 0755U);
+    EXPECT_THROW(makeNewFile(files.path("a/file"), "content", files.path("a/second")),
+                 std::system_error);
+    EXPECT_FALSE(fs::exists(files.path("a/second")));
+    EXPECT_THROW(makeNewFile(files.path("b/file"), "content", files.path("nowhere/private")),
+                 std::system_error);
+    EXPECT_FALSE(fs::exists(files.path("b")));
 }
 
 TEST(NewFile, FailsBelowAFile) {

@@ -1,12 +1,12 @@
-#include "cli/PropertyListFile.h"
+#include "server/PropertyListFile.h"
 
 #include <QvCFDictionary.h>
 #include <QvSystem/Files.h>
 #include <fmt/format.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <limits>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -14,13 +14,13 @@ namespace qv::host {
 
 namespace {
 
-using State = PropertyListFile::State;
+using State = FileView::State;
 
 // The plug-in takes a larger file for a damaged one.
 constexpr std::size_t kLongestFile = std::numeric_limits<std::int32_t>::max();
 
-PropertyListFile failure(State state, std::string problem) {
-    return {state, {}, std::move(problem)};
+PropertyListFile failure(State state, std::string problem, uint64_t fingerprint = 0) {
+    return {state, {}, std::move(problem), fingerprint};
 }
 
 }  // namespace
@@ -38,13 +38,21 @@ PropertyListFile loadPropertyList(const std::string& path) {
     if (error && error != std::errc::file_too_large) {
         return failure(State::Unusable, fmt::format("cannot be read: {}", error.message()));
     }
-    if (error || document.empty()) {
+    if (error) {
         return failure(State::Damaged, kNoDictionary);
     }
+    const uint64_t fingerprint = fingerprintOf(document);
+    if (document.empty()) {
+        return failure(State::Damaged, kNoDictionary, fingerprint);
+    }
+    bool memoryRanOut = false;
     qor::kevra::CFHolder<CFDictionaryRef> root =
-        qor::kevra::readDictionary(document.data(), document.size());
-    return root ? PropertyListFile{State::Good, std::move(root), ""}
-                : failure(State::Damaged, kNoDictionary);
+        qor::kevra::readDictionary(document.data(), document.size(), &memoryRanOut);
+    if (memoryRanOut) {
+        throw std::bad_alloc();
+    }
+    return root ? PropertyListFile{State::Whole, std::move(root), "", fingerprint}
+                : failure(State::Damaged, kNoDictionary, fingerprint);
 }
 
 }  // namespace qv::host
