@@ -10,6 +10,15 @@
 // A client has one connection to the host's socket. Every function sends one request and returns
 // when the host has carried out the request. It throws Error if that fails.
 //
+// Kept changes: a registration or a removal that is kept is on the host's disk. It outlives a
+// killed host and a power failure. If the host cannot write to its disk, it makes the change
+// nevertheless, and the function returns why the change is not kept:
+//
+//     const qv::client::ChangeResult result = client.registerServices({{1, "/run/a.sock"}});
+//     if (!result.isKept) {
+//         std::cerr << "a restart of the host may lose service 1: " << result.reason << '\n';
+//     }
+//
 // Time: connecting may take as long as the client's time-out, which is 30 seconds by default. The
 // same holds for each request up to the end of its answer.
 //
@@ -29,7 +38,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -44,9 +55,66 @@ namespace qv::client {
 
 struct Service {
     int32_t id = 0;
-    // Any bytes. The host cannot save the directory while an address in it is not UTF-8. It saves
-    // an address only up to its first zero byte.
+    // UTF-8 of 1 to 4096 bytes without a zero byte, and without U+FEFF at the beginning. A listing
+    // may hold other addresses, which older hosts took.
     std::string address;
+};
+
+// Tells whether a change outlives the host that made it.
+struct ChangeResult {
+    bool isKept = true;
+    std::string reason;  // why not, for people
+};
+
+// What the host tells about itself. Its texts are for people and may hold any bytes. 0 and empty
+// texts stand for what does not apply or what the host does not tell.
+struct HostStatus {
+    using Time = std::chrono::time_point<std::chrono::system_clock, std::chrono::seconds>;
+
+    // The plug-in's file, which follows the directory.
+    struct File {
+        std::string path;
+        int64_t revision = 0;  // of the directory that the file holds
+        uint64_t behind = 0;   // how many changes the file lacks
+        Time behindSince;
+        std::string problem;  // why the last attempt to bring the file up failed
+    };
+
+    // The transactions in which the host writes changes to its disk.
+    struct Commits {
+        uint64_t count = 0;
+        uint64_t changes = 0;      // in all transactions
+        uint64_t mostChanges = 0;  // in one transaction
+        std::chrono::microseconds longest{0};
+        std::optional<std::chrono::microseconds> underWay;  // how long one takes already
+    };
+
+    // The saves that brought the plug-in's file up.
+    struct Saves {
+        uint64_t count = 0;
+        std::chrono::microseconds longest{0};
+        std::optional<std::chrono::microseconds> underWay;
+    };
+
+    std::string version;
+    Time startTime;
+    std::string start;  // what the last start or reload did
+    uint64_t services = 0;
+    uint64_t addressBytes = 0;  // of all services
+    int64_t revision = 0;       // of the directory; counts its changes
+    bool isKept = false;        // a restart finds the directory of now
+    Time notKeptSince;
+    std::string notKeptReason;
+    File file;
+    Commits commits;
+    Saves saves;
+    uint64_t clients = 0;  // that are connected
+    uint64_t clientLimit = 0;
+    uint64_t memory = 0;  // bytes of all requests and answers
+    uint64_t memoryLimit = 0;
+    std::optional<int32_t> level;           // of the plug-in's diagnostic log
+    std::map<uint32_t, uint64_t> requests;  // how many there were, by command code
+    std::map<uint32_t, uint64_t> refusals;  // how many there were, by result code
 };
 
 // Tells a person in one line what was tried and why it failed.
@@ -60,6 +128,7 @@ class QV_CLIENT_EXPORT Error : public std::runtime_error {
         TimedOut,
         BrokenAnswer,  // the bytes that arrived are no answer to the request
         TooLong,       // the request has more bytes than the plug-in reads; nothing was sent
+        Argument,      // the directory cannot hold an address; nothing was sent
     };
 
     Error(Kind kind, int32_t code, const std::string& text);
@@ -102,19 +171,26 @@ class QV_CLIENT_EXPORT Client {
     Client(Client&&) = delete;
     Client& operator=(Client&&) = delete;
 
-    // Registers the services in this order. If an identifier has an address already, the new
-    // address replaces it. All services go out in one request, which costs the host one save. The
-    // host refuses a request that is longer than its bound. Sends nothing if there are no services.
-    void registerServices(const std::vector<Service>& services);
+    // Registers the services in this order, all or none. If an identifier has an address already,
+    // the new address replaces it. All services go out in one request, and the host refuses a
+    // request that is longer than its bound. Sends nothing if there are no services.
+    ChangeResult registerServices(const std::vector<Service>& services);
 
     // Removes the services. Ignores identifiers that are not registered.
-    void unregisterServices(const std::vector<int32_t>& ids);
+    ChangeResult unregisterServices(const std::vector<int32_t>& ids);
 
     // Returns all services, ascending by identifier.
     std::vector<Service> services();
 
+    // Returns when the plug-in's file holds the directory as it is now. The file follows within
+    // about a second by itself. Throws Error of kind Refused if the file does not follow.
+    void sync();
+
+    // Returns what the host tells about itself.
+    HostStatus status();
+
     // Sets the level of the plug-in's diagnostic log, 0 (least) to 7 (most). It holds until the
-    // host reloads its configuration or ends.
+    // host reloads its configuration or ends. Only root and the host's own user may set it.
     void setDebugLevel(int32_t level);
 
     // Returns when the host has answered.

@@ -1,6 +1,7 @@
 #include <QvFrame.h>
 #include <QvPlugin.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <utility>
@@ -8,6 +9,7 @@
 #include "Connection.h"
 #include "Messages.h"
 #include "QvClient.h"
+#include "ServiceAddress.h"
 
 namespace qv::client {
 
@@ -29,6 +31,24 @@ std::string counted(const char* verb, std::size_t count, int32_t first) {
                        : ' ' + std::to_string(count) + " services");
 }
 
+void checkAddress(const Service& service) {
+    const char* const problem = host::problemOfAddress(service.address);
+    if (problem != nullptr) {
+        throw Error(Error::Kind::Argument, 0,
+                    "the address of " + std::to_string(service.id) + ' ' + problem);
+    }
+}
+
+// Reads the answer to a change of the directory.
+ChangeResult changeResultOf(Answer answer) {
+    if (answer.result == QV_HOST_ERROR_NOT_KEPT) {
+        return {false,
+                answer.bytes.empty() ? "the host does not say why" : std::move(answer.bytes)};
+    }
+    bytesOf(std::move(answer));
+    return {};
+}
+
 }  // namespace
 
 Client::Client(const std::string& socketPath, std::chrono::milliseconds timeout)
@@ -36,27 +56,31 @@ Client::Client(const std::string& socketPath, std::chrono::milliseconds timeout)
 
 Client::~Client() = default;
 
-void Client::registerServices(const std::vector<Service>& services) {
+ChangeResult Client::registerServices(const std::vector<Service>& services) {
     if (services.empty()) {
-        return;
+        return {};
     }
-    attempt(counted("register", services.size(), services.front().id), [&] {
-        connection_->request(QV_COMMAND_REGISTER_SERVICES, messageOfServices(services));
+    return attempt(counted("register", services.size(), services.front().id), [&] {
+        std::for_each(services.begin(), services.end(), checkAddress);
+        return changeResultOf(
+            connection_->request(QV_COMMAND_REGISTER_SERVICES, messageOfServices(services)));
     });
 }
 
-void Client::unregisterServices(const std::vector<int32_t>& ids) {
+ChangeResult Client::unregisterServices(const std::vector<int32_t>& ids) {
     if (ids.empty()) {
-        return;
+        return {};
     }
-    attempt(counted("unregister", ids.size(), ids.front()),
-            [&] { connection_->request(QV_COMMAND_UNREGISTER_SERVICES, messageOfIds(ids)); });
+    return attempt(counted("unregister", ids.size(), ids.front()), [&] {
+        return changeResultOf(
+            connection_->request(QV_COMMAND_UNREGISTER_SERVICES, messageOfIds(ids)));
+    });
 }
 
 std::vector<Service> Client::services() {
     return attempt("cannot list the services", [&] {
         std::optional<std::vector<Service>> services =
-            servicesOf(connection_->request(QV_COMMAND_GET_SERVICES, ""));
+            servicesOf(bytesOf(connection_->request(QV_COMMAND_GET_SERVICES, "")));
         if (!services) {
             throw Error(Error::Kind::BrokenAnswer, 0,
                         "the host's answer is broken: it is no list of services");
@@ -65,10 +89,27 @@ std::vector<Service> Client::services() {
     });
 }
 
+void Client::sync() {
+    attempt("cannot bring the plug-in's file up to the directory",
+            [&] { bytesOf(connection_->request(QV_HOST_COMMAND_SYNC, "")); });
+}
+
+HostStatus Client::status() {
+    return attempt("cannot ask for the host's status", [&] {
+        std::optional<HostStatus> status =
+            statusOf(bytesOf(connection_->request(QV_HOST_COMMAND_STATUS, "")));
+        if (!status) {
+            throw Error(Error::Kind::BrokenAnswer, 0,
+                        "the host's answer is broken: it is no status");
+        }
+        return std::move(*status);
+    });
+}
+
 void Client::setDebugLevel(int32_t level) {
     const std::string what = "cannot set the debug level to " + std::to_string(level);
     try {
-        connection_->request(QV_COMMAND_SET_DEBUG_LEVEL, messageOfLevel(level));
+        bytesOf(connection_->request(QV_COMMAND_SET_DEBUG_LEVEL, messageOfLevel(level)));
     } catch (const Error& error) {
         const bool isRefusedLevel =
             error.kind() == Error::Kind::Result && error.code() == QV_ERROR_ARGUMENT;
@@ -82,7 +123,7 @@ void Client::setDebugLevel(int32_t level) {
 
 void Client::ping() {
     attempt("cannot ping the host",
-            [&] { connection_->request(QV_HOST_COMMAND_PING, std::string()); });
+            [&] { bytesOf(connection_->request(QV_HOST_COMMAND_PING, "")); });
 }
 
 }  // namespace qv::client

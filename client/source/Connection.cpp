@@ -21,22 +21,17 @@ bool isHostResult(uint32_t result) {
     return result >= 21000 && result < 22000;
 }
 
+// Tells whether the host may answer like this before it has the whole request.
+bool isRefusal(uint32_t result) {
+    return isHostResult(result) && result != QV_HOST_ERROR_NOT_KEPT;
+}
+
 bool endsTheConnection(uint32_t result) {
     return result >= QV_HOST_ERROR_FORBIDDEN && result <= QV_HOST_ERROR_STOPPING;
 }
 
 Error broken(const std::string& reason) {
     return {Error::Kind::BrokenAnswer, 0, "the host's answer is broken: " + reason};
-}
-
-Error resultError(uint32_t result, const std::string& text) {
-    const auto code = static_cast<int32_t>(result);
-    if (isHostResult(result)) {
-        return {Error::Kind::Refused, code,
-                "the host refused: " + (text.empty() ? "result " + std::to_string(code) : text)};
-    }
-    return {Error::Kind::Result, code,
-            "the plug-in answered " + std::to_string(result) + " (" + resultMeaning(code) + ")"};
 }
 
 std::string frame(const QvFrameHeader& header, const std::string& input) {
@@ -68,7 +63,7 @@ Connection::Connection(std::string path, std::chrono::milliseconds timeout)
     socket_.emplace(path_, Deadline(timeout_));
 }
 
-std::string Connection::request(uint32_t command, const std::string& input) {
+Answer Connection::request(uint32_t command, const std::string& input) {
     if (input.size() > std::numeric_limits<uint32_t>::max()) {
         throw Error(Error::Kind::TooLong, 0, "the request is too long to be sent");
     }
@@ -82,22 +77,14 @@ std::string Connection::request(uint32_t command, const std::string& input) {
     }
     try {
         return exchange(command, input, deadline);
-    } catch (const Error& error) {
-        // A late or broken answer would be taken for the answer to the next request.
-        const bool isAnswered =
-            error.kind() == Error::Kind::Result || error.kind() == Error::Kind::Refused;
-        if (!isAnswered || endsTheConnection(static_cast<uint32_t>(error.code()))) {
-            socket_.reset();
-        }
-        throw;
     } catch (...) {
+        // A late or broken answer would be taken for the answer to the next request.
         socket_.reset();
         throw;
     }
 }
 
-std::string Connection::exchange(uint32_t command, const std::string& input,
-                                 const Deadline& deadline) {
+Answer Connection::exchange(uint32_t command, const std::string& input, const Deadline& deadline) {
     // 0 marks an answer that belongs to no request.
     number_ = std::max<uint32_t>(number_ + 1, 1);
     QvFrameHeader header = {};
@@ -107,10 +94,15 @@ std::string Connection::exchange(uint32_t command, const std::string& input,
     const std::string request = frame(header, input);
     // The host may stop reading and tell why.
     const bool isWhollySent = socket_->send(request, deadline) == request.size();
-    return receiveAnswer(isWhollySent, deadline);
+    Answer answer = receiveAnswer(isWhollySent, deadline);
+    // The host would take the next request for the rest of this one.
+    if (!isWhollySent || endsTheConnection(answer.result)) {
+        socket_.reset();
+    }
+    return answer;
 }
 
-std::string Connection::receiveAnswer(bool isWhollySent, const Deadline& deadline) {
+Answer Connection::receiveAnswer(bool isWhollySent, const Deadline& deadline) {
     unsigned char bytes[QV_FRAME_HEADER_SIZE];
     socket_->receive(reinterpret_cast<char*>(bytes), sizeof bytes, deadline);
     const QvFrameHeader header = QvFrameGetHeader(bytes);
@@ -119,17 +111,28 @@ std::string Connection::receiveAnswer(bool isWhollySent, const Deadline& deadlin
         throw broken("it is to request " + std::to_string(header.number) + ", not " +
                      std::to_string(number_));
     }
-    if (!isWhollySent && !isHostResult(header.code)) {
+    if (!isWhollySent && !isRefusal(header.code)) {
         throw broken("it came before the request was sent");
     }
     if (header.length > kLongestAnswer) {
         throw broken("it claims to have " + std::to_string(header.length) + " bytes");
     }
-    std::string text = receiveText(*socket_, header.length, deadline);
-    if (header.code != QV_OK) {
-        throw resultError(header.code, text);
+    return {header.code, receiveText(*socket_, header.length, deadline)};
+}
+
+std::string bytesOf(Answer answer) {
+    const auto code = static_cast<int32_t>(answer.result);
+    if (isHostResult(answer.result)) {
+        throw Error(Error::Kind::Refused, code,
+                    "the host refused: " +
+                        (answer.bytes.empty() ? "result " + std::to_string(code) : answer.bytes));
     }
-    return text;
+    if (answer.result != QV_OK) {
+        throw Error(Error::Kind::Result, code,
+                    "the plug-in answered " + std::to_string(answer.result) + " (" +
+                        resultMeaning(code) + ")");
+    }
+    return std::move(answer.bytes);
 }
 
 }  // namespace qv::client

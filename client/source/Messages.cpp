@@ -3,10 +3,13 @@
 #include <QvPlugin.h>
 #include <google/protobuf/io/coded_stream.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 
 #include "KevraCommonMsg.pb.h"
+#include "QvHost.pb.h"
 #include "namingService.pb.h"
 
 namespace qv::client {
@@ -19,6 +22,66 @@ std::string serialised(const google::protobuf::MessageLite& message) {
         throw Error(Error::Kind::TooLong, 0, "the request is too long for a message");
     }
     return message.SerializeAsString();
+}
+
+// Parses the bytes, which may be more than a parse reads by default.
+template <typename Message>
+bool parse(Message& message, const std::string& bytes) {
+    const int size = static_cast<int>(bytes.size());
+    google::protobuf::io::CodedInputStream input(
+        reinterpret_cast<const std::uint8_t*>(bytes.data()), size);
+    input.SetTotalBytesLimit(size);
+    return message.ParseFromCodedStream(&input) && input.ConsumedEntireMessage();
+}
+
+HostStatus::Time timeOf(int64_t seconds) {
+    return HostStatus::Time(std::chrono::seconds(seconds));
+}
+
+std::map<uint32_t, uint64_t> countsOf(
+    const google::protobuf::RepeatedPtrField<host::wire::HostCount>& messages) {
+    std::map<uint32_t, uint64_t> counts;
+    for (const host::wire::HostCount& message : messages) {
+        counts[message.code()] = message.count();
+    }
+    return counts;
+}
+
+// Returns the age of the commit or save under way.
+template <typename Message>
+std::optional<std::chrono::microseconds> underWay(const Message& message) {
+    if (!message.has_under_way_microseconds()) {
+        return std::nullopt;
+    }
+    return std::chrono::microseconds(message.under_way_microseconds());
+}
+
+HostStatus::File fileOf(const host::wire::HostFile& message) {
+    HostStatus::File file;
+    file.path = message.path();
+    file.revision = message.revision();
+    file.behind = message.behind();
+    file.behindSince = timeOf(message.behind_since());
+    file.problem = message.problem();
+    return file;
+}
+
+HostStatus::Commits commitsOf(const host::wire::HostCommits& message) {
+    HostStatus::Commits commits;
+    commits.count = message.count();
+    commits.changes = message.changes();
+    commits.mostChanges = message.most_changes();
+    commits.longest = std::chrono::microseconds(message.longest_microseconds());
+    commits.underWay = underWay(message);
+    return commits;
+}
+
+HostStatus::Saves savesOf(const host::wire::HostSaves& message) {
+    HostStatus::Saves saves;
+    saves.count = message.count();
+    saves.longest = std::chrono::microseconds(message.longest_microseconds());
+    saves.underWay = underWay(message);
+    return saves;
 }
 
 }  // namespace
@@ -50,12 +113,7 @@ std::string messageOfLevel(int32_t level) {
 
 std::optional<std::vector<Service>> servicesOf(const std::string& message) {
     qor::kevra::ServiceInfoArray array;
-    const int size = static_cast<int>(message.size());
-    google::protobuf::io::CodedInputStream input(
-        reinterpret_cast<const std::uint8_t*>(message.data()), size);
-    // A listing may be longer than what a parse reads by default.
-    input.SetTotalBytesLimit(size);
-    if (!array.ParseFromCodedStream(&input) || !input.ConsumedEntireMessage()) {
+    if (!parse(array, message)) {
         return std::nullopt;
     }
     std::vector<Service> services;
@@ -64,6 +122,36 @@ std::optional<std::vector<Service>> servicesOf(const std::string& message) {
         services.push_back({array.services(i).id(), array.services(i).address()});
     }
     return services;
+}
+
+std::optional<HostStatus> statusOf(const std::string& message) {
+    host::wire::HostStatus parsed;
+    if (!parse(parsed, message) || !parsed.has_kept()) {
+        return std::nullopt;
+    }
+    HostStatus status;
+    status.version = parsed.version();
+    status.startTime = timeOf(parsed.start_time());
+    status.start = parsed.start();
+    status.services = parsed.services();
+    status.addressBytes = parsed.address_bytes();
+    status.revision = parsed.revision();
+    status.isKept = parsed.kept();
+    status.notKeptSince = timeOf(parsed.not_kept_since());
+    status.notKeptReason = parsed.not_kept_reason();
+    status.file = fileOf(parsed.file());
+    status.commits = commitsOf(parsed.commits());
+    status.saves = savesOf(parsed.saves());
+    status.clients = parsed.clients();
+    status.clientLimit = parsed.client_limit();
+    status.memory = parsed.memory();
+    status.memoryLimit = parsed.memory_limit();
+    if (parsed.has_level()) {
+        status.level = parsed.level();
+    }
+    status.requests = countsOf(parsed.requests());
+    status.refusals = countsOf(parsed.refusals());
+    return status;
 }
 
 }  // namespace qv::client

@@ -19,6 +19,9 @@ std::string messageOfLevel(int32_t level);
 // Returns nothing if the bytes are no list of services.
 std::optional<std::vector<Service>> servicesOf(const std::string& message);
 
+// Returns nothing if the bytes are no status.
+std::optional<HostStatus> statusOf(const std::string& message);
+
 }  // namespace qv::client
 
 #endif  // QV_CLIENT_MESSAGES_H

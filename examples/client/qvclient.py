@@ -12,6 +12,9 @@ or from a shell:
     qvclient.py SOCKET unregister ID
     qvclient.py SOCKET list
 
+register() and unregister() return None, or why the host could not write the change to its disk. The host has
+made such a change nevertheless, but a restart may lose it.
+
 QvFrame.h describes the frames on the socket. The messages in them are of Protocol Buffers. This client
 writes and reads what lists of services have of them.
 """
@@ -23,6 +26,11 @@ REGISTER_SERVICES = 0x0200
 UNREGISTER_SERVICES = 0x0201
 GET_SERVICES = 0x0202
 
+NOT_KEPT = 21009
+
+LONGEST_ADDRESS = 4096
+BYTE_ORDER_MARK = "\ufeff".encode()
+
 WIRE_NUMBER = 0
 WIRE_BYTES = 2
 
@@ -33,6 +41,7 @@ class QvError(Exception):
     def __init__(self, code, text):
         super().__init__(f"the host answered {code}: {text}")
         self.code = code
+        self.text = text
 
 
 def _number(value):
@@ -82,6 +91,18 @@ def _fields(message):
         yield tag >> 3, value
 
 
+def _check(identifier, address):
+    """Raises ValueError if the directory cannot hold the address. The host would refuse all of the request."""
+    if not 0 < len(address) <= LONGEST_ADDRESS:
+        raise ValueError(f"the address of {identifier} must have 1 to {LONGEST_ADDRESS} bytes")
+    if b"\0" in address or address.startswith(BYTE_ORDER_MARK):
+        raise ValueError(f"the address of {identifier} holds a zero byte or begins with a byte order mark")
+    try:
+        address.decode()
+    except UnicodeDecodeError:
+        raise ValueError(f"the address of {identifier} is not UTF-8") from None
+
+
 class QvClient:
     def __init__(self, path):
         self._number = 0
@@ -93,10 +114,12 @@ class QvClient:
 
     def register(self, services):
         """Registers addresses, which are bytes, by their identifiers."""
-        self._request(REGISTER_SERVICES, b"".join(_service(i, a) for i, a in services.items()))
+        for identifier, address in services.items():
+            _check(identifier, address)
+        return self._change(REGISTER_SERVICES, b"".join(_service(i, a) for i, a in services.items()))
 
     def unregister(self, identifiers):
-        self._request(UNREGISTER_SERVICES, b"".join(_service(i) for i in identifiers))
+        return self._change(UNREGISTER_SERVICES, b"".join(_service(i) for i in identifiers))
 
     def services(self):
         services = {}
@@ -107,6 +130,15 @@ class QvClient:
                 identifier -= (identifier & 0x80000000) << 1
                 services[identifier] = fields.get(2, b"")
         return services
+
+    def _change(self, command, content):
+        try:
+            self._request(command, content)
+        except QvError as error:
+            if error.code != NOT_KEPT:
+                raise
+            return error.text
+        return None
 
     def _request(self, command, content):
         self._number = self._number % 0xFFFFFFFF + 1
@@ -135,13 +167,17 @@ def main(arguments):
         print(__doc__, file=sys.stderr)
         return 2
     client = QvClient(arguments[1])
+    problem = None
     if arguments[2] == "list":
         for identifier, address in client.services().items():
             print(identifier, address.decode(errors="backslashreplace"), sep="\t")
     elif arguments[2] == "register":
-        client.register({int(arguments[3]): arguments[4].encode(errors="surrogateescape")})
+        problem = client.register({int(arguments[3]): arguments[4].encode(errors="surrogateescape")})
     else:
-        client.unregister([int(arguments[3])])
+        problem = client.unregister([int(arguments[3])])
+    if problem is not None:
+        print(f"qvclient.py: not kept: {problem}", file=sys.stderr)
+        return 1
     return 0
 
 

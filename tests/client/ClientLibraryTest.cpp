@@ -17,9 +17,10 @@ TEST(ClientLibrary, ShowsItsHeadersNamesAndNothingElse) {
     EXPECT_THAT(symbols, Each(AnyOf(HasSubstr("2qv6client6Client"), HasSubstr("2qv6client5Error"),
                                     HasSubstr("2qv6client17defaultSocketPath"))));
     // A program calls these functions, constructors and destructors.
-    for (const char* name : {"6ClientC1E", "6ClientD1E", "16registerServicesE", "8servicesEv",
-                             "18unregisterServicesE", "13setDebugLevelEi", "4pingEv", "5ErrorC1E",
-                             "17defaultSocketPath", "TIN2qv6client5ErrorE"}) {
+    for (const char* name :
+         {"6ClientC1E", "6ClientD1E", "16registerServicesE", "8servicesEv", "18unregisterServicesE",
+          "4syncEv", "6statusEv", "13setDebugLevelEi", "4pingEv", "5ErrorC1E",
+          "17defaultSocketPath", "TIN2qv6client5ErrorE"}) {
         EXPECT_THAT(symbols, testing::Contains(HasSubstr(name)));
     }
 }

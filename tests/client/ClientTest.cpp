@@ -19,8 +19,10 @@
 #include <thread>
 #include <vector>
 
+#include "ClientCalls.h"
 #include "KevraCommonMsg.pb.h"
 #include "ScriptedServer.h"
+#include "ServiceAddress.h"
 #include "namingService.pb.h"
 #include "support/TemporaryDirectory.h"
 
@@ -30,57 +32,16 @@ namespace {
 using std::chrono::milliseconds;
 using testing::HasSubstr;
 using testing::StartsWith;
+using tests::answering;
+using tests::Failure;
+using tests::failureOf;
 using tests::frameOf;
+using tests::listOf;
+using tests::moreThanASocketHolds;
+using tests::noting;
 using tests::Peer;
 using tests::Request;
 using tests::ScriptedServer;
-
-constexpr std::size_t kMoreThanASocketHolds = std::size_t{8} << 20;
-
-struct Failure {
-    Error::Kind kind;
-    int32_t code;
-    std::string text;
-};
-
-Failure failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const Error& error) {
-        return {error.kind(), error.code(), error.what()};
-    }
-    ADD_FAILURE() << "succeeded";
-    return {};
-}
-
-std::string listOf(const std::vector<Service>& services) {
-    qor::kevra::ServiceInfoArray message;
-    for (const Service& service : services) {
-        qor::kevra::ServiceInfo* const info = message.add_services();
-        info->set_id(service.id);
-        info->set_address(service.address);
-    }
-    return message.SerializeAsString();
-}
-
-// Returns a function that answers every request like this until the client closes.
-ScriptedServer::Script answering(uint32_t result, const std::string& bytes) {
-    return [=](Peer& peer) {
-        for (Request request = peer.receive(); request.number != 0; request = peer.receive()) {
-            peer.answer(result, bytes, request.number);
-        }
-    };
-}
-
-// Returns a function that records the requests and answers each with success.
-ScriptedServer::Script noting(std::vector<Request>& requests) {
-    return [&requests](Peer& peer) {
-        for (Request request = peer.receive(); request.number != 0; request = peer.receive()) {
-            requests.push_back(request);
-            peer.answer(QV_OK, "", request.number);
-        }
-    };
-}
 
 TEST(Client, SendsEachRequestAsAFrameWithANumberOfItsOwn) {
     std::vector<Request> requests;
@@ -88,7 +49,7 @@ TEST(Client, SendsEachRequestAsAFrameWithANumberOfItsOwn) {
         ScriptedServer server({noting(requests)});
         Client client(server.path());
         client.ping();
-        client.registerServices({{1, "a"}, {-2, std::string("b\0\xff", 3)}});
+        client.registerServices({{1, "a"}, {-2, "b"}});
         client.unregisterServices({1, -2});
         client.setDebugLevel(7);
         EXPECT_TRUE(client.services().empty());
@@ -100,7 +61,7 @@ TEST(Client, SendsEachRequestAsAFrameWithANumberOfItsOwn) {
     EXPECT_EQ(requests[0].command, uint32_t{QV_HOST_COMMAND_PING});
     EXPECT_EQ(requests[0].input, "");
     EXPECT_EQ(requests[1].command, uint32_t{QV_COMMAND_REGISTER_SERVICES});
-    EXPECT_EQ(requests[1].input, listOf({{1, "a"}, {-2, std::string("b\0\xff", 3)}}));
+    EXPECT_EQ(requests[1].input, listOf({{1, "a"}, {-2, "b"}}));
     EXPECT_EQ(requests[2].command, uint32_t{QV_COMMAND_UNREGISTER_SERVICES});
     qor::kevra::ServiceInfoArray ids;
     ASSERT_TRUE(ids.ParseFromString(requests[2].input));
@@ -155,7 +116,7 @@ TEST(Client, ReadsAnAnswerThatComesByteByByte) {
 }
 
 TEST(Client, CarriesMoreThanASocketHolds) {
-    const std::string address(kMoreThanASocketHolds, 'x');
+    const std::vector<Service> sent = moreThanASocketHolds();
     ScriptedServer server({[](Peer& peer) {
         const Request request = peer.receive();
         peer.answer(QV_OK, "", request.number);
@@ -164,8 +125,8 @@ TEST(Client, CarriesMoreThanASocketHolds) {
         peer.waitForEnd();
     }});
     Client client(server.path());
-    client.registerServices({{1, address}});
-    EXPECT_EQ(client.services().at(0).address, address);
+    client.registerServices(sent);
+    EXPECT_EQ(listOf(client.services()), listOf(sent));
 }
 
 TEST(Client, ListsMoreThanAParseReadsByDefault) {
@@ -181,11 +142,10 @@ TEST(Client, ListsMoreThanAParseReadsByDefault) {
 TEST(ClientErrors, RefuseARequestOfWhichThePluginWouldReadOnlyAPart) {
     ScriptedServer server({answering(QV_OK, "")});
     Client client(server.path());
-    const std::string address(qor::kevra::wire::kInputLimit, 'x');
-    EXPECT_EQ(failureOf([&] {
-                  client.registerServices({{1, address}});
-              }).kind,
-              Error::Kind::TooLong);
+    const Service service = {1, std::string(host::kLongestAddress, 'x')};
+    const std::vector<Service> services(qor::kevra::wire::kInputLimit / host::kLongestAddress,
+                                        service);
+    EXPECT_EQ(failureOf([&] { client.registerServices(services); }).kind, Error::Kind::TooLong);
 }
 
 TEST(ClientErrors, SayWhyTheHostCannotBeReached) {
@@ -250,14 +210,6 @@ TEST(ClientErrors, HoldThePluginsResult) {
     }
 }
 
-TEST(ClientErrors, SayWhichLevelsThereAre) {
-    ScriptedServer server({answering(QV_ERROR_ARGUMENT, "")});
-    Client client(server.path());
-    EXPECT_EQ(failureOf([&] { client.setDebugLevel(9); }).text,
-              "cannot set the debug level to 9: level must be 0 to 7 (the plug-in refused it with "
-              "20002)");
-}
-
 TEST(ClientErrors, NameABrokenAnswer) {
     const std::string list = listOf({{1, "a"}});
     const auto size = static_cast<uint32_t>(list.size());
@@ -294,10 +246,7 @@ TEST(ClientErrors, NameAnAnswerThatCameBeforeTheRequestWasSent) {
         peer.waitForEnd();
     }});
     Client client(server.path());
-    const std::string address(kMoreThanASocketHolds, 'x');
-    EXPECT_EQ(failureOf([&] {
-                  client.registerServices({{1, address}});
-              }).kind,
+    EXPECT_EQ(failureOf([&] { client.registerServices(moreThanASocketHolds()); }).kind,
               Error::Kind::BrokenAnswer);
 }
 
@@ -307,8 +256,7 @@ TEST(ClientErrors, SayThatTheRequestIsTooLongForTheHost) {
         peer.answer(QV_HOST_ERROR_LENGTH, "too long", 1);
     }});
     Client client(server.path());
-    const std::string address(kMoreThanASocketHolds, 'x');
-    const Failure failure = failureOf([&] { client.registerServices({{1, address}}); });
+    const Failure failure = failureOf([&] { client.registerServices(moreThanASocketHolds()); });
     EXPECT_EQ(failure.kind, Error::Kind::Refused);
     EXPECT_EQ(failure.code, QV_HOST_ERROR_LENGTH);
 }
@@ -333,10 +281,7 @@ TEST(ClientConnection, IsLostWithoutASignalIfItEndsInARequest) {
     {
         ScriptedServer server({[](Peer& peer) { peer.receiveBytes(1); }});
         Client client(server.path());
-        const std::string address(kMoreThanASocketHolds, 'x');
-        EXPECT_EQ(failureOf([&] {
-                      client.registerServices({{1, address}});
-                  }).kind,
+        EXPECT_EQ(failureOf([&] { client.registerServices(moreThanASocketHolds()); }).kind,
                   Error::Kind::ConnectionLost);
     }
     static_cast<void>(std::signal(SIGPIPE, previous));
@@ -404,10 +349,7 @@ TEST(ClientTimeout, EndsARequestThatIsNotRead) {
     ScriptedServer server({[&](Peer&) { isOver.get_future().wait(); }});
     {
         Client client(server.path(), milliseconds(20));
-        const std::string address(kMoreThanASocketHolds, 'x');
-        EXPECT_EQ(failureOf([&] {
-                      client.registerServices({{1, address}});
-                  }).kind,
+        EXPECT_EQ(failureOf([&] { client.registerServices(moreThanASocketHolds()); }).kind,
                   Error::Kind::TimedOut);
     }
     isOver.set_value();
@@ -513,7 +455,7 @@ class Interruptions {
 };
 
 TEST(Client, IsNotInterruptedBySignals) {
-    const std::string address(kMoreThanASocketHolds, 'x');
+    const std::vector<Service> services = moreThanASocketHolds();
     ScriptedServer server({[](Peer& peer) {
         for (Request request = peer.receive(); request.number != 0; request = peer.receive()) {
             peer.answer(QV_OK, request.input, request.number);
@@ -522,7 +464,7 @@ TEST(Client, IsNotInterruptedBySignals) {
     const Interruptions interruptions;
     Client client(server.path());
     for (int i = 0; i < 5; ++i) {
-        client.registerServices({{1, address}});
+        client.registerServices(services);
         client.ping();
     }
 }

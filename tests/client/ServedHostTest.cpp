@@ -1,5 +1,6 @@
 // Tests the client library and the examples with a running host.
 #include <QvClient.h>
+#include <QvFrame.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "ScriptedServer.h"
 #include "qvhost/HostProcess.h"
 
 namespace qv::client {
@@ -40,10 +42,10 @@ TEST_F(ServedHost, DoesWhatItsClientsAsk) {
     Client client(host_.socket());
     client.ping();
     EXPECT_EQ(servicesOf(client), Pairs{});
-    client.registerServices({{2, "b"}, {-1, "\xff"}, {1, ""}});
-    EXPECT_EQ(servicesOf(client), (Pairs{{-1, "\xff"}, {1, ""}, {2, "b"}}));
+    client.registerServices({{2, "b"}, {-1, "\xc3\xa9"}, {1, "a"}});
+    EXPECT_EQ(servicesOf(client), (Pairs{{-1, "\xc3\xa9"}, {1, "a"}, {2, "b"}}));
     Client(host_.socket()).unregisterServices({1, 7});
-    EXPECT_EQ(servicesOf(client), (Pairs{{-1, "\xff"}, {2, "b"}}));
+    EXPECT_EQ(servicesOf(client), (Pairs{{-1, "\xc3\xa9"}, {2, "b"}}));
     client.setDebugLevel(0);
     try {
         client.setDebugLevel(8);
@@ -52,7 +54,7 @@ TEST_F(ServedHost, DoesWhatItsClientsAsk) {
         EXPECT_EQ(error.kind(), Error::Kind::Result);
         EXPECT_EQ(error.code(), 20002);
     }
-    EXPECT_EQ(servicesOf(client), (Pairs{{-1, "\xff"}, {2, "b"}}));
+    EXPECT_EQ(servicesOf(client), (Pairs{{-1, "\xc3\xa9"}, {2, "b"}}));
 }
 
 TEST_F(ServedHost, MayBeStartedAgainBetweenRequests) {
@@ -99,10 +101,11 @@ TEST(ServedHostWithASmallBound, RefusesALongRequest) {
     HostProcess narrow;
     ASSERT_TRUE(narrow.start({"--max-message", "1000"}));
     Client client(narrow.socket());
-    constexpr std::size_t kFar = std::size_t{1} << 22;
-    for (const std::size_t length : {std::size_t{1000}, kFar}) {
+    constexpr std::size_t kFar = 1000;
+    for (const std::size_t count : {std::size_t{1}, kFar}) {
+        const Service service = {1, std::string(4096, 'x')};
         try {
-            client.registerServices({{1, std::string(length, 'x')}});
+            client.registerServices(std::vector<Service>(count, service));
             FAIL() << "registered";
         } catch (const Error& error) {
             EXPECT_EQ(error.kind(), Error::Kind::Refused) << error.what();
@@ -129,9 +132,9 @@ TEST_F(ServedHost, IsUnderstoodByTheExampleInC) {
     Client client(host_.socket());
     const std::string list = std::string("'" QV_EXAMPLE_LIST "' '") + host_.socket() + "'";
     EXPECT_EQ(outputOf(list), std::make_pair(std::string(), 0));
-    client.registerServices({{-2147483648, "low"}, {1, ""}, {300, std::string(300, 'x')}});
+    client.registerServices({{-2147483648, "low"}, {1, "a"}, {300, std::string(300, 'x')}});
     EXPECT_EQ(outputOf(list),
-              std::make_pair("-2147483648\tlow\n1\t\n300\t" + std::string(300, 'x') + "\n", 0));
+              std::make_pair("-2147483648\tlow\n1\ta\n300\t" + std::string(300, 'x') + "\n", 0));
     const auto [output, status] = outputOf("'" QV_EXAMPLE_LIST "' /none");
     EXPECT_EQ(output, "list: No such file or directory\n");
     EXPECT_NE(status, 0);
@@ -148,11 +151,24 @@ TEST_F(ServedHost, IsUnderstoodByTheExampleInPython) {
     Client client(host_.socket());
     EXPECT_EQ(servicesOf(client),
               (Pairs{{-2147483648, "low"}, {300, "a b"}, {2147483647, "high"}}));
-    client.registerServices({{8, std::string(300, 'x')}, {9, ""}});
+    client.registerServices({{8, std::string(300, 'x')}, {9, "y"}});
     EXPECT_EQ(outputOf(python + "list"),
               std::make_pair("-2147483648\tlow\n8\t" + std::string(300, 'x') +
-                                 "\n9\t\n300\ta b\n2147483647\thigh\n",
+                                 "\n9\ty\n300\ta b\n2147483647\thigh\n",
                              0));
+}
+
+TEST_F(ServedHost, ReceivesNoBadAddressFromTheExampleInPython) {
+    const std::string python =
+        std::string("'" QV_PYTHON "' '" QV_EXAMPLES_DIR "/client/qvclient.py' '") + host_.socket() +
+        "' register 7 ";
+    for (const std::string& address : {std::string("\xff"), std::string(),
+                                       std::string("\xef\xbb\xbf"), std::string(4097, 'x')}) {
+        const auto [output, status] = outputOf(python + "'" + address + "'");
+        EXPECT_NE(status, 0);
+        EXPECT_THAT(output, StartsWith("qvclient.py: the address of 7 ")) << output;
+    }
+    EXPECT_EQ(outputOf(python + std::string(4096, 'x')), std::make_pair(std::string(), 0));
 }
 
 TEST(ServedHostExamples, TellWhatTheHostRefuses) {
@@ -163,6 +179,21 @@ TEST(ServedHostExamples, TellWhatTheHostRefuses) {
                  host.socket() + "' register 1 'a long address'");
     EXPECT_NE(status, 0);
     EXPECT_THAT(output, StartsWith("qvclient.py: the host answered 21003: "));
+}
+
+TEST(ServedHostExamples, TellThatAChangeIsNotKept) {
+    const auto answer = [](tests::Peer& peer) {
+        peer.answer(QV_HOST_ERROR_NOT_KEPT, "the disk is full", peer.receive().number);
+        peer.waitForEnd();
+    };
+    const tests::ScriptedServer server({answer, answer});
+    for (const char* words : {"register 1 a", "unregister 1"}) {
+        const auto [output, status] =
+            outputOf(std::string("'" QV_PYTHON "' '" QV_EXAMPLES_DIR "/client/qvclient.py' '") +
+                     server.path() + "' " + words);
+        EXPECT_NE(status, 0);
+        EXPECT_EQ(output, "qvclient.py: not kept: the disk is full\n");
+    }
 }
 
 }  // namespace

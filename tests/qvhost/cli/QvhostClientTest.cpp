@@ -107,15 +107,6 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
     EXPECT_EQ(done({"list"}), "no services\n");
 }
 
-TEST_F(QvhostClient, ListsForPrograms) {
-    client::Client(host_.socket()).registerServices({{1, "a,b"}, {2, "\x1b\xff"}});
-    EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n1,\"a,b\"\r\n2,\x1b\xef\xbf\xbd\r\n");
-    EXPECT_EQ(json::parse(done({"--json", "list"})),
-              json::array(
-                  {{{"id", 1}, {"address", "a,b"}}, {{"id", 2}, {"address", "\x1b\xef\xbf\xbd"}}}));
-    EXPECT_EQ(done({"list"}), "ID  ADDRESS\n 1  a,b\n 2  \\x1b\\xff\n");
-}
-
 TEST_F(QvhostClient, ListShowsTheSameAsOfflineAfterwards) {
     done({"register", "1", "a", "2", "b"});
     const std::string listing = done({"list"});
@@ -208,8 +199,8 @@ TEST_F(QvhostClient, ImportsTheExample) {
     EXPECT_EQ(std::regex_replace(listing, std::regex("\r"), ""), example);
 }
 
-TEST_F(QvhostClient, VeryLongAddressArrivesWhole) {
-    const std::string csv = "id,address\r\n1," + std::string(std::size_t{1} << 20, 'x') + "\r\n";
+TEST_F(QvhostClient, LongestAddressArrivesWhole) {
+    const std::string csv = "id,address\r\n1," + std::string(4096, 'x') + "\r\n";
     done({"import", "-"}, csv);
     EXPECT_TRUE(done({"export"}) == csv);
 }
@@ -258,11 +249,14 @@ TEST_F(QvhostClient, ImportSaysHowFarItCame) {
     ASSERT_EQ(done({"import", "-"}, "id,address\n1,a\n"), "registered 1 service\n");
     HostProcess narrow;
     ASSERT_TRUE(narrow.start({"--max-message", "40000"}));
-    std::string csv = manyServices(1000) + "5000," + std::string(50000, 'x') + "\r\n";
+    std::string csv = manyServices(1000);
+    for (int id = 5000; id < 5011; ++id) {
+        csv += std::to_string(id) + ',' + std::string(4096, 'x') + "\r\n";
+    }
     const Outcome outcome = program_.run({"import", "-", "--socket", narrow.socket()}, csv);
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, AllOf(StartsWith("qvhost: cannot register service 5000: "),
-                                   HasSubstr("; 1000 of 1001 are registered\n")));
+    EXPECT_THAT(outcome.err, AllOf(StartsWith("qvhost: cannot register 11 services: "),
+                                   HasSubstr("; 1000 of 1011 are registered\n")));
 }
 
 TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
@@ -280,20 +274,6 @@ TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("cannot make " + path("there") + ": File exists"));
     EXPECT_EQ(readFile(path("there")), "mine");
-}
-
-TEST_F(QvhostClient, ExportLosesNoBytesUntold) {
-    client::Client(host_.socket()).registerServices({{1, "a"}, {5, "b\xff"}, {9, "\xc3"}});
-    for (const char* format : {"csv", "json"}) {
-        const Outcome outcome = run({"export", path("out.txt"), "--format", format});
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_EQ(
-            outcome.err,
-            "qvhost: nothing exported: the addresses of 5, 9 are not UTF-8 (use --replace)\n");
-        EXPECT_FALSE(std::filesystem::exists(path("out.txt")));
-    }
-    EXPECT_EQ(done({"export", "--replace"}),
-              "id,address\r\n1,a\r\n5,b\xef\xbf\xbd\r\n9,\xef\xbf\xbd\r\n");
 }
 
 TEST_F(QvhostClient, WatchPrintsEachDirectoryOnce) {
