@@ -77,7 +77,7 @@ std::optional<host::Service> serviceOf(const std::vector<Field>& fields) {
     }
     const std::optional<std::int32_t> id = numberOf(fields[0].text);
     const std::string& address = fields[1].text;
-    if (!id || !isWellFormedUtf8(address) || address.find('\0') != std::string::npos) {
+    if (!id || !isAddress(address)) {
         return std::nullopt;
     }
     return host::Service{*id, address};
@@ -161,8 +161,7 @@ std::optional<JsonList> listOfJson(std::string_view text) {
         if (wrongValues > 0) {
             list.problems += wrongValues;
         } else if (element.size() == 2 &&
-                   element["address"].get_ref<const std::string&>().find('\0') ==
-                       std::string::npos &&
+                   isAddress(element["address"].get_ref<const std::string&>()) &&
                    ids.insert(element["id"].get<std::int32_t>()).second) {
             list.services.push_back({element["id"], element["address"]});
         } else {
@@ -199,6 +198,12 @@ bool isWellFormedUtf8(std::string_view text) {
         text.remove_prefix(size);
     }
     return true;
+}
+
+bool isAddress(std::string_view text) {
+    constexpr std::size_t kLongest = 4096;
+    return !text.empty() && text.size() <= kLongest && isWellFormedUtf8(text) &&
+           text.find('\0') == std::string_view::npos && text.rfind("\xef\xbb\xbf", 0) != 0;
 }
 
 }  // namespace qv::fuzz

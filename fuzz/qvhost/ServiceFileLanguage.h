@@ -32,6 +32,9 @@ std::optional<JsonList> listOfJson(std::string_view text);
 
 bool isWellFormedUtf8(std::string_view text);
 
+// Tells whether a directory can hold the address.
+bool isAddress(std::string_view text);
+
 }  // namespace qv::fuzz
 
 #endif  // QV_FUZZ_SERVICE_FILE_LANGUAGE_H

@@ -174,28 +174,25 @@ void checkFormatFound(const ReadServices& found, const ReadServices& csv, const 
 
 void checkAddress(const std::string& address) {
     const std::vector<Service> services = {{std::numeric_limits<std::int32_t>::min(), address},
-                                           {std::numeric_limits<std::int32_t>::max(), ""}};
-    const bool isUtf8 = isWellFormedUtf8(address);
-    require(system::isUtf8(address) == isUtf8, "what is UTF-8 is taken otherwise");
-    if (address.find('\0') != std::string::npos) {
-        for (const Format format : {Format::Csv, Format::Json}) {
-            const std::string text = host::formatServices(services, format);
-            require(problemsOf(readText(text, std::nullopt), text).size() == 1,
-                    "an address with a zero byte is read");
-        }
+                                           {std::numeric_limits<std::int32_t>::max(), "x"}};
+    require(system::isUtf8(address) == isWellFormedUtf8(address),
+            "what is UTF-8 is taken otherwise");
+    const std::string text = host::formatServices(services, Format::Csv);
+    const std::string json = host::formatServices(services, Format::Json);
+    const ReadServices read = readText(text, Format::Csv);
+    if (!isAddress(system::withReplacements(address))) {
+        require(problemsOf(read, text).size() == 1 &&
+                    problemsOf(readText(json, Format::Json), json).size() == 1,
+                "an address that the directory cannot hold is read");
         return;
     }
-    if (isUtf8) {
-        checkWriting(services);
-        return;
-    }
-    const ReadServices read = readText(host::formatServices(services, Format::Csv), std::nullopt);
     require(read.problems.empty() && read.services.size() == services.size(),
-            "an address that is not UTF-8 is not read");
-    require(read.services[0].address.find(kReplacement) != std::string::npos,
-            "nothing takes the place of what is not UTF-8");
-    require(host::formatServices(read.services, Format::Json) ==
-                host::formatServices(services, Format::Json),
+            "an address is not read");
+    require(isWellFormedUtf8(address)
+                ? isSame(read.services, services)
+                : read.services[0].address.find(kReplacement) != std::string::npos,
+            "an address is read as another");
+    require(host::formatServices(read.services, Format::Json) == json,
             "CSV and JSON replace something else");
     checkWriting(read.services);
 }

@@ -1,4 +1,3 @@
-#include <QvSystem/Utf8.h>
 #include <fmt/format.h>
 
 #include <cstddef>
@@ -7,13 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "ServiceAddress.h"
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/Numbers.h"
 #include "cli/Output.h"
-#include "server/Service.h"
 #include "cli/Subcommands.h"
 #include "cli/UsageError.h"
+#include "server/Service.h"
 
 namespace qv::host {
 
@@ -43,10 +43,8 @@ int registerServices(const std::vector<std::string>& words, const CommonOptions&
     services.reserve(words.size() / 2);
     for (std::size_t i = 0; i < words.size(); i += 2) {
         const int32_t id = parseIdentifier(words[i]);
-        if (!system::isUtf8(words[i + 1])) {
-            // The plug-in would take the address and could save nothing any more, for anybody.
-            throw UsageError(
-                fmt::format("the address of {} is not UTF-8 and could not be saved", id));
+        if (const char* const problem = problemOfAddress(words[i + 1])) {
+            throw UsageError(fmt::format("the address of {} {}", id, problem));
         }
         services.push_back({id, words[i + 1]});
     }

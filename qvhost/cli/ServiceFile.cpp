@@ -20,6 +20,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "ServiceAddress.h"
 #include "cli/CsvReader.h"
 #include "cli/InputError.h"
 #include "cli/Numbers.h"
@@ -45,8 +46,8 @@ class Collector {
     explicit Collector(std::string name) : name_(std::move(name)) {}
 
     void add(int32_t id, std::string address, std::size_t line) {
-        if (address.find('\0') != std::string::npos) {
-            problem(line, "the address holds a zero byte, after which nothing would be saved");
+        if (const char* const wrong = problemOfAddress(address)) {
+            problem(line, fmt::format("the address {}", wrong));
             return;
         }
         const auto [place, isNew] = lines_.emplace(id, line);
@@ -80,10 +81,6 @@ void addRecord(CsvReader::Record& record, Collector& collector) {
                           fmt::format("a line has an identifier and an address, but this one has "
                                       "{} field{}",
                                       record.fields.size(), record.fields.size() == 1 ? "" : "s"));
-        return;
-    }
-    if (!system::isUtf8(record.fields[1])) {
-        collector.problem(record.line, "the address is not UTF-8");
         return;
     }
     try {

@@ -9,11 +9,12 @@
 #include <string_view>
 #include <vector>
 
+#include "ServiceAddress.h"
 #include "server/Snapshot.h"
 
 namespace qv::host {
 
-constexpr std::size_t kLongestAddress = std::size_t{4} * 1024;            // bytes
+// kLongestAddress of ServiceAddress.h bounds one address.
 constexpr std::size_t kMostServices = 100'000;                            // of the directory
 constexpr std::size_t kMostAddressBytes = std::size_t{16} * 1024 * 1024;  // of the directory
 

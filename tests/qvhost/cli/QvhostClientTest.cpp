@@ -78,6 +78,7 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"register", "1", "a", "x", "b"}, "identifier must be a number"},
         {{"register"}, "is required"},
         {{"register", "1", "a", "2", "b\xff"}, "the address of 2 is not UTF-8"},
+        {{"register", "1", ""}, "the address of 1 is empty"},
         {{"unregister"}, "is required"},
         {{"unregister", "1", "2147483648"}, "identifier '2147483648' is out of range"},
         {{"level"}, "is required"},

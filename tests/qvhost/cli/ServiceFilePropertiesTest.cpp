@@ -19,7 +19,7 @@ using host::Format;
 using namespace std::string_view_literals;
 
 std::string written(Format format) {
-    return host::formatServices({{-2147483648, ""},
+    return host::formatServices({{-2147483648, " "},
                                  {0, "a,\"b\""},
                                  {16, "x\r\ny\nz"},
                                  {2147483647, "\xc3\xa9 \xf0\x9f\x98\x80"}},
