@@ -14,8 +14,7 @@
 
 namespace qv::host {
 
-// kLongestAddress of ServiceAddress.h bounds one address.
-constexpr std::size_t kMostServices = 100'000;                            // of the directory
+constexpr std::size_t kMostServices = 100'000;  // of the directory, and of a request
 constexpr std::size_t kMostAddressBytes = std::size_t{16} * 1024 * 1024;  // of the directory
 
 // The result of a command: a code of QvPlugin.h or QvFrame.h, and the bytes of the answer. If the
@@ -36,10 +35,14 @@ struct Change {
     std::vector<Edit> edits;
 };
 
-// Reads the input of the commands QV_COMMAND_REGISTER_SERVICES and QV_COMMAND_UNREGISTER_SERVICES.
-// Returns QV_OK and sets `change`. Otherwise returns the answer that refuses the request:
-// QV_ERROR_ARGUMENT if the bytes do not parse to their end, QV_HOST_ERROR_REFUSED with a text that
-// names the service if an address cannot be kept. Throws std::bad_alloc.
+// Read the input of the commands QV_COMMAND_REGISTER_SERVICES and QV_COMMAND_UNREGISTER_SERVICES.
+// Return QV_OK and set `change`. Otherwise return the answer that refuses the request, and leave
+// `change` alone:
+//   - QV_ERROR_ARGUMENT without a text if the bytes do not parse to their end;
+//   - QV_HOST_ERROR_REFUSED with a text if the request names more than kMostServices services. A
+//     request of a few bytes for each service would take much more memory than it is long;
+//   - QV_HOST_ERROR_REFUSED with a text that names the service if an address cannot be kept.
+// A service without an identifier has the identifier 0, as in the plug-in. Throw std::bad_alloc.
 Outcome readRegistration(std::string_view input, Change& change);
 Outcome readWithdrawal(std::string_view input, Change& change);
 
