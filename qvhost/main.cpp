@@ -23,6 +23,8 @@ int main(int argc, char** argv) {
         addImport(line);
         addExport(line);
         addPing(line);
+        addStatus(line);
+        addSync(line);
         addInit(line);
         addInfo(line);
         return line.run(argc, argv);

@@ -7,7 +7,10 @@ _qvhost_options() {
     case $1 in
         serve) echo "$help $plugin --socket --threads --max-message --max-clients --idle-timeout" \
             "--frame-timeout --stop-timeout --allow-user --allow-group" ;;
-        register | unregister | level | ping) echo "$help --socket" ;;
+        register) echo "$help --socket --sync" ;;
+        unregister | level | ping) echo "$help --socket" ;;
+        status) echo "$help --socket --json --timeout" ;;
+        sync) echo "$help --socket --timeout" ;;
         list) echo "$help --config-dir --socket --json --csv --offline --watch --interval" ;;
         import) echo "$help --socket --format" ;;
         export) echo "$help --socket --format --replace" ;;
@@ -25,13 +28,13 @@ _qvhost_value() {
         --allow-user) compgen -u -- "$2" ;;
         --allow-group) compgen -g -- "$2" ;;
         --threads | --max-message | --max-clients | --idle-timeout | --frame-timeout | \
-            --stop-timeout | --interval) ;;
+            --stop-timeout | --interval | --timeout) ;;
         *) return 1 ;;
     esac
 }
 
 _qvhost() {
-    local subcommands='serve register unregister list level import export ping init info'
+    local subcommands='serve register unregister list level import export ping status sync init info'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local subcommand='' word position values
     COMPREPLY=()

@@ -40,7 +40,8 @@ constexpr char kFooter[] =
     "  qvhost --config-dir state list --offline\n"
     "\n"
     "Exit status: 0 means success, 1 means that the plug-in, the resident host, a file or the\n"
-    "output failed, 2 means wrong use or a mistake in an imported file.";
+    "output failed or that a change is not kept, 2 means wrong use or a mistake in an imported\n"
+    "file.";
 
 std::vector<std::string> subcommandNames(const CLI::App& app) {
     std::vector<std::string> names;

@@ -2,15 +2,18 @@
 
 #include <cerrno>
 
+#include "StandardStreams.h"
+#include "cli/ExitStatus.h"
+
 namespace qv::host {
 
 std::string socketPath(const CommonOptions& options) {
     return options.socket.empty() ? client::defaultSocketPath() : options.socket;
 }
 
-client::Client connectToHost(const CommonOptions& options) {
+client::Client connectToHost(const CommonOptions& options, std::chrono::milliseconds timeout) {
     try {
-        return client::Client(socketPath(options));
+        return client::Client(socketPath(options), timeout);
     } catch (const client::Error& error) {
         const bool isAbsent = error.kind() == client::Error::Kind::CannotConnect &&
                               (error.code() == ENOENT || error.code() == ECONNREFUSED);
@@ -20,6 +23,14 @@ client::Client connectToHost(const CommonOptions& options) {
         throw client::Error(error.kind(), error.code(),
                             std::string(error.what()) + " (is `qvhost serve` running?)");
     }
+}
+
+int reportChange(const client::ChangeResult& result, const std::string& effect) {
+    if (result.isKept) {
+        return kSuccess;
+    }
+    reportError("not kept: " + result.reason + "; " + effect);
+    return kFailure;
 }
 
 }  // namespace qv::host

@@ -4,6 +4,7 @@
 
 #include <QvClient.h>
 
+#include <chrono>
 #include <string>
 
 #include "cli/CommandLine.h"
@@ -13,7 +14,13 @@ namespace qv::host {
 std::string socketPath(const CommonOptions& options);
 
 // Throws client::Error, which tells what to do if no host is there.
-client::Client connectToHost(const CommonOptions& options);
+client::Client connectToHost(const CommonOptions& options,
+                             std::chrono::milliseconds timeout = client::kDefaultTimeout);
+
+// Says on standard error that the host has made a change but cannot keep it. `effect` says what the
+// change has done and what a restart may do. Does nothing if the change is kept. Returns the exit
+// status.
+int reportChange(const client::ChangeResult& result, const std::string& effect);
 
 }  // namespace qv::host
 

@@ -28,12 +28,13 @@ constexpr char kFooter[] =
     "The file is checked first. If anything is wrong, such as an identifier that occurs twice\n"
     "or an address that is not UTF-8, qvhost names each place and registers nothing. A\n"
     "service that is registered already gets the new address. Services that the file does not\n"
-    "name stay.\n"
+    "name stay. If the host cannot write to its disk, qvhost says how many services are\n"
+    "registered but not kept, and exits with 1.\n"
     "\n"
     "  qvhost import services.csv\n"
     "  qvhost import - < services.json";
 
-// Each request costs the host one save of the directory, and the host bounds its length.
+// Each request is one commit of the host, and the host bounds its length.
 constexpr std::size_t kMostServices = 1000;
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
 
@@ -51,25 +52,41 @@ std::size_t batchSize(const std::vector<Service>& services, std::size_t first) {
     return count;
 }
 
-void registerAll(std::vector<Service> services, client::Client& host) {
+// The services that are registered although the host cannot keep them.
+struct NotKept {
+    std::size_t count = 0;
+    std::string reason;
+};
+
+NotKept registerAll(std::vector<Service> services, client::Client& host) {
     Progress progress(services.size());
+    NotKept notKept;
     std::size_t done = 0;
     while (done < services.size()) {
         const std::size_t count = batchSize(services, done);
         const auto first = services.begin() + static_cast<std::ptrdiff_t>(done);
         const auto last = first + static_cast<std::ptrdiff_t>(count);
         try {
-            host.registerServices({std::make_move_iterator(first), std::make_move_iterator(last)});
+            client::ChangeResult result = host.registerServices(
+                {std::make_move_iterator(first), std::make_move_iterator(last)});
+            if (!result.isKept) {
+                notKept.count += count;
+                notKept.reason = std::move(result.reason);
+            }
         } catch (const client::Error& error) {
             throw client::Error(
                 error.kind(), error.code(),
-                fmt::format("{}; {} of {} are registered", error.what(), done, services.size()));
+                fmt::format("{}; {} of {} are registered{}", error.what(), done, services.size(),
+                            notKept.count == 0 ? ""
+                                               : fmt::format(", {} of them are not kept: {}",
+                                                             notKept.count, notKept.reason)));
         }
         done += count;
         if (services.size() > kMostServices) {
             progress.show(done);
         }
     }
+    return notKept;
 }
 
 int importServices(const std::string& path, const std::string& format,
@@ -86,9 +103,12 @@ int importServices(const std::string& path, const std::string& format,
     }
     client::Client host = connectToHost(options);
     const std::size_t count = read.services.size();
-    registerAll(std::move(read.services), host);
+    const NotKept notKept = registerAll(std::move(read.services), host);
     writeOutput(stdout, fmt::format("registered {} service{}\n", count, count == 1 ? "" : "s"));
-    return kSuccess;
+    return reportChange(
+        {notKept.count == 0, notKept.reason},
+        fmt::format("{} of {} services are registered, but a restart of the host may lose them",
+                    notKept.count, count));
 }
 
 }  // namespace

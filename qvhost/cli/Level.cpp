@@ -12,7 +12,8 @@ namespace {
 
 constexpr char kFooter[] =
     "The level holds until the resident host reloads its configuration or ends. At its start and\n"
-    "at a reload, the host takes the level of the configuration.\n"
+    "at a reload, the host takes the level of the configuration. Only root and the host's own\n"
+    "user may set the level.\n"
     "\n"
     "  qvhost level 7";
 

@@ -8,17 +8,13 @@
 #include <cstddef>
 #include <nlohmann/json.hpp>
 
+#include "cli/JsonLine.h"
+
 namespace qv::host {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string oneLine(const Json& json) {
-    constexpr int kNoIndent = -1;
-    constexpr bool kAsciiOnly = true;
-    return json.dump(kNoIndent, ' ', kAsciiOnly, Json::error_handler_t::replace) + '\n';
-}
 
 std::string csvField(const std::string& text) {
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
@@ -43,7 +39,7 @@ std::string formatServices(const std::vector<Service>& services, Format format) 
         for (const Service& service : services) {
             array.push_back({{"id", service.id}, {"address", service.address}});
         }
-        return oneLine(array);
+        return jsonLine(array);
     }
     if (format == Format::Csv) {
         std::string csv = "id,address\r\n";
@@ -75,7 +71,7 @@ std::string formatInfo(const Plugin& plugin, Format format) {
         for (const Plugin::CommandRow& row : plugin.commands()) {
             commands.push_back({{"code", commandCode(row.code)}, {"name", row.name}});
         }
-        return oneLine({{"path", plugin.path()}, {"id", plugin.id()}, {"commands", commands}});
+        return jsonLine({{"path", plugin.path()}, {"id", plugin.id()}, {"commands", commands}});
     }
     std::string info = fmt::format("plug-in  {}\nid       {}\n\nCODE    COMMAND\n",
                                    text::escaped(plugin.path()), plugin.id());
@@ -86,7 +82,7 @@ std::string formatInfo(const Plugin& plugin, Format format) {
 }
 
 std::string formatMadeFile(const std::string& path, Format format) {
-    return format == Format::Json ? oneLine({{"path", path}})
+    return format == Format::Json ? jsonLine({{"path", path}})
                                   : "made " + text::escaped(path) + '\n';
 }
 

@@ -22,18 +22,26 @@ namespace {
 constexpr char kRegisterFooter[] =
     "Registers all services with one request. If an identifier is registered already, the new\n"
     "address replaces the old one. An identifier is a signed 32-bit number, decimal or from 0x0\n"
-    "to 0x7fffffff. If an address begins with a -, put -- before the first identifier.\n"
+    "to 0x7fffffff. If an address begins with a -, put -- before the first identifier. An\n"
+    "address is UTF-8 of 1 to 4096 bytes without a zero byte, and without a byte order mark at\n"
+    "its beginning.\n"
+    "\n"
+    "On success, the services are on the host's disk and outlive a power failure. If the host\n"
+    "cannot write to its disk, qvhost says that the services are registered but not kept, and\n"
+    "exits with 1. The plug-in's file follows within about a second; --sync waits for it.\n"
     "\n"
     "  qvhost register 1 /run/a.sock\n"
     "  qvhost register 1 /run/a.sock 2 tcp://127.0.0.1:9000";
 
 constexpr char kUnregisterFooter[] =
-    "Ignores identifiers that are not registered. The file keeps a removed service until the next\n"
-    "registration that changes something.\n"
+    "Ignores identifiers that are not registered. On success, the removal is on the host's disk\n"
+    "and outlives a power failure. If the host cannot write to its disk, qvhost says that the\n"
+    "removal is not kept, and exits with 1.\n"
     "\n"
     "  qvhost unregister 1 2";
 
-int registerServices(const std::vector<std::string>& words, const CommonOptions& options) {
+int registerServices(const std::vector<std::string>& words, bool sync,
+                     const CommonOptions& options) {
     if (words.size() % 2 != 0) {
         throw UsageError(
             "register needs an address after each identifier (see qvhost register "
@@ -48,8 +56,14 @@ int registerServices(const std::vector<std::string>& words, const CommonOptions&
         }
         services.push_back({id, words[i + 1]});
     }
-    connectToHost(options).registerServices(services);
-    return kSuccess;
+    client::Client host = connectToHost(options);
+    const int status =
+        reportChange(host.registerServices(services),
+                     "the services are registered, but a restart of the host may lose them");
+    if (sync) {
+        host.sync();
+    }
+    return status;
 }
 
 int unregisterServices(const std::vector<std::string>& words, const CommonOptions& options) {
@@ -58,20 +72,24 @@ int unregisterServices(const std::vector<std::string>& words, const CommonOption
     for (const std::string& word : words) {
         ids.push_back(parseIdentifier(word));
     }
-    connectToHost(options).unregisterServices(ids);
-    return kSuccess;
+    return reportChange(connectToHost(options).unregisterServices(ids),
+                        "the services are removed, but a restart of the host may bring them back");
 }
 
 }  // namespace
 
 void addRegister(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    line.add("register", "Bind addresses to identifiers", kRegisterFooter,
-             CommandLine::kSocketOption,
-             [words, &options = line.options()] { return registerServices(*words, options); })
-        .add_option("ID-ADDRESS", *words, "Identifiers, each followed by its address")
+    const auto sync = std::make_shared<bool>(false);
+    CLI::App& subcommand =
+        line.add("register", "Bind addresses to identifiers", kRegisterFooter,
+                 CommandLine::kSocketOption, [words, sync, &options = line.options()] {
+                     return registerServices(*words, *sync, options);
+                 });
+    subcommand.add_option("ID-ADDRESS", *words, "Identifiers, each followed by its address")
         ->type_name("")
         ->required();
+    subcommand.add_flag("--sync", *sync, "Wait until the plug-in's file holds the services");
 }
 
 void addUnregister(CommandLine& line) {

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -23,6 +22,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/PluginUse.h"
 #include "cli/Subcommands.h"
+#include "cli/Times.h"
 #include "cli/UsageError.h"
 #include "server/Server.h"
 #include "server/StoredFile.h"
@@ -71,27 +71,6 @@ struct ServeOptions {
     std::vector<std::string> users;
     std::vector<std::string> groups;
 };
-
-constexpr double kLongestTime = 1e6;  // seconds, more than a week
-
-// Rounds up, because 0 stands for no bound.
-std::chrono::milliseconds milliseconds(const std::string& seconds) {
-    return std::chrono::milliseconds(
-        static_cast<int64_t>(std::ceil(std::strtod(seconds.c_str(), nullptr) * 1000)));
-}
-
-CLI::Validator isTime(double shortest) {
-    return {[shortest](const std::string& value) {
-                char* end = nullptr;
-                const double seconds = std::strtod(value.c_str(), &end);
-                const bool good = !value.empty() && *end == '\0' && seconds >= shortest &&
-                                  seconds <= kLongestTime;
-                return good ? std::string()
-                            : fmt::format("a number of seconds from {} to {:.0f} is needed",
-                                          shortest, kLongestTime);
-            },
-            ""};
-}
 
 ServerSettings settingsOf(const ServeOptions& options, const std::string& socket) {
     ServerSettings settings;

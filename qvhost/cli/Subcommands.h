@@ -21,6 +21,8 @@ void addLevel(CommandLine& line);
 void addImport(CommandLine& line);
 void addExport(CommandLine& line);
 void addPing(CommandLine& line);
+void addStatus(CommandLine& line);
+void addSync(CommandLine& line);
 
 }  // namespace qv::host
 

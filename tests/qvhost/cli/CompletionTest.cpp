@@ -153,7 +153,8 @@ Words zshOptions(const std::string& script, const std::string& subcommand) {
         return {};
     }
     std::string text = script.substr(start, script.find(";;", start) - start);
-    for (const char* group : {"help", "configuration", "plugin", "host", "json", "format"}) {
+    for (const char* group :
+         {"help", "configuration", "plugin", "host", "json", "format", "timeout"}) {
         if (text.find(std::string("$") + group) != std::string::npos) {
             const std::size_t place = script.find(std::string("\n    ") + group + "=(");
             const std::size_t lineEnd = script.find('\n', place + 1);

@@ -1,4 +1,5 @@
 // Tests what the subcommands print for answers that a real host gives seldom or never.
+#include <QvFrame.h>
 #include <QvPlugin.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "QvHost.pb.h"
 #include "client/ClientCalls.h"
 #include "client/ScriptedServer.h"
 #include "qvhost/ProgramRun.h"
@@ -17,9 +19,14 @@ namespace qv::host {
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
 using tests::answering;
 using tests::listOf;
 using tests::Peer;
+using tests::Request;
 using tests::ScriptedServer;
 using Arguments = std::vector<std::string>;
 
@@ -58,6 +65,155 @@ TEST(QvhostAnswers, ExportLosesNoBytesUntold) {
     }
     EXPECT_EQ(runWith(script, {"export", "--replace"}).out,
               "id,address\r\n1,a\r\n5,b\xef\xbf\xbd\r\n9,\xef\xbf\xbd\r\n");
+}
+
+TEST(QvhostAnswers, ChangeThatIsNotKeptIsToldAndFails) {
+    const ScriptedServer::Script script = answering(QV_HOST_ERROR_NOT_KEPT, "the disk\nis full");
+    const Outcome registered = runWith(script, {"register", "1", "a"});
+    EXPECT_EQ(registered.status, 1);
+    EXPECT_EQ(registered.out, "");
+    EXPECT_EQ(registered.err,
+              "qvhost: not kept: the disk\\nis full; the services are registered, but a restart of "
+              "the host may lose them\n");
+    const Outcome removed = runWith(script, {"unregister", "1"});
+    EXPECT_EQ(removed.status, 1);
+    EXPECT_EQ(
+        removed.err,
+        "qvhost: not kept: the disk\\nis full; the services are removed, but a restart of the "
+        "host may bring them back\n");
+}
+
+// Returns a function that answers the requests with these results and records their commands.
+ScriptedServer::Script recording(std::vector<uint32_t>& commands,
+                                 const std::vector<uint32_t>& results) {
+    return [&commands, results](Peer& peer) {
+        for (const uint32_t result : results) {
+            const Request request = peer.receive();
+            commands.push_back(request.command);
+            peer.answer(result, result == QV_OK ? "" : "the disk is full", request.number);
+        }
+        peer.waitForEnd();
+    };
+}
+
+std::string manyServices(int count) {
+    std::string csv = "id,address\r\n";
+    for (int id = 1; id <= count; ++id) {
+        csv += std::to_string(id) + ",a\r\n";
+    }
+    return csv;
+}
+
+TEST(QvhostAnswers, ImportCountsTheServicesThatAreNotKept) {
+    std::vector<uint32_t> commands;
+    const Outcome outcome =
+        runWith(recording(commands, {QV_OK, QV_HOST_ERROR_NOT_KEPT, QV_HOST_ERROR_NOT_KEPT}),
+                {"import", "-"}, manyServices(2500));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "registered 2500 services\n");
+    EXPECT_EQ(outcome.err,
+              "qvhost: not kept: the disk is full; 1500 of 2500 services are registered, but a "
+              "restart of the host may lose them\n");
+}
+
+TEST(QvhostAnswers, ImportThatFailsTellsWhatIsNotKept) {
+    std::vector<uint32_t> commands;
+    const Outcome outcome =
+        runWith(recording(commands, {QV_HOST_ERROR_NOT_KEPT, QV_OK, QV_HOST_ERROR_REFUSED}),
+                {"import", "-"}, manyServices(2500));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err,
+              "qvhost: cannot register 500 services: the host refused: the disk is full; 2000 of "
+              "2500 are registered, 1000 of them are not kept: the disk is full\n");
+}
+
+TEST(QvhostAnswers, RegistrationWaitsForTheFileIfToldTo) {
+    constexpr uint32_t kRegister = QV_COMMAND_REGISTER_SERVICES;
+    constexpr uint32_t kSync = QV_HOST_COMMAND_SYNC;
+    std::vector<uint32_t> commands;
+    EXPECT_EQ(runWith(recording(commands, {QV_OK}), {"register", "1", "a"}).status, 0);
+    EXPECT_THAT(commands, ElementsAre(kRegister));
+    commands.clear();
+    EXPECT_EQ(runWith(recording(commands, {QV_OK, QV_OK}), {"register", "--sync", "1", "a"}).status,
+              0);
+    EXPECT_THAT(commands, ElementsAre(kRegister, kSync));
+}
+
+// The plug-in's file may hold what the record cannot.
+TEST(QvhostAnswers, RegistrationThatIsNotKeptWaitsForTheFileAsWell) {
+    std::vector<uint32_t> commands;
+    const Outcome outcome = runWith(recording(commands, {QV_HOST_ERROR_NOT_KEPT, QV_OK}),
+                                    {"register", "--sync", "1", "a"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, StartsWith("qvhost: not kept: the disk is full; "));
+    EXPECT_THAT(commands, ElementsAre(QV_COMMAND_REGISTER_SERVICES, QV_HOST_COMMAND_SYNC));
+}
+
+TEST(QvhostAnswers, SyncTellsWhyTheFileDoesNotFollow) {
+    const Outcome done = runWith(answering(QV_OK, ""), {"sync"});
+    EXPECT_EQ(done.status, 0);
+    EXPECT_EQ(done.out + done.err, "");
+    const Outcome outcome = runWith(answering(QV_HOST_ERROR_FILE, "it is read-only"), {"sync"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(
+        outcome.err,
+        "qvhost: cannot bring the plug-in's file up to the directory: the host refused: it is "
+        "read-only\n");
+}
+
+TEST(QvhostAnswers, LevelIsForOthers) {
+    const Outcome outcome = runWith(
+        answering(QV_HOST_ERROR_PRIVILEGE, "only root and the host's own user may set the level"),
+        {"level", "7"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err,
+              "qvhost: cannot set the debug level to 7: the host refused: only root and the host's "
+              "own user may set the level\n");
+}
+
+std::string statusThatIs(bool isKept) {
+    wire::HostStatus status;
+    status.set_version("1.2.3");
+    status.set_kept(isKept);
+    status.set_not_kept_reason(isKept ? "" : "the disk is full");
+    return status.SerializeAsString();
+}
+
+TEST(QvhostAnswers, StatusSucceedsIfTheDirectoryIsKept) {
+    const Outcome outcome = runWith(answering(QV_OK, statusThatIs(true)), {"status"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_THAT(outcome.out, AllOf(HasSubstr("version 1.2.3"), HasSubstr("\nkept      yes\n")));
+}
+
+TEST(QvhostAnswers, StatusFailsIfTheDirectoryIsNotKept) {
+    const Outcome table = runWith(answering(QV_OK, statusThatIs(false)), {"status"});
+    EXPECT_EQ(table.status, 1);
+    EXPECT_THAT(table.out, HasSubstr("\nkept      no, since 1970-01-01T00:00:00Z: the disk is "
+                                     "full\n"));
+    const Outcome outcome = runWith(answering(QV_OK, statusThatIs(false)), {"status", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    const json status = json::parse(outcome.out);
+    EXPECT_EQ(status.at("kept"), false);
+    EXPECT_EQ(status.at("notKeptReason"), "the disk is full");
+}
+
+TEST(QvhostAnswers, StatusFailsIfTheHostDoesNotAnswerInTime) {
+    for (const char* subcommand : {"status", "sync"}) {
+        const Outcome outcome =
+            runWith([](Peer& peer) { peer.waitForEnd(); }, {subcommand, "--timeout", "0.02"});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_THAT(outcome.err, HasSubstr("the host did not answer in time"));
+    }
+}
+
+TEST(QvhostAnswers, StatusFailsIfTheAnswerIsBroken) {
+    const Outcome outcome = runWith(answering(QV_OK, "\x0a"), {"status", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, HasSubstr("it is no status"));
 }
 
 }  // namespace

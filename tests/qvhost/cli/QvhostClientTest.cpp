@@ -94,6 +94,13 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"--config-dir", "d", "register", "1", "a"}, "register takes no --config-dir"},
         {{"--json", "ping"}, "ping takes no --json"},
         {{"info"}, "info takes no --socket"},
+        {{"register", "--timeout", "1", "1", "a"}, "--timeout"},
+        {{"status", "--timeout", "0"}, "a number of seconds from 0.001 to 1000000 is needed"},
+        {{"status", "--timeout", "soon"}, "a number of seconds"},
+        {{"status", "--timeout", ""}, "a number of seconds"},
+        {{"sync", "--timeout", "1s"}, "a number of seconds"},
+        {{"sync", "--json"}, "--json"},
+        {{"sync", "1"}, "'1' is one argument too many"},
         {{"import"}, "is required"},
         {{"import", "-", "--format", "xml"}, "xml"},
         {{"export", "--formt", "csv"}, "did you mean '--format'?"},
@@ -163,6 +170,9 @@ TEST(QvhostClientAlone, SaysThatThereIsNoHostAndWhatToDo) {
                                                              {"register", "1", "a"},
                                                              {"unregister", "1"},
                                                              {"level", "1"},
+                                                             {"status"},
+                                                             {"status", "--json"},
+                                                             {"sync"},
                                                              {"export"}}) {
         ProgramRun program;
         program.setVariable("QV_RUN_DIR", program.files().path("run"));

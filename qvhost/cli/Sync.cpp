@@ -1,0 +1,33 @@
+#include <memory>
+#include <string>
+
+#include "cli/ExitStatus.h"
+#include "cli/HostConnection.h"
+#include "cli/Subcommands.h"
+#include "cli/Times.h"
+
+namespace qv::host {
+
+namespace {
+
+constexpr char kFooter[] =
+    "The host keeps the directory in a record of its own, and the plug-in's file follows within\n"
+    "about a second. This waits until the file holds the directory of now. If the file cannot\n"
+    "follow, for example because it may not be written, qvhost says why and exits with 1.\n"
+    "\n"
+    "  qvhost sync --timeout 60";
+
+}  // namespace
+
+void addSync(CommandLine& line) {
+    const auto timeout = std::make_shared<std::string>("30");
+    CLI::App& subcommand =
+        line.add("sync", "Wait until the plug-in's file holds the directory", kFooter,
+                 CommandLine::kSocketOption, [timeout, &options = line.options()] {
+                     connectToHost(options, milliseconds(*timeout)).sync();
+                     return int{kSuccess};
+                 });
+    addTimeoutOption(subcommand, *timeout);
+}
+
+}  // namespace qv::host

@@ -1,0 +1,43 @@
+#include "cli/Times.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+namespace qv::host {
+
+namespace {
+
+constexpr double kLongest = 1e6;  // seconds
+
+}  // namespace
+
+CLI::Validator isTime(double shortest) {
+    return {[shortest](const std::string& value) {
+                char* end = nullptr;
+                const double seconds = std::strtod(value.c_str(), &end);
+                const bool good =
+                    !value.empty() && *end == '\0' && seconds >= shortest && seconds <= kLongest;
+                return good ? std::string()
+                            : fmt::format("a number of seconds from {} to {:.0f} is needed",
+                                          shortest, kLongest);
+            },
+            ""};
+}
+
+std::chrono::milliseconds milliseconds(const std::string& seconds) {
+    return std::chrono::milliseconds(
+        static_cast<int64_t>(std::ceil(std::strtod(seconds.c_str(), nullptr) * 1000)));
+}
+
+void addTimeoutOption(CLI::App& subcommand, std::string& text) {
+    constexpr double kShortest = 0.001;
+    subcommand.add_option("--timeout", text, "How many seconds the host may take to answer")
+        ->type_name("SECONDS")
+        ->check(isTime(kShortest))
+        ->capture_default_str();
+}
+
+}  // namespace qv::host

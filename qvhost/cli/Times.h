@@ -1,0 +1,23 @@
+// Reads the times that people write on the command line, in seconds.
+#ifndef QVHOST_CLI_TIMES_H
+#define QVHOST_CLI_TIMES_H
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <string>
+
+namespace qv::host {
+
+// Refuses a text that is not a number of seconds from `shortest` to more than a week.
+CLI::Validator isTime(double shortest);
+
+// Returns the time that isTime() has accepted, rounded up, because 0 stands for no bound.
+std::chrono::milliseconds milliseconds(const std::string& seconds);
+
+// Adds the option --timeout of a subcommand that asks the resident host once. `text` has the time
+// that holds without the option.
+void addTimeoutOption(CLI::App& subcommand, std::string& text);
+
+}  // namespace qv::host
+
+#endif  // QVHOST_CLI_TIMES_H
