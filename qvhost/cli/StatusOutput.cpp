@@ -44,6 +44,7 @@ constexpr Name kCommands[] = {
 
 constexpr Name kResults[] = {
     {QV_ERROR_ARGUMENT, "invalid", "invalid"},
+    {QV_ERROR_NO_MEMORY, "noMemory", "no memory"},
     {QV_HOST_ERROR_FORBIDDEN, "forbidden", "forbidden"},
     {QV_HOST_ERROR_CLIENTS, "tooManyClients", "too many clients"},
     {QV_HOST_ERROR_LENGTH, "tooLong", "too long"},
