@@ -181,8 +181,13 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual(os.stat(f"/proc/{main_process()}").st_uid, user.pw_uid)
         self.assertEqual(listing(), [])
 
-    def test_02_the_service_has_few_rights(self):
+    def test_02_the_service_has_few_rights_and_needs_no_log(self):
         run("systemd-analyze", "security", "--threshold=10", SERVICE)
+        os.rename(os.path.dirname(LOG), "/var/log/Vornak/away")
+        systemctl("restart", SERVICE)
+        self.assertEqual(listing(), [])
+        os.rename("/var/log/Vornak/away", os.path.dirname(LOG))
+        systemctl("restart", SERVICE)
 
     def test_03_services_of_two_processes_survive_a_kill(self):
         writers = [
