@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace qv::host {
 
@@ -52,6 +53,14 @@ system::Descriptor makeSocket() {
     return made;
 }
 
+// Tells whether the open file is the one at the path.
+bool isAt(int file, const std::string& path) {
+    struct stat open = {};
+    struct stat named = {};
+    return ::fstat(file, &open) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
 // Tells whether a program listens at the path. A program that is no host takes no lock.
 bool somebodyListens(const std::string& path) {
     const sockaddr_un address = addressOf(path);
@@ -68,13 +77,11 @@ bool somebodyListens(const std::string& path) {
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(std::string path, bool forOwnerOnly) : path_(std::move(path)) {
+ListeningSocket::ListeningSocket(std::string path, bool forOwnerOnly)
+    : path_(std::move(path)), forOwnerOnly_(forOwnerOnly) {
     static_cast<void>(addressOf(path_));
-    system::makeDirectories(system::directoryOf(path_), forOwnerOnly ? 0750 : 0755);
     try {
-        takeLock();
-        makeWay();
-        bind(forOwnerOnly ? 0600 : 0666);
+        takePath();
     } catch (...) {
         remove();
         throw;
@@ -107,6 +114,23 @@ ListeningSocket::~ListeningSocket() {
     remove();
 }
 
+// Makes the file and what it needs. Has the lock before it touches the file.
+void ListeningSocket::takePath() {
+    const std::vector<std::string> made =
+        system::makeDirectories(system::directoryOf(path_), forOwnerOnly_ ? 0750 : 0755);
+    // Other users have to reach the socket, whatever the umask of the host is.
+    for (const std::string& directory : made) {
+        if (!forOwnerOnly_ && ::chmod(directory.c_str(), 0755) != 0) {
+            fail("cannot open the directory " + directory + " to other users");
+        }
+    }
+    if (!hasLock()) {
+        takeLock();
+    }
+    makeWay();
+    bind();
+}
+
 // Takes the lock. A host removes the lock file when it ends. So a second host may lock a file that
 // has gone, while a third one makes a new file. Then try again.
 void ListeningSocket::takeLock() {
@@ -123,14 +147,22 @@ void ListeningSocket::takeLock() {
             }
             fail("cannot lock " + name);
         }
-        struct stat locked = {};
-        struct stat named = {};
-        if (::fstat(lock.get(), &locked) == 0 && ::stat(name.c_str(), &named) == 0 &&
-            locked.st_dev == named.st_dev && locked.st_ino == named.st_ino) {
+        if (isAt(lock.get(), name)) {
             lock_ = std::move(lock);
             return;
         }
     }
+}
+
+// Tells whether the lock keeps other hosts away. The lock is worth nothing when its file has gone.
+bool ListeningSocket::hasLock() const {
+    return lock_ && isAt(lock_.get(), path_ + ".lock");
+}
+
+bool ListeningSocket::hasFile() const {
+    struct stat present = {};
+    return ::lstat(path_.c_str(), &present) == 0 && present.st_dev == device_ &&
+           present.st_ino == file_;
 }
 
 void ListeningSocket::makeWay() const {
@@ -152,21 +184,21 @@ void ListeningSocket::makeWay() const {
     }
 }
 
-void ListeningSocket::bind(mode_t mode) {
+void ListeningSocket::bind() {
     const sockaddr_un address = addressOf(path_);
     descriptor_ = makeSocket();
-    const mode_t previous = ::umask(static_cast<mode_t>(0777) & ~mode);
-    const int result = ::bind(descriptor_.get(), system::generic(address), sizeof address);
-    const int error = errno;
-    ::umask(previous);
-    errno = error;
     struct stat made = {};
-    if (result != 0 || ::lstat(path_.c_str(), &made) != 0) {
+    if (::bind(descriptor_.get(), system::generic(address), sizeof address) != 0 ||
+        ::lstat(path_.c_str(), &made) != 0) {
         fail("cannot make the socket " + path_);
     }
     device_ = made.st_dev;
     file_ = made.st_ino;
     bound_ = true;
+    // Nobody can connect before the socket listens. The umask belongs to all threads, so it stays.
+    if (::chmod(path_.c_str(), forOwnerOnly_ ? 0600 : 0666) != 0) {
+        fail("cannot set the mode of the socket " + path_);
+    }
 }
 
 void ListeningSocket::listen() const {
@@ -179,20 +211,27 @@ int ListeningSocket::release() {
     return descriptor_.release();
 }
 
+system::Descriptor ListeningSocket::restore() {
+    if (!own() || hasFile()) {
+        return {};
+    }
+    takePath();
+    listen();
+    return std::move(descriptor_);
+}
+
 void ListeningSocket::remove() noexcept {
-    struct stat present = {};
-    if (std::exchange(bound_, false) && ::lstat(path_.c_str(), &present) == 0 &&
-        present.st_dev == device_ && present.st_ino == file_) {
-        static_cast<void>(::unlink(path_.c_str()));
-    }
-    if (lock_) {
-        try {
-            static_cast<void>(::unlink((path_ + ".lock").c_str()));
-        } catch (const std::exception&) {
-            // A lock file that stays does no harm.
+    try {
+        if (std::exchange(bound_, false) && hasFile()) {
+            static_cast<void>(::unlink(path_.c_str()));
         }
-        lock_.reset();
+        if (hasLock()) {
+            static_cast<void>(::unlink((path_ + ".lock").c_str()));
+        }
+    } catch (const std::exception&) {
+        // There is no memory for a name. A lock file that stays does no harm.
     }
+    lock_.reset();
 }
 
 }  // namespace qv::host

@@ -32,6 +32,12 @@ class ListeningSocket {
     // Gives the descriptor to the caller. The object still removes the file.
     int release();
 
+    // Makes the file again if somebody removed or replaced it, and returns a descriptor that
+    // listens there. Nobody can connect to the old descriptor any more. Returns none if the file is
+    // there, or if this object did not make the socket. Throws std::runtime_error if another host
+    // has taken the path meanwhile, or if the file cannot be made. Call it after release().
+    system::Descriptor restore();
+
     const std::string& path() const { return path_; }
 
     // Tells whether this object made the socket.
@@ -41,11 +47,15 @@ class ListeningSocket {
     void remove() noexcept;
 
   private:
+    void takePath();
     void takeLock();
+    bool hasLock() const;
+    bool hasFile() const;
     void makeWay() const;
-    void bind(mode_t mode);
+    void bind();
 
     std::string path_;
+    bool forOwnerOnly_ = true;
     system::Descriptor lock_;
     system::Descriptor descriptor_;
     dev_t device_ = 0;

@@ -1,5 +1,6 @@
 #include "server/ListeningSocket.h"
 
+#include <QvSystem/Descriptor.h>
 #include <QvSystem/UnixAddress.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -109,6 +110,19 @@ TEST(ListeningSocket, MissingDirectoriesAreMade) {
         EXPECT_EQ(tests::modeOf(files.path("a")), 0750U);
         EXPECT_EQ(tests::modeOf(files.path("a/b")), 0750U);
         EXPECT_EQ(tests::modeOf(files.path("c")), 0755U);
+    }
+    ::umask(previous);
+}
+
+TEST(ListeningSocket, UmaskDoesNotCloseTheDirectoriesToOthers) {
+    const TestFiles files;
+    const mode_t previous = ::umask(0077);
+    {
+        const ListeningSocket forOwner(files.path("a/x.sock"), kForOwner);
+        const ListeningSocket forAll(files.path("b/c/x.sock"), kForAll);
+        EXPECT_EQ(tests::modeOf(files.path("a")), 0700U);
+        EXPECT_EQ(tests::modeOf(files.path("b")), 0755U);
+        EXPECT_EQ(tests::modeOf(files.path("b/c")), 0755U);
     }
     ::umask(previous);
 }
@@ -225,6 +239,103 @@ TEST(ListeningSocket, OnlyOneOfHostsThatStartTogetherGetsIt) {
     EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
 }
 
+// A host that serves at a path.
+class Serving {
+  public:
+    explicit Serving(const std::string& path) : socket_(path, kForAll) {
+        socket_.listen();
+        descriptor_ = system::Descriptor(socket_.release());
+    }
+
+    bool restores() {
+        system::Descriptor made = socket_.restore();
+        if (!made) {
+            return false;
+        }
+        descriptor_ = std::move(made);
+        return true;
+    }
+
+  private:
+    ListeningSocket socket_;
+    system::Descriptor descriptor_;
+};
+
+TEST(ListeningSocket, FileThatIsThereIsNotMadeAgain) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    Serving host(path);
+    EXPECT_FALSE(host.restores());
+    EXPECT_TRUE(connects(path));
+}
+
+TEST(ListeningSocket, RemovedFileIsMadeAgain) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    const mode_t previous = ::umask(0777);
+    {
+        Serving host(path);
+        fs::remove(path);
+        EXPECT_TRUE(host.restores());
+        EXPECT_TRUE(connects(path));
+        EXPECT_EQ(tests::modeOf(path), 0666U);
+        EXPECT_FALSE(host.restores());
+        EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    }
+    EXPECT_EQ(::umask(previous), 0777U);
+    EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
+}
+
+TEST(ListeningSocket, FileIsMadeAgainInTheMissingDirectory) {
+    const TestFiles files;
+    const std::string path = files.path("d/a.sock");
+    {
+        Serving host(path);
+        fs::remove_all(files.path("d"));
+        EXPECT_TRUE(host.restores());
+        EXPECT_TRUE(connects(path));
+        EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    }
+    EXPECT_THAT(namesIn(files.path("d")), testing::IsEmpty());
+}
+
+TEST(ListeningSocket, SocketThatSomebodyLeftInThePlaceIsReplaced) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    Serving host(path);
+    fs::remove(path);
+    ::close(bindSocket(path));
+    EXPECT_TRUE(host.restores());
+    EXPECT_TRUE(connects(path));
+}
+
+TEST(ListeningSocket, OtherFileInThePlaceIsLeftAlone) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    Serving host(path);
+    fs::remove(path);
+    files.write("a.sock", "of somebody else");
+    EXPECT_EQ(problemOf([&] { host.restores(); }),
+              path + " exists, is no socket and is left as it is");
+    EXPECT_EQ(readFile(path), "of somebody else");
+    fs::remove(path);
+    EXPECT_TRUE(host.restores());
+}
+
+TEST(ListeningSocket, PathThatAnotherHostTookIsLeftToIt) {
+    const TestFiles files;
+    const std::string path = files.path("a.sock");
+    auto first = std::make_unique<Serving>(path);
+    fs::remove(path);
+    fs::remove(path + ".lock");
+    Serving second(path);
+    EXPECT_EQ(problemOf([&] { first->restores(); }), path + " is in use by another host");
+    first.reset();
+    EXPECT_FALSE(second.restores());
+    EXPECT_TRUE(connects(path));
+    EXPECT_TRUE(fs::exists(path + ".lock"));
+}
+
 TEST(ListeningSocket, PassedSocketIsUsedAndNotRemoved) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
@@ -235,6 +346,10 @@ TEST(ListeningSocket, PassedSocketIsUsedAndNotRemoved) {
         EXPECT_FALSE(socket.own());
         EXPECT_EQ(socket.path(), path);
         EXPECT_TRUE(connects(path));
+        ListeningSocket gone(::dup(passed));
+        fs::remove(path);
+        EXPECT_FALSE(gone.restore());
+        ::close(bindSocket(path));
     }
     EXPECT_TRUE(fs::exists(path));
 }
