@@ -2,45 +2,14 @@
 // memory. What the next host finds depends on whether the backup fits.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <cstddef>
 
 #include "ConfigurationFiles.h"
+#include "support/LongestFile.h"
 
 namespace qv::tests {
 namespace {
-
-// Limits the length of the process's files while the object lives.
-class LongestFile {
-  public:
-    explicit LongestFile(std::size_t length) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        rlimit limit{};
-        getrlimit(RLIMIT_FSIZE, &limit);
-        previous_ = limit.rlim_cur;
-        set(length);
-    }
-    ~LongestFile() {
-        set(previous_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    LongestFile(const LongestFile&) = delete;
-    LongestFile& operator=(const LongestFile&) = delete;
-    LongestFile(LongestFile&&) = delete;
-    LongestFile& operator=(LongestFile&&) = delete;
-
-  private:
-    static void set(rlim_t length) {
-        rlimit limit{};
-        getrlimit(RLIMIT_FSIZE, &limit);
-        limit.rlim_cur = length;
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-
-    void (*handler_)(int);
-    rlim_t previous_ = RLIM_INFINITY;
-};
 
 const Services kSaved{{1, "unix:/run/lorx/supervisor.sock"}, {2, "unix:/run/lorx/scanner.sock"}};
 // The service is listed first, so that it moves the others in the file.
