@@ -33,7 +33,9 @@ constexpr int kSystemCallStop = SIGTRAP | 0x80;
 // Returns the number of the argument that is a path, or -1 if the call takes no path.
 int pathArgument(long number) {
     switch (number) {
+        case SYS_chmod:
         case SYS_mkdir:
+        case SYS_readlink:
         case SYS_rename:
         case SYS_stat:
         case SYS_unlink:
@@ -50,12 +52,14 @@ bool takesOpenFile(long number) {
     switch (number) {
         case SYS_close:
         case SYS_fcntl:
+        case SYS_fdatasync:
         case SYS_fstat:
         case SYS_fsync:
         case SYS_ftruncate:
         case SYS_lseek:
         case SYS_newfstatat:
         case SYS_pread64:
+        case SYS_pwrite64:
         case SYS_read:
         case SYS_readv:
         case SYS_write:
@@ -64,6 +68,10 @@ bool takesOpenFile(long number) {
         default:
             return false;
     }
+}
+
+bool writes(const SystemCall& call) {
+    return call.number == SYS_write || call.number == SYS_pwrite64;
 }
 
 // Returns a text in the memory of a stopped child. Returns an empty text if it cannot be read.
@@ -160,7 +168,7 @@ class Tracer {
             return false;
         }
         if (fault_.kind == Fault::Kind::kShorten) {
-            return calls_.back().number == SYS_write && writes_ - 1 == fault_.call;
+            return writes(calls_.back()) && writes_ - 1 == fault_.call;
         }
         return static_cast<int>(calls_.size()) - 1 == fault_.call;
     }
@@ -192,7 +200,7 @@ class Tracer {
                         {}};
         call.file = fileOf(child_, call);
         calls_.push_back(std::move(call));
-        writes_ += number == SYS_write ? 1 : 0;
+        writes_ += writes(calls_.back()) ? 1 : 0;
         if (isAtFault() || (isOutOfMemory_ && asksForMemory(calls_.back())) || isBroken()) {
             strike(registers);
         }
@@ -268,13 +276,15 @@ class Tracer {
 
 std::string describe(const SystemCall& call) {
     static const std::map<long, const char*> names{
-        {SYS_brk, "brk"},       {SYS_close, "close"},   {SYS_fcntl, "fcntl"},
-        {SYS_fstat, "fstat"},   {SYS_fsync, "fsync"},   {SYS_ftruncate, "ftruncate"},
-        {SYS_lseek, "lseek"},   {SYS_mkdir, "mkdir"},   {SYS_mmap, "mmap"},
-        {SYS_mremap, "mremap"}, {SYS_munmap, "munmap"}, {SYS_newfstatat, "stat"},
-        {SYS_openat, "open"},   {SYS_pread64, "pread"}, {SYS_read, "read"},
-        {SYS_readv, "readv"},   {SYS_rename, "rename"}, {SYS_stat, "stat"},
-        {SYS_unlink, "unlink"}, {SYS_write, "write"},   {SYS_writev, "writev"},
+        {SYS_brk, "brk"},           {SYS_chmod, "chmod"},         {SYS_close, "close"},
+        {SYS_fcntl, "fcntl"},       {SYS_fdatasync, "fdatasync"}, {SYS_fstat, "fstat"},
+        {SYS_fsync, "fsync"},       {SYS_ftruncate, "ftruncate"}, {SYS_lseek, "lseek"},
+        {SYS_mkdir, "mkdir"},       {SYS_mmap, "mmap"},           {SYS_mremap, "mremap"},
+        {SYS_munmap, "munmap"},     {SYS_newfstatat, "stat"},     {SYS_openat, "open"},
+        {SYS_pread64, "pread"},     {SYS_pwrite64, "pwrite"},     {SYS_read, "read"},
+        {SYS_readlink, "readlink"}, {SYS_readv, "readv"},         {SYS_rename, "rename"},
+        {SYS_stat, "stat"},         {SYS_unlink, "unlink"},       {SYS_write, "write"},
+        {SYS_writev, "writev"},
     };
     const auto name = names.find(call.number);
     return (name != names.end() ? name->second : "call " + std::to_string(call.number)) + "(" +

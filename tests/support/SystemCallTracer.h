@@ -26,7 +26,7 @@
 namespace qv::tests {
 
 // What happens at one of the calls between the two marks. The calls are counted from 0. For
-// shorten(), only the calls of write() are counted.
+// shorten(), only the calls of write() and pwrite() are counted.
 struct Fault {
     enum class Kind { kNone, kFail, kShorten, kKillBefore, kKillAfter };
 
@@ -34,7 +34,7 @@ struct Fault {
     int call = -1;
     // The errno of a failure.
     int error = 0;
-    // How many bytes a shortened write() writes.
+    // How many bytes a shortened write() or pwrite() writes.
     std::size_t length = 0;
     bool isForGood = false;
 
