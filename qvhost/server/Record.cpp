@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -145,6 +146,7 @@ class Record::Database {
         fail(Kind::Damaged, "read", reason);
     }
 
+    int diskError() const;
     void open();
     void checkFormat();
     void prepareChanges();
@@ -251,6 +253,18 @@ Record::Database::Database(const std::string& path) : path_(resolved(path)) {
     log_ = placeOf(path_ + "-wal");
 }
 
+// Returns the last error of the system in the database file or its log, or 0 if there was none.
+int Record::Database::diskError() const {
+    int error = 0;
+    sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_LAST_ERRNO, &error);
+    sqlite3_file* log = nullptr;
+    sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    if (error == 0 && log != nullptr && log->pMethods != nullptr) {
+        log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
+    }
+    return error;
+}
+
 // Throws what SQLite says about its last error.
 void Record::Database::fail(const char* attempt) const {
     const int code = sqlite3_errcode(handle_.get());
@@ -261,13 +275,13 @@ void Record::Database::fail(const char* attempt) const {
     if (group == SQLITE_READONLY) {
         fail(Kind::Failed, attempt, "the file or its directory may not be written");
     }
-    std::string reason = sqlite3_errmsg(handle_.get());
-    const int error = sqlite3_system_errno(handle_.get());
-    if (error != 0 && (group == SQLITE_IOERR || group == SQLITE_CANTOPEN)) {
-        reason += fmt::format(" ({})", messageOf(error));
-    }
     const bool isDamaged = group == SQLITE_CORRUPT || group == SQLITE_NOTADB;
-    fail(isDamaged ? Kind::Damaged : Kind::Failed, attempt, reason);
+    const int error = group == SQLITE_CANTOPEN ? sqlite3_system_errno(handle_.get()) : diskError();
+    if (error != 0 && (isDamaged || group == SQLITE_IOERR || group == SQLITE_CANTOPEN)) {
+        // SQLite takes a database for damaged if the disk cannot read it.
+        fail(Kind::Failed, attempt, messageOf(error));
+    }
+    fail(isDamaged ? Kind::Damaged : Kind::Failed, attempt, sqlite3_errmsg(handle_.get()));
 }
 
 void Record::Database::fail(Kind kind, const char* attempt, std::string_view reason) const {
@@ -280,8 +294,10 @@ void Record::Database::open() {
     sqlite3* handle = nullptr;
     const int result = sqlite3_open_v2(path_.c_str(), &handle, kFlags, nullptr);
     handle_.reset(handle);
+    if (!handle_) {
+        throw std::bad_alloc();
+    }
     if (result != SQLITE_OK) {
-        // Without memory there is no handle, and SQLite's functions take a null pointer.
         fail("open");
     }
     sqlite3_extended_result_codes(handle, 1);

@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "qvhost/server/RecordFiles.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
 #include "support/OtherUser.h"
@@ -36,6 +35,10 @@ using tests::contentOf;
 using tests::TemporaryDirectory;
 using tests::writeFile;
 using Kind = RecordError::Kind;
+
+auto service(int32_t id, const std::string& address) {
+    return AllOf(testing::Field(&Service::id, id), testing::Field(&Service::address, address));
+}
 
 struct Problem {
     std::optional<Kind> kind;  // nothing if the action succeeded
