@@ -4,19 +4,20 @@
 #include <QvPlugin.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <condition_variable>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "qvhost/TestFiles.h"
+#include "support/LongestFile.h"
 
 namespace qv::host {
 namespace {
@@ -50,26 +51,6 @@ class Batch : public ChangeBatch {
 
   private:
     std::promise<void> promise_;
-};
-
-// Makes every write to a file fail beyond a size, for as long as the object lives.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t size) : formerHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &former_);
-        const rlimit limit = {size, former_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &former_);
-        std::signal(SIGXFSZ, formerHandler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-  private:
-    rlimit former_ = {};
-    void (*formerHandler_)(int);
 };
 
 class RecorderTest : public testing::Test {
@@ -176,7 +157,7 @@ TEST_F(RecorderTest, WhatCannotBeKeptIsMadeAndSaysSoUntilItIsKept) {
     open();
     put(1, "/a");
     {
-        const FileSizeLimit full(0);
+        const tests::LongestFile full(0);
         EXPECT_THAT(put(2, "/b"), ElementsAre(QV_HOST_ERROR_NOT_KEPT));
         EXPECT_THAT(put(2, "/b"), ElementsAre(QV_HOST_ERROR_NOT_KEPT));
         const auto later = std::make_shared<Batch>();
@@ -257,7 +238,7 @@ TEST_F(RecorderTest, NoteOutlivesTheRecorder) {
 TEST_F(RecorderTest, NoteThatCannotBeWrittenIsKeptLater) {
     open();
     {
-        const FileSizeLimit full(0);
+        const tests::LongestFile full(0);
         EXPECT_FALSE(recorder_->note({1, 99, true, "keys"}));
     }
     waitUntilKept();
