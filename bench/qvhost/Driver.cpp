@@ -25,6 +25,15 @@ constexpr std::size_t kBufferSize = 65'536;
 // The number of bytes of an answer that are compared at once.
 constexpr std::size_t kCompared = 64;
 
+// Returns the answer that all the requests have. The first two leave the directory as it was.
+std::string answerTo(Subject& subject, const std::vector<std::string>& requests) {
+    std::string answer = subject.ask(requests.front());
+    if (requests.size() > 1) {
+        answer = subject.ask(requests[1]);
+    }
+    return answer;
+}
+
 }  // namespace
 
 class Driver::Client {
@@ -80,11 +89,15 @@ class Driver::Client {
     std::array<char, kBufferSize> buffer_ = {};
 };
 
-Driver::Driver(const std::string& path, std::vector<std::vector<std::string>> requests,
-               const std::string& answer) {
-    for (std::vector<std::string>& list : requests) {
-        clients_.push_back(
-            std::make_unique<Client>(context_, path, std::move(list), answer, unsent_));
+Driver::Driver(Subject& subject, Work work, int clients) {
+    std::string answer;
+    for (int client = 0; client < clients; ++client) {
+        std::vector<std::string> requests = subject.requests(work, client);
+        if (client == 0) {
+            answer = answerTo(subject, requests);
+        }
+        clients_.push_back(std::make_unique<Client>(context_, subject.path(), std::move(requests),
+                                                    answer, unsent_));
     }
 }
 

@@ -6,18 +6,17 @@
 #include <asio/io_context.hpp>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
+
+#include "Subject.h"
 
 namespace qv::bench {
 
 class Driver {
   public:
-    // Connects one client for each list of requests. A client sends the requests of its list in
-    // turn. All requests have the same answer, `answer`. Any other answer makes run() throw
-    // std::runtime_error.
-    Driver(const std::string& path, std::vector<std::vector<std::string>> requests,
-           const std::string& answer);
+    // Connects clients that do this work. All requests of the work have the same answer. Any other
+    // answer makes run() throw std::runtime_error.
+    Driver(Subject& subject, Work work, int clients);
     ~Driver();
 
     Driver(const Driver&) = delete;

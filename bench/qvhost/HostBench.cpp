@@ -5,15 +5,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "Driver.h"
 #include "EchoSubject.h"
@@ -25,9 +22,6 @@
 namespace {
 
 using namespace qv::bench;
-
-// The default of `qvhost serve` on a small machine.
-constexpr int kThreads = 2;
 
 template <class Tested>
 Subject* tested = nullptr;
@@ -42,20 +36,11 @@ void measure(benchmark::State& state) {
     Subject& subject = *tested<Tested>;
     subject.hold(static_cast<int>(state.range(0)));
     const int clients = static_cast<int>(state.range(1));
-    std::vector<std::vector<std::string>> requests;
-    requests.reserve(static_cast<std::size_t>(clients));
-    for (int client = 0; client < clients; ++client) {
-        requests.push_back(subject.requests(work, client));
-    }
-    std::string answer;
-    for (const std::string& request : requests.front()) {
-        answer = subject.ask(request);
-    }
+    Driver driver(subject, work, clients);
     std::optional<OneProcessor> together;
     if (clients == 1) {
         together.emplace(subject.process().id());
     }
-    Driver driver(subject.path(), std::move(requests), answer);
     const auto before = subject.process().processorTime();
     while (state.KeepRunningBatch(state.max_iterations)) {
         driver.run(state.max_iterations);
@@ -74,9 +59,9 @@ void measure(benchmark::State& state) {
 QV_MEASURE(HostSubject, Ping, "host/ping", 100);
 QV_MEASURE(EchoSubject, Ping, "echo/ping", 100);
 QV_MEASURE(RpcbindSubject, Ping, "rpcbind/ping", 100);
-QV_MEASURE(HostSubject, Listing, "host/listing", 20, kMostServices);
-QV_MEASURE(EchoSubject, Listing, "echo/listing", 20, kMostServices);
-QV_MEASURE(RpcbindSubject, Listing, "rpcbind/listing", 20, kMostServices);
+QV_MEASURE(HostSubject, Listing, "host/listing", 20, 1'000);
+QV_MEASURE(EchoSubject, Listing, "echo/listing", 20, 1'000);
+QV_MEASURE(RpcbindSubject, Listing, "rpcbind/listing", 20, 1'000);
 QV_MEASURE(HostSubject, UnchangedRegistration, "host/unchangedRegistration", 100);
 QV_MEASURE(EchoSubject, UnchangedRegistration, "echo/unchangedRegistration", 100);
 QV_MEASURE(RpcbindSubject, UnchangedRegistration, "rpcbind/unchangedRegistration", 100);
@@ -95,8 +80,8 @@ std::unique_ptr<RpcbindSubject> startRpcbind() {
 }
 
 void run() {
-    HostSubject host(kThreads);
-    EchoSubject echo(host, kThreads);
+    HostSubject host(kHostThreads, Place::Kind::Memory);
+    EchoSubject echo(host, kHostThreads);
     const std::unique_ptr<RpcbindSubject> rpcbind = startRpcbind();
     tested<HostSubject> = &host;
     tested<EchoSubject> = &echo;

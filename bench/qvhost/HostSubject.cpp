@@ -6,6 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "Changes.h"
 #include "namingService.pb.h"
 #include "support/Services.h"
 
@@ -25,22 +26,21 @@ const Place& withFile(const Place& place) {
 
 }  // namespace
 
-HostSubject::HostSubject(int threads)
-    : process_({QVHOST_PROGRAM, "--config-dir", withFile(place_).path(), "--log-dir", place_.path(),
+HostSubject::HostSubject(int threads, Place::Kind kind)
+    : place_(kind),
+      process_({QVHOST_PROGRAM, "--config-dir", withFile(place_).path(), "--log-dir", place_.path(),
                 "serve", "--threads", std::to_string(threads)},
                listenOn(path_)),
       connection_(path_) {}
 
 void HostSubject::hold(int count) {
-    ask(frame(QV_COMMAND_UNREGISTER_SERVICES,
-              servicesUpTo<Services>(kMostServices).SerializeAsString()));
+    ask(frame(QV_COMMAND_UNREGISTER_SERVICES, listing()));
     ask(frame(QV_COMMAND_REGISTER_SERVICES, servicesUpTo<Services>(count).SerializeAsString()));
-    const std::string answer = ask(frame(QV_COMMAND_GET_SERVICES, ""));
-    Services listing;
-    if (!listing.ParseFromString(answer.substr(QV_FRAME_HEADER_SIZE)) ||
-        listing.services_size() != count) {
+    Services held;
+    if (!held.ParseFromString(listing()) || held.services_size() != count) {
         throw std::runtime_error("the host does not have the services that it was given");
     }
+    held_ = count;
 }
 
 std::vector<std::string> HostSubject::requests(Work work, int client) {
@@ -51,11 +51,14 @@ std::vector<std::string> HostSubject::requests(Work work, int client) {
             return {frame(QV_COMMAND_GET_SERVICES, "")};
         case Work::UnchangedRegistration:
             return {frame(QV_COMMAND_REGISTER_SERVICES, registration(client, addressOf(client)))};
-        case Work::Change:
-            return {
-                frame(QV_COMMAND_REGISTER_SERVICES, registration(client, addressOf(client) + ".a")),
-                frame(QV_COMMAND_REGISTER_SERVICES,
-                      registration(client, addressOf(client) + ".b"))};
+        case Work::Change: {
+            std::vector<std::string> requests;
+            for (const Change& change : changesOf(client, held_)) {
+                requests.push_back(
+                    frame(QV_COMMAND_REGISTER_SERVICES, registration(change.id, change.address)));
+            }
+            return requests;
+        }
     }
     throw std::logic_error("no such work");
 }
@@ -67,6 +70,10 @@ std::string HostSubject::ask(const std::string& request) {
                                  answer.substr(QV_FRAME_HEADER_SIZE));
     }
     return answer;
+}
+
+std::string HostSubject::listing() {
+    return ask(frame(QV_COMMAND_GET_SERVICES, "")).substr(QV_FRAME_HEADER_SIZE);
 }
 
 }  // namespace qv::bench

@@ -1,4 +1,4 @@
-// Measures the resident host, with its files in memory.
+// Measures the resident host, with its files in memory or on a disk.
 #ifndef QV_BENCH_HOST_SUBJECT_H
 #define QV_BENCH_HOST_SUBJECT_H
 
@@ -11,9 +11,12 @@
 
 namespace qv::bench {
 
+// The default of `qvhost serve` on a small machine.
+constexpr int kHostThreads = 2;
+
 class HostSubject : public Subject {
   public:
-    explicit HostSubject(int threads);
+    HostSubject(int threads, Place::Kind kind);
 
     void hold(int count) override;
     std::vector<std::string> requests(Work work, int client) override;
@@ -22,10 +25,13 @@ class HostSubject : public Subject {
     const ServerProcess& process() const override { return process_; }
 
   private:
-    Place place_{Place::Kind::Memory};
+    std::string listing();
+
+    Place place_;
     std::string path_ = place_.path("host.sock");
     ServerProcess process_;
     FrameConnection connection_;
+    int held_ = 0;
 };
 
 }  // namespace qv::bench

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <asio/buffer.hpp>
 #include <asio/read.hpp>
 #include <asio/write.hpp>
@@ -37,9 +38,10 @@ RpcbindSubject::RpcbindSubject() : process_({kProgram, "-f"}, socketsFor(path_))
 }
 
 void RpcbindSubject::hold(int count) {
-    for (int program = 0; program < kMostServices; ++program) {
+    for (int program = 0; program < mostPrograms_; ++program) {
         exchange(rpc::unset(program), nullptr);
     }
+    mostPrograms_ = std::max(mostPrograms_, count);
     for (int program = 0; program < count - ownCount_; ++program) {
         ask(rpc::set(program, addressOf(program)));
     }

@@ -39,6 +39,7 @@ class RpcbindSubject : public Subject {
     asio::io_context context_;
     asio::local::stream_protocol::socket socket_{context_};
     int ownCount_ = 0;
+    int mostPrograms_ = 0;
 };
 
 }  // namespace qv::bench

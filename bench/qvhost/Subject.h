@@ -11,10 +11,7 @@ namespace qv::bench {
 
 enum class Work { Ping, Listing, UnchangedRegistration, Change };
 
-// The benchmark registers at most this many services.
-constexpr int kMostServices = 1'000;
-
-// Each client changes a service of its own.
+// Each client changes services of its own.
 constexpr int kMostClients = 64;
 
 class Subject {
@@ -28,7 +25,7 @@ class Subject {
     virtual void hold(int count) = 0;
 
     // Returns the requests that a client sends for this work, in turn and repeatedly. All have the
-    // same answer.
+    // same answer. The first two leave the directory as it was.
     virtual std::vector<std::string> requests(Work work, int client) = 0;
 
     // Sends a request and returns its answer. Throws std::runtime_error if the server did not carry
