@@ -6,10 +6,12 @@
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/system_error.hpp>
 #include <asio/write.hpp>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -110,6 +112,18 @@ void Driver::run(std::int64_t count) {
         client->send();
     }
     context_.run();
+}
+
+std::int64_t Driver::runFor(std::chrono::steady_clock::duration time) {
+    constexpr std::int64_t kEndless = std::numeric_limits<std::int64_t>::max();
+    std::int64_t sent = 0;
+    asio::steady_timer timer(context_, time);
+    timer.async_wait([&](const asio::error_code& /*error*/) {
+        sent = kEndless - unsent_;
+        unsent_ = 0;
+    });
+    run(kEndless);
+    return sent;
 }
 
 }  // namespace qv::bench

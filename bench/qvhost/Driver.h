@@ -4,6 +4,7 @@
 #define QV_BENCH_DRIVER_H
 
 #include <asio/io_context.hpp>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -15,7 +16,7 @@ namespace qv::bench {
 class Driver {
   public:
     // Connects clients that do this work. All requests of the work have the same answer. Any other
-    // answer makes run() throw std::runtime_error.
+    // answer makes run() and runFor() throw std::runtime_error.
     Driver(Subject& subject, Work work, int clients);
     ~Driver();
 
@@ -24,6 +25,9 @@ class Driver {
 
     // Sends `count` requests and returns when all are answered.
     void run(std::int64_t count);
+
+    // Sends requests for this long, and returns their number when all are answered.
+    std::int64_t runFor(std::chrono::steady_clock::duration time);
 
   private:
     class Client;

@@ -113,6 +113,13 @@ ServerProcess::~ServerProcess() {
     waitpid(process_, nullptr, 0);
 }
 
+bool ServerProcess::hasEnded() const {
+    siginfo_t ended = {};
+    checked(waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOHANG | WNOWAIT),
+            "waitid");
+    return ended.si_pid == process_;
+}
+
 std::chrono::nanoseconds ServerProcess::processorTime() const {
     clockid_t clock = {};
     timespec time = {};

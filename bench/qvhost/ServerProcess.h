@@ -33,6 +33,9 @@ class ServerProcess {
 
     pid_t id() const { return process_; }
 
+    // Says whether the server has ended of its own accord.
+    bool hasEnded() const;
+
     // Returns the processor time of all threads of the server up to now.
     std::chrono::nanoseconds processorTime() const;
 
