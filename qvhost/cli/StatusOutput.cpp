@@ -86,8 +86,12 @@ std::string textOf(const Counts& counts, const Names& names) {
     return texts.empty() ? "none" : fmt::format("{}", fmt::join(texts, ", "));
 }
 
-Json jsonOf(bool applies, HostStatus::Time time) {
-    return applies ? Json(time.time_since_epoch().count()) : Json();
+bool isKnown(HostStatus::Time time) {
+    return time != HostStatus::Time();
+}
+
+Json jsonOf(HostStatus::Time time) {
+    return isKnown(time) ? Json(time.time_since_epoch().count()) : Json();
 }
 
 template <typename Duration>
@@ -106,6 +110,11 @@ std::string textOf(HostStatus::Time time) {
         return fmt::format("second {}", seconds);
     }
     return text;
+}
+
+// Returns ", since" and the time, or nothing if the time is unknown.
+std::string sinceTextOf(HostStatus::Time time) {
+    return isKnown(time) ? ", since " + textOf(time) : "";
 }
 
 std::string textOf(std::chrono::microseconds duration) {
@@ -130,19 +139,20 @@ std::string counted(uint64_t count, const char* noun) {
 
 std::string keptTextOf(const HostStatus& status) {
     return status.isKept ? "yes"
-                         : fmt::format("no, since {}: {}", textOf(status.notKeptSince),
+                         : fmt::format("no{}: {}", sinceTextOf(status.notKeptSince),
                                        text::escaped(status.notKeptReason));
 }
 
 std::string fileTextOf(const HostStatus::File& file) {
-    std::string text = text::escaped(file.path);
-    if (file.behind == 0) {
-        text += " holds the directory";
-    } else {
-        text += fmt::format(" is behind by {} since {}", counted(file.behind, "change"),
-                            textOf(file.behindSince));
+    const std::string path = text::escaped(file.path);
+    if (file.behind == 0 && file.problem.empty()) {
+        return path + " holds the directory";
     }
-    return file.problem.empty() ? text : text + ": " + text::escaped(file.problem);
+    // A file that somebody else changed lacks no change of a client.
+    const std::string what = file.behind == 0 ? "does not hold the directory"
+                                              : "is behind by " + counted(file.behind, "change");
+    return fmt::format("{} {}{}{}{}", path, what, sinceTextOf(file.behindSince),
+                       file.problem.empty() ? "" : ": ", text::escaped(file.problem));
 }
 
 Json jsonOf(const HostStatus& status) {
@@ -151,19 +161,19 @@ Json jsonOf(const HostStatus& status) {
     const HostStatus::Saves& saves = status.saves;
     return {
         {"version", status.version},
-        {"startTime", status.startTime.time_since_epoch().count()},
+        {"startTime", jsonOf(status.startTime)},
         {"start", status.start},
         {"services", status.services},
         {"addressBytes", status.addressBytes},
         {"revision", status.revision},
         {"kept", status.isKept},
-        {"notKeptSince", jsonOf(!status.isKept, status.notKeptSince)},
+        {"notKeptSince", jsonOf(status.notKeptSince)},
         {"notKeptReason", status.isKept ? Json() : Json(status.notKeptReason)},
         {"file",
          {{"path", file.path},
           {"revision", file.revision},
           {"behind", file.behind},
-          {"behindSince", jsonOf(file.behind > 0, file.behindSince)},
+          {"behindSince", jsonOf(file.behindSince)},
           {"problem", file.problem.empty() ? Json() : Json(file.problem)}}},
         {"commits",
          {{"count", commits.count},

@@ -190,8 +190,7 @@ TEST(QvhostAnswers, StatusSucceedsIfTheDirectoryIsKept) {
 TEST(QvhostAnswers, StatusFailsIfTheDirectoryIsNotKept) {
     const Outcome table = runWith(answering(QV_OK, statusThatIs(false)), {"status"});
     EXPECT_EQ(table.status, 1);
-    EXPECT_THAT(table.out, HasSubstr("\nkept      no, since 1970-01-01T00:00:00Z: the disk is "
-                                     "full\n"));
+    EXPECT_THAT(table.out, HasSubstr("\nkept      no: the disk is full\n"));
     const Outcome outcome = runWith(answering(QV_OK, statusThatIs(false)), {"status", "--json"});
     EXPECT_EQ(outcome.status, 1);
     const json status = json::parse(outcome.out);

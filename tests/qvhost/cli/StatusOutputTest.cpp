@@ -82,11 +82,21 @@ TEST(FormatStatus, TableSaysWhatIsWrong) {
     const std::string table = formatStatus(troubled(), Format::Table);
     EXPECT_THAT(table, HasSubstr("\nkept      no, since 2026-11-21T09:19:20Z: the disk is full\n"));
     EXPECT_THAT(table,
-                HasSubstr("\nfile      /state/namingService.conf.plist is behind by 2 changes "
+                HasSubstr("\nfile      /state/namingService.conf.plist is behind by 2 changes, "
                           "since 2026-11-21T09:19:21Z: it may not be written\n"));
     EXPECT_THAT(table, HasSubstr(" the longest 2.150 ms; one under way for 1500.000 ms\n"));
     EXPECT_THAT(table, HasSubstr(" the longest 12.000 ms; one under way for 0.020 ms\n"));
     EXPECT_THAT(table, HasSubstr("\nrefused   forbidden 2, too long 1\n"));
+}
+
+TEST(FormatStatus, TableSaysThatTheFileHoldsAnotherDirectory) {
+    HostStatus status = healthy();
+    status.file.problem = "it is damaged";
+    EXPECT_THAT(formatStatus(status, Format::Table),
+                HasSubstr(".plist does not hold the directory: it is damaged\n"));
+    status.file.problem.clear();
+    status.file.behind = 1;
+    EXPECT_THAT(formatStatus(status, Format::Table), HasSubstr(".plist is behind by 1 change\n"));
 }
 
 TEST(FormatStatus, TableLeavesOutALevelThatIsUnknown) {
