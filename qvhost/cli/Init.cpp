@@ -15,13 +15,11 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "The plug-in keeps the directory in a configuration file, which it never makes itself.\n"
-    "Without the file, the services are gone when the host ends. This makes the file in the\n"
-    "directory of --config-dir, and the directory if it is missing. The file holds no services.\n"
-    "If something stands in the place of the file, of its backup or of the host's record,\n"
-    "qvhost leaves it alone and fails. It also makes the directory of the backup. It loads the "
-    "plug-in but does not initialise it. With --json the output is one\n"
-    "object on one line:\n"
+    "The plug-in keeps the directory in a configuration file, which it never makes itself. This\n"
+    "makes the file in the directory of --config-dir, that directory if it is missing, and the\n"
+    "directory of the backup. The file holds no services. If something stands in the place of\n"
+    "the file, of its backup or of the host's record, qvhost leaves it alone and fails. It loads\n"
+    "the plug-in but does not initialise it. With --json the output is one object on one line:\n"
     "\n"
     "  {\"path\":\"...\"}";
 

@@ -18,8 +18,8 @@ namespace {
 constexpr char kFooter[] =
     "Asks the resident host. With --offline, reads the configuration file instead, or its\n"
     "backup if the file is missing or damaged, and says on standard error which one it read.\n"
-    "That changes no file and needs no host. A running host may know of removals that the file\n"
-    "does not show.\n"
+    "That changes no file and needs no host. The file follows a running host within about a\n"
+    "second.\n"
     "\n"
     "The table shows control characters, and bytes that are not UTF-8, escaped as in \\x1b, and\n"
     "a backslash twice. With --json the directory is one array on one line. With --csv it has\n"

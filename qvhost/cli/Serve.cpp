@@ -33,6 +33,9 @@ namespace {
 
 constexpr char kFooter[] =
     "The host keeps the directory of services and lets other programs use it over its socket.\n"
+    "A change that it acknowledges is in its record on the disk, beside the configuration. The\n"
+    "plug-in's file follows within about a second.\n"
+    "\n"
     "The socket is in /run/Vornak/LorxCore, or where --socket or QV_RUN_DIR says. The host\n"
     "makes the socket, and its directory if that is missing, and replaces a socket that a\n"
     "killed host left. If the service manager passes a socket, the host uses that one and does\n"
@@ -49,7 +52,7 @@ constexpr char kFooter[] =
     "  SIGTERM, SIGINT  Answers the requests that have arrived and finalises the plug-in. After a\n"
     "                   second signal, does not wait for clients that do not read. After a third,\n"
     "                   does not wait for the plug-in. Each --stop-timeout counts as a signal.\n"
-    "  SIGHUP           Finalises the plug-in and initialises it again. Requests wait meanwhile.\n"
+    "  SIGHUP           Finalises the plug-in and initialises it again. Answers requests meanwhile.\n"
     "\n"
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";

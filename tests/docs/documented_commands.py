@@ -67,8 +67,10 @@ def execute(where, command, environment):
     words = command.replace("DIR", "directory").replace("vornak", str(os.getgid())).split()
     program = words[0].rpartition("/")[2]
     if program == "qvhost" and "serve" in words:
+        # The other host has the socket and the configuration of the environment.
         own = [] if "--socket" in words else ["--socket", "other.sock"]
-        end(serve(words[1:] + own, environment))
+        os.makedirs("other", exist_ok=True)
+        end(serve(words[1:] + own, dict(environment, QV_CONFIG_DIR="other")))
         return
     if program == "qvhost":
         words[0] = QVHOST
