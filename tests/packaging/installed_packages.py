@@ -203,25 +203,39 @@ class InstalledPackages(unittest.TestCase):
         self.assertFalse(os.path.exists(SOCKET))
         start()
 
-    def test_04_a_damaged_file_is_restored_from_the_backup(self):
-        run("qvhost", "register", "3", "/run/3.sock")
+    def test_04_a_damaged_file_is_written_anew_from_the_record(self):
+        run("qvhost", "register", "--sync", "3", "/run/3.sock")
+        run("qvhost", "unregister", "3")
+        killed = main_process()
+        os.kill(killed, signal.SIGKILL)
+        wait_until(lambda: state(SERVICE) == RUNNING and main_process() != killed)
+        self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
         systemctl("stop", SERVICE)
         with open(CONFIGURATION, "r+b") as file:
             file.write(b"damage")
         start()
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
+        run("qvhost", "sync")
+        offline = run("qvhost", "list", "--offline", "--csv").replace("\r", "").split("\n")
+        self.assertEqual(offline[1:-1], listing())
+        record = os.stat(CONFIGURATION + ".record")
+        self.assertEqual((record.st_uid, record.st_mode & 0o777),
+                         (pwd.getpwnam("lorxcore").pw_uid, 0o600))
 
-    def test_05_a_reload_reads_the_file_and_disconnects_nobody(self):
+    def test_05_a_reload_reads_an_edited_file_and_disconnects_nobody(self):
         process, client = main_process(), Client()
         usual = client.ask(LIST)
-        run("qvhost", "unregister", "2")
-        self.assertEqual(listing(), ["1,/run/1.sock"])
+        edited = contents(CONFIGURATION).replace(b"/run/2.sock", b"/run/x.sock")
+        with open(CONFIGURATION, "wb") as file:
+            file.write(edited)
         systemctl("reload", SERVICE)
         # The manager has sent the signal, but does not wait until the service has reloaded.
-        wait_until(lambda: listing() == ["1,/run/1.sock", "2,/run/2.sock"])
+        wait_until(lambda: listing() == ["1,/run/1.sock", "2,/run/x.sock"])
+        run("qvhost", "register", "2", "/run/2.sock")
         self.assertEqual(client.ask(LIST), usual)
         client.close()
         self.assertEqual((state(SERVICE), main_process()), (RUNNING, process))
+        run("qvhost", "status")
 
     def test_06_a_client_of_another_user_is_refused(self):
         refused = list_as("nobody")
@@ -301,10 +315,12 @@ class InstalledPackages(unittest.TestCase):
                          "5 /run/5.sock\n")
 
     def test_11_an_upgrade_keeps_the_configuration_and_restarts_the_service(self):
+        run("qvhost", "sync")
         before, process = contents(CONFIGURATION), main_process()
         run("dpkg", "--install", *packages_of_version("1.0.1"))
         self.assertIn("1.0.1", run("dpkg-query", "--show", NAMES[1]))
         self.assertEqual(contents(CONFIGURATION), before)
+        self.assertTrue(os.path.exists(CONFIGURATION + ".record"))
         self.assertEqual(state(SERVICE), RUNNING)
         self.assertNotEqual(main_process(), process)
         self.assertEqual(listing(), ["1,/run/1.sock", "2,/run/2.sock"])
@@ -364,6 +380,7 @@ class InstalledPackages(unittest.TestCase):
         self.assertFalse(os.path.exists("/usr/bin/qvhost"))
         self.assertFalse(os.path.exists(SOCKET))
         self.assertTrue(os.path.exists(CONFIGURATION))
+        self.assertTrue(os.path.exists(CONFIGURATION + ".record"))
         self.assertEqual(running(), [])
 
     def test_17_another_installation_keeps_the_services_and_the_enabled_units(self):
@@ -374,6 +391,7 @@ class InstalledPackages(unittest.TestCase):
     def test_18_a_purge_removes_everything(self):
         run("dpkg", "--purge", *NAMES)
         self.assertEqual(running(), [])
+        self.assertFalse(os.path.exists(STATE))
         self.assertEqual(left(), "")
 
     def test_19_an_installation_without_a_manager_enables_the_service(self):
