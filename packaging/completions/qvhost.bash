@@ -5,8 +5,8 @@
 _qvhost_options() {
     local help='--help --version' plugin='--config-dir --plugin --log-dir'
     case $1 in
-        serve) echo "$help $plugin --socket --threads --max-message --max-clients --idle-timeout" \
-            "--frame-timeout --stop-timeout --allow-user --allow-group" ;;
+        serve) echo "$help $plugin --socket --threads --max-message --max-clients --max-memory" \
+            "--idle-timeout --frame-timeout --stop-timeout --allow-user --allow-group" ;;
         register) echo "$help --socket --sync" ;;
         unregister | level | ping) echo "$help --socket" ;;
         status) echo "$help --socket --json --timeout" ;;
@@ -27,8 +27,8 @@ _qvhost_value() {
         --format) compgen -W 'csv json' -- "$2" ;;
         --allow-user) compgen -u -- "$2" ;;
         --allow-group) compgen -g -- "$2" ;;
-        --threads | --max-message | --max-clients | --idle-timeout | --frame-timeout | \
-            --stop-timeout | --interval | --timeout) ;;
+        --threads | --max-message | --max-clients | --max-memory | --idle-timeout | \
+            --frame-timeout | --stop-timeout | --interval | --timeout) ;;
         *) return 1 ;;
     esac
 }

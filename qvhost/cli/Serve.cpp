@@ -44,7 +44,9 @@ constexpr char kFooter[] =
     "Root and the host's own user may connect, and those whom --allow-user and --allow-group\n"
     "name. Both options may be given several times. The host refuses all other users. It also\n"
     "tells a client beyond --max-clients, a client whose request exceeds --max-message and a\n"
-    "client that is too slow, and closes their connections. Other clients notice nothing.\n"
+    "client that is too slow, and closes their connections. Other clients notice nothing. While\n"
+    "all clients together have --max-memory, the host reads no long request. A user other than\n"
+    "root and the host's own may have a quarter of the clients and of the memory.\n"
     "\n"
     "The host says on standard error when it serves, and tells a service manager of\n"
     "Type=notify.\n"
@@ -52,7 +54,8 @@ constexpr char kFooter[] =
     "  SIGTERM, SIGINT  Answers the requests that have arrived and finalises the plug-in. After a\n"
     "                   second signal, does not wait for clients that do not read. After a third,\n"
     "                   does not wait for the plug-in. Each --stop-timeout counts as a signal.\n"
-    "  SIGHUP           Finalises the plug-in and initialises it again. Answers requests meanwhile.\n"
+    "  SIGHUP           Finalises the plug-in and initialises it again. Answers requests "
+    "meanwhile.\n"
     "\n"
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
@@ -68,6 +71,7 @@ struct ServeOptions {
                                   kMostThreadsByDefault);
     uint32_t maxMessage = ClientLimits().maxMessage;
     std::size_t maxClients = ClientLimits().maxClients;
+    std::size_t maxMemory = ClientLimits().maxMemory;
     std::string idleTimeout = "0";
     std::string frameTimeout = "10";
     std::string stopTimeout = "10";
@@ -81,6 +85,7 @@ ServerSettings settingsOf(const ServeOptions& options, const std::string& socket
     settings.threads = options.threads;
     settings.limits.maxMessage = options.maxMessage;
     settings.limits.maxClients = options.maxClients;
+    settings.limits.maxMemory = options.maxMemory;
     settings.limits.idleTimeout = milliseconds(options.idleTimeout);
     settings.limits.frameTimeout = milliseconds(options.frameTimeout);
     settings.stopTimeout = milliseconds(options.stopTimeout);
@@ -159,6 +164,13 @@ void addServe(CommandLine& line) {
     subcommand.add_option("--max-clients", options->maxClients, "Clients connected at once")
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000))
+        ->capture_default_str();
+    constexpr std::size_t kLeastMemory = std::size_t{1} << 20;
+    subcommand
+        .add_option("--max-memory", options->maxMemory,
+                    "Bytes of the requests and answers of all clients together")
+        ->type_name("BYTES")
+        ->check(CLI::Range(kLeastMemory, std::numeric_limits<std::size_t>::max() / 2))
         ->capture_default_str();
     subcommand
         .add_option("--idle-timeout", options->idleTimeout,

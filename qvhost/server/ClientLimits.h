@@ -12,6 +12,7 @@ namespace qv::host {
 struct ClientLimits {
     uint32_t maxMessage = 16 * 1024 * 1024;  // bytes of a request without its header
     std::size_t maxClients = 1024;           // connected at once
+    std::size_t maxMemory = std::size_t{256} * 1024 * 1024;  // bytes of all requests and answers
     std::chrono::milliseconds idleTimeout{0};
     std::chrono::milliseconds frameTimeout{10'000};
 };
