@@ -20,7 +20,6 @@ using testing::SizeIs;
 using tests::answering;
 using tests::Failure;
 using tests::failureOf;
-using tests::frameOf;
 using tests::moreThanASocketHolds;
 using tests::noting;
 using tests::Peer;
