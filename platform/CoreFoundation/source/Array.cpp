@@ -1,41 +1,24 @@
 #include "Array.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "Hash.h"
 
 namespace cf {
 
 namespace {
 
-constexpr CFArrayCallBacks kNoCallBacks = {0, nullptr, nullptr, nullptr, nullptr};
-
-bool isForObjects(const CFArrayCallBacks& callBacks) {
-    return callBacks.retain == kCFTypeArrayCallBacks.retain &&
-           callBacks.release == kCFTypeArrayCallBacks.release &&
-           callBacks.equal == kCFTypeArrayCallBacks.equal;
-}
-
-// Creates an empty array. The memory behind it has room for the callbacks, unless the values are
-// objects, and for `inlineCount` values, all of which must be appended.
-Array* createArray(CFAllocatorRef allocator, bool isMutable, const CFArrayCallBacks* callBacks,
+// Creates an empty array. The memory behind it has room for `inlineCount` values, all of which must
+// be appended.
+Array* createArray(CFAllocatorRef allocator, bool isMutable, bool ofObjects,
                    std::size_t inlineCount) {
-    const CFArrayCallBacks& wanted = callBacks == nullptr ? kNoCallBacks : *callBacks;
-    const bool isSpecial = !isForObjects(wanted);
-    const std::size_t callBacksSize = isSpecial ? sizeof wanted : 0;
-    if (inlineCount > (PTRDIFF_MAX - sizeof wanted) / sizeof(void*)) {
+    if (inlineCount > PTRDIFF_MAX / sizeof(void*)) {
         return nullptr;
     }
-    auto* const array =
-        create<Array>(allocator, callBacksSize + inlineCount * sizeof(void*), isMutable, isSpecial);
-    if (array == nullptr) {
-        return nullptr;
-    }
-    char* behind = reinterpret_cast<char*>(array + 1);
-    if (isSpecial) {
-        new (behind) CFArrayCallBacks(wanted);
-        behind += callBacksSize;
-    }
-    if (inlineCount != 0) {
-        array->values = reinterpret_cast<const void**>(behind);
+    auto* const array = create<Array>(allocator, inlineCount * sizeof(void*), isMutable, ofObjects);
+    if (array != nullptr && inlineCount != 0) {
+        array->values = reinterpret_cast<const Object**>(array + 1);
         array->capacity = inlineCount;
         array->valuesStandBehind = true;
     }
@@ -53,57 +36,33 @@ bool makeRoom(Array& array) {
     if (values == nullptr) {
         return false;
     }
-    array.values = static_cast<const void**>(values);
+    array.values = static_cast<const Object**>(values);
     array.capacity = capacity;
     return true;
 }
 
-// Appends a value. The array must have room for it.
-void append(Array& array, const void* value) {
-    if (array.holdsObjects()) {
-        retain(asObject(value));
-    } else if (array.callBacks().retain != nullptr) {
-        value = array.callBacks().retain(kCFAllocatorDefault, value);
-    }
-    array.values[array.count++] = value;
-}
-
 void endArray(Object& object, Ending& ending) {
     auto& array = static_cast<Array&>(object);
-    for (std::size_t at = 0; at < array.count; ++at) {
-        if (array.holdsObjects()) {
-            ending.release(array.objectAt(at));
-        } else if (array.callBacks().release != nullptr) {
-            array.callBacks().release(kCFAllocatorDefault, array.values[at]);
-        }
+    for (std::size_t at = 0; array.valuesAreObjects && at < array.count; ++at) {
+        ending.release(array.values[at]);
     }
-    const std::size_t callBacksSize = array.hasCallBacks ? sizeof(CFArrayCallBacks) : 0;
     if (array.valuesStandBehind) {
-        dispose(&array, callBacksSize + array.count * sizeof(void*));
+        dispose(&array, array.count * sizeof(void*));
     } else {
         std::free(static_cast<void*>(array.values));
-        dispose(&array, callBacksSize);
+        dispose(&array);
     }
 }
 
 bool equalArrays(const Object* one, const Object* other, Comparison& comparison) {
     const auto& left = *static_cast<const Array*>(one);
     const auto& right = *static_cast<const Array*>(other);
-    if (left.count != right.count || left.holdsObjects() != right.holdsObjects()) {
-        return false;
-    }
-    for (std::size_t at = 0; at < left.count; ++at) {
-        if (left.holdsObjects()) {
-            if (!comparison.compare(left.objectAt(at), right.objectAt(at))) {
-                return false;
-            }
-        } else if (left.values[at] != right.values[at] &&
-                   (left.callBacks().equal == nullptr ||
-                    left.callBacks().equal(left.values[at], right.values[at]) == FALSE)) {
-            return false;
-        }
-    }
-    return true;
+    return left.count == right.count && left.valuesAreObjects == right.valuesAreObjects &&
+           std::equal(left.values, left.values + left.count, right.values,
+                      [&](const Object* value, const Object* otherValue) {
+                          return value == otherValue ||
+                                 (left.valuesAreObjects && comparison.compare(value, otherValue));
+                      });
 }
 
 // Returns the hash of the count, since the elements may be nested deep.
@@ -111,26 +70,12 @@ CFHashCode hashArray(const Object* object) {
     return hashWord(static_cast<const Array*>(object)->count);
 }
 
-void describeArray(const Object* object, Description& description) {
-    const auto& array = *static_cast<const Array*>(object);
-    description.add("(");
-    for (std::size_t at = 0; at < array.count && !description.full(); ++at) {
-        description.add(at == 0 ? "" : ", ");
-        if (array.holdsObjects()) {
-            description.add(array.objectAt(at));
-        } else {
-            description.add(array.values[at], array.callBacks().copyDescription);
-        }
-    }
-    description.add(")");
-}
-
 }  // namespace
 
-const TypeBehavior kArrayBehavior = {endArray, equalArrays, hashArray, describeArray};
+const TypeBehavior kArrayBehavior = {endArray, equalArrays, hashArray};
 
 Array* makeArray() {
-    return createArray(kCFAllocatorDefault, true, &kCFTypeArrayCallBacks, 0);
+    return createArray(kCFAllocatorDefault, true, true, 0);
 }
 
 bool appendTaking(Array& array, const Object* value) {
@@ -156,6 +101,17 @@ void releaseValue(CFAllocatorRef /*allocator*/, const void* value) {
     CFRelease(value);
 }
 
+// Returns whether the layer knows the callbacks.
+bool isKnown(const CFArrayCallBacks* callBacks) {
+    return callBacks == nullptr ||
+           std::memcmp(callBacks, &kCFTypeArrayCallBacks, sizeof *callBacks) == 0;
+}
+
+// Appends a value. The array must have room for it.
+void append(Array& array, const void* value) {
+    array.values[array.count++] = cf::asObject(array.valuesAreObjects ? CFRetain(value) : value);
+}
+
 CFMutableArrayRef asReference(Array* array) {
     return reinterpret_cast<CFMutableArrayRef>(array);
 }
@@ -170,22 +126,22 @@ const CFArrayCallBacks kCFTypeArrayCallBacks = {0, retainValue, releaseValue, CF
 
 CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                          const CFArrayCallBacks* callBacks) {
-    if (count < 0 || (values == nullptr && count != 0)) {
+    if (count < 0 || (values == nullptr && count != 0) || !isKnown(callBacks)) {
         return nullptr;
     }
-    Array* const array =
-        cf::createArray(allocator, false, callBacks, static_cast<std::size_t>(count));
-    if (array != nullptr) {
-        for (CFIndex at = 0; at < count; ++at) {
-            cf::append(*array, values[at]);
-        }
+    const auto size = static_cast<std::size_t>(count);
+    Array* const array = cf::createArray(allocator, false, callBacks != nullptr, size);
+    while (array != nullptr && array->count < size) {
+        append(*array, values[array->count]);
     }
     return asReference(array);
 }
 
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                        const CFArrayCallBacks* callBacks) {
-    return capacity < 0 ? nullptr : asReference(cf::createArray(allocator, true, callBacks, 0));
+    return capacity < 0 || !isKnown(callBacks)
+               ? nullptr
+               : asReference(cf::createArray(allocator, true, callBacks != nullptr, 0));
 }
 
 CFTypeID CFArrayGetTypeID() {
@@ -205,6 +161,6 @@ const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
 void CFArrayAppendValue(CFMutableArrayRef reference, const void* value) {
     auto& array = *reinterpret_cast<Array*>(reference);
     if (array.isMutable && cf::makeRoom(array)) {
-        cf::append(array, value);
+        append(array, value);
     }
 }

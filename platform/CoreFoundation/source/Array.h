@@ -9,19 +9,11 @@
 namespace cf {
 
 struct Array : Container {
-    Array(bool canChange, bool isSpecial) : Container(Type::Array, canChange, isSpecial) {}
-
-    // Returns whether the values are objects, as in every array of a property list.
-    bool holdsObjects() const { return !hasCallBacks; }
-    // Returns the callbacks. The array must not hold objects.
-    const CFArrayCallBacks& callBacks() const {
-        return *reinterpret_cast<const CFArrayCallBacks*>(this + 1);
-    }
-    const Object* objectAt(std::size_t index) const { return asObject(values[index]); }
+    Array(bool canChange, bool areObjects) : Container(Type::Array, canChange, areObjects) {}
 
     bool valuesStandBehind = false;
     std::size_t count = 0;
-    const void** values = nullptr;
+    const Object** values = nullptr;
 };
 
 inline const Array* asArray(const Object* object) {

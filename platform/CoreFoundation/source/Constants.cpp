@@ -9,29 +9,18 @@ namespace cf {
 
 namespace {
 
-struct Constant : Object {
-    constexpr Constant(Type itsType, const char* itsName)
-        : Object(itsType, kImmortal), name(itsName) {}
-
-    const char* name;
-};
-
-Constant g_systemAllocator(Type::Allocator, "system allocator");
-Constant g_mallocAllocator(Type::Allocator, "malloc allocator");
-Constant g_nullAllocator(Type::Allocator, "null allocator");
-Constant g_null(Type::Null, "null");
-Constant g_true(Type::Boolean, "true");
-Constant g_false(Type::Boolean, "false");
+Object g_systemAllocator(Type::Allocator, Object::kImmortal);
+Object g_mallocAllocator(Type::Allocator, Object::kImmortal);
+Object g_nullAllocator(Type::Allocator, Object::kImmortal);
+Object g_null(Type::Null, Object::kImmortal);
+Object g_true(Type::Boolean, Object::kImmortal);
+Object g_false(Type::Boolean, Object::kImmortal);
 
 void endConstant(Object& /*object*/, Ending& /*ending*/) {}
 
-void describeConstant(const Object* object, Description& description) {
-    description.add(static_cast<const Constant*>(object)->name);
-}
-
 }  // namespace
 
-const TypeBehavior kNullBehavior = {endConstant, nullptr, nullptr, describeConstant};
+const TypeBehavior kNullBehavior = {endConstant, nullptr, nullptr};
 const TypeBehavior kAllocatorBehavior = kNullBehavior;
 const TypeBehavior kBooleanBehavior = kNullBehavior;
 

@@ -31,20 +31,9 @@ CFHashCode hashData(const Object* object) {
     return hashBytes(data.size == 0 ? &data : static_cast<const void*>(data.bytes), data.size);
 }
 
-void describeData(const Object* object, Description& description) {
-    const auto& data = *static_cast<const Data*>(object);
-    description.add("<");
-    for (std::size_t at = 0; at < data.size && !description.full(); ++at) {
-        constexpr char kDigits[] = "0123456789abcdef";
-        const char digits[] = {kDigits[data.bytes[at] >> 4], kDigits[data.bytes[at] & 0xF]};
-        description.add(digits, sizeof digits);
-    }
-    description.add(">");
-}
-
 }  // namespace
 
-const TypeBehavior kDataBehavior = {endData, equalData, hashData, describeData};
+const TypeBehavior kDataBehavior = {endData, equalData, hashData};
 
 Data* makeData(std::string_view bytes, CFAllocatorRef allocator) {
     auto* const data =

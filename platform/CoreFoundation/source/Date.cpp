@@ -1,6 +1,5 @@
 #include "Date.h"
 
-#include <charconv>
 #include <cmath>
 
 #include "Hash.h"
@@ -26,17 +25,9 @@ CFHashCode hashDate(const Object* object) {
     return std::isnan(time) ? hashWord(0) : hashBytes(&time, sizeof time);
 }
 
-void describeDate(const Object* object, Description& description) {
-    char text[64] = {};
-    const auto end =
-        std::to_chars(text, text + sizeof text, static_cast<const Date*>(object)->time);
-    description.add(text, static_cast<std::size_t>(end.ptr - text));
-    description.add(" s since 2001-01-01T00:00:00Z");
-}
-
 }  // namespace
 
-const TypeBehavior kDateBehavior = {endDate, equalDates, hashDate, describeDate};
+const TypeBehavior kDateBehavior = {endDate, equalDates, hashDate};
 
 }  // namespace cf
 

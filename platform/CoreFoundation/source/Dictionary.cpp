@@ -1,6 +1,7 @@
 #include "Dictionary.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "DictionaryIndex.h"
 #include "Hash.h"
@@ -9,52 +10,12 @@ namespace cf {
 
 namespace {
 
-using CallBacks = Dictionary::CallBacks;
 using Entry = Dictionary::Entry;
 using Index = Dictionary::Index;
 
 // The number of entries up to which looking at each of them is faster than an index.
 constexpr std::size_t kMostWithoutIndex = 8;
 constexpr std::size_t kMostEntries = UINT32_MAX / 4;
-
-constexpr CFDictionaryKeyCallBacks kNoKeyCallBacks = {0,       nullptr, nullptr,
-                                                      nullptr, nullptr, nullptr};
-constexpr CFDictionaryValueCallBacks kNoValueCallBacks = {0, nullptr, nullptr, nullptr, nullptr};
-
-bool isForObjects(const CFDictionaryKeyCallBacks& callBacks) {
-    return callBacks.retain == kCFTypeDictionaryKeyCallBacks.retain &&
-           callBacks.release == kCFTypeDictionaryKeyCallBacks.release &&
-           callBacks.equal == kCFTypeDictionaryKeyCallBacks.equal &&
-           callBacks.hash == kCFTypeDictionaryKeyCallBacks.hash;
-}
-
-bool isForObjects(const CFDictionaryValueCallBacks& callBacks) {
-    return callBacks.retain == kCFTypeDictionaryValueCallBacks.retain &&
-           callBacks.release == kCFTypeDictionaryValueCallBacks.release &&
-           callBacks.equal == kCFTypeDictionaryValueCallBacks.equal;
-}
-
-Dictionary* createDictionary(CFAllocatorRef allocator, bool isMutable,
-                             const CFDictionaryKeyCallBacks* keyCallBacks,
-                             const CFDictionaryValueCallBacks* valueCallBacks) {
-    if (keyCallBacks == &kCFTypeDictionaryKeyCallBacks &&
-        valueCallBacks == &kCFTypeDictionaryValueCallBacks) {
-        return create<Dictionary>(allocator, 0, isMutable, false);
-    }
-    const auto& key = keyCallBacks == nullptr ? kNoKeyCallBacks : *keyCallBacks;
-    const auto& value = valueCallBacks == nullptr ? kNoValueCallBacks : *valueCallBacks;
-    const bool keysAreObjects = isForObjects(key);
-    const bool valuesAreObjects = isForObjects(value);
-    if (keysAreObjects && valuesAreObjects) {
-        return create<Dictionary>(allocator, 0, isMutable, false);
-    }
-    auto* const dictionary = create<Dictionary>(allocator, sizeof(CallBacks), isMutable, true);
-    if (dictionary != nullptr) {
-        new (static_cast<void*>(dictionary + 1))
-            CallBacks{key, value, keysAreObjects, valuesAreObjects};
-    }
-    return dictionary;
-}
 
 // Compares two keys. The search for a key needs the result at once, so containers that are keys,
 // and the keys of their keys, are compared recursively. Returns false beyond a depth that no
@@ -71,30 +32,31 @@ bool equalKeys(const Object* one, const Object* other) {
     return areEqual;
 }
 
-bool sameKey(const Dictionary& dictionary, const void* one, const void* other) {
-    if (one == other) {
-        return true;
+bool sameKey(const Dictionary& dictionary, const Object* one, const Object* other) {
+    if (one == other || !dictionary.keysAreObjects) {
+        return one == other;
     }
-    if (!dictionary.keysAreObjects()) {
-        const auto equalOf = dictionary.callBacks().key.equal;
-        return equalOf != nullptr && equalOf(one, other) != FALSE;
+    if (typeOf(one) == Type::String && typeOf(other) == Type::String) {
+        return equalStrings(*asString(one), *asString(other));
     }
-    const Object* const left = asObject(one);
-    const Object* const right = asObject(other);
-    if (typeOf(left) == Type::String && typeOf(right) == Type::String) {
-        return equalStrings(*asString(left), *asString(right));
-    }
-    return equalKeys(left, right);
+    return equalKeys(one, other);
 }
 
-std::uint32_t hashKey(const Dictionary& dictionary, const void* key) {
-    if (dictionary.keysAreObjects()) {
-        return static_cast<std::uint32_t>(hash(asObject(key)));
-    }
-    const auto hashOf = dictionary.callBacks().key.hash;
-    // The results of a callback, or addresses, may differ in only a few bits.
+std::uint32_t hashKey(const Dictionary& dictionary, const Object* key) {
     return static_cast<std::uint32_t>(
-        hashWord(hashOf == nullptr ? reinterpret_cast<std::uintptr_t>(key) : hashOf(key)));
+        dictionary.keysAreObjects ? hash(key) : hashWord(reinterpret_cast<std::uintptr_t>(key)));
+}
+
+void releaseKey(const Dictionary& dictionary, const Object* key) {
+    if (dictionary.keysAreObjects) {
+        release(key);
+    }
+}
+
+void releaseValue(const Dictionary& dictionary, const Object* value) {
+    if (dictionary.valuesAreObjects) {
+        release(value);
+    }
 }
 
 Index* makeIndex(const Dictionary& dictionary, std::size_t capacity) {
@@ -138,7 +100,7 @@ bool makeRoom(Dictionary& dictionary) {
     return true;
 }
 
-Entry* find(const Dictionary& dictionary, const void* key) {
+Entry* find(const Dictionary& dictionary, const Object* key) {
     if (dictionary.index == nullptr) {
         Entry* const end = dictionary.entries + dictionary.count;
         Entry* const found = std::find_if(dictionary.entries, end, [&](const Entry& entry) {
@@ -161,63 +123,11 @@ Entry* find(const Dictionary& dictionary, const void* key) {
 }
 
 // Appends an entry. The dictionary must not hold the key yet and must have room for the entry.
-void append(Dictionary& dictionary, const void* key, const void* value) {
+void append(Dictionary& dictionary, const Object* key, const Object* value) {
     if (dictionary.index != nullptr) {
         dictionary.index->insert(hashKey(dictionary, key), dictionary.count);
     }
     dictionary.entries[dictionary.count++] = {key, value};
-}
-
-const void* retainKey(const Dictionary& dictionary, const void* key) {
-    if (dictionary.keysAreObjects()) {
-        retain(asObject(key));
-        return key;
-    }
-    const auto retainOf = dictionary.callBacks().key.retain;
-    return retainOf == nullptr ? key : retainOf(kCFAllocatorDefault, key);
-}
-
-const void* retainValue(const Dictionary& dictionary, const void* value) {
-    if (dictionary.valuesAreObjects()) {
-        retain(asObject(value));
-        return value;
-    }
-    const auto retainOf = dictionary.callBacks().value.retain;
-    return retainOf == nullptr ? value : retainOf(kCFAllocatorDefault, value);
-}
-
-void releaseKey(const Dictionary& dictionary, const void* key, Ending& ending) {
-    if (dictionary.keysAreObjects()) {
-        ending.release(asObject(key));
-    } else if (const auto releaseOf = dictionary.callBacks().key.release; releaseOf != nullptr) {
-        releaseOf(kCFAllocatorDefault, key);
-    }
-}
-
-void releaseValue(const Dictionary& dictionary, const void* value, Ending& ending) {
-    if (dictionary.valuesAreObjects()) {
-        ending.release(asObject(value));
-    } else if (const auto releaseOf = dictionary.callBacks().value.release; releaseOf != nullptr) {
-        releaseOf(kCFAllocatorDefault, value);
-    }
-}
-
-void insert(Dictionary& dictionary, const void* key, const void* value, Present present) {
-    if (Entry* const entry = find(dictionary, key); entry != nullptr) {
-        if (present == Present::Replace) {
-            // The new value is retained first, since it may be the previous value or a part of it.
-            const void* const before = entry->value;
-            entry->value = retainValue(dictionary, value);
-            Ending ending;
-            releaseValue(dictionary, before, ending);
-            ending.run();
-        }
-        return;
-    }
-    if (makeRoom(dictionary)) {
-        key = retainKey(dictionary, key);
-        append(dictionary, key, retainValue(dictionary, value));
-    }
 }
 
 // Removes an entry. The last entry takes its place.
@@ -236,73 +146,51 @@ void remove(Dictionary& dictionary, Entry& entry) {
     }
     entry = dictionary.entries[last];
     dictionary.count = last;
-
-    Ending ending;
-    releaseKey(dictionary, removed.key, ending);
-    releaseValue(dictionary, removed.value, ending);
-    ending.run();
+    releaseKey(dictionary, removed.key);
+    releaseValue(dictionary, removed.value);
 }
 
-void releaseEntries(const Dictionary& dictionary, const Entry* entries, std::size_t count,
-                    Ending& ending) {
-    for (std::size_t at = 0; at < count; ++at) {
-        releaseKey(dictionary, entries[at].key, ending);
-        releaseValue(dictionary, entries[at].value, ending);
+void releaseEntries(const Dictionary& dictionary, Ending& ending) {
+    for (std::size_t at = 0; at < dictionary.count; ++at) {
+        if (dictionary.keysAreObjects) {
+            ending.release(dictionary.entries[at].key);
+        }
+        if (dictionary.valuesAreObjects) {
+            ending.release(dictionary.entries[at].value);
+        }
     }
-}
-
-void removeAll(Dictionary& dictionary) {
-    // The dictionary must be empty before the entries are released, since destroying an entry may
-    // call a callback that uses the dictionary.
-    Entry few[Dictionary::kInlineCount];
-    std::copy_n(dictionary.inlineEntries, Dictionary::kInlineCount, few);
-    const bool wereInline = dictionary.entries == dictionary.inlineEntries;
-    Entry* const entries = wereInline ? few : dictionary.entries;
-    const std::size_t count = dictionary.count;
-    std::free(dictionary.index);
-    dictionary.count = 0;
-    dictionary.entries = dictionary.inlineEntries;
-    dictionary.capacity = Dictionary::kInlineCount;
-    dictionary.index = nullptr;
-
-    Ending ending;
-    releaseEntries(dictionary, entries, count, ending);
-    ending.run();
-    if (!wereInline) {
-        std::free(entries);
-    }
-}
-
-void endDictionary(Object& object, Ending& ending) {
-    auto& dictionary = static_cast<Dictionary&>(object);
-    releaseEntries(dictionary, dictionary.entries, dictionary.count, ending);
     if (dictionary.entries != dictionary.inlineEntries) {
         std::free(dictionary.entries);
     }
     std::free(dictionary.index);
-    dispose(&dictionary, dictionary.hasCallBacks ? sizeof(CallBacks) : 0);
 }
 
-bool equalValues(const Dictionary& dictionary, const void* one, const void* other,
-                 Comparison& comparison) {
-    if (dictionary.valuesAreObjects()) {
-        return comparison.compare(asObject(one), asObject(other));
-    }
-    const auto equalOf = dictionary.callBacks().value.equal;
-    return one == other || (equalOf != nullptr && equalOf(one, other) != FALSE);
+void removeAll(Dictionary& dictionary) {
+    Ending ending;
+    releaseEntries(dictionary, ending);
+    ending.run();
+    dictionary.count = 0;
+    dictionary.entries = dictionary.inlineEntries;
+    dictionary.capacity = Dictionary::kInlineCount;
+    dictionary.index = nullptr;
+}
+
+void endDictionary(Object& object, Ending& ending) {
+    releaseEntries(static_cast<Dictionary&>(object), ending);
+    dispose(&static_cast<Dictionary&>(object));
 }
 
 bool equalDictionaries(const Object* one, const Object* other, Comparison& comparison) {
     const auto& left = *static_cast<const Dictionary*>(one);
     const auto& right = *static_cast<const Dictionary*>(other);
-    if (left.count != right.count || left.keysAreObjects() != right.keysAreObjects() ||
-        left.valuesAreObjects() != right.valuesAreObjects()) {
-        return false;
-    }
-    return std::all_of(left.entries, left.entries + left.count, [&](const Entry& entry) {
-        const Entry* const found = find(right, entry.key);
-        return found != nullptr && equalValues(left, entry.value, found->value, comparison);
-    });
+    return left.count == right.count && left.keysAreObjects == right.keysAreObjects &&
+           left.valuesAreObjects == right.valuesAreObjects &&
+           std::all_of(left.entries, left.entries + left.count, [&](const Entry& entry) {
+               const Entry* const found = find(right, entry.key);
+               return found != nullptr &&
+                      (entry.value == found->value ||
+                       (left.valuesAreObjects && comparison.compare(entry.value, found->value)));
+           });
 }
 
 // Returns the hash of the count, since the entries may be nested deep.
@@ -310,51 +198,28 @@ CFHashCode hashDictionary(const Object* object) {
     return hashWord(static_cast<const Dictionary*>(object)->count);
 }
 
-void describeDictionary(const Object* object, Description& description) {
-    const auto& dictionary = *static_cast<const Dictionary*>(object);
-    description.add("{");
-    for (std::size_t at = 0; at < dictionary.count && !description.full(); ++at) {
-        description.add(" ");
-        const Entry& entry = dictionary.entries[at];
-        if (dictionary.keysAreObjects()) {
-            description.add(asObject(entry.key));
-        } else {
-            description.add(entry.key, dictionary.callBacks().key.copyDescription);
-        }
-        description.add(" = ");
-        if (dictionary.valuesAreObjects()) {
-            description.add(asObject(entry.value));
-        } else {
-            description.add(entry.value, dictionary.callBacks().value.copyDescription);
-        }
-        description.add(";");
-    }
-    description.add(" }");
-}
-
 }  // namespace
 
-const TypeBehavior kDictionaryBehavior = {endDictionary, equalDictionaries, hashDictionary,
-                                          describeDictionary};
+const TypeBehavior kDictionaryBehavior = {endDictionary, equalDictionaries, hashDictionary};
 
 Dictionary* makeDictionary() {
-    return create<Dictionary>(kCFAllocatorDefault, 0, true, false);
+    return create<Dictionary>(kCFAllocatorDefault, 0, true, true, true);
 }
 
 bool insertTaking(Dictionary& dictionary, const Object* key, const Object* value, Present present) {
     if (Entry* const entry = find(dictionary, key); entry != nullptr) {
-        release(key);
+        releaseKey(dictionary, key);
         if (present == Present::Replace) {
-            release(asObject(entry->value));
+            releaseValue(dictionary, entry->value);
             entry->value = value;
         } else {
-            release(value);
+            releaseValue(dictionary, value);
         }
         return true;
     }
     if (!makeRoom(dictionary)) {
-        release(key);
-        release(value);
+        releaseKey(dictionary, key);
+        releaseValue(dictionary, value);
         return false;
     }
     append(dictionary, key, value);
@@ -373,6 +238,25 @@ const void* retainObject(CFAllocatorRef /*allocator*/, const void* value) {
 
 void releaseObject(CFAllocatorRef /*allocator*/, const void* value) {
     CFRelease(value);
+}
+
+Dictionary* createDictionary(CFAllocatorRef allocator, bool isMutable,
+                             const CFDictionaryKeyCallBacks* keys,
+                             const CFDictionaryValueCallBacks* values) {
+    const bool areKnown =
+        (keys == nullptr || std::memcmp(keys, &kCFTypeDictionaryKeyCallBacks, sizeof *keys) == 0) &&
+        (values == nullptr ||
+         std::memcmp(values, &kCFTypeDictionaryValueCallBacks, sizeof *values) == 0);
+    return areKnown
+               ? cf::create<Dictionary>(allocator, 0, isMutable, keys != nullptr, values != nullptr)
+               : nullptr;
+}
+
+// Inserts a value. Returns false if memory runs out.
+bool insert(Dictionary& dictionary, const void* key, const void* value, cf::Present present) {
+    return cf::insertTaking(
+        dictionary, cf::asObject(dictionary.keysAreObjects ? CFRetain(key) : key),
+        cf::asObject(dictionary.valuesAreObjects ? CFRetain(value) : value), present);
 }
 
 CFMutableDictionaryRef asReference(Dictionary* dictionary) {
@@ -399,19 +283,14 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
     if (count < 0 || (count != 0 && (keys == nullptr || values == nullptr))) {
         return nullptr;
     }
-    Dictionary* const dictionary =
-        cf::createDictionary(allocator, false, keyCallBacks, valueCallBacks);
-    if (dictionary == nullptr) {
-        return nullptr;
-    }
-    for (CFIndex at = 0; at < count; ++at) {
-        if (!cf::makeRoom(*dictionary)) {
-            cf::release(dictionary);
+    cf::Ref<Dictionary> dictionary(
+        createDictionary(allocator, false, keyCallBacks, valueCallBacks));
+    for (CFIndex at = 0; dictionary && at < count; ++at) {
+        if (!insert(*dictionary, keys[at], values[at], cf::Present::Keep)) {
             return nullptr;
         }
-        cf::insert(*dictionary, keys[at], values[at], cf::Present::Keep);
     }
-    return asReference(dictionary);
+    return asReference(dictionary.pass());
 }
 
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
@@ -419,7 +298,7 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFInd
                                                  const CFDictionaryValueCallBacks* valueCallBacks) {
     return capacity < 0
                ? nullptr
-               : asReference(cf::createDictionary(allocator, true, keyCallBacks, valueCallBacks));
+               : asReference(createDictionary(allocator, true, keyCallBacks, valueCallBacks));
 }
 
 CFTypeID CFDictionaryGetTypeID() {
@@ -431,17 +310,17 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
 }
 
 Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key) {
-    return cf::find(asDictionary(dictionary), key) != nullptr ? TRUE : FALSE;
+    return cf::find(asDictionary(dictionary), cf::asObject(key)) != nullptr ? TRUE : FALSE;
 }
 
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
-    const Dictionary::Entry* const entry = cf::find(asDictionary(dictionary), key);
+    const Dictionary::Entry* const entry = cf::find(asDictionary(dictionary), cf::asObject(key));
     return entry == nullptr ? nullptr : entry->value;
 }
 
 Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key,
                                       const void** value) {
-    const Dictionary::Entry* const entry = cf::find(asDictionary(dictionary), key);
+    const Dictionary::Entry* const entry = cf::find(asDictionary(dictionary), cf::asObject(key));
     if (entry == nullptr) {
         return FALSE;
     }
@@ -474,13 +353,13 @@ void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFu
 
 void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
     if (asDictionary(dictionary).isMutable) {
-        cf::insert(asDictionary(dictionary), key, value, cf::Present::Keep);
+        insert(asDictionary(dictionary), key, value, cf::Present::Keep);
     }
 }
 
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
     if (asDictionary(dictionary).isMutable) {
-        cf::insert(asDictionary(dictionary), key, value, cf::Present::Replace);
+        insert(asDictionary(dictionary), key, value, cf::Present::Replace);
     }
 }
 
@@ -488,7 +367,8 @@ void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key)
     if (!asDictionary(dictionary).isMutable) {
         return;
     }
-    if (auto* const entry = cf::find(asDictionary(dictionary), key); entry != nullptr) {
+    if (auto* const entry = cf::find(asDictionary(dictionary), cf::asObject(key));
+        entry != nullptr) {
         cf::remove(asDictionary(dictionary), *entry);
     }
 }

@@ -16,32 +16,20 @@ namespace cf {
 
 struct Dictionary : Container {
     struct Entry {
-        const void* key;
-        const void* value;
-    };
-
-    // The callbacks, and whether the keys and the values are objects, as in every dictionary of a
-    // property list.
-    struct CallBacks {
-        CFDictionaryKeyCallBacks key;
-        CFDictionaryValueCallBacks value;
-        bool keysAreObjects;
-        bool valuesAreObjects;
+        const Object* key;
+        const Object* value;
     };
 
     struct Index;
 
-    Dictionary(bool canChange, bool isSpecial) : Container(Type::Dictionary, canChange, isSpecial) {
+    Dictionary(bool canChange, bool keys, bool values)
+        : Container(Type::Dictionary, canChange, values), keysAreObjects(keys) {
         capacity = kInlineCount;
     }
 
-    // Returns the callbacks, which the dictionary must have.
-    const CallBacks& callBacks() const { return *reinterpret_cast<const CallBacks*>(this + 1); }
-    bool keysAreObjects() const { return !hasCallBacks || callBacks().keysAreObjects; }
-    bool valuesAreObjects() const { return !hasCallBacks || callBacks().valuesAreObjects; }
-
     static constexpr std::size_t kInlineCount = 2;
 
+    bool keysAreObjects;
     std::size_t count = 0;
     Entry* entries = inlineEntries;
     Index* index = nullptr;
@@ -58,7 +46,8 @@ Dictionary* makeDictionary();
 // States whether the value that a key has already is kept or replaced.
 enum class Present { Keep, Replace };
 
-// Inserts a value and takes over the caller's references to the key and the value. Returns false
+// Inserts a value and takes over the caller's references to the key and the value, if they are
+// objects. Returns false
 // and releases both if memory runs out. The dictionary need not be mutable, since the readers fill
 // dictionaries with this function.
 bool insertTaking(Dictionary& dictionary, const Object* key, const Object* value, Present present);

@@ -18,13 +18,9 @@ void endError(Object& object, Ending& ending) {
     dispose(&static_cast<Error&>(object));
 }
 
-void describeError(const Object* object, Description& description) {
-    description.add(static_cast<const Error*>(object)->description);
-}
-
 }  // namespace
 
-const TypeBehavior kErrorBehavior = {endError, nullptr, nullptr, describeError};
+const TypeBehavior kErrorBehavior = {endError, nullptr, nullptr};
 
 CFErrorRef makeError(CFIndex code, Ref<String> description) {
     if (!description) {

@@ -1,6 +1,5 @@
 #include "Number.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -187,27 +186,9 @@ CFHashCode hashNumber(const Object* object) {
     return std::isnan(number.real) ? hashWord(0) : hashBytes(&number.real, sizeof number.real);
 }
 
-void describeNumber(const Object* object, Description& description) {
-    const Number number = numberOf(object);
-    char text[64] = {};
-    std::to_chars_result end = {};
-    switch (number.kind) {
-        case Number::Kind::Signed:
-            end = std::to_chars(text, text + sizeof text, number.whole);
-            break;
-        case Number::Kind::Large:
-            end = std::to_chars(text, text + sizeof text, static_cast<std::uint64_t>(number.whole));
-            break;
-        case Number::Kind::Real:
-            end = std::to_chars(text, text + sizeof text, number.real);
-            break;
-    }
-    description.add(text, static_cast<std::size_t>(end.ptr - text));
-}
-
 }  // namespace
 
-const TypeBehavior kNumberBehavior = {endNumber, equalNumbers, hashNumber, describeNumber};
+const TypeBehavior kNumberBehavior = {endNumber, equalNumbers, hashNumber};
 
 const Object* makeNumber(const Number& number, CFAllocatorRef allocator) {
     return fitsReference(number) && allocator != kCFAllocatorNull

@@ -4,9 +4,12 @@
 
 #include <climits>
 #include <cstdio>
+#include <string_view>
 
 #include "String.h"
 #include "TypeBehavior.h"
+#include "Validity.h"
+#include "XmlWriter.h"
 
 namespace cf {
 
@@ -21,6 +24,22 @@ bool equal(const Object* one, const Object* other) {
 CFHashCode hash(const Object* object) {
     const auto hashOf = behaviorOf(object).hash;
     return hashOf == nullptr ? reinterpret_cast<std::uintptr_t>(object) : hashOf(object);
+}
+
+// Writes the description of an object: its XML document if it is a property list, otherwise its
+// type and its address. Returns false if memory runs out.
+static bool describe(const Object* object, Buffer<char>& text) {
+    if (object == nullptr) {
+        constexpr std::string_view kNull = "(null)\n";
+        return text.append(kNull.data(), kNull.size());
+    }
+    if (isValid(object, kCFPropertyListXMLFormat_v1_0)) {
+        return writeXml(object, text);
+    }
+    char line[64] = {};
+    const int size = std::snprintf(line, sizeof line, "<object of type %lu at %p>\n",
+                                   typeId(typeOf(object)), static_cast<const void*>(object));
+    return text.append(line, static_cast<std::size_t>(size));
 }
 
 }  // namespace cf
@@ -57,19 +76,16 @@ CFHashCode CFHash(CFTypeRef object) {
 }
 
 CFStringRef CFCopyDescription(CFTypeRef object) {
-    cf::Description description;
-    description.add(asObject(object));
-    if (description.failed()) {
-        return nullptr;
-    }
-    const auto& text = description.text();
-    return static_cast<CFStringRef>(
-        static_cast<CFTypeRef>(cf::makeStringFromUtf8({text.data(), text.size()})));
+    cf::Buffer<char> text;
+    return cf::describe(asObject(object), text)
+               ? static_cast<CFStringRef>(
+                     static_cast<CFTypeRef>(cf::makeStringFromUtf8({text.data(), text.size()})))
+               : nullptr;
 }
 
 void CFShow(CFTypeRef object) {
-    cf::Description description;
-    description.add(asObject(object));
-    description.add("\n");
-    std::fwrite(description.text().data(), 1, description.text().size(), stderr);
+    cf::Buffer<char> text;
+    if (cf::describe(asObject(object), text)) {
+        std::fwrite(text.data(), 1, text.size(), stderr);
+    }
 }

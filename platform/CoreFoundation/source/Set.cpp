@@ -29,24 +29,17 @@ CFHashCode hashSet(const Object* object) {
     return hashWord(count(*static_cast<const Set*>(object)));
 }
 
-void describeSet(const Object* object, Description& description) {
-    description.add("set of ");
-    description.add(static_cast<const Set*>(object)->leaves);
-    description.add(" and ");
-    description.add(static_cast<const Set*>(object)->containers);
-}
-
 // Returns whether one of the first containers equals the member.
 bool isThere(const Array& containers, const Object* member) {
     constexpr std::size_t kMostCompared = 32;
     const std::size_t count = std::min(containers.count, kMostCompared);
     return std::any_of(containers.values, containers.values + count,
-                       [member](const void* other) { return equal(asObject(other), member); });
+                       [member](const Object* other) { return equal(other, member); });
 }
 
 }  // namespace
 
-const TypeBehavior kSetBehavior = {endSet, equalSets, hashSet, describeSet};
+const TypeBehavior kSetBehavior = {endSet, equalSets, hashSet};
 
 Set* makeSet(const Array& values) {
     Ref<Dictionary> leaves(makeDictionary());
@@ -55,7 +48,7 @@ Set* makeSet(const Array& values) {
         return nullptr;
     }
     for (std::size_t at = 0; at < values.count; ++at) {
-        const Object* const member = values.objectAt(at);
+        const Object* const member = values.values[at];
         if (isContainer(member) && isThere(*containers, member)) {
             continue;
         }

@@ -15,7 +15,7 @@ namespace cf {
 // the first few containers only, and a set may hold equal containers beyond those.
 struct Set : Container {
     Set(Dictionary* leafMembers, Array* containerMembers)
-        : Container(Type::Set, false, false), leaves(leafMembers), containers(containerMembers) {}
+        : Container(Type::Set, false), leaves(leafMembers), containers(containerMembers) {}
 
     Dictionary* leaves;  // Each leaf is the key and the value of an entry.
     Array* containers;

@@ -59,32 +59,9 @@ CFHashCode hashString(const Object* object) {
     return hashBytes(bytes.data(), bytes.size());
 }
 
-void describeString(const Object* object, Description& description) {
-    const auto& string = *static_cast<const String*>(object);
-    if (!string.isWide) {
-        description.add(string.ascii(), string.length);
-        return;
-    }
-    for (std::size_t at = 0; at < string.length && !description.full(); ++at) {
-        char bytes[4] = {};
-        const UniChar* const units = string.wide() + at;
-        const bool isPair =
-            at + 1 < string.length && utf8Length(units, 2) == 4 && isHighSurrogate(units[0]);
-        if (isPair) {
-            ++at;
-        }
-        if (!isPair && isSurrogate(units[0])) {
-            description.add("\xEF\xBF\xBD");
-        } else {
-            description.add(
-                bytes, static_cast<std::size_t>(utf16ToUtf8(units, isPair ? 2 : 1, bytes) - bytes));
-        }
-    }
-}
-
 }  // namespace
 
-const TypeBehavior kStringBehavior = {endString, equalObjects, hashString, describeString};
+const TypeBehavior kStringBehavior = {endString, equalObjects, hashString};
 
 String* makeAsciiString(std::string_view ascii, CFAllocatorRef allocator) {
     String* const string = makeRoomForAscii(ascii.size(), allocator);

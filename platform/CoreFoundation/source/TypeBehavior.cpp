@@ -1,7 +1,6 @@
 #include "TypeBehavior.h"
 
-#include <cstdio>
-#include <cstring>
+#include <cstdlib>
 
 namespace cf {
 
@@ -77,40 +76,6 @@ bool Comparison::run(const Object* one, const Object* other) {
         areEqual = behaviorOf(next.one).equal(next.one, next.other, *this);
     }
     return areEqual;
-}
-
-void Description::add(const char* text) {
-    add(text, std::strlen(text));
-}
-
-void Description::add(const char* bytes, std::size_t count) {
-    if (!full() && !text_.append(bytes, count)) {
-        failed_ = true;
-    }
-}
-
-void Description::add(const void* value, CFStringRef (*copyDescription)(const void*)) {
-    const Ref<const Object> text(copyDescription == nullptr ? nullptr
-                                                            : asObject(copyDescription(value)));
-    if (text) {
-        add(text.get());
-    } else {
-        char address[32] = "";
-        const int size = std::snprintf(address, sizeof address, "%p", value);
-        add(address, static_cast<std::size_t>(size));
-    }
-}
-
-void Description::add(const Object* object) {
-    if (object == nullptr) {
-        add("(null)");
-    } else if (depth_ == kDeepest) {
-        add("...");
-    } else if (!full()) {
-        ++depth_;
-        behaviorOf(object).describe(object, *this);
-        --depth_;
-    }
 }
 
 }  // namespace cf

@@ -9,7 +9,6 @@
 namespace cf {
 
 class Comparison;
-class Description;
 class Ending;
 
 struct TypeBehavior {
@@ -20,7 +19,6 @@ struct TypeBehavior {
     bool (*equal)(const Object*, const Object*, Comparison&);
     // Returns the hash of the object. If this is null, the hash is the address of the object.
     CFHashCode (*hash)(const Object*);
-    void (*describe)(const Object*, Description&);
 };
 
 extern const TypeBehavior kNullBehavior;
@@ -45,17 +43,15 @@ inline bool isContainer(const Object* object) {
 // A tree may be nested as deep as memory allows. So destroying a tree and comparing two trees must
 // not recurse: Ending and Comparison keep the pending objects in a list.
 
-// An object that refers to others. While a container waits to be destroyed, its capacity is not
-// needed. The list of waiting containers uses that space for its links, so destroying a tree takes
-// no memory.
+// An object that refers to others. Its values are objects, which it retains, or plain pointers.
+// While a container waits to be destroyed, its capacity is not needed. The list of waiting
+// containers uses that space for its links, so destroying a tree takes no memory.
 struct Container : Object {
-    Container(Type itsType, bool canChange, bool isSpecial)
-        : Object(itsType), isMutable(canChange), hasCallBacks(isSpecial), capacity(0) {}
+    Container(Type itsType, bool canChange, bool areObjects = true)
+        : Object(itsType), isMutable(canChange), valuesAreObjects(areObjects), capacity(0) {}
 
     bool isMutable;
-    // States whether the container holds values that are not objects. The callbacks for such values
-    // follow the container in memory.
-    bool hasCallBacks;
+    bool valuesAreObjects;
     union {
         std::size_t capacity;
         Container* nextToEnd;
@@ -101,31 +97,6 @@ class Comparison {
         const Object* other;
     };
     Buffer<Pair> pending_;
-};
-
-// Collects a text. Ignores further text once it has kLongest bytes.
-class Description {
-  public:
-    void add(const char* text);
-    void add(const char* bytes, std::size_t count);
-    void add(const Object* object);
-
-    // Adds the description that the callback returns for a value that is not an object, or the
-    // address of the value if there is none.
-    void add(const void* value, CFStringRef (*copyDescription)(const void*));
-
-    // Returns whether memory ran out.
-    bool failed() const { return failed_; }
-    bool full() const { return failed_ || text_.size() >= kLongest; }
-    const Buffer<char>& text() const { return text_; }
-
-  private:
-    static constexpr std::size_t kLongest = 1 << 16;
-    static constexpr int kDeepest = 64;
-
-    Buffer<char> text_;
-    int depth_ = 0;
-    bool failed_ = false;
 };
 
 }  // namespace cf

@@ -2,8 +2,6 @@
 
 #include <CoreFoundation/CFPropertyList.h>
 
-#include <charconv>
-
 #include "Hash.h"
 #include "TypeBehavior.h"
 
@@ -23,17 +21,9 @@ CFHashCode hashUid(const Object* object) {
     return hashWord(static_cast<const Uid*>(object)->value);
 }
 
-void describeUid(const Object* object, Description& description) {
-    char text[16] = {};
-    const auto end =
-        std::to_chars(text, text + sizeof text, static_cast<const Uid*>(object)->value);
-    description.add("UID ");
-    description.add(text, static_cast<std::size_t>(end.ptr - text));
-}
-
 }  // namespace
 
-const TypeBehavior kUidBehavior = {endUid, equalUids, hashUid, describeUid};
+const TypeBehavior kUidBehavior = {endUid, equalUids, hashUid};
 
 }  // namespace cf
 

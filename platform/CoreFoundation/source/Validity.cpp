@@ -21,12 +21,11 @@ bool isValidLeaf(const Object* object, CFPropertyListFormat format) {
     }
 }
 
-bool holdsPropertyLists(const Dictionary& dictionary) {
-    return dictionary.keysAreObjects() && dictionary.valuesAreObjects() &&
-           std::all_of(dictionary.entries, dictionary.entries + dictionary.count,
-                       [](const Dictionary::Entry& entry) {
-                           return typeOf(asObject(entry.key)) == Type::String;
-                       });
+bool hasStringKeys(const Dictionary& dictionary) {
+    return dictionary.keysAreObjects &&
+           std::all_of(
+               dictionary.entries, dictionary.entries + dictionary.count,
+               [](const Dictionary::Entry& entry) { return typeOf(entry.key) == Type::String; });
 }
 
 // The limit of depth also rejects a container that holds itself, since the walk into it reaches the
@@ -47,9 +46,9 @@ bool isValid(const Object* root, CFPropertyListFormat format) {
     for (const Object* object = root;;) {
         const Type type = typeOf(object);
         if (type == Type::Array || type == Type::Dictionary) {
-            const bool isGood = type == Type::Array ? holdsPropertyLists(*asArray(object))
-                                                    : holdsPropertyLists(*asDictionary(object));
-            if (!isGood || depth == kMaximumNesting) {
+            if (depth == kMaximumNesting ||
+                !static_cast<const Container*>(object)->valuesAreObjects ||
+                (type == Type::Dictionary && !hasStringKeys(*asDictionary(object)))) {
                 return false;
             }
             levels[depth++] = {object, 0};
@@ -73,8 +72,8 @@ bool isValid(const Object* root, CFPropertyListFormat format) {
                 --depth;
                 continue;
             }
-            object = isArray ? asArray(level.container)->objectAt(level.next)
-                             : asObject(asDictionary(level.container)->entries[level.next].value);
+            object = isArray ? asArray(level.container)->values[level.next]
+                             : asDictionary(level.container)->entries[level.next].value;
             ++level.next;
         }
     }

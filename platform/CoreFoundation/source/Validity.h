@@ -12,12 +12,8 @@ namespace cf {
 // Returns whether an object that is not a container is valid in a format.
 bool isValidLeaf(const Object* object, CFPropertyListFormat format);
 
-// Returns whether the container holds objects, and whether the keys of a dictionary are strings.
-// Does not check the values.
-inline bool holdsPropertyLists(const Array& array) {
-    return array.holdsObjects();
-}
-bool holdsPropertyLists(const Dictionary& dictionary);
+// Returns whether all keys of the dictionary are strings.
+bool hasStringKeys(const Dictionary& dictionary);
 
 // Returns whether the whole tree is valid in a format.
 bool isValid(const Object* root, CFPropertyListFormat format);

@@ -287,18 +287,17 @@ class XmlReader {
         if (asArray(array.get())->count != 1) {
             return refuse("a plist element of none or several values");
         }
-        const Object* const content = asArray(array.get())->objectAt(0);
+        const Object* const content = asArray(array.get())->values[0];
         retain(content);
         return content;
     }
 
     const Object* asUidIfItIsOne(const Dictionary* dictionary) {
         Ref<const Dictionary> owned(dictionary);
-        if (dictionary->count != 1 ||
-            !isAscii(*asString(asObject(dictionary->entries[0].key)), "CF$UID")) {
+        if (dictionary->count != 1 || !isAscii(*asString(dictionary->entries[0].key), "CF$UID")) {
             return owned.pass();
         }
-        const Object* const value = asObject(dictionary->entries[0].value);
+        const Object* const value = dictionary->entries[0].value;
         if (typeOf(value) != Type::Number) {
             return owned.pass();
         }

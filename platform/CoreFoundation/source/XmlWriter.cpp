@@ -128,7 +128,7 @@ class XmlWriter {
     }
 
     bool openArray(const Array& array) {
-        if (depth_ == kMaximumNesting || !holdsPropertyLists(array)) {
+        if (depth_ == kMaximumNesting || !array.valuesAreObjects) {
             return false;
         }
         if (array.count == 0) {
@@ -138,7 +138,8 @@ class XmlWriter {
     }
 
     bool openDictionary(const Dictionary& dictionary) {
-        if (depth_ == kMaximumNesting || !holdsPropertyLists(dictionary)) {
+        if (depth_ == kMaximumNesting || !dictionary.valuesAreObjects ||
+            !hasStringKeys(dictionary)) {
             return false;
         }
         if (dictionary.count == 0) {
@@ -156,7 +157,7 @@ class XmlWriter {
     // Appends the sorted entries of the dictionary to sorted_.
     bool sort(const Dictionary& dictionary) {
         const auto isBefore = [](const Dictionary::Entry& one, const Dictionary::Entry& other) {
-            return compareStrings(*asString(asObject(one.key)), *asString(asObject(other.key))) < 0;
+            return compareStrings(*asString(one.key), *asString(other.key)) < 0;
         };
         const std::size_t first = sorted_.size();
         if (!sorted_.append(dictionary.entries, dictionary.count)) {
@@ -176,15 +177,15 @@ class XmlWriter {
         if (level.container->type == Type::Array) {
             const Array& array = *asArray(level.container);
             if (level.next < array.count) {
-                return writeValue(array.objectAt(level.next++));
+                return writeValue(array.values[level.next++]);
             }
             --depth_;
             return line("</array>");
         }
         if (level.next < asDictionary(level.container)->count) {
             const Dictionary::Entry entry = sorted_[level.sorted + level.next++];
-            return indent(depth_) && put("<key>") && writeText(*asString(asObject(entry.key))) &&
-                   put("</key>\n") && writeValue(asObject(entry.value));
+            return indent(depth_) && put("<key>") && writeText(*asString(entry.key)) &&
+                   put("</key>\n") && writeValue(entry.value);
         }
         sorted_.shrinkTo(level.sorted);
         --depth_;

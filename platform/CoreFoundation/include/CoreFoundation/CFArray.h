@@ -11,8 +11,7 @@ typedef void (*CFArrayReleaseCallBack)(CFAllocatorRef allocator, const void* val
 typedef CFStringRef (*CFArrayCopyDescriptionCallBack)(const void* value);
 typedef Boolean (*CFArrayEqualCallBack)(const void* one, const void* other);
 
-// The functions that an array calls for its values. An array without `retain` and `release` does
-// not retain its values, and an array without `equal` compares them by their addresses.
+// The functions that an array of the framework calls for its values.
 typedef struct {
     CFIndex version;  // The version is 0.
     CFArrayRetainCallBack retain;
@@ -22,14 +21,15 @@ typedef struct {
 } CFArrayCallBacks;
 
 // The callbacks for values that are objects. The array retains them and compares them with CFEqual.
+// An array that is created with null instead does not retain its values, which may be any pointers,
+// and compares them by their addresses. This layer knows no other callbacks: the functions that
+// create an array return null for them.
 CF_EXPORT const CFArrayCallBacks kCFTypeArrayCallBacks;
 
 typedef const struct __CFArray* CFArrayRef;
 typedef struct __CFArray* CFMutableArrayRef;
 
-// Creates an array that cannot be changed. The callbacks are copied; null means that there are
-// none. If `retain`, `release` and `equal` are those of kCFTypeArrayCallBacks, the array treats its
-// values as objects and does not call `copyDescription`.
+// Creates an array that cannot be changed.
 CF_EXPORT CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                                    const CFArrayCallBacks* callBacks);
 

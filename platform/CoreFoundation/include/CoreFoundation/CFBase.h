@@ -101,7 +101,7 @@ CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef object);
 
 // CFRetain adds a reference and returns the object. CFRelease removes a reference, and destroys the
 // object if that was the last one. Destroying a deeply nested container takes no more stack than
-// destroying an empty one, unless a container in it has callbacks of its own.
+// destroying an empty one.
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef object);
 CF_EXPORT void CFRelease(CFTypeRef object);
 
@@ -119,8 +119,9 @@ CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef object);
 CF_EXPORT Boolean CFEqual(CFTypeRef one, CFTypeRef other);
 CF_EXPORT CFHashCode CFHash(CFTypeRef object);
 
-// CFCopyDescription returns a text for programmers, which has no fixed form. CFShow writes the text
-// to standard error; its argument may be null.
+// CFCopyDescription returns a text for programmers, which has no fixed form. At present it is the
+// XML document of a property list, and the type of another object. CFShow writes the text to
+// standard error. The argument may be null.
 CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef object);
 CF_EXPORT void CFShow(CFTypeRef object);
 

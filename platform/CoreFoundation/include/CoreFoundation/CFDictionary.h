@@ -12,9 +12,7 @@ typedef CFStringRef (*CFDictionaryCopyDescriptionCallBack)(const void* value);
 typedef Boolean (*CFDictionaryEqualCallBack)(const void* one, const void* other);
 typedef CFHashCode (*CFDictionaryHashCallBack)(const void* value);
 
-// The functions that a dictionary calls for its keys. A dictionary without `retain` and `release`
-// does not retain its keys, and a dictionary without `equal` or `hash` compares or hashes their
-// addresses.
+// The functions that a dictionary of the framework calls for its keys.
 typedef struct {
     CFIndex version;  // The version is 0.
     CFDictionaryRetainCallBack retain;
@@ -24,7 +22,7 @@ typedef struct {
     CFDictionaryHashCallBack hash;
 } CFDictionaryKeyCallBacks;
 
-// The functions that a dictionary calls for its values.
+// The functions that a dictionary of the framework calls for its values.
 typedef struct {
     CFIndex version;  // The version is 0.
     CFDictionaryRetainCallBack retain;
@@ -34,7 +32,9 @@ typedef struct {
 } CFDictionaryValueCallBacks;
 
 // The callbacks for keys and values that are objects. The dictionary retains them, and compares and
-// hashes them with CFEqual and CFHash.
+// hashes them with CFEqual and CFHash. If null is given instead, the dictionary does not retain its
+// keys or its values, which may be any pointers, and compares them by their addresses. This layer
+// knows no other callbacks: the functions that create a dictionary return null for them.
 CF_EXPORT const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
@@ -44,9 +44,7 @@ typedef const struct __CFDictionary* CFDictionaryRef;
 typedef struct __CFDictionary* CFMutableDictionaryRef;
 
 // Creates a dictionary that cannot be changed. If several keys are equal, the dictionary holds the
-// first of them with its value. The callbacks are copied; null means that there are none. If
-// `retain`, `release`, `equal` and `hash` are those of the constants above, the dictionary treats
-// its keys or values as objects and does not call `copyDescription`.
+// first of them with its value.
 CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys,
                                              const void** values, CFIndex count,
                                              const CFDictionaryKeyCallBacks* keyCallBacks,
