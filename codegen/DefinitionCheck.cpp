@@ -19,6 +19,26 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
 using google::protobuf::FileOptions;
 
+// Returns whether the messages have fields like this one. Lists are written unpacked, and only
+// int32, bool and enums have defaults.
+bool isSupported(const FieldDescriptor& field) {
+    switch (field.type()) {
+        case FieldDescriptor::TYPE_INT32:
+        case FieldDescriptor::TYPE_BOOL:
+            return !field.is_packed();
+        case FieldDescriptor::TYPE_INT64:
+        case FieldDescriptor::TYPE_UINT32:
+        case FieldDescriptor::TYPE_UINT64:
+            return !field.is_packed() && !field.has_default_value();
+        case FieldDescriptor::TYPE_ENUM:
+            return !field.is_repeated();
+        case FieldDescriptor::TYPE_STRING:
+            return !field.has_default_value();
+        default:
+            return field.type() == FieldDescriptor::TYPE_MESSAGE;
+    }
+}
+
 // Returns the first thing in the file that the generator does not support, or an empty string.
 std::string unsupported(const FileDescriptor& file) {
     if (file.syntax() != FileDescriptor::SYNTAX_PROTO2) {
@@ -47,10 +67,8 @@ std::string unsupported(const FileDescriptor& file) {
         }
         for (int f = 0; f < message.field_count(); ++f) {
             const FieldDescriptor& field = *message.field(f);
-            const bool real = field.type() == FieldDescriptor::TYPE_FLOAT ||
-                              field.type() == FieldDescriptor::TYPE_DOUBLE;
-            if ((isText(field) || real) && field.has_default_value()) {
-                return field.full_name() + ": a default is not supported for this type";
+            if (!isSupported(field)) {
+                return field.full_name() + ": this type, label or default is not supported";
             }
         }
     }

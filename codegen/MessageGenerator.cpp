@@ -62,33 +62,13 @@ std::string codecOf(const FieldDescriptor& field) {
             return "UInt32";
         case FieldDescriptor::TYPE_UINT64:
             return "UInt64";
-        case FieldDescriptor::TYPE_SINT32:
-            return "SInt32";
-        case FieldDescriptor::TYPE_SINT64:
-            return "SInt64";
-        case FieldDescriptor::TYPE_FIXED32:
-            return "Fixed32";
-        case FieldDescriptor::TYPE_FIXED64:
-            return "Fixed64";
-        case FieldDescriptor::TYPE_SFIXED32:
-            return "SFixed32";
-        case FieldDescriptor::TYPE_SFIXED64:
-            return "SFixed64";
-        case FieldDescriptor::TYPE_FLOAT:
-            return "Float";
-        case FieldDescriptor::TYPE_DOUBLE:
-            return "Double";
         case FieldDescriptor::TYPE_BOOL:
             return "Bool";
         case FieldDescriptor::TYPE_ENUM:
             return "Enum<" + field.enum_type()->name() + ">";
-        case FieldDescriptor::TYPE_STRING:
-        case FieldDescriptor::TYPE_BYTES:
-        case FieldDescriptor::TYPE_MESSAGE:
-        case FieldDescriptor::TYPE_GROUP:
-            break;
+        default:
+            return {};
     }
-    return {};
 }
 
 // Returns the type of a singular field's value, or of a repeated field's element.
@@ -102,20 +82,15 @@ std::string valueTypeOf(const FieldDescriptor& field) {
             return "std::uint32_t";
         case FieldDescriptor::CPPTYPE_UINT64:
             return "std::uint64_t";
-        case FieldDescriptor::CPPTYPE_FLOAT:
-            return "float";
-        case FieldDescriptor::CPPTYPE_DOUBLE:
-            return "double";
         case FieldDescriptor::CPPTYPE_BOOL:
             return "bool";
         case FieldDescriptor::CPPTYPE_ENUM:
             return field.enum_type()->name();
         case FieldDescriptor::CPPTYPE_STRING:
             return "std::string";
-        case FieldDescriptor::CPPTYPE_MESSAGE:
+        default:
             return field.message_type()->name();
     }
-    return {};
 }
 
 // Returns the field's declaration as in its definition file, without the default.
@@ -124,24 +99,10 @@ std::string declarationOf(const FieldDescriptor& field) {
     return text.substr(0, text.find(" [")) + ";";
 }
 
-// Returns the number as an expression. C++ has no literal for the lowest number, because it negates
-// a literal that is too large.
-std::string literalOf(std::int64_t number) {
-    return number == std::numeric_limits<std::int64_t>::min()
-               ? "(" + std::to_string(number + 1) + " - 1)"
-               : std::to_string(number);
-}
-
 std::string defaultOf(const FieldDescriptor& field) {
     switch (field.cpp_type()) {
         case FieldDescriptor::CPPTYPE_INT32:
             return std::to_string(field.default_value_int32());
-        case FieldDescriptor::CPPTYPE_INT64:
-            return literalOf(field.default_value_int64());
-        case FieldDescriptor::CPPTYPE_UINT32:
-            return std::to_string(field.default_value_uint32()) + "U";
-        case FieldDescriptor::CPPTYPE_UINT64:
-            return std::to_string(field.default_value_uint64()) + "U";
         case FieldDescriptor::CPPTYPE_BOOL:
             return field.default_value_bool() ? "true" : "false";
         case FieldDescriptor::CPPTYPE_ENUM:
@@ -151,12 +112,11 @@ std::string defaultOf(const FieldDescriptor& field) {
     }
 }
 
-// Returns the type of a repeated field's list. An enum's list holds plain numbers.
+// Returns the type of a repeated field's list.
 std::string listTypeOf(const FieldDescriptor& field) {
     const std::string list =
         isText(field) || isMessage(field) ? "RepeatedPtrField" : "RepeatedField";
-    const bool isEnum = field.type() == FieldDescriptor::TYPE_ENUM;
-    return kWire + list + "<" + (isEnum ? "int" : valueTypeOf(field)) + ">";
+    return kWire + list + "<" + valueTypeOf(field) + ">";
 }
 
 // Returns the field's kind, which is a type of runtime/Fields.h.
@@ -175,8 +135,7 @@ std::string kindOf(const FieldDescriptor& field) {
                                    : kWire + ("StringField<" + number + ", " + label + ">");
     }
     const std::string codec = kWire + codecOf(field);
-    return field.is_repeated() ? kWire + ("RepeatedScalarField<" + number + ", " + codec + ", " +
-                                          (field.is_packed() ? "true" : "false") + ">")
+    return field.is_repeated() ? kWire + ("RepeatedScalarField<" + number + ", " + codec + ">")
                                : kWire + ("ScalarField<" + number + ", " + codec + ", " + label +
                                           ", " + defaultOf(field) + ">");
 }

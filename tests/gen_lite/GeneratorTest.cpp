@@ -68,9 +68,13 @@ TEST(Generator, RefusesUnsupportedDefinitionsByName) {
         {std::string(kHead) + "message A { enum E { X = 1; } }",
          "p.A: types within a message are not supported"},
         {std::string(kHead) + "message A { optional string s = 1 [default = \"x\"]; }",
-         "p.A.s: a default is not supported for this type"},
-        {std::string(kHead) + "message A { optional double d = 1 [default = 1.5]; }",
-         "p.A.d: a default is not supported for this type"},
+         "p.A.s: this type, label or default is not supported"},
+        {std::string(kHead) + "message A { optional uint32 u = 1 [default = 1]; }",
+         "p.A.u: this type, label or default is not supported"},
+        {std::string(kHead) + "message A { repeated int32 i = 1 [packed = true]; }",
+         "p.A.i: this type, label or default is not supported"},
+        {std::string(kHead) + "enum E { X = 0; } message A { repeated E e = 1; }",
+         "p.A.e: this type, label or default is not supported"},
         {std::string(kHead) + "service S {}", "extensions and services are not supported"},
         {"syntax = \"proto2\"; option optimize_for = LITE_RUNTIME; message A {}",
          "a package is required"},
@@ -96,6 +100,17 @@ TEST(Generator, RefusesUnsupportedDefinitionsByName) {
         EXPECT_NE(outcome.status, 0) << definition;
         EXPECT_THAT(outcome.output, HasSubstr(message));
         EXPECT_FALSE(std::ifstream(directory.path("test.pb.h")).good()) << definition;
+    }
+}
+
+TEST(Generator, RefusesTypesThatTheMessagesDoNotUse) {
+    for (const std::string type : {"sint32", "sint64", "fixed32", "fixed64", "sfixed32", "sfixed64",
+                                   "float", "double", "bytes"}) {
+        const TemporaryDirectory directory;
+        const Outcome outcome =
+            generate(directory, kHead + ("message A { optional " + type + " f = 1; }"));
+        EXPECT_NE(outcome.status, 0) << type;
+        EXPECT_THAT(outcome.output, HasSubstr("p.A.f: this type"));
     }
 }
 

@@ -1,9 +1,7 @@
-// Reads and writes the values of each field type.
+// Reads and writes the values of each type of numbers, which all are varints.
 //
 // A codec is a stateless class with these members:
 //   Value      is the type that accessors take and return.
-//   Stored     is the type of a list's elements. An enum's list holds plain numbers.
-//   kWireType  is the wire type of one value.
 //   read       reads one value. Returns false if the input is malformed or cut, and leaves the
 //              value alone then.
 //   isKnown    returns whether a value that was read is kept. An enum drops the numbers that it
@@ -31,8 +29,6 @@ template <class V, WireFormat::FieldType type, std::size_t (*sizeOf)(V),
           std::uint8_t* (*writeTo)(V, std::uint8_t*)>
 struct VarintCodec {
     using Value = V;
-    using Stored = V;
-    static constexpr auto kWireType = WireFormat::WIRETYPE_VARINT;
 
     static bool read(CodedInputStream* input, V* value) {
         return WireFormat::ReadPrimitive<V, type>(input, value);
@@ -40,22 +36,6 @@ struct VarintCodec {
     static bool isKnown(V) { return true; }
     static void check(V) {}
     static std::size_t size(V value) { return sizeOf(value); }
-    static std::uint8_t* write(V value, std::uint8_t* target) { return writeTo(value, target); }
-};
-
-template <class V, WireFormat::FieldType type, WireFormat::WireType wireType,
-          std::uint8_t* (*writeTo)(V, std::uint8_t*)>
-struct FixedCodec {
-    using Value = V;
-    using Stored = V;
-    static constexpr auto kWireType = wireType;
-
-    static bool read(CodedInputStream* input, V* value) {
-        return WireFormat::ReadPrimitive<V, type>(input, value);
-    }
-    static bool isKnown(V) { return true; }
-    static void check(V) {}
-    static std::size_t size(V) { return sizeof(V); }
     static std::uint8_t* write(V value, std::uint8_t* target) { return writeTo(value, target); }
 };
 
@@ -67,23 +47,6 @@ using UInt32 = VarintCodec<std::uint32_t, WireFormat::TYPE_UINT32, WireFormat::U
                            WireFormat::WriteUInt32NoTagToArray>;
 using UInt64 = VarintCodec<std::uint64_t, WireFormat::TYPE_UINT64, WireFormat::UInt64Size,
                            WireFormat::WriteUInt64NoTagToArray>;
-using SInt32 = VarintCodec<std::int32_t, WireFormat::TYPE_SINT32, WireFormat::SInt32Size,
-                           WireFormat::WriteSInt32NoTagToArray>;
-using SInt64 = VarintCodec<std::int64_t, WireFormat::TYPE_SINT64, WireFormat::SInt64Size,
-                           WireFormat::WriteSInt64NoTagToArray>;
-
-using Fixed32 = FixedCodec<std::uint32_t, WireFormat::TYPE_FIXED32, WireFormat::WIRETYPE_FIXED32,
-                           WireFormat::WriteFixed32NoTagToArray>;
-using Fixed64 = FixedCodec<std::uint64_t, WireFormat::TYPE_FIXED64, WireFormat::WIRETYPE_FIXED64,
-                           WireFormat::WriteFixed64NoTagToArray>;
-using SFixed32 = FixedCodec<std::int32_t, WireFormat::TYPE_SFIXED32, WireFormat::WIRETYPE_FIXED32,
-                            WireFormat::WriteSFixed32NoTagToArray>;
-using SFixed64 = FixedCodec<std::int64_t, WireFormat::TYPE_SFIXED64, WireFormat::WIRETYPE_FIXED64,
-                            WireFormat::WriteSFixed64NoTagToArray>;
-using Float = FixedCodec<float, WireFormat::TYPE_FLOAT, WireFormat::WIRETYPE_FIXED32,
-                         WireFormat::WriteFloatNoTagToArray>;
-using Double = FixedCodec<double, WireFormat::TYPE_DOUBLE, WireFormat::WIRETYPE_FIXED64,
-                          WireFormat::WriteDoubleNoTagToArray>;
 
 inline std::size_t boolSize(bool) {
     return WireFormat::kBoolSize;
@@ -110,8 +73,6 @@ struct EnumTraits;
 template <class E>
 struct Enum {
     using Value = E;
-    using Stored = int;
-    static constexpr auto kWireType = WireFormat::WIRETYPE_VARINT;
 
     static bool read(CodedInputStream* input, E* value) {
         int number = 0;

@@ -133,11 +133,14 @@ class ScalarField {
         if (!present_) {
             return target;
         }
-        target = WireFormat::WriteTagToArray(number, Codec::kWireType, stream->EnsureSpace(target));
+        target = WireFormat::WriteTagToArray(number, WireFormat::WIRETYPE_VARINT,
+                                             stream->EnsureSpace(target));
         return Codec::write(value_, target);
     }
 
-    static bool accepts(std::uint32_t tag) { return tag == tagOf(number, Codec::kWireType); }
+    static bool accepts(std::uint32_t tag) {
+        return tag == tagOf(number, WireFormat::WIRETYPE_VARINT);
+    }
     bool read(std::uint32_t /*tag*/, CodedInputStream* input) {
         Value value{};
         if (!Codec::read(input, &value)) {
@@ -275,30 +278,26 @@ class MessageField {
     bool present_ = false;
 };
 
-// Holds a list of numbers, bools or enums. A parse accepts the packed and the unpacked form, also
-// mixed. The field writes the form that its definition declares.
-template <int number, class Codec, bool packed>
+// Holds a list of numbers or bools. A parse accepts the packed and the unpacked form, also mixed.
+// The field writes the unpacked form.
+template <int number, class Codec>
 class RepeatedScalarField {
   public:
     using Value = typename Codec::Value;
-    using List = RepeatedField<typename Codec::Stored>;
+    using List = RepeatedField<Value>;
 
     explicit RepeatedScalarField(Arena* arena) : list_(arena) {}
 
     int size() const { return list_.size(); }
     Value get(int index) const {
         checkIndex(index, size());
-        return static_cast<Value>(list_.Get(index));
+        return list_.Get(index);
     }
     void set(int index, Value value) {
         checkIndex(index, size());
-        Codec::check(value);
         list_.Set(index, value);
     }
-    void add(Value value) {
-        Codec::check(value);
-        list_.Add(value);
-    }
+    void add(Value value) { list_.Add(value); }
     const List& list() const { return list_; }
     List* mutableList() { return &list_; }
 
@@ -308,29 +307,17 @@ class RepeatedScalarField {
 
     static bool isInitialized() { return true; }
     std::size_t byteSize() const {
-        const std::size_t values = valuesSize();
-        if constexpr (packed) {
-            return list_.empty() ? 0 : tagSizeOf(number) + lengthDelimitedSize(values);
-        } else {
-            return tagSizeOf(number) * static_cast<std::size_t>(size()) + values;
+        std::size_t size = tagSizeOf(number) * static_cast<std::size_t>(list_.size());
+        for (const Value value : list_) {
+            size += Codec::size(value);
         }
+        return size;
     }
     std::uint8_t* write(std::uint8_t* target, EpsCopyOutputStream* stream) const {
-        if constexpr (packed) {
-            if (!list_.empty()) {
-                target = stream->EnsureSpace(target);
-                target = WireFormat::WriteTagToArray(number, WireFormat::WIRETYPE_LENGTH_DELIMITED,
-                                                     target);
-                target = CodedOutputStream::WriteVarint32ToArray(
-                    static_cast<std::uint32_t>(valuesSize()), target);
-            }
-        }
-        for (const auto stored : list_) {
-            target = stream->EnsureSpace(target);
-            if constexpr (!packed) {
-                target = WireFormat::WriteTagToArray(number, Codec::kWireType, target);
-            }
-            target = Codec::write(static_cast<Value>(stored), target);
+        for (const Value value : list_) {
+            target = WireFormat::WriteTagToArray(number, WireFormat::WIRETYPE_VARINT,
+                                                 stream->EnsureSpace(target));
+            target = Codec::write(value, target);
         }
         return target;
     }
@@ -351,25 +338,16 @@ class RepeatedScalarField {
     }
 
   private:
-    static constexpr std::uint32_t kTag = tagOf(number, Codec::kWireType);
+    static constexpr std::uint32_t kTag = tagOf(number, WireFormat::WIRETYPE_VARINT);
     static constexpr std::uint32_t kPackedTag =
         tagOf(number, WireFormat::WIRETYPE_LENGTH_DELIMITED);
 
-    std::size_t valuesSize() const {
-        std::size_t size = 0;
-        for (const auto stored : list_) {
-            size += Codec::size(static_cast<Value>(stored));
-        }
-        return size;
-    }
     bool readOne(CodedInputStream* input) {
         Value value{};
         if (!Codec::read(input, &value)) {
             return false;
         }
-        if (Codec::isKnown(value)) {
-            list_.Add(value);
-        }
+        list_.Add(value);
         return true;
     }
 
