@@ -20,7 +20,6 @@
 #include "support/FileEvents.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
-#include "support/OtherUser.h"
 #include "support/RecordedCalls.h"
 #include "support/TemporaryDirectory.h"
 
@@ -186,43 +185,6 @@ TEST_F(ConfigTest, RelativePathHasItsBackupBesideIt) {
     EXPECT_THAT(contentOf(path), Optional(kOriginal));
 }
 
-TEST_F(ConfigTest, MissingFileIsRestored) {
-    writeBackup(kOriginal);
-    expectLoads(kOriginalServices);
-    EXPECT_THAT(contentOf(path), Optional(kOriginal));
-    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
-}
-
-TEST_F(ConfigTest, RestoredFileCanBeSaved) {
-    writeBackup(kOriginal);
-    Config config(path.c_str());
-    const ino_t inode = inodeOf(path);
-    setAndSave(config, {{2, "b"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-    EXPECT_EQ(inodeOf(path), inode);
-    EXPECT_EQ(openDescriptors(), 1U);
-}
-
-TEST_F(ConfigTest, WithoutFileAndBackupNothingIsMade) {
-    expectUnloaded();
-    EXPECT_TRUE(std::filesystem::is_empty(directory()));
-}
-
-TEST_F(ConfigTest, WithoutItsDirectoryNothingIsMade) {
-    Config config((directory() + "/missing/" + kConfigurationFile).c_str());
-    ServiceInfoArray message;
-    EXPECT_FALSE(config.get(message, "Address"));
-    EXPECT_FALSE(config.save());
-    EXPECT_TRUE(std::filesystem::is_empty(directory()));
-}
-
-TEST_F(ConfigTest, EmptyDirectoryOfBackupsIsNoBackup) {
-    std::filesystem::create_directory(backupDirectory);
-    expectUnloaded();
-    EXPECT_TRUE(std::filesystem::is_empty(backupDirectory));
-    EXPECT_FALSE(std::filesystem::exists(path));
-}
-
 TEST_F(ConfigTest, DamagedFileIsRestoredInPlace) {
     for (const std::string& damaged : kDamaged) {
         writeFile(path, damaged);
@@ -231,14 +193,6 @@ TEST_F(ConfigTest, DamagedFileIsRestoredInPlace) {
         expectLoads(kOriginalServices);
         EXPECT_THAT(contentOf(path), Optional(kOriginal));
         EXPECT_EQ(inodeOf(path), inode);
-    }
-}
-
-TEST_F(ConfigTest, DamagedFileWithoutBackupStaysAsItIs) {
-    for (const std::string& damaged : kDamaged) {
-        writeFile(path, damaged);
-        expectUnloaded();
-        EXPECT_THAT(contentOf(path), Optional(damaged));
     }
 }
 
@@ -278,54 +232,6 @@ TEST_F(ConfigTest, SuccessfulRestoreIsNotRepeated) {
                             "read namingService.conf.plist"));
 }
 
-TEST_F(ConfigTest, DirectoryInPlaceOfTheFileIsLeftAlone) {
-    std::filesystem::create_directory(path);
-    expectUnloaded();
-    writeBackup(kOriginal);
-    expectUnloaded();
-    EXPECT_TRUE(std::filesystem::is_directory(path));
-    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
-}
-
-TEST_F(ConfigTest, DirectoryInPlaceOfTheBackupIsNoBackup) {
-    std::filesystem::create_directories(backup);
-    writeFile(path, "damaged &");
-    expectUnloaded();
-    EXPECT_TRUE(std::filesystem::is_directory(backup));
-}
-
-TEST_F(ConfigTest, LinkToTheFileIsFollowed) {
-    const std::string target = directory() + "/target";
-    writeFile(target, kOriginal);
-    std::filesystem::create_symlink(target, path);
-    std::filesystem::create_directory(backupDirectory);
-    Config config(path.c_str());
-    EXPECT_EQ(getFrom(config), kOriginalServices);
-    const ino_t inode = inodeOf(target);
-    setAndSave(config, {{2, "b"}});
-    EXPECT_TRUE(std::filesystem::is_symlink(path));
-    EXPECT_EQ(inodeOf(target), inode);
-    EXPECT_THAT(contentOf(target), Optional(documentOf({{2, "b"}})));
-    EXPECT_THAT(contentOf(backup), Optional(kOriginal));
-    EXPECT_EQ(openDescriptors(), 1U);
-}
-
-TEST_F(ConfigTest, FileBehindALinkIsRestored) {
-    const std::string target = directory() + "/target";
-    std::filesystem::create_symlink(target, path);
-    writeBackup(kOriginal);
-    expectLoads(kOriginalServices);
-    EXPECT_TRUE(std::filesystem::is_symlink(path));
-    EXPECT_THAT(contentOf(target), Optional(kOriginal));
-}
-
-TEST_F(ConfigTest, LinkToItselfIsNoFile) {
-    std::filesystem::create_symlink(kConfigurationFile, path);
-    writeBackup(kOriginal);
-    expectUnloaded();
-    EXPECT_TRUE(std::filesystem::is_symlink(path));
-}
-
 TEST_F(ConfigTest, OtherFormsOfDocumentsLoad) {
     BinaryDocument binary;
     binary.addDictionary({1}, {2});
@@ -352,19 +258,6 @@ TEST_F(ConfigTest, OtherFormsOfDocumentsLoad) {
     // Old-style documents have no numbers.
     writeFile(path, "{ Address = { services = ( { id = 1; address = \"original\"; } ); }; }");
     expectLoads({{0, "original"}});
-}
-
-TEST_F(ConfigTest, OtherFormsAreSavedAsXml) {
-    writeFile(path, "{ Address = { services = ( { address = \"a&b\"; } ); }; Other = (x, y); }");
-    Config config(path.c_str());
-    EXPECT_TRUE(config.save());
-    EXPECT_THAT(contentOf(path),
-                Optional(document("\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n"
-                                  "\t\t<array>\n\t\t\t<dict>\n\t\t\t\t<key>address</key>\n"
-                                  "\t\t\t\t<string>a&amp;b</string>\n\t\t\t</dict>\n\t\t</array>\n"
-                                  "\t</dict>\n\t<key>Other</key>\n\t<array>\n"
-                                  "\t\t<string>x</string>\n\t\t<string>y</string>\n"
-                                  "\t</array>\n")));
 }
 
 // The reader accepts these documents, but no property list can contain their values.
@@ -431,24 +324,6 @@ TEST_F(ConfigTest, GetWithoutAListLeavesTheMessage) {
     for (const char* const key : {"Address", "other", "string", "dictionary"}) {
         EXPECT_EQ(getFrom(config, key), kCallers) << key;
     }
-}
-
-TEST_F(ConfigTest, GetReplacesTheMessagesList) {
-    writeFile(path,
-              "<plist><dict><key>Address</key><dict><key>services</key><array/></dict>"
-              "<key>\u4e2d</key><dict><key>services</key><array><dict/></array></dict></dict>"
-              "</plist>");
-    Config config(path.c_str());
-    EXPECT_THAT(getFrom(config), IsEmpty());
-    EXPECT_EQ(getFrom(config, "\u4e2d"), (Services{{0, ""}}));
-}
-
-TEST_F(ConfigTest, GetWithABadElementEmptiesTheList) {
-    writeFile(path,
-              "<plist><dict><key>Address</key><dict><key>services</key><array><dict/><dict/>"
-              "<string>a</string></array></dict></dict></plist>");
-    Config config(path.c_str());
-    EXPECT_THAT(getFrom(config), IsEmpty());
 }
 
 // A message that always lacks a required field.
@@ -525,37 +400,6 @@ TEST_F(ConfigTest, SetNeedsAKey) {
     EXPECT_EQ(getFrom(config, ""), (Services{{2, "b"}}));
 }
 
-TEST_F(ConfigTest, SetReplacesTheWholeEntryAndKeepsTheOtherKeys) {
-    writeFile(path,
-              "<plist><dict><key>address</key><true/><key>Address</key><dict><key>other</key>"
-              "<true/><key>services</key><array/></dict><key>Z</key><dict><key>services</key>"
-              "<real>0.5</real></dict></dict></plist>");
-    Config config(path.c_str());
-    setAndSave(config, {{2, "b"}});
-    EXPECT_THAT(contentOf(path),
-                Optional(document(entryOf({{2, "b"}}) +
-                                  "\t<key>Z</key>\n\t<dict>\n\t\t<key>services</key>\n"
-                                  "\t\t<real>0.5</real>\n\t</dict>\n"
-                                  "\t<key>address</key>\n\t<true/>\n")));
-}
-
-TEST_F(ConfigTest, EntryThatIsNoDictionaryIsReplacedToo) {
-    writeFile(path, "<plist><dict><key>Address</key><string>a</string></dict></plist>");
-    Config config(path.c_str());
-    setAndSave(config, {{2, "b"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-}
-
-TEST_F(ConfigTest, SavedFileLoadsAgain) {
-    writeFile(path, kOriginal);
-    const Services services{{INT32_MIN, "<&>\"'"}, {INT32_MAX, "\u4e2d\U0001F600"}, {0, ""}};
-    {
-        Config config(path.c_str());
-        setAndSave(config, services);
-    }
-    expectLoads(services);
-}
-
 TEST_F(ConfigTest, SaveRefreshesTheBackupFirst) {
     writeFile(path, kOriginal);
     std::filesystem::create_directory(backupDirectory);
@@ -588,16 +432,6 @@ TEST_F(ConfigTest, BackupHoldsThePreviousContent) {
     setAndSave(config, {{2, "3"}});
     EXPECT_THAT(contentOf(backup), Optional(documentOf({{2, "second, and longer"}})));
     EXPECT_EQ(inodeOf(backup), inode);
-}
-
-TEST_F(ConfigTest, BackupOfAFileThatSomeoneChangedIsWhatItHeldThen) {
-    writeFile(path, kOriginal);
-    std::filesystem::create_directory(backupDirectory);
-    Config config(path.c_str());
-    writeFile(path, "damaged meanwhile &");
-    setAndSave(config, {{2, "b"}});
-    EXPECT_THAT(contentOf(backup), Optional(std::string("damaged meanwhile &")));
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
 }
 
 TEST_F(ConfigTest, BackupOfAnEmptyFileIsEmpty) {
@@ -876,23 +710,6 @@ TEST_F(ConfigCallsTest, FileMayBeOpenedAsDescriptorZero) {
     ::close(input);
 }
 
-TEST_F(ConfigTest, ShorterContentLeavesNothingOfTheLonger) {
-    writeFile(path, kOriginal + std::string(10000, '\n'));
-    Config config(path.c_str());
-    setAndSave(config, {{1, std::string(5000, 'x')}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, std::string(5000, 'x')}})));
-    setAndSave(config, {{1, ""}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, ""}})));
-}
-
-TEST_F(ConfigTest, ModeOfTheFileStays) {
-    writeFile(path, kOriginal);
-    std::filesystem::permissions(path, std::filesystem::perms(0640));
-    Config config(path.c_str());
-    EXPECT_TRUE(config.save());
-    EXPECT_EQ(modeOf(path), 0640U);
-}
-
 TEST_F(ConfigTest, FileDeletedAfterASaveIsMadeAgain) {
     writeFile(path, kOriginal);
     std::filesystem::create_directory(backupDirectory);
@@ -979,39 +796,6 @@ TEST_F(ConfigTest, ReplacedFileIsFollowed) {
     EXPECT_EQ(status.st_ino, inodeOf(former));
 }
 
-TEST_F(ConfigTest, FileReplacedBeforeTheFirstSaveIsOpenedTwice) {
-    writeFile(path, kOriginal);
-    const std::string former = directory() + "/former";
-    std::filesystem::create_hard_link(path, former);
-    {
-        Config config(path.c_str());
-        replaceFile(path, "someone else's");
-        setAndSave(config, {{2, "b"}});
-        EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-        EXPECT_THAT(contentOf(former), Optional(kOriginal));
-        EXPECT_EQ(openDescriptors(), 2U);
-        setAndSave(config, {{3, "c"}});
-        EXPECT_EQ(openDescriptors(), 2U);
-    }
-    EXPECT_EQ(openDescriptors(), 1U);
-}
-
-TEST_F(ConfigTest, DirectoryThatTakesTheFilesPlaceKeepsItFromBeingSaved) {
-    writeFile(path, kOriginal);
-    Config config(path.c_str());
-    setAndSave(config, {{1, "a"}});
-    std::filesystem::remove(path);
-    std::filesystem::create_directory(path);
-    EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
-    EXPECT_FALSE(config.save());
-    EXPECT_FALSE(config.save());
-    std::filesystem::remove(path);
-    EXPECT_FALSE(config.save());
-    writeFile(path, "");
-    EXPECT_TRUE(config.save());
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-}
-
 TEST_F(ConfigTest, DirectoryOfBackupsIsMadeForItsOwnerOnly) {
     for (const mode_t mask : {0, 022, 077}) {
         const UmaskGuard guard(mask);
@@ -1021,75 +805,6 @@ TEST_F(ConfigTest, DirectoryOfBackupsIsMadeForItsOwnerOnly) {
         EXPECT_TRUE(config.save());
         EXPECT_EQ(modeOf(backupDirectory), 0600U);
     }
-}
-
-TEST_F(ConfigTest, DirectoryOfBackupsThatIsThereIsLeftAsItIs) {
-    writeFile(path, kOriginal);
-    std::filesystem::create_directory(backupDirectory);
-    for (const unsigned mode : {0755U, 0700U, 0711U}) {
-        std::filesystem::permissions(backupDirectory, std::filesystem::perms(mode));
-        Config config(path.c_str());
-        EXPECT_TRUE(config.save());
-        EXPECT_EQ(modeOf(backupDirectory), mode);
-        EXPECT_TRUE(contentOf(backup));
-    }
-}
-
-// The directory that save() makes has the mode 0600, which only root can use. Other users save the
-// file without a backup.
-TEST_F(ConfigTest, OrdinaryUserSavesWithoutABackup) {
-    writeFile(path, kOriginal);
-    asOrdinaryUser(directory(), [&] {
-        Config config(path.c_str());
-        setAndSave(config, {{2, "b"}});
-        EXPECT_FALSE(config.copytobackup());
-        EXPECT_EQ(modeOf(backupDirectory), 0600U);
-        EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-    });
-    EXPECT_TRUE(std::filesystem::is_empty(backupDirectory));
-}
-
-TEST_F(ConfigTest, RootSavesWithABackup) {
-    writeFile(path, kOriginal);
-    Config config(path.c_str());
-    setAndSave(config, {{2, "b"}});
-    if (::geteuid() == 0) {
-        EXPECT_THAT(contentOf(backup), Optional(kOriginal));
-    }
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-}
-
-TEST_F(ConfigTest, FileThatMayOnlyBeReadLoadsAndIsNotSaved) {
-    writeFile(path, kOriginal);
-    std::filesystem::permissions(path, std::filesystem::perms(0400));
-    asOrdinaryUser(directory(), [&] {
-        Config config(path.c_str());
-        EXPECT_EQ(getFrom(config), kOriginalServices);
-        EXPECT_TRUE(config.set(messageOf({{2, "b"}}), "Address"));
-        EXPECT_FALSE(config.save());
-        EXPECT_EQ(openDescriptors(), 0U);
-    });
-    EXPECT_THAT(contentOf(path), Optional(kOriginal));
-}
-
-// A restore opens the file for reading and writing.
-TEST_F(ConfigTest, FileThatMayOnlyBeWrittenIsLeftAlone) {
-    writeFile(path, "as it was");
-    std::filesystem::permissions(path, std::filesystem::perms(0200));
-    writeBackup(kOriginal);
-    asOrdinaryUser(directory(), [this] { expectUnloaded(); });
-    std::filesystem::permissions(path, std::filesystem::perms(0600));
-    EXPECT_THAT(contentOf(path), Optional(std::string("as it was")));
-}
-
-TEST_F(ConfigTest, FileInPlaceOfTheDirectoryOfBackupsIsLeftAlone) {
-    writeFile(path, kOriginal);
-    writeFile(backupDirectory, "a file");
-    Config config(path.c_str());
-    EXPECT_FALSE(config.copytobackup());
-    setAndSave(config, {{2, "b"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}})));
-    EXPECT_THAT(contentOf(backupDirectory), Optional(std::string("a file")));
 }
 
 TEST_F(ConfigTest, CopiesAreMadeOnRequest) {
