@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Linearizability.h"
+#include "Judge.h"
 #include "namingService.pb.h"
 #include "support/LoadedPlugin.h"
 

@@ -1,5 +1,7 @@
 #include "Worker.h"
 
+#include <algorithm>
+#include <chrono>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -10,9 +12,13 @@ namespace {
 // These bytes end the decoding of a request to which they are appended.
 constexpr char kDamage[] = "\xff\xff\xff";
 
-template <class Choice>
-const Choice& anyOf(std::mt19937& random, const std::vector<Choice>& choices) {
-    return choices[std::uniform_int_distribution<std::size_t>(0, choices.size() - 1)(random)];
+std::int64_t now() {
+    return std::chrono::steady_clock::now().time_since_epoch().count();
+}
+
+// The values that registrations write: each registration of each thread has its own.
+Value valueOf(Value first, std::size_t registration, std::size_t thread) {
+    return first + static_cast<Value>(registration * kThreads + thread);
 }
 
 }  // namespace
@@ -26,7 +32,7 @@ void Worker::run(int calls) {
 }
 
 void Worker::registerOnceMore() {
-    noticeProblems([&] { registerNewAddresses(); });
+    noticeProblems([&] { registerSome(); });
 }
 
 template <class Action>
@@ -42,73 +48,68 @@ void Worker::noticeProblems(Action action) {
 
 void Worker::callAnything() {
     const int share = upTo(99);
-    if (share < 8) {
-        registerNewAddresses();
-    } else if (share < 11) {
-        registerOwnAgain();
+    if (share < 11) {
+        registerSome();
     } else if (share < 20) {
-        unregister();
+        unregisterSome();
     } else if (share < 50) {
         registerWhatIsThere();
     } else if (share < 80) {
         list();
     } else if (share < 92) {
         setDebugLevel();
-        record_.addOther();
     } else {
         sendDamage();
-        record_.addOther();
     }
 }
 
-void Worker::registerNewAddresses() {
-    Write write;
-    for (const std::size_t service : someOfTheGroups()) {
-        write.emplace_back(service, fresh_.take());
-    }
-    own_ = write;
-    change(QV_COMMAND_REGISTER_SERVICES, write, Saves::kSurely);
+void Worker::registerSome() {
+    std::vector<std::size_t> services = someKeys();
+    services.push_back(layout_.mark(thread_));
+    services.push_back(layout_.secondMark(thread_));
+    change(QV_COMMAND_REGISTER_SERVICES, services, valueOf(first_, registrations_++, thread_));
 }
 
-// Registers the own services again. Other threads may have changed or removed them.
-void Worker::registerOwnAgain() {
-    if (!own_.empty()) {
-        change(QV_COMMAND_REGISTER_SERVICES, own_, Saves::kPerhaps);
+void Worker::unregisterSome() {
+    if (changes_.empty() || changes_.back().value == kAbsent) {
+        registerSome();
+        return;
     }
+    std::vector<std::size_t> services = someKeys();
+    services.push_back(layout_.secondMark(thread_));
+    change(QV_COMMAND_UNREGISTER_SERVICES, services, kAbsent);
 }
 
-void Worker::unregister() {
-    Write write;
-    for (const std::size_t service : someOfTheGroups()) {
-        write.emplace_back(service, kAbsent);
+void Worker::change(std::uint32_t command, std::vector<std::size_t> services, Value value) {
+    std::shuffle(services.begin(), services.end(), random_);
+    Services request;
+    Change change;
+    for (const std::size_t service : services) {
+        request.push_back(names_.service(service, value));
     }
-    change(QV_COMMAND_UNREGISTER_SERVICES, write, Saves::kNever);
+    for (std::size_t key = 0; key < kKeys; ++key) {
+        if (std::count(services.begin(), services.end(), layout_.key(key)) != 0) {
+            change.keys.push_back(key);
+        }
+    }
+    change.value = value;
+    // The plug-in carries out what it decodes before the damage.
+    change.time = execute(command, encode(request) + (upTo(9) == 0 ? kDamage : ""), QV_OK);
+    changes_.push_back(std::move(change));
 }
 
 void Worker::registerWhatIsThere() {
-    Write write;
+    Services request;
     for (int count = 1 + upTo(3); count > 0; --count) {
-        // The service after a changing one never changes.
-        const std::size_t service = anyOf(random_, anyOf(random_, groups_)) + 1;
-        write.emplace_back(service, initial_[service]);
+        const std::size_t service = someKeys().front() + 1;
+        request.push_back(names_.service(service, initial_[service]));
     }
-    change(QV_COMMAND_REGISTER_SERVICES, write, Saves::kNever);
-}
-
-void Worker::change(std::uint32_t command, const Write& write, Saves saves) {
-    Services services;
-    for (const auto& [service, value] : write) {
-        services.push_back(names_.service(service, value));
-    }
-    // The plug-in carries out what it decodes before the damage.
-    const std::string request = encode(services) + (upTo(9) == 0 ? kDamage : "");
-    const Interval time = execute(command, request, QV_OK);
-    record_.addWrite(time, write, saves);
+    execute(QV_COMMAND_REGISTER_SERVICES, encode(request), QV_OK);
 }
 
 void Worker::list() {
     const Interval time = execute(QV_COMMAND_GET_SERVICES, "", QV_OK);
-    record_.addListing(time, names_.valuesOf(answer_));
+    listings_.push_back({time, names_.valuesOf(answer_)});
 }
 
 // Sets a random level. Level 7 is rare, because it logs every registered service.
@@ -135,6 +136,7 @@ void Worker::sendDamage() {
 
 // Executes a command and stores its answer in `answer_`.
 Interval Worker::execute(std::uint32_t command, const std::string& request, int expected) {
+    ++calls_;
     Interval time;
     time.begin = now();
     Answer answer = plugin_.execute(command, request);
@@ -147,18 +149,50 @@ Interval Worker::execute(std::uint32_t command, const std::string& request, int 
     return time;
 }
 
-// Returns some services, half of the time from one group only. A service may occur twice.
-Group Worker::someOfTheGroups() {
-    const bool together = upTo(1) == 0;
-    const Group* group = &anyOf(random_, groups_);
-    Group services;
+// Returns the services of some keys. A service may occur twice.
+std::vector<std::size_t> Worker::someKeys() {
+    std::vector<std::size_t> services;
     for (int count = 1 + upTo(3); count > 0; --count) {
-        services.push_back(anyOf(random_, *group));
-        if (!together) {
-            group = &anyOf(random_, groups_);
-        }
+        services.push_back(layout_.key(static_cast<std::size_t>(upTo(kKeys - 1))));
     }
     return services;
+}
+
+Reading readingOf(Interval time, const Values& values, const Values& initial,
+                  const std::vector<std::vector<Change>>& changes) {
+    const Layout layout(values.size());
+    for (std::size_t service = 0; service < values.size(); ++service) {
+        if (values[service] != initial[service] && !layout.changes(service)) {
+            throw std::runtime_error("a service has changed that nobody changes");
+        }
+    }
+    Reading reading{time, std::vector<std::size_t>(kThreads), keysOf(values)};
+    for (std::size_t thread = 0; thread < kThreads; ++thread) {
+        const Value mark = values[layout.mark(thread)];
+        const Value second = values[layout.secondMark(thread)];
+        if (mark == initial[layout.mark(thread)] && second == mark) {
+            continue;
+        }
+        const auto& own = changes[thread];
+        const auto last = std::find_if(
+            own.begin(), own.end(), [mark](const Change& change) { return change.value == mark; });
+        const auto next = last == own.end() ? last : last + 1;
+        const bool isRemoved = second == kAbsent && next != own.end() && next->value == kAbsent;
+        if (last == own.end() || mark == kAbsent || (second != mark && !isRemoved)) {
+            throw std::runtime_error("a listing has impossible marks");
+        }
+        reading.seen[thread] = static_cast<std::size_t>(next - own.begin()) + (isRemoved ? 1 : 0);
+    }
+    return reading;
+}
+
+Values keysOf(const Values& values) {
+    const Layout layout(values.size());
+    Values keys;
+    for (std::size_t key = 0; key < kKeys; ++key) {
+        keys.push_back(values[layout.key(key)]);
+    }
+    return keys;
 }
 
 }  // namespace qv::tests

@@ -1,4 +1,4 @@
-// Makes and records the calls of one thread of the load: calls of all kinds, at random.
+// Makes the calls of one thread of the load, of all kinds and at random, and records them.
 #ifndef QV_TESTS_LOAD_WORKER_H
 #define QV_TESTS_LOAD_WORKER_H
 
@@ -8,44 +8,50 @@
 #include <string>
 #include <vector>
 
-#include "History.h"
-#include "Linearizability.h"
+#include "Judge.h"
 #include "Names.h"
 #include "support/LoadedPlugin.h"
 
 namespace qv::tests {
 
-// The services that the test judges together.
-using Group = std::vector<std::size_t>;
+constexpr std::size_t kThreads = 16;
+constexpr std::size_t kKeys = 64;
 
-// Gives out the values first, first + step, and so on, which no other thread uses.
-class FreshValues {
+// A few services, spread over the directory, change all the time: those of the keys, which all
+// threads change, and two marks of each thread. The others keep their values, among them the
+// service behind each that changes.
+//
+// A registration of a thread writes a new value under some keys and under both marks. A removal
+// removes some keys and the second mark. It only follows a registration. The marks in a listing
+// therefore tell how many changes of each thread the listing saw.
+class Layout {
   public:
-    FreshValues(Value first, Value step) : next_(first), step_(step) {}
-    Value take() {
-        const Value value = next_;
-        next_ += step_;
-        return value;
+    explicit Layout(std::size_t services) : step_(services / (kKeys + 2 * kThreads)) {}
+
+    std::size_t key(std::size_t number) const { return number * step_; }
+    std::size_t mark(std::size_t thread) const { return (kKeys + 2 * thread) * step_; }
+    std::size_t secondMark(std::size_t thread) const { return mark(thread) + step_; }
+    // Returns whether the service is a key or a mark.
+    bool changes(std::size_t service) const {
+        return service % step_ == 0 && service / step_ < kKeys + 2 * kThreads;
     }
 
   private:
-    Value next_;
-    Value step_;
+    std::size_t step_;
 };
 
 class Worker {
   public:
-    // The services of the groups change all the time. The service after each of them never changes.
-    // The arguments must live as long as the worker.
-    Worker(const LoadedPlugin& plugin, const Names& names, const std::vector<Group>& groups,
-           const Values& initial, FreshValues& fresh, unsigned seed)
+    // `first` is greater than all values so far. The other arguments must outlive the worker.
+    Worker(const LoadedPlugin& plugin, const Names& names, const Values& initial, Value first,
+           std::size_t thread, unsigned seed)
         : plugin_(plugin),
           names_(names),
-          groups_(groups),
+          layout_(names.count()),
           initial_(initial),
-          fresh_(fresh),
-          random_(seed),
-          record_(initial) {}
+          first_(first),
+          thread_(thread),
+          random_(seed) {}
 
     // Makes the calls. Stops at the first answer that is wrong by itself.
     void run(int calls);
@@ -53,37 +59,52 @@ class Worker {
 
     // Returns the description of the wrong answer, or an empty text.
     const std::string& problem() const { return problem_; }
-    Record& record() { return record_; }
+    const std::vector<Change>& changes() const { return changes_; }
+    std::size_t calls() const { return calls_; }
+
+    struct Listing {
+        Interval time;
+        Values values;
+    };
+    const std::vector<Listing>& listings() const { return listings_; }
 
   private:
     template <class Action>
     void noticeProblems(Action action);
     void callAnything();
-    void registerNewAddresses();
-    void registerOwnAgain();
-    void unregister();
+    void registerSome();
+    void unregisterSome();
     void registerWhatIsThere();
-    void change(std::uint32_t command, const Write& write, Saves saves);
     void list();
     void setDebugLevel();
     void sendDamage();
+    void change(std::uint32_t command, std::vector<std::size_t> services, Value value);
+    std::vector<std::size_t> someKeys();
     Interval execute(std::uint32_t command, const std::string& request, int expected);
-    Group someOfTheGroups();
     int upTo(int most) { return std::uniform_int_distribution<int>(0, most)(random_); }
 
     const LoadedPlugin& plugin_;
     const Names& names_;
-    const std::vector<Group>& groups_;
+    const Layout layout_;
     const Values& initial_;
-    FreshValues& fresh_;
+    const Value first_;
+    const std::size_t thread_;
     std::mt19937 random_;
-    Record record_;
-    // The last registration of this thread.
-    Write own_;
+    std::vector<Change> changes_;
+    std::vector<Listing> listings_;
+    std::size_t registrations_ = 0;
+    std::size_t calls_ = 0;
     // The answer of the last call.
     std::string answer_;
     std::string problem_;
 };
+
+// Returns the reading that the values of a listing are. Throws std::runtime_error if the marks are
+// impossible, or if a service has changed that nobody changes.
+Reading readingOf(Interval time, const Values& values, const Values& initial,
+                  const std::vector<std::vector<Change>>& changes);
+// Returns the values of the keys.
+Values keysOf(const Values& values);
 
 }  // namespace qv::tests
 
