@@ -26,9 +26,11 @@
 namespace {
 
 using qv::bench::addressOf;
-using qv::bench::besideAThread;
 using qv::bench::Place;
 using Kind = qv::bench::Place::Kind;
+
+// As in any real host.
+const qv::bench::SleepingThread g_anotherThread;
 
 constexpr char kFile[] = "namingService.conf.plist";
 
@@ -210,17 +212,14 @@ void startUp(benchmark::State& state) {
     }
 }
 
-#define QV_MEASURE(function, name)             \
-    BENCHMARK(function)->Name(name)->QV_SIZES; \
-    BENCHMARK(besideAThread<function>)->Name("besideAThread<" name ">")->QV_SIZES
 #define QV_SIZES Arg(100)->Arg(1'000)->Arg(10'000)->UseRealTime()
 
-QV_MEASURE(registration<Kind::Memory>, "registrationInMemory");
-QV_MEASURE(bareFileWork<Kind::Memory>, "bareFileWorkInMemory");
-QV_MEASURE(databaseUpsert<Kind::Memory>, "databaseUpsertInMemory");
-QV_MEASURE(registration<Kind::Disk>, "registrationOnDisk");
-QV_MEASURE(bareFileWork<Kind::Disk>, "bareFileWorkOnDisk");
-QV_MEASURE(databaseUpsert<Kind::Disk>, "databaseUpsertOnDisk");
-QV_MEASURE(startUp, "startUp");
+BENCHMARK(registration<Kind::Memory>)->Name("registrationInMemory")->QV_SIZES;
+BENCHMARK(bareFileWork<Kind::Memory>)->Name("bareFileWorkInMemory")->QV_SIZES;
+BENCHMARK(databaseUpsert<Kind::Memory>)->Name("databaseUpsertInMemory")->QV_SIZES;
+BENCHMARK(registration<Kind::Disk>)->Name("registrationOnDisk")->QV_SIZES;
+BENCHMARK(bareFileWork<Kind::Disk>)->Name("bareFileWorkOnDisk")->QV_SIZES;
+BENCHMARK(databaseUpsert<Kind::Disk>)->Name("databaseUpsertOnDisk")->QV_SIZES;
+BENCHMARK(startUp)->Name("startUp")->QV_SIZES;
 
 }  // namespace

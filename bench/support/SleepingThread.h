@@ -1,9 +1,7 @@
-// Keeps a second thread asleep while the object lives. The C++ library avoids locked instructions
-// in a process of one thread, but a real host has several threads.
+// Keeps a second thread asleep while the object lives. The C library avoids locked instructions in
+// a process of one thread, but a real host has several threads.
 #ifndef QV_BENCH_SLEEPING_THREAD_H
 #define QV_BENCH_SLEEPING_THREAD_H
-
-#include <benchmark/benchmark.h>
 
 #include <future>
 #include <thread>
@@ -24,12 +22,6 @@ class SleepingThread {
     std::promise<void> end_;
     std::thread thread_;
 };
-
-template <void (*measure)(benchmark::State&)>
-void besideAThread(benchmark::State& state) {
-    const SleepingThread thread;
-    measure(state);
-}
 
 }  // namespace qv::bench
 

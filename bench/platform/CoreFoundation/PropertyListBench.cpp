@@ -3,11 +3,6 @@
 //   - writing an XML document and reading an XML or a binary one. libplist does the same with the
 //     same document in the same run.
 //   - building the list of services from their identifiers and addresses, and releasing it.
-//
-// Everything is measured twice: in a process of one thread, and beside another thread, as in any
-// real host. Some costs that a process of one thread avoids may stay once it has had a second
-// thread. So the runs with one thread come first. To mix runs, use a process for each
-// (--benchmark_filter).
 
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>
@@ -27,7 +22,9 @@
 namespace {
 
 using qor::kevra::CFHolder;
-using qv::bench::besideAThread;
+
+// As in any real host.
+const qv::bench::SleepingThread g_anotherThread;
 
 [[noreturn]] void fail(const char* what) {
     std::fprintf(stderr, "property_list_bench: %s\n", what);
@@ -249,14 +246,5 @@ BENCHMARK(readBinary<Ours>)->QV_SIZES;
 BENCHMARK(readBinary<Peer>)->QV_SIZES;
 BENCHMARK(build)->QV_SIZES->UseManualTime();
 BENCHMARK(release)->QV_SIZES->UseManualTime();
-
-BENCHMARK(besideAThread<writeXml<Ours>>)->QV_SIZES;
-BENCHMARK(besideAThread<writeXml<Peer>>)->QV_SIZES;
-BENCHMARK(besideAThread<readXml<Ours>>)->QV_SIZES;
-BENCHMARK(besideAThread<readXml<Peer>>)->QV_SIZES;
-BENCHMARK(besideAThread<readBinary<Ours>>)->QV_SIZES;
-BENCHMARK(besideAThread<readBinary<Peer>>)->QV_SIZES;
-BENCHMARK(besideAThread<build>)->QV_SIZES->UseManualTime();
-BENCHMARK(besideAThread<release>)->QV_SIZES->UseManualTime();
 
 }  // namespace

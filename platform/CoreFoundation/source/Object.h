@@ -16,7 +16,6 @@
 #include <utility>
 
 #include "ObjectMemory.h"
-#include "Threads.h"
 
 namespace cf {
 
@@ -91,13 +90,7 @@ void dispose(T* object, std::size_t extra = 0) {
 }
 
 inline void retain(const Object* object) {
-    const std::uint32_t count = countOf(object);
-    if ((count & Object::kImmortal) != 0) {
-        return;
-    }
-    if (isSingleThreaded()) {
-        object->references.store(count + 1, std::memory_order_relaxed);
-    } else {
+    if ((countOf(object) & Object::kImmortal) == 0) {
         object->references.fetch_add(1, std::memory_order_relaxed);
     }
 }
@@ -110,10 +103,6 @@ inline bool dropReference(const Object* object) {
         return true;
     }
     if ((count & Object::kImmortal) != 0) {
-        return false;
-    }
-    if (isSingleThreaded()) {
-        object->references.store(count - 1, std::memory_order_relaxed);
         return false;
     }
     return object->references.fetch_sub(1, std::memory_order_acq_rel) == 1;

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "Threads.h"
-
 namespace cf {
 
 namespace {
@@ -87,12 +85,11 @@ class KeptBlocks {
       public:
         explicit Entry(KeptBlocks& blocks)
             : blocks_(blocks),
-              isShared_(!isSingleThreaded()),
-              isGranted_(!isShared_ || !blocks.isBusy_.test_and_set(std::memory_order_acquire)) {}
+              isGranted_(!blocks.isBusy_.test_and_set(std::memory_order_acquire)) {}
         Entry(const Entry&) = delete;
         Entry& operator=(const Entry&) = delete;
         ~Entry() {
-            if (isShared_ && isGranted_) {
+            if (isGranted_) {
                 blocks_.isBusy_.clear(std::memory_order_release);
             }
         }
@@ -101,7 +98,6 @@ class KeptBlocks {
 
       private:
         KeptBlocks& blocks_;
-        const bool isShared_;
         const bool isGranted_;
     };
 

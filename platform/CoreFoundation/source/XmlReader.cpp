@@ -38,6 +38,9 @@
 // clang-format on
 #include "XmlReader.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "Limits.h"
 #include "Number.h"
 #include "String.h"
@@ -70,46 +73,20 @@ struct ElementName {
     Element element;
 };
 
-constexpr ElementName kKey = {"key", Element::Key};
-constexpr ElementName kString = {"string", Element::String};
-constexpr ElementName kInteger = {"integer", Element::Integer};
-constexpr ElementName kDictionary = {"dict", Element::Dictionary};
-constexpr ElementName kArray = {"array", Element::Array};
-constexpr ElementName kTrue = {"true", Element::True};
-constexpr ElementName kFalse = {"false", Element::False};
-constexpr ElementName kReal = {"real", Element::Real};
-constexpr ElementName kDate = {"date", Element::Date};
-constexpr ElementName kData = {"data", Element::Data};
-constexpr ElementName kPlist = {"plist", Element::Plist};
+// The elements of services come first, because they are the most frequent.
+constexpr ElementName kElements[] = {
+    {"key", Element::Key},         {"string", Element::String}, {"integer", Element::Integer},
+    {"dict", Element::Dictionary}, {"array", Element::Array},   {"true", Element::True},
+    {"false", Element::False},     {"real", Element::Real},     {"date", Element::Date},
+    {"data", Element::Data},       {"plist", Element::Plist},
+};
 
-// Returns the element of the name, or null if there is none. At most five elements have a name of
-// the same length and are compared.
+// Returns the element of the name, or null if there is none.
 const ElementName* elementOf(std::string_view name) {
-    const ElementName* found = nullptr;
-    const auto is = [name, &found](const ElementName& element) {
-        if (name != element.name) {
-            return false;
-        }
-        found = &element;
-        return true;
-    };
-    const auto isOneOf = [&](const auto&... elements) {
-        return (is(elements) || ...) ? found : nullptr;
-    };
-    switch (name.size()) {
-        case kKey.name.size():
-            return isOneOf(kKey);
-        case kDictionary.name.size():
-            return isOneOf(kDictionary, kTrue, kReal, kDate, kData);
-        case kArray.name.size():
-            return isOneOf(kArray, kFalse, kPlist);
-        case kString.name.size():
-            return isOneOf(kString);
-        case kInteger.name.size():
-            return isOneOf(kInteger);
-        default:
-            return nullptr;
-    }
+    const ElementName* const found =
+        std::find_if(std::begin(kElements), std::end(kElements),
+                     [name](const ElementName& element) { return element.name == name; });
+    return found == std::end(kElements) ? nullptr : found;
 }
 
 // Keeps the latest keys of a document, which repeat often, so that each is created once.
