@@ -1,6 +1,5 @@
 // Checks the calls that the plug-in makes to the log and utility libraries: their order, levels and
-// texts. Stand-ins in place of the libraries record the calls. Also checks the calls that the
-// plug-in makes to the platform to load and save its file.
+// texts. Stand-ins in place of the libraries record the calls.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,17 +12,14 @@
 #include "support/FailingCalls.h"
 #include "support/Files.h"
 #include "support/LoadedPlugin.h"
-#include "support/RecordedCalls.h"
 #include "support/RecordingLibraries.h"
 #include "support/TemporaryDirectory.h"
 
 namespace qv::tests {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::IsSupersetOf;
 
 constexpr char kInitializeEnter[] = R"(LorxWriteDbgLog(6, "%s enter", "QvPluginInitialize enter"))";
 constexpr char kFinalizeEnter[] = R"(LorxWriteDbgLog(6, "%s enter", "QvPluginFinalize enter"))";
@@ -313,41 +309,6 @@ TEST_F(Calls, AnswerThatCannotBeSerialisedStaysWithTheHost) {
     plugin_.free(answer);
     EXPECT_THAT(recordedCalls(), ElementsAre(kGetIn, R"(LorxWriteDbgLog(4, "%s serialize error", )"
                                                      R"("getServices serialize error"))"));
-}
-
-// Loads a plug-in whose file holds a service.
-class FileCalls : public testing::Test {
-  protected:
-    void SetUp() override {
-        writeFile(path_, documentOf({{1, "a"}}));
-        setFilePath(path_.c_str());
-    }
-    void TearDown() override { setFilePath(""); }
-
-    const LoadedPlugin plugin_;
-
-  private:
-    const TemporaryDirectory directory_;
-    const std::string path_ = directory_.path(kConfigurationFile);
-};
-
-TEST_F(FileCalls, FileIsCheckedForTheBinaryFormat) {
-    EXPECT_THAT(callsDuring([&] { plugin_.initialize(); }),
-                Contains("CFPropertyListIsValid(dictionary, 200)"));
-    EXPECT_THAT(plugin_.getServices(), ElementsAre(Service(1, "a")));
-    plugin_.finalize();
-}
-
-TEST_F(FileCalls, RegistrationWritesAtOnceAndCutsAndWaitsForTheDisk) {
-    plugin_.initialize();
-    const std::string size = std::to_string(documentOf({{1, "b"}}).size());
-    const auto save = [&] { plugin_.registerServices({{1, "b"}}); };
-    EXPECT_THAT(callsDuring(save), IsSupersetOf(std::vector<std::string>{
-                                       "lseek(namingService.conf.plist, 0, SEEK_SET)",
-                                       "write(namingService.conf.plist, " + size + ")",
-                                       "ftruncate(namingService.conf.plist, " + size + ")",
-                                       "fsync(namingService.conf.plist)"}));
-    plugin_.finalize();
 }
 
 #ifndef QV_SANITIZED

@@ -106,20 +106,6 @@ TEST_F(Log, AddressIsShownUpToItsFirstZeroByte) {
     EXPECT_THAT(lines().at(before + 1), EndsWith("id: 1, address: seen"));
 }
 
-TEST_F(Log, ContinuesInANewFileAfterItsFileIsMoved) {
-    std::filesystem::rename(log_, logDirectory_ + "/moved");
-    plugin_.getServices();
-    EXPECT_THAT(lines(), ElementsAre(EndsWith("getServices in")));
-}
-
-TEST_F(Log, RemovedDirectoryLosesRecordsOnly) {
-    std::filesystem::remove_all(logDirectory_);
-    expectCommandsWork();
-    std::filesystem::create_directory(logDirectory_);
-    plugin_.getServices();
-    EXPECT_THAT(lines(), ElementsAre(EndsWith("getServices in")));
-}
-
 TEST_F(Log, SpecialFileInPlaceOfTheLogLosesRecordsOnly) {
     using Put = void (*)(const std::string&);
     constexpr Put kPuts[] = {

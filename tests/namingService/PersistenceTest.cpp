@@ -82,17 +82,6 @@ TEST_F(Persistence, LastStoredServiceOfAnIdentifierCounts) {
     EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "a"}, {1, "b"}, {2, "c"}})));
 }
 
-TEST_F(Persistence, FileListsServicesInAscendingOrder) {
-    startWith(kEmptyRoot);
-    plugin.registerServices({{3, "c"}, {1, "a"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {3, "c"}})));
-    plugin.registerServices({{INT32_MAX, "m"}, {0, "z"}, {-1, "n"}, {INT32_MIN, "l"}});
-    EXPECT_THAT(
-        contentOf(path),
-        Optional(documentOf(
-            {{INT32_MIN, "l"}, {-1, "n"}, {0, "z"}, {1, "a"}, {3, "c"}, {INT32_MAX, "m"}})));
-}
-
 // A small binary document can hold large services, because all of them can refer to one address.
 TEST_F(Persistence, ServicesThatShareALongAddressAreLoadedAndSaved) {
     const std::string address(5000, 'a');
@@ -173,16 +162,6 @@ TEST_F(Persistence, OnlyAChangeIsSaved) {
     EXPECT_THAT(contentOf(backup), Optional(documentOf({{1, "a"}, {2, "b"}})));
 }
 
-TEST_F(Persistence, RequestIsSavedOnceAfterTheBackup) {
-    startWith(kEmptyRoot);
-    FileEvents events = watchFiles();
-    plugin.registerServices({{1, "a"}, {2, "b"}, {1, "c"}, {3, "d"}});
-    EXPECT_THAT(
-        events.take(),
-        ElementsAre("read namingService.conf.plist", "change b/namingService.conf.plist",
-                    "written b/namingService.conf.plist", "change namingService.conf.plist"));
-}
-
 TEST_F(Persistence, AddressThatChangesAndChangesBackIsSaved) {
     startWith(documentOf({{1, "a"}}));
     plugin.registerServices({{1, "b"}, {1, "a"}});
@@ -203,31 +182,6 @@ TEST_F(Persistence, WithoutFileAndBackupServicesLiveInMemory) {
     EXPECT_THAT(contentOf(path), Optional(documentOf({{7, "g"}})));
     restart();
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(7, "g")));
-}
-
-TEST_F(Persistence, DamagedFileIsRestoredFromTheBackup) {
-    writeFile(backup, documentOf({{1, "a"}}));
-    for (const std::string content : {"", "damaged &", "<plist><array/></plist>"}) {
-        startWith(content);
-        EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
-        EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
-        plugin.finalize();
-    }
-    std::filesystem::remove(path);
-    plugin.initialize();
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
-    plugin.registerServices({{2, "b"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
-}
-
-TEST_F(Persistence, WithBothFilesDamagedServicesLiveInMemory) {
-    writeFile(backup, "as bad &");
-    startWith("damaged &");
-    EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
-    EXPECT_THAT(contentOf(path), Optional(std::string("as bad &")));
-    EXPECT_THAT(contentOf(backup), Optional(std::string("as bad &")));
-    EXPECT_EQ(openDescriptors(), 0U);
 }
 
 TEST_F(Persistence, FileWithoutAListLoadsAsEmptyAndTheFirstSaveAddsTheList) {
@@ -329,18 +283,6 @@ TEST_F(Persistence, AddressThatIsNotUtf8KeepsEverythingFromBeingSaved) {
     EXPECT_THAT(contentOf(backup), Optional(documentOf({{1, "a"}})));
 }
 
-TEST_F(Persistence, NextRegistrationSavesOnceTheAddressThatIsNotUtf8IsRemoved) {
-    startWith(documentOf({{1, "a"}}));
-    plugin.registerServices({{2, "\xff"}, {3, "c"}});
-    plugin.unregisterServices({2});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
-    // A registration that changes nothing saves nothing.
-    plugin.registerServices({{3, "c"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}})));
-    plugin.registerServices({{4, "d"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {3, "c"}, {4, "d"}})));
-}
-
 TEST_F(Persistence, SaveThatFailsIsMadeUpForByTheNext) {
     startWith(documentOf({{1, "a"}}));
     std::filesystem::remove(path);
@@ -420,45 +362,6 @@ TEST_F(Persistence, OtherKeysOfEveryTypeAreKept) {
     plugin.registerServices({{3, "newer"}});
     plugin.registerServices({{3, "new"}});
     EXPECT_EQ(contentOf(path).value(), recorded("other-keys.saved.plist"));
-}
-
-TEST_F(Persistence, ManyServicesAreKept) {
-    startWith(kEmptyRoot);
-    Services services;
-    for (int id = -5000; id < 5000; ++id) {
-        services.emplace_back(id, "unix:/var/run/service-" + std::to_string(id) + ".sock");
-    }
-    plugin.registerServices(services);
-    EXPECT_TRUE(contentOf(path) == documentOf(services));
-    restart();
-    EXPECT_TRUE(plugin.getServices() == services);
-}
-
-TEST_F(Persistence, SavesOfSeveralThreadsLoseNothing) {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 25;
-    startWith(kEmptyRoot);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([this, thread] {
-            for (int round = 0; round < kRounds; ++round) {
-                const int id = thread * kRounds + round;
-                plugin.registerServices({{id, "former"}, {id, std::to_string(id)}});
-                plugin.getServices();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    Services expected;
-    for (int id = 0; id < kThreads * kRounds; ++id) {
-        expected.emplace_back(id, std::to_string(id));
-    }
-    EXPECT_THAT(contentOf(path), Optional(documentOf(expected)));
-    restart();
-    EXPECT_EQ(plugin.getServices(), expected);
 }
 
 }  // namespace

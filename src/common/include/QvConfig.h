@@ -265,7 +265,7 @@ bool QvConfig<MutexPolicy>::save() {
     return true;
 }
 
-// Makes `fd` the file at `path`. False if the file was never open and cannot be opened.
+// Makes `fd` the file at `path`. Returns false if the file was never open and cannot be opened.
 //
 // The descriptor of a file that was replaced or removed stays open until the process ends
 // (compatibility C19).
@@ -364,7 +364,7 @@ int QvConfig<MutexPolicy>::openForWriting(const char* path) {
     return isPipeOrDirectory(path) ? -1 : ::open(path, O_WRONLY);
 }
 
-// Whether the path names something that is treated like a file that cannot be opened. Opening a
+// Returns whether the path names something that counts as a file that cannot be opened. Opening a
 // pipe would wait for its other end, while the lock of all commands is held. A directory has a size
 // on some file systems and none on others, where it would pass for an empty file.
 template <class MutexPolicy>

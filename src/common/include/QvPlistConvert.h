@@ -2,8 +2,7 @@
 //
 // A service is stored as a dictionary with the keys "id", a number, and "address", a string. A
 // field that is absent in the message has no key. A repeated field is stored as an array of such
-// dictionaries. Reading ignores other keys and values of
-// another kind than the field has.
+// dictionaries. Reading ignores other keys, and values of another kind than the field has.
 //
 // A function that fails returns false and releases what it created. Only std::bad_alloc is thrown.
 // Every function may run on several threads at once, on different objects.
@@ -60,20 +59,20 @@ const CFTypeID CFNumberTypeInfo<T, kNumberType>::CF_TYPE_ID = CFNumberGetTypeID(
 using Int32TypeInfo = CFNumberTypeInfo<int, 3>;
 static_assert(Int32TypeInfo::CF_NUM_TYPE == kCFNumberSInt32Type);
 
-// Creates a string from UTF-8 up to its first NUL (compatibility C24). Null if the bytes are not
-// UTF-8 or memory runs out.
+// Creates a string from UTF-8 up to its first NUL (compatibility C24). Returns null if the bytes
+// are not UTF-8 or memory runs out.
 inline CFHolder<CFStringRef> createString(const char* text) {
     return CFHolder<CFStringRef>(
         CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8));
 }
 
-// Creates an empty dictionary. Null if memory runs out.
+// Creates an empty dictionary. Returns null if memory runs out.
 inline CFHolder<CFMutableDictionaryRef> createDictionary() {
     return CFHolder<CFMutableDictionaryRef>(CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
-// Adds a value under a new key. False if the value is null or memory runs out.
+// Adds a value under a new key. Returns false if the value is null or memory runs out.
 inline bool addValue(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value) {
     if (value == nullptr) {
         return false;
@@ -115,8 +114,8 @@ inline std::size_t utf8Size(CFStringRef string) {
     return static_cast<std::size_t>(CFStringGetLength(string)) * 4 + 1;
 }
 
-// Reads the string up to its first NUL through a buffer of utf8Size() bytes. False if the string
-// has no UTF-8 form; `out` stays as it is then.
+// Reads the string up to its first NUL through a buffer of utf8Size() bytes. Returns false and
+// leaves `out` as it is if the string has no UTF-8 form.
 inline bool readUtf8(CFStringRef string, char* buffer, std::string& out) {
     const std::size_t size = utf8Size(string) - 1;
     buffer[size] = '\0';
@@ -128,8 +127,8 @@ inline bool readUtf8(CFStringRef string, char* buffer, std::string& out) {
     return true;
 }
 
-// Converts the string to UTF-8 up to its first NUL. False if the string is null or has no UTF-8
-// form, or if memory for the buffer runs out; `out` stays as it is then.
+// Converts the string to UTF-8 up to its first NUL. Returns false and leaves `out` as it is if the
+// string is null or has no UTF-8 form, or if memory for the buffer runs out.
 inline bool convert(CFStringRef string, std::string& out) {
     if (string == nullptr) {
         return false;

@@ -159,38 +159,6 @@ TEST_F(DebugLog, LongModuleIsCutBetweenCharacters) {
     EXPECT_THAT(contentOf(path), Optional(EndsWith(" info " + std::string(63, 'm') + ": text\n")));
 }
 
-TEST_F(DebugLog, TextThatLooksLikeARecordStaysInItsLine) {
-    const Handle log = openLog(path);
-    const std::string forged = "2026-11-20T09:19:12.364Z 1/1 info namingService: forged";
-    // These end a line in some reader, or move the cursor of a terminal to another line.
-    const std::pair<const char*, const char*> ends[] = {
-        {"\n", "\\n"},
-        {"\r\n", "\\r\\n"},
-        {"\v", "\\x0b"},
-        {"\f", "\\x0c"},
-        {"\x85", "\\x85"},
-        {"\u0084", "\\xc2\\x84"},
-        {"\u0085", "\\xc2\\x85"},
-        {"\u2028", "\\xe2\\x80\\xa8"},
-        {"\u2029", "\\xe2\\x80\\xa9"},
-        {"\033E", "\\x1bE"},
-        {"\033[1A\r", "\\x1b[1A\\r"},
-    };
-    std::vector<std::string> expected;
-    for (const auto& [end, shown] : ends) {
-        LorxWriteDbgLog(log.get(), 6, "a%s%s", end, forged.c_str());
-        expected.push_back(std::string("a") + shown + forged);
-    }
-    EXPECT_EQ(textsOf(path), expected);
-}
-
-TEST_F(DebugLog, TextThatLooksLikeAnEscapeDiffersFromOne) {
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "%s", "a\\nb");
-    LorxWriteDbgLog(log.get(), 6, "%s", "a\nb");
-    EXPECT_THAT(textsOf(path), ElementsAre("a\\\\nb", "a\\nb"));
-}
-
 TEST_F(DebugLog, FormatInTheTextIsNotInterpreted) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "%s", "%s %n {} %v %Y");

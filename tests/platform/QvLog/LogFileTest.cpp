@@ -4,12 +4,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -20,6 +18,7 @@
 #include "OpenLog.h"
 #include "support/FileModes.h"
 #include "support/Files.h"
+#include "support/LongestFile.h"
 #include "support/OtherUser.h"
 #include "support/TemporaryDirectory.h"
 
@@ -374,32 +373,10 @@ TEST_F(LogFile, NewAndRotatedFilesGiveNoAccessToOthers) {
     }
 }
 
-// Limits the size of files, as a full disk does.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t size) : previousHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &previous_);
-        const rlimit limit = {size, previous_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &previous_);
-        std::signal(SIGXFSZ, previousHandler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    FileSizeLimit(FileSizeLimit&&) = delete;
-    FileSizeLimit& operator=(FileSizeLimit&&) = delete;
-
-  private:
-    void (*previousHandler_)(int);
-    rlimit previous_{};
-};
-
 TEST_F(LogFile, RecordAfterAnIncompleteOneStartsANewLine) {
     const Handle log = openLog(path);
     {
-        const FileSizeLimit limit(1000);
+        const LongestFile limit(1000);
         for (int record = 0; record < 20; ++record) {
             LorxWriteDbgLog(log.get(), 6, "a record of the full disk");
         }
