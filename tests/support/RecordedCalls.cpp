@@ -45,9 +45,10 @@ auto called(const char* function, Arguments arguments, Pass pass) -> decltype(pa
     }
 }
 
+// Returns the function that the one of this file stands in front of.
 template <class Function>
-Function nextFunction(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+Function* nextFunction(Function* /*own*/, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 std::string nameOf(const std::filesystem::path& path) {
@@ -123,7 +124,7 @@ std::vector<std::string> callsDuring(const std::function<void()>& action,
 #define QV_INTERPOSED extern "C" __attribute__((visibility("default")))
 
 QV_INTERPOSED int open(const char* path, int flags, ...) {
-    static const auto next = nextFunction<int (*)(const char*, int, ...)>("open");
+    static auto* const next = nextFunction(&open, "open");
     unsigned mode = 0;
     const bool hasMode = (flags & O_CREAT) != 0;
     if (hasMode) {
@@ -141,7 +142,7 @@ QV_INTERPOSED int open(const char* path, int flags, ...) {
 }
 
 QV_INTERPOSED off_t lseek(int descriptor, off_t offset, int whence) noexcept {
-    static const auto next = nextFunction<off_t (*)(int, off_t, int)>("lseek");
+    static auto* const next = nextFunction(&lseek, "lseek");
     return called(
         "lseek",
         [=] { return nameOf(descriptor) + ", " + std::to_string(offset) + ", " + origin(whence); },
@@ -156,52 +157,52 @@ QV_INTERPOSED off64_t lseek64(int descriptor, off64_t offset, int whence) noexce
 #endif
 
 QV_INTERPOSED ssize_t write(int descriptor, const void* bytes, std::size_t size) {
-    static const auto next = nextFunction<ssize_t (*)(int, const void*, std::size_t)>("write");
+    static auto* const next = nextFunction(&write, "write");
     return called(
         "write", [=] { return nameOf(descriptor) + ", " + std::to_string(size); },
         [=] { return next(descriptor, bytes, size); });
 }
 
 QV_INTERPOSED int ftruncate(int descriptor, off_t size) noexcept {
-    static const auto next = nextFunction<int (*)(int, off_t)>("ftruncate");
+    static auto* const next = nextFunction(&ftruncate, "ftruncate");
     return called(
         "ftruncate", [=] { return nameOf(descriptor) + ", " + std::to_string(size); },
         [=] { return next(descriptor, size); });
 }
 
 QV_INTERPOSED int fsync(int descriptor) {
-    static const auto next = nextFunction<int (*)(int)>("fsync");
+    static auto* const next = nextFunction(&fsync, "fsync");
     return called(
         "fsync", [=] { return nameOf(descriptor); }, [=] { return next(descriptor); });
 }
 
 QV_INTERPOSED int close(int descriptor) {
-    static const auto next = nextFunction<int (*)(int)>("close");
+    static auto* const next = nextFunction(&close, "close");
     return called(
         "close", [=] { return nameOf(descriptor); }, [=] { return next(descriptor); });
 }
 
 QV_INTERPOSED int mkdir(const char* path, mode_t mode) noexcept {
-    static const auto next = nextFunction<int (*)(const char*, mode_t)>("mkdir");
+    static auto* const next = nextFunction(&mkdir, "mkdir");
     return called(
         "mkdir", [=] { return nameOf(path) + ", " + octal(mode); },
         [=] { return next(path, mode); });
 }
 
 QV_INTERPOSED std::FILE* fopen(const char* path, const char* mode) {
-    static const auto next = nextFunction<std::FILE* (*)(const char*, const char*)>("fopen");
+    static auto* const next = nextFunction(&fopen, "fopen");
     return called(
         "fopen", [=] { return nameOf(path) + ", " + mode; }, [=] { return next(path, mode); });
 }
 
 QV_INTERPOSED long ftell(std::FILE* stream) {
-    static const auto next = nextFunction<long (*)(std::FILE*)>("ftell");
+    static auto* const next = nextFunction(&ftell, "ftell");
     return called(
         "ftell", [=] { return nameOf(stream); }, [=] { return next(stream); });
 }
 
 QV_INTERPOSED void rewind(std::FILE* stream) {
-    static const auto next = nextFunction<void (*)(std::FILE*)>("rewind");
+    static auto* const next = nextFunction(&rewind, "rewind");
     called(
         "rewind", [=] { return nameOf(stream); },
         [=] {
@@ -212,8 +213,7 @@ QV_INTERPOSED void rewind(std::FILE* stream) {
 
 QV_INTERPOSED std::size_t fread(void* bytes, std::size_t size, std::size_t count,
                                 std::FILE* stream) {
-    static const auto next =
-        nextFunction<std::size_t (*)(void*, std::size_t, std::size_t, std::FILE*)>("fread");
+    static auto* const next = nextFunction(&fread, "fread");
     return called(
         "fread", [=] { return nameOf(stream) + ", " + std::to_string(size * count); },
         [=] { return next(bytes, size, count, stream); });
@@ -221,15 +221,14 @@ QV_INTERPOSED std::size_t fread(void* bytes, std::size_t size, std::size_t count
 
 QV_INTERPOSED std::size_t fwrite(const void* bytes, std::size_t size, std::size_t count,
                                  std::FILE* stream) {
-    static const auto next =
-        nextFunction<std::size_t (*)(const void*, std::size_t, std::size_t, std::FILE*)>("fwrite");
+    static auto* const next = nextFunction(&fwrite, "fwrite");
     return called(
         "fwrite", [=] { return nameOf(stream) + ", " + std::to_string(size * count); },
         [=] { return next(bytes, size, count, stream); });
 }
 
 QV_INTERPOSED int fflush(std::FILE* stream) {
-    static const auto next = nextFunction<int (*)(std::FILE*)>("fflush");
+    static auto* const next = nextFunction(&fflush, "fflush");
     return called(
         "fflush", [=] { return nameOf(stream); }, [=] { return next(stream); });
 }
@@ -238,9 +237,8 @@ QV_INTERPOSED CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef a
                                                                 CFDataRef data,
                                                                 CFOptionFlags options,
                                                                 CFStringRef* error) {
-    static const auto next =
-        nextFunction<CFPropertyListRef (*)(CFAllocatorRef, CFDataRef, CFOptionFlags, CFStringRef*)>(
-            "CFPropertyListCreateFromXMLData");
+    static auto* const next =
+        nextFunction(&CFPropertyListCreateFromXMLData, "CFPropertyListCreateFromXMLData");
     return called(
         "CFPropertyListCreateFromXMLData", [=] { return std::to_string(options); },
         [=] { return next(allocator, data, options, error); });
@@ -248,8 +246,7 @@ QV_INTERPOSED CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef a
 
 QV_INTERPOSED Boolean CFPropertyListIsValid(CFPropertyListRef propertyList,
                                             CFPropertyListFormat format) {
-    static const auto next =
-        nextFunction<Boolean (*)(CFPropertyListRef, CFPropertyListFormat)>("CFPropertyListIsValid");
+    static auto* const next = nextFunction(&CFPropertyListIsValid, "CFPropertyListIsValid");
     return called(
         "CFPropertyListIsValid",
         [=] {
@@ -261,9 +258,8 @@ QV_INTERPOSED Boolean CFPropertyListIsValid(CFPropertyListRef propertyList,
 
 QV_INTERPOSED CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes,
                                                     CFIndex length, CFAllocatorRef deallocator) {
-    static const auto next =
-        nextFunction<CFDataRef (*)(CFAllocatorRef, const UInt8*, CFIndex, CFAllocatorRef)>(
-            "CFDataCreateWithBytesNoCopy");
+    static auto* const next =
+        nextFunction(&CFDataCreateWithBytesNoCopy, "CFDataCreateWithBytesNoCopy");
     return called(
         "CFDataCreateWithBytesNoCopy", [=] { return std::to_string(length); },
         [=] { return next(allocator, bytes, length, deallocator); });
@@ -271,9 +267,7 @@ QV_INTERPOSED CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, co
 
 QV_INTERPOSED CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
                                                     CFStringEncoding encoding) {
-    static const auto next =
-        nextFunction<CFStringRef (*)(CFAllocatorRef, const char*, CFStringEncoding)>(
-            "CFStringCreateWithCString");
+    static auto* const next = nextFunction(&CFStringCreateWithCString, "CFStringCreateWithCString");
     return called(
         "CFStringCreateWithCString",
         [=] {
@@ -283,8 +277,7 @@ QV_INTERPOSED CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, co
 }
 
 QV_INTERPOSED const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding) {
-    static const auto next =
-        nextFunction<const char* (*)(CFStringRef, CFStringEncoding)>("CFStringGetCStringPtr");
+    static auto* const next = nextFunction(&CFStringGetCStringPtr, "CFStringGetCStringPtr");
     return called(
         "CFStringGetCStringPtr", [=] { return encodingName(encoding); },
         [=] { return next(string, encoding); });
@@ -292,9 +285,7 @@ QV_INTERPOSED const char* CFStringGetCStringPtr(CFStringRef string, CFStringEnco
 
 QV_INTERPOSED Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
                                          CFStringEncoding encoding) {
-    static const auto next =
-        nextFunction<Boolean (*)(CFStringRef, char*, CFIndex, CFStringEncoding)>(
-            "CFStringGetCString");
+    static auto* const next = nextFunction(&CFStringGetCString, "CFStringGetCString");
     return called(
         "CFStringGetCString", [=] { return std::to_string(size) + ", " + encodingName(encoding); },
         [=] { return next(string, buffer, size, encoding); });
@@ -302,8 +293,7 @@ QV_INTERPOSED Boolean CFStringGetCString(CFStringRef string, char* buffer, CFInd
 
 QV_INTERPOSED CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
                                          const void* value) {
-    static const auto next =
-        nextFunction<CFNumberRef (*)(CFAllocatorRef, CFNumberType, const void*)>("CFNumberCreate");
+    static auto* const next = nextFunction(&CFNumberCreate, "CFNumberCreate");
     return called(
         "CFNumberCreate", [=] { return std::to_string(type); },
         [=] { return next(allocator, type, value); });
@@ -312,9 +302,7 @@ QV_INTERPOSED CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType 
 QV_INTERPOSED CFMutableDictionaryRef CFDictionaryCreateMutable(
     CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keys,
     const CFDictionaryValueCallBacks* values) {
-    static const auto next = nextFunction<CFMutableDictionaryRef (*)(
-        CFAllocatorRef, CFIndex, const CFDictionaryKeyCallBacks*,
-        const CFDictionaryValueCallBacks*)>("CFDictionaryCreateMutable");
+    static auto* const next = nextFunction(&CFDictionaryCreateMutable, "CFDictionaryCreateMutable");
     return called(
         "CFDictionaryCreateMutable", [] { return std::string(); },
         [=] { return next(allocator, capacity, keys, values); });
@@ -322,8 +310,7 @@ QV_INTERPOSED CFMutableDictionaryRef CFDictionaryCreateMutable(
 
 QV_INTERPOSED CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                                        const CFArrayCallBacks* callBacks) {
-    static const auto next = nextFunction<CFArrayRef (*)(CFAllocatorRef, const void**, CFIndex,
-                                                         const CFArrayCallBacks*)>("CFArrayCreate");
+    static auto* const next = nextFunction(&CFArrayCreate, "CFArrayCreate");
     return called(
         "CFArrayCreate", [=] { return std::to_string(count); },
         [=] { return next(allocator, values, count, callBacks); });
@@ -331,8 +318,8 @@ QV_INTERPOSED CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** va
 
 QV_INTERPOSED CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator,
                                                     CFPropertyListRef propertyList) {
-    static const auto next = nextFunction<CFDataRef (*)(CFAllocatorRef, CFPropertyListRef)>(
-        "CFPropertyListCreateXMLData");
+    static auto* const next =
+        nextFunction(&CFPropertyListCreateXMLData, "CFPropertyListCreateXMLData");
     return called(
         "CFPropertyListCreateXMLData", [] { return std::string(); },
         [=] { return next(allocator, propertyList); });

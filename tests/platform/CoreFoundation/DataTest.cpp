@@ -78,13 +78,5 @@ TEST(CFData, OtherDeallocatorsTakeOverTheBytes) {
     }
 }
 
-TEST(CFData, HoldsAMillionBytes) {
-    std::string bytes;
-    for (int index = 0; index < 1000000; ++index) {
-        bytes += static_cast<char>(index * 7);
-    }
-    EXPECT_EQ(bytesOf(makeData(bytes).get()), bytes);
-}
-
 }  // namespace
 }  // namespace qv::tests

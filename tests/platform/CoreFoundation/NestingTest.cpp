@@ -223,11 +223,6 @@ TEST(Nesting, TreesOfAMillionLevelsAreCompared) {
     });
 }
 
-TEST(Nesting, TreeOfAMillionLevelsIsDescribed) {
-    confined([] { own(CFCopyDescription(arrays(kMillion).get())); });
-    confined([] { own(CFCopyDescription(dictionaries(kMillion / 10).get())); });
-}
-
 TEST(Nesting, KeyOfAMillionLevelsIsFound) {
     onSmallStack([] {
         auto dictionary = makeDictionary();

@@ -33,36 +33,6 @@ std::vector<Owned<>> wrapped(CFTypeRef object) {
     return objects;
 }
 
-TEST(PropertyListValidity, StringsDataAndContainersAreValidInEveryFormat) {
-    for (const CFTypeRef leaf :
-         {CFTypeRef(CFSTR("text")), CFTypeRef(makeData("x").release()),
-          CFTypeRef(makeArray().release()), CFTypeRef(makeDictionary().release())}) {
-        const auto owner = own(leaf);
-        for (const auto& object : wrapped(leaf)) {
-            for (const CFPropertyListFormat format : kFormats) {
-                EXPECT_TRUE(isValid(object.get(), format)) << format;
-            }
-        }
-    }
-}
-
-TEST(PropertyListValidity, NumbersDatesBooleansAndUidsAreNotValidInTheOldStyle) {
-    std::vector<Owned<>> leaves;
-    leaves.push_back(own<CFTypeRef>(makeInteger(1).release()));
-    leaves.push_back(own<CFTypeRef>(makeReal(1.5).release()));
-    leaves.push_back(own<CFTypeRef>(makeDate(0).release()));
-    leaves.push_back(own<CFTypeRef>(kCFBooleanTrue));
-    leaves.push_back(readDocument("<dict><key>CF$UID</key><integer>1</integer></dict>"));
-    for (const auto& leaf : leaves) {
-        for (const auto& object : wrapped(leaf.get())) {
-            EXPECT_FALSE(isValid(object.get(), kCFPropertyListOpenStepFormat));
-            EXPECT_TRUE(isValid(object.get(), kCFPropertyListXMLFormat_v1_0));
-            EXPECT_TRUE(isValid(object.get(), kCFPropertyListBinaryFormat_v1_0));
-            EXPECT_TRUE(writeDocument(object.get()));
-        }
-    }
-}
-
 TEST(PropertyListValidity, NullAllocatorsAndErrorsAreNeitherValidNorWritten) {
     CFErrorRef error = nullptr;
     CFPropertyListCreateWithData(kCFAllocatorDefault, makeData("").get(), 0, nullptr, &error);
@@ -175,13 +145,6 @@ TEST(PropertyListWriting, DocumentHasExactlyTheseBytes) {
               "</plist>\n");
 }
 
-TEST(PropertyListWriting, DocumentIsANewDataObject) {
-    const auto data = own(CFPropertyListCreateXMLData(kCFAllocatorDefault, CFSTR("text")));
-    ASSERT_TRUE(data);
-    EXPECT_EQ(CFGetTypeID(data.get()), CFDataGetTypeID());
-    EXPECT_EQ(CFGetRetainCount(data.get()), 1);
-}
-
 // Returns the string that is read from the document of the string.
 std::u16string writtenAndRead(const std::u16string& units) {
     const auto xml = writeDocument(makeString(units).get());
@@ -264,57 +227,6 @@ TEST(PropertyListReading, FailureHasAReason) {
         EXPECT_EQ(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, makeData(document).get(), 1,
                                                   nullptr),
                   nullptr);
-    }
-}
-
-TEST(PropertyListReading, FailureHasAnErrorWithACodeAndADescription) {
-    for (const std::string& document : kRefused) {
-        CFErrorRef given = nullptr;
-        EXPECT_EQ(CFPropertyListCreateWithData(kCFAllocatorDefault, makeData(document).get(), 1,
-                                               nullptr, &given),
-                  nullptr);
-        const auto error = own(given);
-        ASSERT_TRUE(error) << document;
-        EXPECT_EQ(CFGetTypeID(given), CFErrorGetTypeID());
-        EXPECT_EQ(CFErrorGetCode(given), kCFPropertyListReadCorruptError);
-        EXPECT_EQ(CFGetRetainCount(given), 1);
-        const auto reason = own(CFErrorCopyDescription(given));
-        ASSERT_TRUE(reason);
-        EXPECT_GT(CFStringGetLength(reason.get()), 10);
-    }
-}
-
-TEST(PropertyListReading, SuccessHasNoReasonAndNoError) {
-    const auto document = makeData("<dict/>");
-    CFStringRef reason = nullptr;
-    CFErrorRef error = nullptr;
-    EXPECT_TRUE(
-        own(CFPropertyListCreateFromXMLData(kCFAllocatorDefault, document.get(), 1, &reason)));
-    EXPECT_TRUE(
-        own(CFPropertyListCreateWithData(kCFAllocatorDefault, document.get(), 1, nullptr, &error)));
-    EXPECT_EQ(reason, nullptr);
-    EXPECT_EQ(error, nullptr);
-}
-
-TEST(PropertyListReading, OptionDecidesWhetherContainersAreMutable) {
-    const std::string document = "<dict><key>k</key><array><dict/></array></dict>";
-    for (const CFOptionFlags option : {kCFPropertyListImmutable, kCFPropertyListMutableContainers,
-                                       kCFPropertyListMutableContainersAndLeaves}) {
-        const CFIndex added = option == kCFPropertyListImmutable ? 0 : 1;
-        const auto tree = readDocument(document, option);
-        ASSERT_TRUE(tree);
-        auto* const root =
-            const_cast<CFMutableDictionaryRef>(static_cast<CFDictionaryRef>(tree.get()));
-        auto* const array = const_cast<CFMutableArrayRef>(
-            static_cast<CFArrayRef>(CFDictionaryGetValue(root, CFSTR("k"))));
-        auto* const inner = const_cast<CFMutableDictionaryRef>(
-            static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(array, 0)));
-        CFDictionarySetValue(root, CFSTR("new"), kCFBooleanTrue);
-        CFArrayAppendValue(array, kCFBooleanTrue);
-        CFDictionarySetValue(inner, CFSTR("new"), kCFBooleanTrue);
-        EXPECT_EQ(CFDictionaryGetCount(root), 1 + added);
-        EXPECT_EQ(CFArrayGetCount(array), 1 + added);
-        EXPECT_EQ(CFDictionaryGetCount(inner), added);
     }
 }
 

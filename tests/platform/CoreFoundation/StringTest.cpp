@@ -1,3 +1,6 @@
+// Tests what the properties of strings (fuzz/CoreFoundation/StringProperties.h) and the measured
+// strings do not show.
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -30,14 +33,6 @@ std::string encode(CFStringRef string, CFIndex size, CFStringEncoding encoding) 
     return buffer.data();
 }
 
-TEST(CFString, IsASequenceOfCodeUnits) {
-    const auto string = makeString("a\u00e9\u4e2d\U0001f600z");
-    EXPECT_EQ(CFStringGetLength(string.get()), 6);
-    EXPECT_EQ(unitsOf(string.get()), u"a\u00e9\u4e2d\U0001f600z");
-    EXPECT_EQ(CFStringGetCharacterAtIndex(string.get(), 3), 0xd83d);
-    EXPECT_EQ(CFStringGetCharacterAtIndex(string.get(), 4), 0xde00);
-}
-
 TEST(CFString, MayBeEmpty) {
     for (const CFStringEncoding encoding : kEncodings) {
         const auto ofText = own(CFStringCreateWithCString(kCFAllocatorDefault, "", encoding));
@@ -56,95 +51,12 @@ TEST(CFString, MayBeEmpty) {
     EXPECT_TRUE(equal(ofUnits.get(), CFSTR("")));
 }
 
-TEST(CFString, MalformedUtf8IsRefused) {
-    for (const char* const bytes :
-         {"\x80", "a\xc3", "\xc0\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xed\xbf\xbf",
-          "\xe4\xb8", "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xf0\x9f\x98",
-          "\xff", "\xfe", "\xf8\x88\x80\x80\x80", "\xe4z\xb8"}) {
-        EXPECT_FALSE(makeString(bytes)) << bytes;
-        EXPECT_FALSE(
-            own(CFStringCreateWithCString(kCFAllocatorDefault, bytes, kCFStringEncodingUTF8)))
-            << bytes;
-    }
-}
-
-TEST(CFString, Latin1CopyrightSignIsReplacedInUtf8) {
-    EXPECT_EQ(unitsOf(makeString("\xa9").get()), u"\ufffd");
-    EXPECT_EQ(unitsOf(makeString("a\xa9\xa9"
-                                 "b\u00e9")
-                          .get()),
-              u"a\ufffd\ufffdb\u00e9");
-    EXPECT_EQ(unitsOf(makeString("\u00a9").get()), u"\u00a9");
-    EXPECT_FALSE(makeString("\xa8"));
-    EXPECT_FALSE(makeString("\xe4\xa9"));
-    EXPECT_EQ(unitsOf(decode("\xa9", kCFStringEncodingISOLatin1).get()), u"\u00a9");
-}
-
-TEST(CFString, FirstAndLastCharactersOfEachUtf8LengthAreRead) {
-    const auto string = makeString("\x7f\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff");
-    ASSERT_TRUE(string);
-    EXPECT_EQ(unitsOf(string.get()),
-              u"\u007f\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff");
-}
-
-TEST(CFString, ByteOrderMarkAtTheStartIsLeftOut) {
-    EXPECT_EQ(unitsOf(makeString("\ufeffa").get()), u"a");
-    EXPECT_EQ(unitsOf(makeString("\ufeff").get()), u"");
-    EXPECT_EQ(unitsOf(makeString("\ufeff\ufeffa").get()), u"\ufeffa");
-    EXPECT_EQ(unitsOf(makeString("a\ufeff").get()), u"a\ufeff");
-    // A string from code units keeps the mark.
-    EXPECT_EQ(unitsOf(makeString(u"\ufeffa").get()), u"\ufeffa");
-}
-
-TEST(CFString, BytesOver127AreLatin1InTheOtherEncodings) {
-    for (const CFStringEncoding encoding : {kCFStringEncodingASCII, kCFStringEncodingISOLatin1}) {
-        EXPECT_EQ(unitsOf(decode("a\x80\xe9\xff", encoding).get()), u"a\u0080\u00e9\u00ff");
-    }
-}
-
 TEST(CFString, OtherEncodingsAreRefused) {
     for (const CFStringEncoding encoding : {0U, 0x0100U, 0x10000100U, 0x0A01U, 0xFFFFFFFFU}) {
         EXPECT_FALSE(decode("a", encoding)) << encoding;
         EXPECT_FALSE(own(CFStringCreateWithCString(kCFAllocatorDefault, "a", encoding)));
         EXPECT_EQ(encode(makeString("a").get(), 16, encoding), "refused");
         EXPECT_EQ(CFStringGetCStringPtr(makeString("\u00e9").get(), encoding), nullptr);
-    }
-}
-
-TEST(CFString, MayHoldANul) {
-    const auto string = makeString("a\0b"s);
-    EXPECT_EQ(CFStringGetLength(string.get()), 3);
-    EXPECT_EQ(unitsOf(string.get()), u"a\0b"s);
-    EXPECT_FALSE(equal(string.get(), CFSTR("a")));
-    char buffer[4] = {};
-    ASSERT_NE(CFStringGetCString(string.get(), buffer, 4, kCFStringEncodingUTF8), FALSE);
-    EXPECT_EQ(std::memcmp(buffer, "a\0b", 4), 0);
-    const char* const direct = CFStringGetCStringPtr(string.get(), kCFStringEncodingUTF8);
-    ASSERT_NE(direct, nullptr);
-    EXPECT_EQ(std::memcmp(direct, "a\0b", 4), 0);
-    EXPECT_EQ(unitsOf(makeString(u"\0"s).get()), u"\0"s);
-}
-
-TEST(CFString, LoneSurrogateIsKeptAndCannotBeEncoded) {
-    for (const auto& units : {u"a\xd800"s, u"\xdc00z"s, u"\xdc00\xd800"s, u"\xd800\xd800\xdc00"s}) {
-        const auto string = makeString(units);
-        ASSERT_TRUE(string);
-        EXPECT_EQ(unitsOf(string.get()), units);
-        for (const CFStringEncoding encoding : kEncodings) {
-            EXPECT_EQ(encode(string.get(), 100, encoding), "refused");
-            EXPECT_EQ(CFStringGetCStringPtr(string.get(), encoding), nullptr);
-        }
-    }
-}
-
-TEST(CFString, OnlyAsciiStringsReturnTheirOwnBytes) {
-    for (const CFStringEncoding encoding : kEncodings) {
-        EXPECT_STREQ(CFStringGetCStringPtr(makeString("plain text").get(), encoding), "plain text");
-        EXPECT_STREQ(CFStringGetCStringPtr(makeString(u"of units").get(), encoding), "of units");
-        EXPECT_STREQ(CFStringGetCStringPtr(CFSTR("constant"), encoding), "constant");
-        EXPECT_EQ(CFStringGetCStringPtr(makeString("caf\u00e9").get(), encoding), nullptr);
-        EXPECT_EQ(CFStringGetCStringPtr(makeString("\u0080").get(), encoding), nullptr);
-        EXPECT_EQ(CFStringGetCStringPtr(makeString("\u4e2d").get(), encoding), nullptr);
     }
 }
 
@@ -172,15 +84,6 @@ TEST(CFString, BufferMustHaveRoomForTheBytesAndTheNul) {
         EXPECT_NE(encode(string.get(), size, encoding), "refused");
         EXPECT_EQ(encode(string.get(), size, encoding), encode(string.get(), 100, encoding));
     }
-}
-
-TEST(CFString, EncodingMustHaveAllCharacters) {
-    const auto latin = makeString("caf\u00e9\u00ff");
-    EXPECT_EQ(encode(latin.get(), 100, kCFStringEncodingUTF8), "caf\u00e9\u00ff");
-    EXPECT_EQ(encode(latin.get(), 100, kCFStringEncodingISOLatin1), "caf\xe9\xff");
-    EXPECT_EQ(encode(latin.get(), 100, kCFStringEncodingASCII), "refused");
-    const auto chinese = makeString("\u0100\u4e2d");
-    EXPECT_EQ(encode(chinese.get(), 100, kCFStringEncodingISOLatin1), "refused");
 }
 
 TEST(CFString, IndexOutsideYieldsZero) {
@@ -211,21 +114,6 @@ TEST(CFString, PartOfARangeThatLiesInTheStringIsWritten) {
         EXPECT_EQ(written(string.get(), 1, -1), u"");
         EXPECT_EQ(written(string.get(), -1, 2), u"");
     }
-}
-
-TEST(CFString, StringsFromBytesAndUnitsAreEqual) {
-    for (const std::string& text : {"text"s, "caf\u00e9"s, ""s}) {
-        const auto ofBytes = makeString(text);
-        const auto ofUnits = makeString(unitsOf(ofBytes.get()));
-        const auto ofText = own(
-            CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
-        EXPECT_TRUE(equal(ofBytes.get(), ofUnits.get()));
-        EXPECT_TRUE(equal(ofUnits.get(), ofText.get()));
-        EXPECT_EQ(CFHash(ofBytes.get()), CFHash(ofUnits.get()));
-        EXPECT_EQ(CFHash(ofUnits.get()), CFHash(ofText.get()));
-    }
-    EXPECT_TRUE(equal(makeString("text").get(), CFSTR("text")));
-    EXPECT_EQ(CFHash(makeString("text").get()), CFHash(CFSTR("text")));
 }
 
 TEST(CFString, EquivalentTextsOfOtherCharactersDiffer) {
