@@ -1,5 +1,6 @@
 // Checks whether the generator supports a definition file. The file has to be proto2 for the lite
-// runtime, with messages and enums at the top level and names that C++ allows.
+// runtime, with messages and enums at the top level. A name that C++ does not allow shows when the
+// generated code is compiled.
 #ifndef QV_CODEGEN_DEFINITION_CHECK_H
 #define QV_CODEGEN_DEFINITION_CHECK_H
 

@@ -7,14 +7,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdint>
-#include <limits>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include "DefinitionCheck.h"
-#include "FieldNames.h"
 
 namespace qor::kevra::codegen {
 namespace {
@@ -50,6 +47,21 @@ std::string identifierOf(std::string text) {
 // Returns "qor::kevra" for "qor.kevra".
 std::string cppScope(const std::string& dotted) {
     return replaceAll(dotted, ".", "::");
+}
+
+// Returns "DebugLevel" for "debug_level".
+std::string camelCaseOf(const FieldDescriptor& field) {
+    std::string name = field.camelcase_name();
+    name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
+    return name;
+}
+
+bool isText(const FieldDescriptor& field) {
+    return field.type() == FieldDescriptor::TYPE_STRING;
+}
+
+bool isMessage(const FieldDescriptor& field) {
+    return field.type() == FieldDescriptor::TYPE_MESSAGE;
 }
 
 std::string codecOf(const FieldDescriptor& field) {
@@ -150,17 +162,14 @@ void printEnum(Printer* out, const EnumDescriptor& type) {
                    std::to_string(value.number()));
     }
     std::sort(numbers.begin(), numbers.end());
-    numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
     out->Print(
         "};\n"
         "constexpr $name$ $name$_MIN = static_cast<$name$>($min$);\n"
         "constexpr $name$ $name$_MAX = static_cast<$name$>($max$);\n",
         "name", type.name(), "min", std::to_string(numbers.front()), "max",
         std::to_string(numbers.back()));
-    if (numbers.back() != std::numeric_limits<int>::max()) {
-        out->Print("constexpr int $name$_ARRAYSIZE = $max$ + 1;\n", "name", type.name(), "max",
-                   std::to_string(numbers.back()));
-    }
+    out->Print("constexpr int $name$_ARRAYSIZE = $max$ + 1;\n", "name", type.name(), "max",
+               std::to_string(numbers.back()));
     out->Print(
         "// Returns whether the enum names this number.\n"
         "constexpr bool $name$_IsValid(int value) {\n"
@@ -249,7 +258,7 @@ void printRepeatedAccessors(Printer* out, const FieldDescriptor& field,
 
 void printAccessors(Printer* out, const FieldDescriptor& field) {
     const Variables variables{{"name", field.lowercase_name()},
-                              {"Name", camelCase(field.name())},
+                              {"Name", camelCaseOf(field)},
                               {"number", std::to_string(field.number())},
                               {"type", valueTypeOf(field)},
                               {"list", field.is_repeated() ? listTypeOf(field) : ""},
