@@ -82,33 +82,6 @@ TEST(Nesting, LimitIs1024Levels) {
     });
 }
 
-TEST(Nesting, OldStyleContainerWithContentMayBe512Deep) {
-    onSmallStack([] {
-        for (const char* const content : {"(a)", "{a=b;}", "{a;}", "(a,b)", "(<00>)"}) {
-            SCOPED_TRACE(content);
-            const auto tree = readDocument(repeated("(", 511) + content + repeated(")", 511));
-            EXPECT_TRUE(tree);
-            expectRefused(repeated("(", 512) + content + repeated(")", 512));
-        }
-        for (const auto& nested : kNestedOldStyle) {
-            SCOPED_TRACE(nested.name);
-            expectLoaded(nested.whole(512), 512);
-            expectRefused(nested.whole(514));
-        }
-    });
-}
-
-TEST(Nesting, EmptyOldStyleContainerMayBe513Deep) {
-    onSmallStack([] {
-        for (const char* const empty : {"()", "{}", "( /* */ )"}) {
-            SCOPED_TRACE(empty);
-            expectLoaded(repeated("(", 512) + empty + repeated(")", 512), 513);
-            expectLoaded(repeated("{k=", 512) + empty + repeated(";}", 512), 513);
-            expectRefused(repeated("(", 513) + empty + repeated(")", 513));
-        }
-    });
-}
-
 TEST(Nesting, LeafAtTheDeepestLevelIsLoaded) {
     onSmallStack([] {
         for (const char* const leaf : {"<string>s</string>", "<integer>1</integer>", "<true/>"}) {

@@ -247,18 +247,6 @@ TEST(PropertyListReading, MutableContainersAreNotShared) {
     EXPECT_EQ(CFArrayGetCount(at(1)), 1);
 }
 
-TEST(PropertyListReading, DictionaryWithOnlyTheKeyOfAUidIsAUid) {
-    const auto typeOf = [](const std::string& entries) {
-        return CFGetTypeID(readDocument("<dict>" + entries + "</dict>").get());
-    };
-    const std::string uid = "<key>CF$UID</key><integer>5</integer>";
-    EXPECT_EQ(typeOf(uid), _CFKeyedArchiverUIDGetTypeID());
-    EXPECT_EQ(typeOf(uid + uid), _CFKeyedArchiverUIDGetTypeID());
-    EXPECT_EQ(typeOf(uid + "<key>other</key><true/>"), CFDictionaryGetTypeID());
-    EXPECT_EQ(typeOf("<key>a</key><true/>" + uid), CFDictionaryGetTypeID());
-    EXPECT_EQ(typeOf("<key>CF$UID</key><true/>"), CFDictionaryGetTypeID());
-}
-
 TEST(PropertyListReading, UidHas32Bits) {
     const auto uidOf = [](const std::string& number) {
         const auto tree = readDocument("<dict><key>CF$UID</key>" + number + "</dict>");
@@ -336,136 +324,6 @@ TEST(PropertyListReading, OldStyleDataReadsTheLowByteOfACharacter) {
     EXPECT_FALSE(readDocument("<\u0120>"));
 }
 
-TEST(PropertyListReading, OldStyleTextMayHaveOneByteOrderMark) {
-    for (const std::string document : {"{}", "{a=b;}", "a=b;", "(a)", "word"}) {
-        EXPECT_TRUE(readDocument("\ufeff" + document)) << document;
-        EXPECT_FALSE(readDocument("\ufeff\ufeff" + document)) << document;
-    }
-    EXPECT_FALSE(readDocument("\ufeff"));
-}
-
-// Returns the document in UTF-16 with a byte-order mark.
-std::string asUtf16(const std::u16string& text) {
-    std::string bytes = "\xfe\xff";
-    for (const char16_t unit : text) {
-        bytes += bigEndian(unit, 2);
-    }
-    return bytes;
-}
-
-TEST(PropertyListReading, LoneSurrogateBehindTheElementIsIgnored) {
-    for (const char16_t lone : {u'\xD800', u'\xDBFF', u'\xDC00', u'\xDFFF'}) {
-        const std::u16string text = u"<string>a</string>";
-        const auto tree = readDocument(asUtf16(text + lone + u"more"));
-        ASSERT_TRUE(tree);
-        EXPECT_TRUE(equal(tree.get(), CFSTR("a")));
-        for (const std::size_t at : {0U, 1U, 8U, 9U, 17U}) {
-            EXPECT_FALSE(readDocument(asUtf16(text.substr(0, at) + lone + text.substr(at)))) << at;
-        }
-    }
-    EXPECT_FALSE(readDocument(asUtf16(std::u16string(u"<!--") + u'\xD800' + u"--><true/>")));
-}
-
-TEST(PropertyListReading, OldStyleTextMayHoldLoneSurrogates) {
-    const std::u16string lone = u"\xDBFF";
-    for (const char16_t* const text :
-         {u"\"\xDBFF\"", u"'\xDBFF' // \xDBFF", u"/*\xDBFF*/ \"\\\xDBFF\""}) {
-        const auto tree = readDocument(asUtf16(text));
-        ASSERT_TRUE(tree);
-        EXPECT_EQ(unitsOf(static_cast<CFStringRef>(tree.get())), lone);
-    }
-    EXPECT_FALSE(readDocument(asUtf16(lone)));
-    // The same text is not well-formed in UTF-8.
-    EXPECT_FALSE(readDocument("\"\xed\xaf\xbf\""));
-}
-
-TEST(PropertyListReading, StrayLessInFrontOfTheEndOfADictionaryIsIgnored) {
-    for (const std::string document :
-         {"<dict><</dict>", "<dict><key>a</key><true/><</dict >",
-          "<array><dict><</dict><dict><</dict></array>",
-          "<dict><key>a</key><dict> <!-- --> <</dict><key>b</key><true/><</dict>"}) {
-        EXPECT_TRUE(readDocument(document)) << document;
-        EXPECT_FALSE(readDocument("<plist>" + document + "</plist>")) << document;
-    }
-    for (const std::string document :
-         {"<dict><<</dict>", "<dict>< </dict>", "<dict><key>a</key><</dict>", "<dict><</array>",
-          "<array><</array>", "<array><</dict>", "<dict><</dict", "<dict><</dictx>", "<dict><",
-          "<string>a<</string>", "<</dict>",
-          "<array><plist><true/></plist><dict><</dict></array>"}) {
-        EXPECT_FALSE(readDocument(document)) << document;
-    }
-}
-
-TEST(PropertyListReading, EmptyBinaryStringInUtf16IsRefused) {
-    const auto isRead = [](const std::string& object) {
-        BinaryDocument value;
-        value.addArray({1});
-        value.add(object);
-        BinaryDocument key;
-        key.addDictionary({1}, {2});
-        key.add(object);
-        key.addString("value");
-        EXPECT_EQ(bool(readDocument(value.bytes())), bool(readDocument(key.bytes())));
-        return bool(readDocument(value.bytes()));
-    };
-    EXPECT_FALSE(isRead("\x60"));
-    EXPECT_FALSE(isRead(std::string("\x6f\x10\x00", 3)));
-    EXPECT_TRUE(isRead(std::string("\x61\x00\x41", 3)));
-    EXPECT_TRUE(isRead("\x50"));
-}
-
-TEST(PropertyListReading, BooleanMayHaveAnEndTag) {
-    EXPECT_EQ(readDocument("<true></true>").get(), kCFBooleanTrue);
-    EXPECT_EQ(readDocument("<false></false>").get(), kCFBooleanFalse);
-    EXPECT_FALSE(readDocument("<false>no</false>"));
-}
-
-TEST(PropertyListReading, EndTagMayHoldSpacesOnlyBehindItsName) {
-    EXPECT_TRUE(readDocument("<string>a</string \t\r\n>"));
-    EXPECT_FALSE(readDocument("<string>a</string \t\r\n"));
-    EXPECT_FALSE(readDocument("<string>a</string x>"));
-}
-
-TEST(PropertyListReading, DateInAnotherFormIsRefused) {
-    const auto isDate = [](const std::string& text) {
-        return bool(readDocument("<date>" + text + "</date>"));
-    };
-    EXPECT_TRUE(isDate("2001-01-01T00:00:00Z"));
-    for (const char* const text :
-         {"2001.01-01T00:00:00Z", "2001-01.01T00:00:00Z", "2001-01-01 00:00:00Z",
-          "2001-01-01T00.00:00Z", "2001-01-01T00:00.00Z", "2001-01-01T00:00:00",
-          "2001-x1-01T00:00:00Z", "2001-01-x1T00:00:00Z", "2001-01-01Tx0:00:00Z",
-          "2001-01-01T00:x0:00Z", "2001-01-01T00:00:x0Z"}) {
-        EXPECT_FALSE(isDate(text)) << text;
-    }
-}
-
-TEST(PropertyListReading, MonthAfterTheFifteenthAddsNoDays) {
-    for (const char* const pattern :
-         {"<date>2000-_-01T00:00:00Z</date>", "<date>2001-_-01T00:00:00Z</date>"}) {
-        const auto first = readDocument(filled(pattern, "01"));
-        for (const char* const month : {"16", "17", "31", "32", "90", "99"}) {
-            const auto date = readDocument(filled(pattern, month));
-            ASSERT_TRUE(date) << month;
-            EXPECT_TRUE(equal(date.get(), first.get())) << pattern << month;
-        }
-        EXPECT_FALSE(readDocument(filled(pattern, "100")));
-    }
-}
-
-TEST(PropertyListReading, IntegerMayFollowWideSpaces) {
-    for (const char* const space :
-         {"\u2000", "\u200b", "\u205f", "\u3000", "\xa0", "\x7f", "\x01"}) {
-        const auto number = readDocument(filled("<integer>_-_5</integer>", space));
-        ASSERT_TRUE(number) << space;
-        EXPECT_TRUE(equal(number.get(), makeInteger(-5).get())) << space;
-    }
-    for (const char* const other :
-         {"\u200c", "\u2060", "\u207f", "\u3001", "\u00a0", "\xa1", "x", "\xe2\x80"}) {
-        EXPECT_FALSE(readDocument(filled("<integer>_5</integer>", other))) << other;
-    }
-}
-
 TEST(PropertyListReading, RealMayFollowWideSpaces) {
     for (const std::string space :
          {" ", "\u2000", "\u200b", "\u3000", "\u0080", "\u00a0", "\x7f", "&#1;"}) {
@@ -480,16 +338,6 @@ TEST(PropertyListReading, RealMayFollowWideSpaces) {
     EXPECT_FALSE(readDocument("<real></real>"));
     EXPECT_FALSE(readDocument("<real> </real>"));
     EXPECT_FALSE(readDocument(std::string("<real>2\0</real>", 15)));
-}
-
-// Data ignores characters that do not belong to base64.
-TEST(PropertyListReading, DataIgnoresOtherAsciiCharacters) {
-    for (const std::string other : {"", " ", "\t", "\r\n", "{", "~", "\x01", "\x0e", "@", "["}) {
-        const auto data = readDocument("<data>YW" + other + "Jj</data>");
-        ASSERT_TRUE(data) << other;
-        EXPECT_TRUE(equal(data.get(), makeData("abc").get())) << other;
-    }
-    EXPECT_FALSE(readDocument("<data>YWJj\u00e9</data>"));
 }
 
 TEST(PropertyListReading, NullPointerIsNotRead) {

@@ -166,34 +166,6 @@ TEST_F(ConfiguredDebugLevel, IsSixWithoutAFile) {
     EXPECT_EQ(threshold(std::string(10'000, 'n').c_str()), 6);
 }
 
-// A link to itself cannot be opened even by root.
-TEST_F(ConfiguredDebugLevel, IsSixWhenTheFileCannotBeOpened) {
-    std::filesystem::create_symlink(configPath, configPath);
-    EXPECT_EQ(threshold(), 6);
-}
-
-TEST_F(ConfiguredDebugLevel, IsReadThroughALink) {
-    std::ofstream(directories.path("elsewhere")) << xmlDocument(dictionaryWith("<real>2</real>"));
-    std::filesystem::create_symlink(directories.path("elsewhere"), configPath);
-    EXPECT_EQ(threshold(), 2);
-}
-
-TEST_F(ConfiguredDebugLevel, OtherThanARegularFileIsNeitherReadNorWaitedFor) {
-    std::filesystem::create_directory(configPath);
-    EXPECT_EQ(threshold(), 6);
-    std::filesystem::remove(configPath);
-
-    ASSERT_EQ(::mkfifo(configPath.c_str(), 0600), 0);
-    EXPECT_EQ(threshold(), 6);
-    std::filesystem::remove(configPath);
-
-    for (const char* const device : {"/dev/zero", "/dev/null"}) {
-        std::filesystem::create_symlink(device, configPath);
-        EXPECT_EQ(threshold(), 6) << device;
-        std::filesystem::remove(configPath);
-    }
-}
-
 TEST_F(ConfiguredDebugLevel, FileOverSixteenMebibytesIsNotRead) {
     const std::string document = xmlDocument(dictionaryWith("<integer>5</integer>"));
     std::string padded = document;
