@@ -89,54 +89,6 @@ const ElementName* elementOf(std::string_view name) {
     return found == std::end(kElements) ? nullptr : found;
 }
 
-// Keeps the latest keys of a document, which repeat often, so that each is created once.
-class KeyCache {
-  public:
-    KeyCache() = default;
-    KeyCache(const KeyCache&) = delete;
-    KeyCache& operator=(const KeyCache&) = delete;
-    ~KeyCache() {
-        for (const String* const key : keys_) {
-            if (key != nullptr) {
-                release(key);
-            }
-        }
-    }
-
-    // Returns a new reference to the kept string of these bytes, or null if none is kept.
-    const String* find(std::string_view bytes) const {
-        const String* const key = keys_[slot(bytes)];
-        if (key == nullptr || !isAscii(*key, bytes)) {
-            return nullptr;
-        }
-        retain(key);
-        return key;
-    }
-
-    void keep(std::string_view bytes, const String* key) {
-        const String*& kept = keys_[slot(bytes)];
-        if (kept != nullptr) {
-            release(kept);
-        }
-        retain(key);
-        kept = key;
-    }
-
-  private:
-    static constexpr std::size_t kSlots = 32;
-
-    static std::size_t slot(std::string_view bytes) {
-        if (bytes.empty()) {
-            return 0;
-        }
-        const auto first = static_cast<unsigned char>(bytes.front());
-        const auto last = static_cast<unsigned char>(bytes.back());
-        return (bytes.size() * 31 + std::size_t{first} * 7 + last) % kSlots;
-    }
-
-    const String* keys_[kSlots] = {};
-};
-
 class XmlReader {
   public:
     XmlReader(std::string_view document, bool containersAreMutable)
@@ -326,7 +278,6 @@ class XmlReader {
     const Object* readContent(Element element) {
         switch (element) {
             case Element::Key:
-                return readKey();
             case Element::String:
                 return readString();
             case Element::True:
@@ -367,23 +318,7 @@ class XmlReader {
         return string ? readReal(*string, scanner_.reason()) : nullptr;
     }
 
-    const Object* readKey() {
-        std::string_view text;
-        if (!scanner_.readText(text)) {
-            return nullptr;
-        }
-        if (const String* const kept = keys_.find(text); kept != nullptr) {
-            return kept;
-        }
-        const String* const key = makeString(text);
-        if (key != nullptr) {
-            keys_.keep(text, key);
-        }
-        return key;
-    }
-
     XmlScanner scanner_;
-    KeyCache keys_;
     Tree tree_;
     bool isPlist_[kMaximumNesting + 1];  // States which open containers are plist elements.
     bool hasPlist_ = false;              // States whether a plist element has been opened.

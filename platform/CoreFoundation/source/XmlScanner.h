@@ -3,8 +3,8 @@
 #ifndef COREFOUNDATION_XMLSCANNER_H
 #define COREFOUNDATION_XMLSCANNER_H
 
+#include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -109,25 +109,7 @@ class XmlScanner {
 
 // Returns the end of the text: the next < or &, or the end of the document.
 inline const char* XmlScanner::endOfText(const char* at, const char* end) {
-    constexpr std::uint64_t kOnes = 0x0101010101010101U;
-    constexpr std::uint64_t kHighBits = 0x8080808080808080U;
-    // Returns a number other than zero if one of the eight bytes is the given one.
-    const auto find = [](std::uint64_t eight, char byte) {
-        const std::uint64_t different = eight ^ kOnes * static_cast<unsigned char>(byte);
-        return (different - kOnes) & ~different & kHighBits;
-    };
-    for (; static_cast<std::size_t>(end - at) >= sizeof(std::uint64_t);
-         at += sizeof(std::uint64_t)) {
-        std::uint64_t eight = 0;
-        std::memcpy(&eight, at, sizeof eight);
-        if ((find(eight, '<') | find(eight, '&')) != 0) {
-            break;
-        }
-    }
-    while (at < end && *at != '<' && *at != '&') {
-        ++at;
-    }
-    return at;
+    return std::find_if(at, end, [](char byte) { return byte == '<' || byte == '&'; });
 }
 
 inline XmlScanner::Next XmlScanner::next() {
