@@ -98,16 +98,18 @@ class RandomSteps {
     }
 
     std::string anyDocument() {
-        static const std::string documents[] = {
+        const auto withList = [](const std::string& elements) {
+            return "<dict><key>Address</key><dict><key>services</key><array>" + elements +
+                   "</array></dict><key>Note</key><integer>5</integer></dict>";
+        };
+        const std::string documents[] = {
             "",
             "damaged &",
             "<plist><array/></plist>",
             "<dict/>",
-            "<dict><key>Address</key><dict><key>services</key><array><dict/><string/></array>"
-            "</dict></dict>",
-            "<dict><key>Address</key><dict><key>services</key><array><dict><key>id</key>"
-            "<integer>2</integer><key>address</key><string>b</string></dict><dict/></array></dict>"
-            "<key>Note</key><integer>5</integer></dict>"};
+            withList("<dict/><string/>"),
+            withList("<dict><key>id</key><integer>2</integer></dict><dict/><dict/>"),
+        };
         return documents[below(std::size(documents))];
     }
 

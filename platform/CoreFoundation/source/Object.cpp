@@ -39,7 +39,7 @@ static bool describe(const Object* object, Buffer<char>& text) {
     char line[64] = {};
     const int size = std::snprintf(line, sizeof line, "<object of type %lu at %p>\n",
                                    typeId(typeOf(object)), static_cast<const void*>(object));
-    return text.append(line, static_cast<std::size_t>(size));
+    return size > 0 && text.append(line, static_cast<std::size_t>(size));
 }
 
 }  // namespace cf
