@@ -129,29 +129,22 @@ TEST(CoreFoundationMemoryShortage, ConstantStringCanBeCreatedAfterAFailure) {
     EXPECT_EQ(utf8Of(__CFStringMakeConstantString("short of memory 0")), "short of memory 0");
 }
 
-TEST(CoreFoundationMemoryShortage, NumberIsCreatedOrNull) {
+TEST(CoreFoundationMemoryShortage, LeafIsCreatedOrNull) {
+    const double real = 2.5;
+    EXPECT_EQ(checkCreation([&]() -> CFTypeRef {
+                  return CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &real);
+              }),
+              1);
+    EXPECT_EQ(checkCreation([]() -> CFTypeRef { return CFDateCreate(kCFAllocatorDefault, 12.5); }),
+              1);
+    // A small number needs no memory.
     for (const SInt64 value : {SInt64(0), SInt64(-1), SInt64(1) << 40, SInt64(1) << 62}) {
-        // A small number needs no memory.
         checkCreation([&]() -> CFTypeRef {
             return CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value);
         });
     }
-    const double real = 2.5;
-    const int count = checkCreation([&]() -> CFTypeRef {
-        return CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &real);
-    });
-    EXPECT_EQ(count, 1);
-}
-
-TEST(CoreFoundationMemoryShortage, DateIsCreatedOrNull) {
-    const int count =
-        checkCreation([]() -> CFTypeRef { return CFDateCreate(kCFAllocatorDefault, 12.5); });
-    EXPECT_EQ(count, 1);
-}
-
-TEST(CoreFoundationMemoryShortage, DataIsCreatedOrNull) {
+    const std::vector<UInt8> bytes(1000, 7);
     for (const CFIndex size : {0, 1, 1000}) {
-        const std::vector<UInt8> bytes(1000, 7);
         checkCreation(
             [&]() -> CFTypeRef { return CFDataCreate(kCFAllocatorDefault, bytes.data(), size); });
         checkCreation([&]() -> CFTypeRef {

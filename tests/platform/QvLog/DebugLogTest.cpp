@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <map>
 #include <regex>
 #include <string>
 #include <thread>
@@ -231,51 +230,6 @@ TEST_F(DebugLog, ErrnoIsKept) {
     EXPECT_EQ(errno, ENOENT);
     LorxWriteDbgLog(full.get(), 6, "text");
     EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(DebugLog, ConcurrentWritersWriteWholeLines) {
-    constexpr int writers = 4;
-    constexpr int records = 200;
-    // Half of the writers use a second handle, like another module or process.
-    const Handle first = openLog(path);
-    const Handle second = openLog(path);
-    // The first record of a handle checks whether the file ends inside a line. A record that
-    // another handle is writing looks like such an end.
-    LorxWriteDbgLog(first.get(), 6, "ready");
-    LorxWriteDbgLog(second.get(), 6, "ready");
-    // The escaped text exceeds the usual buffer of a stream.
-    const std::string padding(3000, '\t');
-    std::vector<std::thread> threads;
-    threads.reserve(writers);
-    for (int writer = 0; writer < writers; ++writer) {
-        threads.emplace_back([&, writer] {
-            void* const log = writer % 2 == 0 ? first.get() : second.get();
-            for (int record = 0; record < records; ++record) {
-                LorxWriteDbgLog(log, 6, "%d:%d:%s", writer, record, padding.c_str());
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-
-    std::string expectedPadding;
-    for (std::size_t count = 0; count < padding.size(); ++count) {
-        expectedPadding += "\\t";
-    }
-    std::vector<std::string> texts = textsOf(path);
-    ASSERT_GE(texts.size(), 2U);
-    texts.erase(texts.begin(), texts.begin() + 2);
-    std::map<int, int> next;
-    for (const std::string& text : texts) {
-        const int writer = text[0] - '0';
-        ASSERT_EQ(text, std::to_string(writer) + ':' + std::to_string(next[writer]) + ':' +
-                            expectedPadding);
-        ++next[writer];
-    }
-    for (int writer = 0; writer < writers; ++writer) {
-        EXPECT_EQ(next[writer], records);
-    }
 }
 
 TEST_F(DebugLog, ThresholdCanBeSetWhileOthersWrite) {
