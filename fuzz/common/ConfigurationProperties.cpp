@@ -16,7 +16,7 @@ namespace {
 
 // Checks that an offline listing shows what the plug-in starts with on the same files, or fails if
 // neither file can be loaded, and that it changes neither file.
-void checkOffline(const ModelledFiles& files, bool isLoaded, const tests::Directory& expected) {
+void checkOffline(const ModelledFiles& files, bool isLoaded, const Directory& expected) {
     host::StoredFile::Contents listing;
     try {
         listing = host::StoredFile(host::configurationFile("")).read();
@@ -52,21 +52,20 @@ void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
         files.writeBackup(input.rest());
     }
     const bool isFileGood = files.model.mainFile && files.model.mainFile->isGood;
-    const std::optional<tests::Document> source =
-        isFileGood ? files.model.mainFile : files.model.backup;
+    const std::optional<Document> source = isFileGood ? files.model.mainFile : files.model.backup;
     const bool isLoaded = source && source->isGood;
 
-    const tests::Directory expected = isLoaded ? source->services : tests::Directory();
+    const Directory expected = isLoaded ? source->services : Directory();
 
     checkOffline(files, isLoaded, expected);
     plugin.initialize();
     plugin.check();
     require(files.model.memory == expected, "the start has other services");
 
-    const tests::Directory before = files.model.memory;
+    const Directory before = files.model.memory;
     plugin.registerServices(encodedService(id, address));
     plugin.check();
-    const std::optional<tests::Directory> stored = asStored(files.model.memory);
+    const std::optional<Directory> stored = asStored(files.model.memory);
     const bool isSaved = isLoaded && stored && !(files.model.memory == before);
     if (isSaved) {
         require(files.model.backup && files.model.backup->bytes == source->bytes,
@@ -75,9 +74,9 @@ void checkConfigurationProperties(const std::uint8_t* data, std::size_t size) {
 
     // The saved file has the services. If no document can express them together with the other
     // keys, the saved file cannot be loaded, and the second start uses the backup.
-    const tests::Directory kept = !isSaved                       ? before
-                                  : files.model.mainFile->isGood ? files.model.mainFile->services
-                                                                 : source->services;
+    const Directory kept = !isSaved                       ? before
+                           : files.model.mainFile->isGood ? files.model.mainFile->services
+                                                          : source->services;
     plugin.finalize();
     checkOffline(files, isLoaded, kept);
     plugin.initialize();

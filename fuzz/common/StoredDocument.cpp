@@ -28,8 +28,8 @@ const Tree* find(const Tree* tree, const char16_t* key) {
     return nullptr;
 }
 
-tests::StoredService serviceOf(const Tree& tree) {
-    tests::StoredService service;
+StoredService serviceOf(const Tree& tree) {
+    StoredService service;
     if (const Tree* const id = find(&tree, u"id")) {
         service.id = id->sint32;
     }
@@ -43,17 +43,17 @@ tests::StoredService serviceOf(const Tree& tree) {
     return service;
 }
 
-tests::Directory servicesOf(const Tree& root) {
+Directory servicesOf(const Tree& root) {
     const Tree* const list = find(find(&root, u"Address"), u"services");
     if (list == nullptr || list->kind != Kind::kArray) {
         return {};
     }
-    tests::Directory services;
+    Directory services;
     for (const Tree& element : list->elements) {
         if (element.kind != Kind::kDictionary) {
             return {};
         }
-        const tests::StoredService service = serviceOf(element);
+        const StoredService service = serviceOf(element);
         services[service.id.value_or(0)] = service;
     }
     return services;
@@ -78,7 +78,7 @@ Owned<CFStringRef> makeAddress(const std::string& address) {
 }
 
 // Returns the dictionary of the services, or null if a service cannot be stored.
-Owned<CFMutableDictionaryRef> entryOf(const tests::Directory& services) {
+Owned<CFMutableDictionaryRef> entryOf(const Directory& services) {
     auto list = tests::makeArray();
     for (const auto& [key, service] : services) {
         const auto element = tests::makeDictionary();
@@ -113,8 +113,8 @@ bool isUncertain(const Tree& root, const Tree& back) {
 
 }  // namespace
 
-tests::Document documentOf(std::string bytes) {
-    tests::Document document;
+Document documentOf(std::string bytes) {
+    Document document;
     if (const Owned<> root = rootOf(bytes)) {
         document.isGood = true;
         document.services = servicesOf(treeOf(root.get()));
@@ -123,8 +123,8 @@ tests::Document documentOf(std::string bytes) {
     return document;
 }
 
-std::optional<tests::Directory> asStored(const tests::Directory& services) {
-    tests::Directory stored = services;
+std::optional<Directory> asStored(const Directory& services) {
+    Directory stored = services;
     for (auto& [id, service] : stored) {
         if (!service.address) {
             continue;
@@ -142,8 +142,7 @@ std::optional<tests::Directory> asStored(const tests::Directory& services) {
     return stored;
 }
 
-std::optional<tests::Document> savedAfter(const tests::Document& loaded,
-                                          const tests::Directory& services) {
+std::optional<Document> savedAfter(const Document& loaded, const Directory& services) {
     const auto entry = entryOf(services);
     if (!entry) {
         return std::nullopt;
@@ -154,7 +153,7 @@ std::optional<tests::Document> savedAfter(const tests::Document& loaded,
     const auto bytes = tests::writeDocument(root.get());
     require(bytes.has_value(), "the loaded document cannot be written");
 
-    tests::Document saved = documentOf(*bytes);
+    Document saved = documentOf(*bytes);
     const Tree tree = treeOf(root.get());
     const Tree expected = readBack(tree);
     if (!saved.isGood) {

@@ -6,22 +6,21 @@
 #include <optional>
 #include <string>
 
-#include "support/DirectoryModel.h"
+#include "namingService/DirectoryModel.h"
 
 namespace qv::fuzz {
 
 // Returns the bytes with the services that a start loads from them.
-tests::Document documentOf(std::string bytes);
+Document documentOf(std::string bytes);
 
 // Returns the services as a file gives them back: an address ends at its first NUL and lacks a byte
 // order mark at its start. Returns nothing if a service cannot be stored.
-std::optional<tests::Directory> asStored(const tests::Directory& services);
+std::optional<Directory> asStored(const Directory& services);
 
 // Returns the loaded document with these services and all its other keys. Returns nothing if a
 // service cannot be stored. Aborts if the document does not read back the same, as far as a
 // document can express it.
-std::optional<tests::Document> savedAfter(const tests::Document& loaded,
-                                          const tests::Directory& services);
+std::optional<Document> savedAfter(const Document& loaded, const Directory& services);
 
 }  // namespace qv::fuzz
 

@@ -143,7 +143,7 @@ class Fields {
     bool hasText_ = false;
 };
 
-bool readService(Fields fields, tests::StoredService& service) {
+bool readService(Fields fields, StoredService& service) {
     while (fields.next()) {
         if (fields.is(1, kVarint)) {
             std::int32_t id = 0;
@@ -180,8 +180,8 @@ void putVarint(std::string& out, std::uint64_t value) {
 
 }  // namespace
 
-std::vector<tests::StoredService> servicesIn(std::string_view request) {
-    std::vector<tests::StoredService> services;
+std::vector<StoredService> servicesIn(std::string_view request) {
+    std::vector<StoredService> services;
     for (Fields fields(request); fields.next();) {
         if (!fields.is(1, kText)) {
             if (!fields.skip()) {

@@ -8,13 +8,13 @@
 #include <string_view>
 #include <vector>
 
-#include "support/DirectoryModel.h"
+#include "namingService/DirectoryModel.h"
 
 namespace qv::fuzz {
 
 // Returns the services of a request up to the first fault. The last service holds what came before
 // the fault.
-std::vector<tests::StoredService> servicesIn(std::string_view request);
+std::vector<StoredService> servicesIn(std::string_view request);
 
 // Returns the level of a set-debug-level request, or 0 if it has none.
 std::int32_t debugLevelIn(std::string_view request);

@@ -36,13 +36,13 @@ int lowestFreeDescriptor() {
     return descriptor;
 }
 
-std::optional<std::string> bytesOf(const std::optional<tests::Document>& document) {
+std::optional<std::string> bytesOf(const std::optional<Document>& document) {
     return document ? std::optional(document->bytes) : std::nullopt;
 }
 
 }  // namespace
 
-ModelledFiles::ModelledFiles() : model(scratch().file, savedAfter) {
+ModelledFiles::ModelledFiles() : model(scratch().file) {
     std::filesystem::remove(scratch().file);
     std::filesystem::remove(scratch().backup);
     lowestFreeDescriptor_ = lowestFreeDescriptor();

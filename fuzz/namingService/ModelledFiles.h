@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "support/DirectoryModel.h"
+#include "namingService/DirectoryModel.h"
 
 namespace qv::fuzz {
 
@@ -33,7 +33,7 @@ class ModelledFiles {
     // Aborts if a file differs from the model.
     void check() const;
 
-    tests::DirectoryModel model;
+    DirectoryModel model;
 
   private:
     // The lowest free descriptor of the process while the plug-in has no file open.

@@ -84,7 +84,7 @@ void ModelledPlugin::registerServices(std::string_view request) {
 
 void ModelledPlugin::unregisterServices(std::string_view request) {
     require(call(QV_COMMAND_UNREGISTER_SERVICES, request) == QV_OK, "a removal is refused");
-    for (const tests::StoredService& service : servicesIn(request)) {
+    for (const StoredService& service : servicesIn(request)) {
         files.model.memory.erase(service.id.value_or(0));
     }
 }

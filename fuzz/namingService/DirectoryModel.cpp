@@ -1,13 +1,14 @@
-#include "support/DirectoryModel.h"
+#include "namingService/DirectoryModel.h"
 
 #include <sys/stat.h>
 
 #include <utility>
 
-namespace qv::tests {
+#include "common/StoredDocument.h"
 
-DirectoryModel::DirectoryModel(std::string path, Save save)
-    : path_(std::move(path)), save_(std::move(save)) {}
+namespace qv::fuzz {
+
+DirectoryModel::DirectoryModel(std::string path) : path_(std::move(path)) {}
 
 void DirectoryModel::initialize() {
     memory.clear();
@@ -39,7 +40,7 @@ void DirectoryModel::registerServices(const std::vector<StoredService>& request)
         isChanged = true;
     }
     if (isChanged && loaded_) {
-        if (std::optional<Document> saved = save_(*loaded_, memory)) {
+        if (std::optional<Document> saved = savedAfter(*loaded_, memory)) {
             save(std::move(*saved));
         }
     }
@@ -75,4 +76,4 @@ void DirectoryModel::save(Document saved) {
     }
 }
 
-}  // namespace qv::tests
+}  // namespace qv::fuzz

@@ -1,19 +1,18 @@
 // Models the directory of services and the two files in which the plug-in stores it. A test repeats
 // each call of the plug-in on the model, and tells the model what others do to the files.
-#ifndef QV_TESTS_DIRECTORY_MODEL_H
-#define QV_TESTS_DIRECTORY_MODEL_H
+#ifndef QV_FUZZ_DIRECTORY_MODEL_H
+#define QV_FUZZ_DIRECTORY_MODEL_H
 
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace qv::tests {
+namespace qv::fuzz {
 
 // A service as it was registered or loaded. An absent field stays absent.
 struct StoredService {
@@ -35,13 +34,8 @@ struct Document {
 
 class DirectoryModel {
   public:
-    // Returns the document that a save writes, from the loaded one. Returns nothing if a service
-    // cannot be stored.
-    using Save =
-        std::function<std::optional<Document>(const Document& loaded, const Directory& services)>;
-
     // `path` is the path of the file, which need not exist.
-    DirectoryModel(std::string path, Save save);
+    explicit DirectoryModel(std::string path);
 
     void initialize();
     void finalize();
@@ -61,12 +55,11 @@ class DirectoryModel {
     void save(Document saved);
 
     std::string path_;
-    Save save_;
     std::optional<Document> loaded_;
     bool isOpen_ = false;
     ino_t inode_ = 0;
 };
 
-}  // namespace qv::tests
+}  // namespace qv::fuzz
 
-#endif  // QV_TESTS_DIRECTORY_MODEL_H
+#endif  // QV_FUZZ_DIRECTORY_MODEL_H
