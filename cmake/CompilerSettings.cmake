@@ -22,15 +22,11 @@ if(QV_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
 
-# QV_SANITIZED tells the tests that a sanitizer or valgrind replaces the allocator. valgrind's memcheck needs
-# no other compiler options.
+# QV_SANITIZED tells the tests that a sanitizer replaces the allocator.
 if(QV_SANITIZE)
   add_compile_definitions(QV_SANITIZED)
-  add_compile_options(-fno-omit-frame-pointer)
-  if(NOT QV_SANITIZE STREQUAL "memcheck")
-    add_compile_options(-fsanitize=${QV_SANITIZE} -fno-sanitize-recover=all)
-    add_link_options(-fsanitize=${QV_SANITIZE})
-  endif()
+  add_compile_options(-fno-omit-frame-pointer -fsanitize=${QV_SANITIZE} -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${QV_SANITIZE})
 endif()
 
 # The code under test reports its coverage to the fuzzer. The fuzz targets link the fuzzer's main().

@@ -42,15 +42,12 @@ bool makeRoom(Array& array) {
 }
 
 void endArray(Object& object, Ending& ending) {
-    auto& array = static_cast<Array&>(object);
+    const auto& array = static_cast<Array&>(object);
     for (std::size_t at = 0; array.valuesAreObjects && at < array.count; ++at) {
         ending.release(array.values[at]);
     }
-    if (array.valuesStandBehind) {
-        dispose(&array, array.count * sizeof(void*));
-    } else {
+    if (!array.valuesStandBehind) {
         std::free(static_cast<void*>(array.values));
-        dispose(&array);
     }
 }
 

@@ -177,7 +177,6 @@ void removeAll(Dictionary& dictionary) {
 
 void endDictionary(Object& object, Ending& ending) {
     releaseEntries(static_cast<Dictionary&>(object), ending);
-    dispose(&static_cast<Dictionary&>(object));
 }
 
 bool equalDictionaries(const Object* one, const Object* other, Comparison& comparison) {

@@ -42,15 +42,24 @@ void Ending::endLater(const Object* object) {
         container->nextToEnd = waiting_;
         waiting_ = container;
     } else {
-        behaviorOf(object).end(const_cast<Object&>(*object), *this);
+        end(object);
     }
+}
+
+void Ending::end(const Object* object) {
+    auto& ending = const_cast<Object&>(*object);
+    const auto endContents = behaviorOf(object).end;
+    if (endContents != nullptr) {
+        endContents(ending, *this);
+    }
+    std::free(&ending);
 }
 
 void Ending::run() {
     while (waiting_ != nullptr) {
         Container* const next = waiting_;
         waiting_ = next->nextToEnd;
-        behaviorOf(next).end(*next, *this);
+        end(next);
     }
 }
 

@@ -9,10 +9,6 @@ namespace cf {
 
 namespace {
 
-void endUid(Object& object, Ending& /*ending*/) {
-    dispose(&static_cast<Uid&>(object));
-}
-
 bool equalUids(const Object* one, const Object* other, Comparison& /*comparison*/) {
     return static_cast<const Uid*>(one)->value == static_cast<const Uid*>(other)->value;
 }
@@ -23,7 +19,7 @@ CFHashCode hashUid(const Object* object) {
 
 }  // namespace
 
-const TypeBehavior kUidBehavior = {endUid, equalUids, hashUid};
+const TypeBehavior kUidBehavior = {nullptr, equalUids, hashUid};
 
 }  // namespace cf
 

@@ -193,11 +193,7 @@ bool QvConfig<MutexPolicy>::get(T& message, const char* key) {
     if (key == nullptr || !loaded) {
         return false;
     }
-    const CFHolder<CFStringRef> name = createString(key);
-    if (!name) {
-        return false;
-    }
-    const void* const value = CFDictionaryGetValue(root.get(), name.get());
+    CFTypeRef const value = valueOf(root.get(), key);
     if (value == nullptr || CFGetTypeID(value) != TypeInfo<T>::CF_TYPE_ID) {
         return false;
     }
