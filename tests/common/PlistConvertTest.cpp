@@ -6,12 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <climits>
 #include <cstdint>
-#include <new>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -31,22 +27,6 @@ using qor::kevra::TypeInfo;
 
 // The type is read before main(), because code that runs while a library is loaded uses the traits.
 const CFTypeID messageTypeAtStart = TypeInfo<ServiceInfo>::CF_TYPE_ID;
-
-// An object of a kind that no field is stored as.
-struct Stranger {
-    const char* name;
-    Owned<> object;
-};
-
-std::vector<Stranger> strangers() {
-    std::vector<Stranger> all;
-    all.push_back({"truth value", own<CFTypeRef>(CFRetain(kCFBooleanTrue))});
-    all.push_back({"data", own<CFTypeRef>(makeData("7").release())});
-    all.push_back({"date", own<CFTypeRef>(makeDate(7).release())});
-    all.push_back({"array", own<CFTypeRef>(makeArray().release())});
-    all.push_back({"dictionary", own<CFTypeRef>(makeDictionary().release())});
-    return all;
-}
 
 void put(const Owned<CFMutableDictionaryRef>& dictionary, const char* key, CFTypeRef value) {
     CFDictionarySetValue(dictionary.get(), makeString(key).get(), value);
@@ -142,19 +122,6 @@ TEST(MessageToDictionary, StoresEachFieldUnderItsName) {
     EXPECT_TRUE(equal(dictionary.get(), expected.get()));
 }
 
-TEST(MessageToDictionary, IdentifierIsAThirtyTwoBitNumber) {
-    for (const int id : {0, 1, -1, INT32_MAX, INT32_MIN}) {
-        const auto dictionary = makeDictionary();
-        ASSERT_TRUE(convert(makeService(id, ""), dictionary.get()));
-        const auto* const number = static_cast<CFNumberRef>(at(dictionary, "id"));
-        ASSERT_NE(number, nullptr);
-        EXPECT_EQ(CFNumberGetType(number), kCFNumberSInt32Type);
-        SInt32 stored = 0;
-        EXPECT_TRUE(CFNumberGetValue(number, kCFNumberSInt32Type, &stored));
-        EXPECT_EQ(stored, id);
-    }
-}
-
 TEST(MessageToDictionary, AbsentFieldsStayAbsent) {
     const auto dictionary = makeDictionary();
     EXPECT_TRUE(convert(ServiceInfo(), dictionary.get()));
@@ -178,12 +145,6 @@ TEST(MessageToDictionary, EarlierContentsAreRemoved) {
     EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 0);
 }
 
-TEST(MessageToDictionary, AddressEndsAtItsFirstNul) {
-    const auto dictionary = makeDictionary();
-    EXPECT_TRUE(convert(makeService(1, std::string("ab\0c\xff", 5)), dictionary.get()));
-    EXPECT_TRUE(equal(at(dictionary, "address"), makeString("ab").get()));
-}
-
 TEST(MessageToDictionary, AddressThatIsNotUtf8LeavesTheIdentifier) {
     for (const char* const address : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\x80", "a\x80z"}) {
         const auto dictionary = dictionaryOf("other", kCFBooleanTrue);
@@ -194,18 +155,6 @@ TEST(MessageToDictionary, AddressThatIsNotUtf8LeavesTheIdentifier) {
 
 TEST(MessageToDictionary, NullDictionaryIsRefused) {
     EXPECT_FALSE(convert(makeService(1, "a"), static_cast<CFMutableDictionaryRef>(nullptr)));
-}
-
-TEST(MessageToDictionary, OnlyTheDictionaryRetainsItsObjects) {
-    const auto dictionary = makeDictionary();
-    ASSERT_TRUE(convert(makeService(INT32_MIN, std::string(100, 'x')), dictionary.get()));
-    const void* keys[2] = {};
-    const void* values[2] = {};
-    CFDictionaryGetKeysAndValues(dictionary.get(), keys, values);
-    for (const void* const object : {keys[0], keys[1], values[0], values[1]}) {
-        EXPECT_EQ(CFGetRetainCount(object), 1);
-    }
-    EXPECT_EQ(CFGetRetainCount(dictionary.get()), 1);
 }
 
 TEST(MessageToDictionary, StopsAtTheFirstCallThatFails) {
@@ -225,72 +174,6 @@ TEST(DictionaryToMessage, SetsBothFields) {
     EXPECT_TRUE(convert(dictionary.get(), service));
     EXPECT_EQ(service.id(), INT32_MIN);
     EXPECT_EQ(service.address(), "\u4e2d");
-}
-
-TEST(DictionaryToMessage, IdentifierMayBeAnyNumberWithoutLoss) {
-    const std::int64_t wide = INT32_MAX;
-    const double real = -3;
-    const signed char narrow = -128;
-    const struct {
-        CFNumberType type;
-        const void* value;
-        int expected;
-    } cases[] = {{kCFNumberSInt64Type, &wide, INT32_MAX},
-                 {kCFNumberFloat64Type, &real, -3},
-                 {kCFNumberSInt8Type, &narrow, -128}};
-    for (const auto& [type, value, expected] : cases) {
-        const auto number = own(CFNumberCreate(kCFAllocatorDefault, type, value));
-        ServiceInfo service;
-        EXPECT_TRUE(convert(dictionaryOf("id", number.get()).get(), service));
-        EXPECT_TRUE(service.has_id());
-        EXPECT_EQ(service.id(), expected);
-    }
-}
-
-TEST(DictionaryToMessage, NumberThatIsNoIdentifierIsIgnored) {
-    std::vector<Owned<CFNumberRef>> numbers;
-    numbers.push_back(makeInteger(std::int64_t(1) << 31));
-    numbers.push_back(makeInteger(-(std::int64_t(1) << 31) - 1));
-    numbers.push_back(makeInteger(INT64_MAX));
-    numbers.push_back(makeReal(1.5));
-    numbers.push_back(makeReal(2147483648.0));
-    numbers.push_back(makeReal(1e300));
-    for (const auto& number : numbers) {
-        const auto dictionary = dictionaryOf("id", number.get());
-        put(dictionary, "address", makeString("a").get());
-        ServiceInfo service;
-        EXPECT_TRUE(convert(dictionary.get(), service));
-        EXPECT_FALSE(service.has_id());
-        EXPECT_EQ(service.address(), "a");
-    }
-}
-
-TEST(DictionaryToMessage, ValueOfAnotherKindIsIgnored) {
-    auto others = strangers();
-    const auto check = [](const Stranger& other, const char* key) {
-        SCOPED_TRACE(std::string(key) + ": " + other.name);
-        const auto dictionary = dictionaryOf(key, other.object.get());
-        ServiceInfo service;
-        EXPECT_TRUE(convert(dictionary.get(), service));
-        EXPECT_FALSE(service.has_id());
-        EXPECT_FALSE(service.has_address());
-    };
-    for (const Stranger& other : others) {
-        check(other, "id");
-        check(other, "address");
-    }
-    check({"string", own<CFTypeRef>(makeString("5").release())}, "id");
-    check({"number", own<CFTypeRef>(makeInteger(5).release())}, "address");
-}
-
-TEST(DictionaryToMessage, OtherKeysAreIgnored) {
-    const auto dictionary = dictionaryOf("Id", makeInteger(1).get());
-    put(dictionary, "Address", makeString("a").get());
-    put(dictionary, "id ", makeInteger(1).get());
-    ServiceInfo service;
-    EXPECT_TRUE(convert(dictionary.get(), service));
-    EXPECT_FALSE(service.has_id());
-    EXPECT_FALSE(service.has_address());
 }
 
 TEST(DictionaryToMessage, FieldsThatAreNotReadKeepTheirValues) {
@@ -385,12 +268,6 @@ TEST(ArrayToField, ReplacesTheContents) {
     EXPECT_EQ(CFGetRetainCount(array), 1);
 }
 
-TEST(ArrayToField, EmptyArrayEmptiesTheField) {
-    auto services = makeServices({"former"});
-    EXPECT_TRUE(convert(static_cast<CFArrayRef>(makeArray().get()), services));
-    EXPECT_THAT(services, IsEmpty());
-}
-
 TEST(ArrayToField, NullIsRefusedAndTheFieldIsLeftAlone) {
     auto services = makeServices({"former"});
     EXPECT_FALSE(convert(static_cast<CFArrayRef>(nullptr), services));
@@ -399,18 +276,12 @@ TEST(ArrayToField, NullIsRefusedAndTheFieldIsLeftAlone) {
 
 TEST(ArrayToField, OneElementThatIsNoDictionaryEmptiesTheField) {
     const auto good = dictionaryOf("id", makeInteger(1).get());
-    auto others = strangers();
-    others[4] = {"string", own<CFTypeRef>(makeString("a").release())};
-    others.push_back({"number", own<CFTypeRef>(makeInteger(1).release())});
-    for (const Stranger& other : others) {
-        SCOPED_TRACE(other.name);
-        for (const auto& values :
-             {std::vector<CFTypeRef>{good.get(), good.get(), other.object.get()},
-              std::vector<CFTypeRef>{other.object.get(), good.get()}}) {
-            auto services = makeServices({"former"});
-            EXPECT_FALSE(convert(static_cast<CFArrayRef>(arrayOf(values).get()), services));
-            EXPECT_THAT(services, IsEmpty());
-        }
+    const auto string = makeString("a");
+    for (const auto& values : {std::vector<CFTypeRef>{good.get(), good.get(), string.get()},
+                               std::vector<CFTypeRef>{string.get(), good.get()}}) {
+        auto services = makeServices({"former"});
+        EXPECT_FALSE(convert(static_cast<CFArrayRef>(arrayOf(values).get()), services));
+        EXPECT_THAT(services, IsEmpty());
     }
 }
 
@@ -448,12 +319,7 @@ TEST(KeyedArrayToField, WithoutAnArrayTheFieldIsLeftAlone) {
     EXPECT_FALSE(convert(dictionary.get(), nullptr, services));
     EXPECT_FALSE(convert(dictionary.get(), "other", services));
     EXPECT_FALSE(convert(dictionary.get(), "\xff", services));
-    auto others = strangers();
-    others[3] = {"string", own<CFTypeRef>(makeString("a").release())};
-    for (const Stranger& other : others) {
-        SCOPED_TRACE(other.name);
-        EXPECT_FALSE(convert(dictionaryOf("list", other.object.get()).get(), "list", services));
-    }
+    EXPECT_FALSE(convert(dictionaryOf("list", dictionary.get()).get(), "list", services));
     EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
 }
 
@@ -463,13 +329,6 @@ TEST(KeyedArrayToField, WithoutAKeyNothingIsLookedUp) {
     EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(convert(dictionary.get(), nullptr, services)); }),
                 IsEmpty());
     EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
-}
-
-TEST(KeyedArrayToField, BadElementEmptiesTheField) {
-    auto services = makeServices({"former"});
-    EXPECT_FALSE(
-        convert(dictionaryOf("list", arrayOf({kCFBooleanTrue}).get()).get(), "list", services));
-    EXPECT_THAT(services, IsEmpty());
 }
 
 TEST(StringToText, AsciiIsReadWithoutABuffer) {
@@ -514,14 +373,6 @@ TEST(StringToText, EmptyStringNeedsNoBuffer) {
     EXPECT_EQ(text, "");
 }
 
-TEST(StringToText, EmptyStringIsEmptyText) {
-    for (const auto& string : {makeString(""), makeString(std::u16string_view())}) {
-        std::string text = "former";
-        EXPECT_TRUE(convert(string.get(), text));
-        EXPECT_EQ(text, "");
-    }
-}
-
 TEST(StringToText, EndsAtTheFirstNul) {
     const std::u16string withNul[] = {{u'a', 0, u'b'}, {u'\u4e2d', 0, u'b'}, {0, u'\u4e2d'}};
     const char* const expected[] = {"a", "\u4e2d", ""};
@@ -538,29 +389,6 @@ TEST(StringToText, NullAndLoneSurrogatesLeaveTheTargetAlone) {
     EXPECT_FALSE(convert(makeString(std::u16string(1, u'\xd800')).get(), text));
     EXPECT_FALSE(convert(makeString(std::u16string{u'\xdc00', u'a'}).get(), text));
     EXPECT_EQ(text, "former");
-}
-
-TEST(PlistConvert, ThreadsConvertIndependently) {
-    std::atomic<int> wrong{0};
-    const auto work = [&wrong](int thread) {
-        for (int round = 0; round < 200; ++round) {
-            const auto services = makeServices({std::to_string(thread), "caf\u00e9", ""});
-            CFArrayRef array = nullptr;
-            wrong += convertCreate(services, array) ? 0 : 1;
-            const auto owner = own(array);
-            RepeatedPtrField<ServiceInfo> read;
-            wrong += convert(array, read) && textsOf(read) == textsOf(services) ? 0 : 1;
-        }
-    };
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back(work, thread);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace

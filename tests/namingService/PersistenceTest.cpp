@@ -5,11 +5,8 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/CoreFoundation/Documents.h"
 #include "support/ConfigurationDocuments.h"
@@ -76,12 +73,6 @@ class Persistence : public testing::Test {
     const std::string backup = backupDirectory + "/" + kConfigurationFile;
 };
 
-TEST_F(Persistence, LastStoredServiceOfAnIdentifierCounts) {
-    startWith(documentOf({{2, "a"}, {1, "b"}, {2, "c"}}));
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "b"), Service(2, "c")));
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "a"}, {1, "b"}, {2, "c"}})));
-}
-
 // A small binary document can hold large services, because all of them can refer to one address.
 TEST_F(Persistence, ServicesThatShareALongAddressAreLoadedAndSaved) {
     const std::string address(5000, 'a');
@@ -103,40 +94,12 @@ TEST_F(Persistence, ServicesThatShareALongAddressAreLoadedAndSaved) {
     EXPECT_TRUE(plugin.getServices() == services);
 }
 
-TEST_F(Persistence, ServicesSurviveARestart) {
-    startWith(kEmptyRoot);
-    const Services services{{-5, ""}, {1, "<&>\"'"}, {2, "caf\u00e9 \u4e2d \U0001F600"}};
-    plugin.registerServices(services);
-    restart();
-    EXPECT_EQ(plugin.getServices(), services);
-    // A start saves nothing.
-    EXPECT_THAT(contentOf(path), Optional(documentOf(services)));
-    EXPECT_THAT(contentOf(backup), Optional(kEmptyRoot));
-}
-
-TEST_F(Persistence, ServicesSurviveUnloadingTheLibrary) {
-    startWith(kEmptyRoot);
-    plugin.registerServices({{1, "a"}});
-    plugin.finalize();
-    const InitializedPlugin again;
-    EXPECT_THAT(again.getServices(), ElementsAre(Service(1, "a")));
-}
-
 TEST_F(Persistence, UnregisteredServiceComesBackAtARestart) {
     startWith(documentOf({{1, "a"}, {2, "b"}}));
     plugin.unregisterServices({1});
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "b")));
     restart();
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
-}
-
-TEST_F(Persistence, UnregisteredServiceIsNotInTheNextSave) {
-    startWith(documentOf({{1, "a"}, {2, "b"}}));
-    plugin.unregisterServices({1});
-    plugin.registerServices({{4, "d"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{2, "b"}, {4, "d"}})));
-    restart();
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "b"), Service(4, "d")));
 }
 
 TEST_F(Persistence, OnlyAChangeIsSaved) {
@@ -184,22 +147,6 @@ TEST_F(Persistence, WithoutFileAndBackupServicesLiveInMemory) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(7, "g")));
 }
 
-TEST_F(Persistence, FileWithoutAListLoadsAsEmptyAndTheFirstSaveAddsTheList) {
-    const std::string saved = documentOf({{1, "a"}});
-    for (const std::string entry :
-         {"", "<key>Address</key><string>a</string>", "<key>Address</key><array/>",
-          "<key>Address</key><true/>", "<key>Address</key><dict/>",
-          "<key>Address</key><dict><key>services</key><dict/></dict>",
-          "<key>Address</key><dict><key>services</key><string>a</string></dict>",
-          "<key>Address</key><dict><key>services</key><array/></dict>"}) {
-        startWith("<plist><dict>" + entry + "</dict></plist>");
-        EXPECT_THAT(plugin.getServices(), IsEmpty()) << entry;
-        plugin.registerServices({{1, "a"}});
-        EXPECT_THAT(contentOf(path), Optional(saved)) << entry;
-        plugin.finalize();
-    }
-}
-
 TEST_F(Persistence, ListWithABadElementIsDropped) {
     const std::string good =
         "<dict><key>id</key><integer>5</integer><key>address</key><string>e</string></dict>";
@@ -224,36 +171,6 @@ TEST_F(Persistence, StoredFieldThatDoesNotFitCountsAsAbsent) {
         "<dict><key>id</key><integer>2147483648</integer><key>address</key><string>b</string>"
         "</dict></array></dict></dict></plist>");
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "b"), Service(6, "")));
-}
-
-TEST_F(Persistence, AbsentFieldsStayAbsentInTheFile) {
-    startWith(kEmptyRoot);
-    // The request holds identifier 5 without an address, and an address without an identifier.
-    plugin.execute(QV_COMMAND_REGISTER_SERVICES, "\x0a\x02\x08\x05\x0a\x03\x12\x01z");
-    const std::string expected = document(
-        "\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n\t\t<array>\n"
-        "\t\t\t<dict>\n\t\t\t\t<key>address</key>\n\t\t\t\t<string>z</string>\n\t\t\t</dict>\n"
-        "\t\t\t<dict>\n\t\t\t\t<key>id</key>\n\t\t\t\t<integer>5</integer>\n\t\t\t</dict>\n"
-        "\t\t</array>\n\t</dict>\n");
-    EXPECT_THAT(contentOf(path), Optional(expected));
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z"), Service(5, "")));
-    restart();
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z"), Service(5, "")));
-    // An empty address and an absent address count as equal.
-    plugin.registerServices({{5, ""}});
-    EXPECT_THAT(contentOf(path), Optional(expected));
-    plugin.registerServices({{6, "f"}});
-    EXPECT_THAT(contentOf(backup), Optional(expected));
-}
-
-TEST_F(Persistence, EntryWithNeitherFieldIsAnEmptyDictionary) {
-    startWith(kEmptyRoot);
-    plugin.execute(QV_COMMAND_REGISTER_SERVICES, std::string("\x0a\x00", 2));
-    EXPECT_THAT(contentOf(path),
-                Optional(document("\t<key>Address</key>\n\t<dict>\n\t\t<key>services</key>\n"
-                                  "\t\t<array>\n\t\t\t<dict/>\n\t\t</array>\n\t</dict>\n")));
-    restart();
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "")));
 }
 
 TEST_F(Persistence, StoredAddressEndsAtItsFirstNul) {
@@ -295,18 +212,6 @@ TEST_F(Persistence, SaveThatFailsIsMadeUpForByTheNext) {
     EXPECT_THAT(contentOf(backup), Optional(std::string("someone else's")));
 }
 
-TEST_F(Persistence, SecondInitializeReadsNothing) {
-    startWith(documentOf({{1, "a"}}));
-    plugin.registerServices({{2, "b"}});
-    writeFile(path, documentOf({{7, "someone else's"}}));
-    FileEvents events = watchFiles();
-    EXPECT_EQ(plugin.initialize(), QV_OK);
-    EXPECT_THAT(events.take(), IsEmpty());
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(2, "b")));
-    plugin.registerServices({{3, "c"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}, {3, "c"}})));
-}
-
 TEST_F(Persistence, FinalizeClosesTheFileAndSavesNothing) {
     startWith(kEmptyRoot);
     EXPECT_EQ(openDescriptors(), 0U);
@@ -318,26 +223,6 @@ TEST_F(Persistence, FinalizeClosesTheFileAndSavesNothing) {
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
     plugin.finalize();
     EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {2, "b"}})));
-}
-
-TEST_F(Persistence, EachStartLooksUpThePathOfTheFile) {
-    startWith(documentOf({{1, "a"}}));
-    const TemporaryDirectory other;
-    writeFile(other.path(kConfigurationFile), documentOf({{2, "b"}}));
-    const EnvironmentVariable variable("QV_CONFIG_DIR", other.path());
-    plugin.registerServices({{3, "c"}});
-    EXPECT_THAT(contentOf(path), Optional(documentOf({{1, "a"}, {3, "c"}})));
-    restart();
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(2, "b")));
-    plugin.finalize();
-}
-
-TEST_F(Persistence, WithATooLongPathServicesLiveInMemory) {
-    const EnvironmentVariable variable("QV_CONFIG_DIR", "/" + std::string(2048, 'x'));
-    EXPECT_EQ(plugin.initialize(), QV_OK);
-    EXPECT_EQ(plugin.registerServices({{1, "a"}}), QV_OK);
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
-    plugin.finalize();
 }
 
 TEST_F(Persistence, SavedFilesAreAsRecorded) {

@@ -3,14 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#ifdef __linux__
-#include <malloc.h>
-#endif
 
 #include "gen_lite/LargeInput.h"
 #include "support/LoadedPlugin.h"
@@ -60,25 +55,6 @@ TEST(CommandTable, IsTheSameAtEveryCall) {
     EXPECT_EQ(first, second);
 }
 
-TEST(CommandTable, NullPointerIsRefusedAndTheOthersAreLeftAlone) {
-    const LoadedPlugin plugin;
-    HandlerEntry someRow{};
-    const HandlerEntry* rows = &someRow;
-    std::int32_t count = 77;
-    void* reserved = &count;
-    EXPECT_EQ(plugin.getHandlers(nullptr, &count, &reserved), 20002);
-    EXPECT_EQ(plugin.getHandlers(&rows, nullptr, &reserved), 20002);
-    EXPECT_EQ(plugin.getHandlers(&rows, &count, nullptr), 20002);
-    EXPECT_EQ(rows, &someRow);
-    EXPECT_EQ(count, 77);
-    EXPECT_EQ(reserved, &count);
-}
-
-TEST(Free, NullDoesNothing) {
-    const LoadedPlugin plugin;
-    EXPECT_EQ(plugin.free(nullptr), 0);
-}
-
 TEST(Free, ReleasesMemoryFromMalloc) {
     const LoadedPlugin plugin;
     EXPECT_EQ(plugin.free(std::malloc(10)), 0);
@@ -109,30 +85,12 @@ TEST(RegisterServices, LaterDuplicateWins) {
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(7, "y")));
 }
 
-TEST(RegisterServices, AddressIsArbitraryBytes) {
-    const InitializedPlugin plugin;
-    const std::string address("a\0b\xff\n", 5);
-    plugin.registerServices({{1, address}});
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, address)));
-    // The plug-in compares addresses byte for byte, also after a NUL.
-    const std::string other("a\0c\xff\n", 5);
-    plugin.registerServices({{1, other}});
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, other)));
-}
-
 TEST(RegisterServices, EntryWithoutIdentifierIsZero) {
     const InitializedPlugin plugin;
     EXPECT_EQ(plugin.execute(0x0200, "\x0a\x03\x12\x01z").result, 0);
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "z")));
     EXPECT_EQ(plugin.execute(0x0201, std::string("\x0a\x00", 2)).result, 0);
     EXPECT_THAT(plugin.getServices(), IsEmpty());
-}
-
-TEST(RegisterServices, EntryWithoutAddressIsListedWithAnEmptyOne) {
-    const InitializedPlugin plugin;
-    plugin.execute(0x0200, "\x0a\x02\x08\x05");
-    // Both fields are present in the answer, though the address was absent in the request.
-    EXPECT_EQ(plugin.execute(0x0202, "").bytes, std::string("\x0a\x04\x08\x05\x12\x00", 6));
 }
 
 TEST(RegisterServices, NullInputOrNegativeLengthIsRefused) {
@@ -148,61 +106,10 @@ TEST(RegisterServices, NullInputOrNegativeLengthIsRefused) {
     EXPECT_THAT(plugin.getServices(), IsEmpty());
 }
 
-TEST(RegisterServices, AnswerArgumentsAreLeftAlone) {
-    const InitializedPlugin plugin;
-    EXPECT_FALSE(plugin.execute(0x0200, encode({{1, "a"}})).answered);
-    EXPECT_FALSE(plugin.execute(0x0201, encode({{1, "a"}})).answered);
-    EXPECT_FALSE(plugin.execute(0x0102, "\x08\x01\x10\x05").answered);
-    EXPECT_FALSE(plugin.execute(0x0102, "").answered);
-}
-
-TEST(RegisterServices, CommandCodeIsIgnored) {
-    const InitializedPlugin plugin;
-    const std::string request = encode({{1, "a"}});
-    EXPECT_EQ(plugin.handler(0x0200)(-7, request.data(), static_cast<int>(request.size()), nullptr,
-                                     nullptr),
-              0);
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
-}
-
 TEST(RegisterServices, EntriesDecodedBeforeAFaultAreRegistered) {
     const InitializedPlugin plugin;
     EXPECT_EQ(plugin.execute(0x0200, encode({{1, "a"}}) + "\xff\xff\xff").result, 0);
     EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a")));
-}
-
-TEST(UnregisterServices, RemovesRegisteredServicesAndIgnoresOthers) {
-    const InitializedPlugin plugin;
-    plugin.registerServices({{1, "a"}, {2, "b"}, {3, "c"}});
-    EXPECT_EQ(plugin.unregisterServices({9, 2, 2}), 0);
-    EXPECT_THAT(plugin.getServices(), ElementsAre(Service(1, "a"), Service(3, "c")));
-}
-
-TEST(UnregisterServices, AddressIsIgnored) {
-    const InitializedPlugin plugin;
-    plugin.registerServices({{1, "a"}});
-    EXPECT_EQ(plugin.execute(0x0201, encode({{1, "something else"}})).result, 0);
-    EXPECT_THAT(plugin.getServices(), IsEmpty());
-}
-
-TEST(GetServices, EmptyDirectoryAnswersNullAndZero) {
-    const InitializedPlugin plugin;
-    int length = 99;
-    void* answer = &length;
-    EXPECT_EQ(plugin.handler(0x0202)(0x0202, nullptr, 0, &answer, &length), 0);
-    EXPECT_EQ(answer, nullptr);
-    EXPECT_EQ(length, 0);
-}
-
-TEST(GetServices, NullAnswerPointerIsRefusedAndTheOtherIsLeftAlone) {
-    const InitializedPlugin plugin;
-    plugin.registerServices({{1, "a"}});
-    int length = 99;
-    void* answer = &length;
-    EXPECT_EQ(plugin.handler(0x0202)(0, nullptr, 0, nullptr, &length), 20002);
-    EXPECT_EQ(plugin.handler(0x0202)(0, nullptr, 0, &answer, nullptr), 20002);
-    EXPECT_EQ(length, 99);
-    EXPECT_EQ(answer, &length);
 }
 
 TEST(GetServices, InputIsIgnored) {
@@ -217,43 +124,11 @@ TEST(GetServices, InputIsIgnored) {
     plugin.free(answer);
 }
 
-TEST(GetServices, AnswerHoldsNothingOfEarlierAnswers) {
-    const InitializedPlugin plugin;
-    Services services;
-    for (int id = 0; id < 100; ++id) {
-        services.emplace_back(id, std::string(2000, 'x'));
-    }
-    plugin.registerServices(services);
-    EXPECT_EQ(plugin.getServices(), services);
-    std::vector<std::int32_t> withdrawn;
-    for (int id = 2; id < 100; ++id) {
-        withdrawn.push_back(id);
-    }
-    plugin.unregisterServices(withdrawn);
-    plugin.registerServices({{0, "short"}});
-    plugin.execute(0x0200, "\x0a\x02\x08\x01");
-    for (int time = 0; time < 3; ++time) {
-        EXPECT_THAT(plugin.getServices(), ElementsAre(Service(0, "short"), Service(1, "")));
-    }
-}
-
-TEST(SetDebugLevel, TakesZeroToSeven) {
-    const InitializedPlugin plugin;
-    for (char level = 0; level <= 7; ++level) {
-        EXPECT_EQ(plugin.execute(0x0102, std::string("\x08\x01\x10") + level).result, 0);
-    }
-}
-
 TEST(SetDebugLevel, RefusesAboveSevenAndBelowZero) {
     const InitializedPlugin plugin;
     EXPECT_EQ(plugin.execute(0x0102, "\x08\x01\x10\x08").result, 20002);
     EXPECT_EQ(plugin.execute(0x0102, "\x08\x01\x10\xff\xff\xff\xff\xff\xff\xff\xff\xff\x01").result,
               20002);
-}
-
-TEST(SetDebugLevel, WorksBeforeInitialize) {
-    const LoadedPlugin plugin;
-    EXPECT_EQ(plugin.execute(0x0102, "\x08\x01\x10\x05").result, 0);
 }
 
 TEST(Directory, HoldsAMillionServices) {
