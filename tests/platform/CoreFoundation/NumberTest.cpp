@@ -100,14 +100,6 @@ TYPED_TEST(CFNumberOfType, EqualsTheSameNumberOfEveryOtherType) {
     EXPECT_FALSE(equal(number.get(), make(5.5).get()));
 }
 
-TYPED_TEST(CFNumberOfType, TypeIsOneOfTheFirstSix) {
-    const CFNumberType type = CFNumberGetType(make(TypeParam(5)).get());
-    EXPECT_GE(type, kCFNumberSInt8Type);
-    EXPECT_LE(type, kCFNumberFloat64Type);
-    const bool isReal = type == kCFNumberFloat32Type || type == kCFNumberFloat64Type;
-    EXPECT_EQ(isReal, std::is_floating_point_v<TypeParam>);
-}
-
 TEST(CFNumber, TypesOfTheSecondGroupHaveTheSizeOfTheCTypes) {
     const auto check = [](CFNumberType type, auto value) {
         const auto number = own(CFNumberCreate(kCFAllocatorDefault, type, &value));
@@ -190,12 +182,6 @@ TEST(CFNumber, PowersOfTwoAndTheirNeighboursAreExact) {
             }
         }
     }
-}
-
-TEST(CFNumber, RealWithoutAFractionFitsAWholeType) {
-    EXPECT_EQ(take<SInt32>(make(5.0)), (Taken<SInt32>{5, true}));
-    EXPECT_EQ(take<SInt32>(make(-5.0F)), (Taken<SInt32>{-5, true}));
-    EXPECT_EQ(take<SInt32>(make(-0.0)), (Taken<SInt32>{0, true}));
 }
 
 TEST(CFNumber, RealLosesItsFractionInAWholeType) {
@@ -299,17 +285,6 @@ TEST(CFNumber, FromADocumentMayExceedTheLargestType) {
     EXPECT_EQ(CFHash(power.get()), CFHash(make(9223372036854775808.0).get()));
     EXPECT_FALSE(equal(power.get(), make(std::numeric_limits<SInt64>::min()).get()));
     EXPECT_FALSE(equal(number.get(), make(SInt64(-1)).get()));
-}
-
-TEST(CFBoolean, IsTrueOrFalse) {
-    EXPECT_NE(CFBooleanGetValue(kCFBooleanTrue), FALSE);
-    EXPECT_EQ(CFBooleanGetValue(kCFBooleanFalse), FALSE);
-    EXPECT_FALSE(equal(kCFBooleanTrue, kCFBooleanFalse));
-}
-
-TEST(CFBoolean, DoesNotEqualANumber) {
-    EXPECT_FALSE(equal(kCFBooleanTrue, make(SInt32(1)).get()));
-    EXPECT_FALSE(equal(make(SInt32(0)).get(), kCFBooleanFalse));
 }
 
 }  // namespace
