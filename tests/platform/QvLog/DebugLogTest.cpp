@@ -72,14 +72,6 @@ TEST_F(DebugLog, EachLevelHasAName) {
                 ElementsAre("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"));
 }
 
-TEST_F(DebugLog, RecordIsInTheFileWhenTheCallReturns) {
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "one");
-    EXPECT_THAT(textsOf(path), ElementsAre("one"));
-    LorxWriteDbgLog(log.get(), 6, "two");
-    EXPECT_THAT(textsOf(path), ElementsAre("one", "two"));
-}
-
 TEST_F(DebugLog, OnlyLevelsUpToTheThresholdAreEnabled) {
     const Handle log = openLog(path, 4);
     for (int level = 0; level <= 4; ++level) {

@@ -124,14 +124,6 @@ TEST_F(LogFilePath, LinkIsRotatedButNotItsTarget) {
     EXPECT_THAT(textsOf(path), ElementsAre("text"));
 }
 
-TEST_F(LogFilePath, RemovedFileIsCreatedAgain) {
-    const Handle log = openLog(path);
-    LorxWriteDbgLog(log.get(), 6, "before");
-    std::filesystem::remove(path);
-    LorxWriteDbgLog(log.get(), 6, "after");
-    EXPECT_THAT(textsOf(path), ElementsAre("after"));
-}
-
 TEST_F(LogFilePath, TruncatedFileIsContinuedAtItsNewEnd) {
     const Handle log = openLog(path);
     LorxWriteDbgLog(log.get(), 6, "before");

@@ -116,21 +116,6 @@ TEST_F(LogFile, DescriptorsAreClosedOnExec) {
     }
 }
 
-TEST_F(LogFile, DescriptorsAreClosed) {
-    const auto lowestFree = [] {
-        const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-        ::close(descriptor);
-        return descriptor;
-    };
-    const int before = lowestFree();
-    for (int round = 0; round < 3; ++round) {
-        const Handle log = openLog(path);
-        LorxWriteDbgLog(log.get(), 6, "text");
-        const Handle none = openLog(directory.path());
-    }
-    EXPECT_EQ(lowestFree(), before);
-}
-
 TEST_F(LogFile, FileIsRotatedAtItsLimitWithoutLosingARecord) {
     const UmaskGuard umask(022);
     const Handle log = openLog(path);
@@ -216,23 +201,6 @@ TEST_F(LogFile, FileBeyondTheLimitIsNotContinued) {
     LorxWriteDbgLog(log.get(), 6, "second");
     EXPECT_THAT(textsOf(path), ElementsAre("first", "second"));
     EXPECT_EQ(std::filesystem::file_size(directory.path(older(1))), 5 * kMaximalFileSize);
-}
-
-TEST_F(LogFile, TwoHandlesKeepOneLimitWithoutLosingARecord) {
-    const Handle logs[] = {openLog(path), openLog(path)};
-    const std::string padding(8000, 'x');
-    const int records = 3000;
-    for (int record = 0; record < records; ++record) {
-        // The handles alternate in the first half and take long turns in the second.
-        const int handle = record < records / 2 ? record % 2 : record / 700 % 2;
-        LorxWriteDbgLog(logs[handle].get(), 6, "%d %s", record, padding.c_str());
-    }
-    expectWithinLimit();
-    const auto texts = allTexts();
-    ASSERT_EQ(texts.size(), static_cast<std::size_t>(records));
-    for (int record = 0; record < records; ++record) {
-        EXPECT_EQ(texts[static_cast<std::size_t>(record)], std::to_string(record) + ' ' + padding);
-    }
 }
 
 TEST_F(LogFile, HandlesInThreadsKeepTheLimitWithoutLosingARecord) {
