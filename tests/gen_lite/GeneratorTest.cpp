@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <memory>
 
 #include "support/TemporaryDirectory.h"
 

@@ -396,15 +396,12 @@ TEST(HostileBinary, WidestDocumentIsLoaded) {
 }
 
 TEST(HostileXml, WidestDocumentsAreLoaded) {
-    expectLoaded(filled("<array>", "<dict/>", "</array>"));
-    expectLoaded(filled("<array>", "<array/>", "</array>"));
-    expectLoaded(filled("<array>", "<true/>", "</array>"));
-    expectLoaded(filled("<array>", "<string/>", "</array>"));
-    expectLoaded(filled("<array>", "<integer>1</integer>", "</array>"));
-    expectLoaded(filled("<array>", "<real>1</real>", "</array>"));
-    expectLoaded(filled("<array>", "<data></data>", "</array>"));
-    expectLoaded(filled("<array>", "<dict><key/><dict/></dict>", "</array>"));
-    expectLoaded(filled("<array>", "<key/>", "</array>"));
+    for (const char* const element :
+         {"<dict/>", "<array/>", "<true/>", "<string/>", "<integer>1</integer>", "<real>1</real>",
+          "<data></data>", "<dict><key/><dict/></dict>", "<key/>"}) {
+        SCOPED_TRACE(element);
+        expectLoaded(filled("<array>", element, "</array>"));
+    }
 }
 
 TEST(HostileXml, TreeTooWideForItsDepthIsRefused) {
@@ -446,14 +443,11 @@ TEST(HostileXml, ManyKeysAreLoaded) {
 }
 
 TEST(HostileXml, HugeStringIsLoaded) {
-    expectLoaded(filled("<string>", "x", "</string>"));
-    expectLoaded(filled("<string>", "\u4e2d", "</string>"));
-    expectLoaded(filled("<string>", "\U0001f600", "</string>"));
-    expectLoaded(filled("<string>", "&amp;", "</string>"));
-    expectLoaded(filled("<string>", "&#65;", "</string>"));
-    expectLoaded(filled("<string>", "&#x4e2d;", "</string>"));
-    expectLoaded(filled("<string>", "<![CDATA[x]]>", "</string>"));
-    expectLoaded(filled("<string>", "<![CDATA[]]>", "</string>"));
+    for (const char* const text : {"x", "\u4e2d", "\U0001f600", "&amp;", "&#65;", "&#x4e2d;",
+                                   "<![CDATA[x]]>", "<![CDATA[]]>"}) {
+        SCOPED_TRACE(text);
+        expectLoaded(filled("<string>", text, "</string>"));
+    }
     expectLoaded(filled("<string><![CDATA[", "]", "]]></string>"));
     expectLoaded(filled("<data>", "AAAA", "</data>"));
     expectLoaded(filled("<data>", "\n", "AAAA</data>"));
@@ -563,11 +557,10 @@ TEST(HostileXml, OtherEncodingsAreHarmless) {
 }
 
 TEST(HostileOldStyle, WidestDocumentsAreLoaded) {
-    expectLoaded(filled("(", "(),", ")"));
-    expectLoaded(filled("(", "{},", ")"));
-    expectLoaded(filled("(", "a,", ")"));
-    expectLoaded(filled("(", "\"\",", ")"));
-    expectLoaded(filled("(", "<>,", ")"));
+    for (const char* const element : {"(),", "{},", "a,", "\"\",", "<>,"}) {
+        SCOPED_TRACE(element);
+        expectLoaded(filled("(", element, ")"));
+    }
     expectLoaded(filled("{", "a=a;", "}"));
     expectLoaded(filled("{", "a;", "}"));
     expectLoaded(filled("", "a=a;", ""));

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -75,6 +74,27 @@ int checkCreation(Create create) {
     EXPECT_TRUE(expected);
     return checkCreation(create,
                          [&expected](CFTypeRef object) { return equal(object, expected.get()); });
+}
+
+// Lets each allocation of `create` fail, which must always return null.
+template <class Create>
+void checkRefusal(Create create) {
+    for (const Order order : kOrders) {
+        CFTypeRef object = nullptr;
+        failEachAllocation(
+            order, [&] { object = create(); }, [&](bool) { EXPECT_EQ(object, nullptr); });
+    }
+}
+
+// Lets each allocation of `answer` fail, which must return `expected`, or false if one fails.
+template <class Answer>
+void checkAnswer(bool expected, Answer answer) {
+    for (const Order order : kOrders) {
+        bool given = false;
+        failEachAllocation(
+            order, [&] { given = answer(); },
+            [&](bool failed) { EXPECT_TRUE(given == expected || (failed && !given)); });
+    }
 }
 
 TEST(CoreFoundationMemoryShortage, StringIsCreatedOrNull) {
@@ -422,6 +442,16 @@ class CoreFoundationMemoryShortageOfDocuments : public testing::Test {
   protected:
     CoreFoundationMemoryShortageOfDocuments() { documents(); }
 
+    // Calls `use` with each document that is not refused.
+    static void forEachTree(const std::function<void(const Document&)>& use) {
+        for (const Document& document : documents()) {
+            SCOPED_TRACE(document.name);
+            if (document.tree) {
+                use(document);
+            }
+        }
+    }
+
     const OpenConverters converters;
 };
 
@@ -458,32 +488,21 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, TreeIsReadOrNull) {
                 own(given);
                 return object;
             };
-            if (document.tree) {
-                checkCreation(read, isRight);
-                checkCreation(readWithReason, isRight);
-                checkCreation(readWithError, isRight);
-                continue;
-            }
-            for (const Order order : kOrders) {
-                CFTypeRef object = nullptr;
-                const auto expectNone = [&](bool) { EXPECT_EQ(object, nullptr); };
-                failEachAllocation(
-                    order, [&] { object = read(); }, expectNone);
-                failEachAllocation(
-                    order, [&] { object = readWithReason(); }, expectNone);
-                failEachAllocation(
-                    order, [&] { object = readWithError(); }, expectNone);
+            for (const std::function<CFTypeRef()>& create :
+                 {std::function<CFTypeRef()>(read), std::function<CFTypeRef()>(readWithReason),
+                  std::function<CFTypeRef()>(readWithError)}) {
+                if (document.tree) {
+                    checkCreation(create, isRight);
+                } else {
+                    checkRefusal(create);
+                }
             }
         }
     }
 }
 
 TEST_F(CoreFoundationMemoryShortageOfDocuments, DocumentIsWrittenOrNull) {
-    for (const Document& document : documents()) {
-        SCOPED_TRACE(document.name);
-        if (!document.tree) {
-            continue;
-        }
+    forEachTree([](const Document& document) {
         const auto write = [&]() -> CFTypeRef {
             return CFPropertyListCreateXMLData(kCFAllocatorDefault, document.tree.get());
         };
@@ -498,69 +517,26 @@ TEST_F(CoreFoundationMemoryShortageOfDocuments, DocumentIsWrittenOrNull) {
         if (own<CFTypeRef>(write())) {
             checkCreation(write);
             checkCreation(writeWithError);
-            continue;
+        } else {
+            checkRefusal(writeWithError);
         }
-        for (const Order order : kOrders) {
-            CFTypeRef data = nullptr;
-            failEachAllocation(
-                order, [&] { data = writeWithError(); },
-                [&data](bool) { EXPECT_EQ(data, nullptr); });
-        }
-    }
+    });
 }
 
 TEST_F(CoreFoundationMemoryShortageOfDocuments, DescriptionIsCreatedOrNull) {
-    for (const Document& document : documents()) {
-        SCOPED_TRACE(document.name);
-        if (document.tree) {
-            checkCreation([&]() -> CFTypeRef { return CFCopyDescription(document.tree.get()); });
-        }
-    }
+    forEachTree([](const Document& document) {
+        checkCreation([&]() -> CFTypeRef { return CFCopyDescription(document.tree.get()); });
+    });
 }
 
 TEST_F(CoreFoundationMemoryShortageOfDocuments, TreesAreEqualOrCountAsDifferent) {
-    for (const Document& document : documents()) {
-        SCOPED_TRACE(document.name);
-        if (!document.tree || document.name.find("nan") != std::string::npos) {
-            continue;
+    forEachTree([](const Document& document) {
+        if (document.name.find("nan") == std::string::npos) {
+            const auto same = own(CFPropertyListCreateFromXMLData(
+                kCFAllocatorDefault, document.data.get(), kCFPropertyListImmutable, nullptr));
+            checkAnswer(true, [&] { return equal(document.tree.get(), same.get()); });
         }
-        const auto same = own(CFPropertyListCreateFromXMLData(
-            kCFAllocatorDefault, document.data.get(), kCFPropertyListImmutable, nullptr));
-        for (const Order order : kOrders) {
-            bool areEqual = false;
-            failEachAllocation(
-                order, [&] { areEqual = equal(document.tree.get(), same.get()); },
-                [&](bool failed) { EXPECT_TRUE(areEqual || failed); });
-        }
-    }
-}
-
-TEST(CoreFoundationMemoryShortage, ExistingConstantStringNeedsNoMemory) {
-    ASSERT_NE(CFSTR("there"), nullptr);
-    failEveryMallocAfter(0);
-    const CFStringRef again = CFSTR("there");
-    EXPECT_FALSE(mallocFailed());
-    EXPECT_NE(again, nullptr);
-}
-
-TEST_F(CoreFoundationMemoryShortageOfDocuments, ValidityIsCorrectOrFalse) {
-    for (const Document& document : documents()) {
-        SCOPED_TRACE(document.name);
-        if (!document.tree) {
-            continue;
-        }
-        const auto isValid = [&document] {
-            return CFPropertyListIsValid(document.tree.get(), kCFPropertyListXMLFormat_v1_0) !=
-                   FALSE;
-        };
-        const bool expected = isValid();
-        for (const Order order : kOrders) {
-            bool valid = false;
-            failEachAllocation(
-                order, [&] { valid = isValid(); },
-                [&](bool failed) { EXPECT_TRUE(valid == expected || (failed && !valid)); });
-        }
-    }
+    });
 }
 
 }  // namespace

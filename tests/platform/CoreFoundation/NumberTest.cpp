@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <string>
 
@@ -148,10 +147,7 @@ TEST(CFNumber, WholeNumberOutOfRangeYieldsItsLowBits) {
     EXPECT_EQ(take<SInt32>(make(SInt64(1) << 32)), (Taken<SInt32>{0, false}));
 }
 
-TEST(CFNumber, LimitsOfTheTypesFit) {
-    EXPECT_EQ(take<SInt32>(make(SInt64(2147483647))), (Taken<SInt32>{2147483647, true}));
-    EXPECT_EQ(take<SInt32>(make(SInt64(-2147483648))),
-              (Taken<SInt32>{std::numeric_limits<SInt32>::min(), true}));
+TEST(CFNumber, LeastRealFitsAWholeType) {
     EXPECT_EQ(take<SInt32>(make(-2147483648.0)),
               (Taken<SInt32>{std::numeric_limits<SInt32>::min(), true}));
     EXPECT_EQ(take<SInt64>(make(-9223372036854775808.0)),

@@ -45,6 +45,8 @@ TEST(CFString, MayBeEmpty) {
         EXPECT_STREQ(CFStringGetCStringPtr(ofBytes.get(), encoding), "");
         EXPECT_EQ(encode(ofText.get(), 1, encoding), "");
         EXPECT_EQ(encode(ofText.get(), 0, encoding), "refused");
+        char none = 'n';
+        EXPECT_EQ(CFStringGetCString(ofText.get(), &none, -1, encoding), FALSE);
     }
     const auto ofUnits = own(CFStringCreateWithCharacters(kCFAllocatorDefault, nullptr, 0));
     ASSERT_TRUE(ofUnits);

@@ -10,7 +10,6 @@
 #include <regex>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "OpenLog.h"

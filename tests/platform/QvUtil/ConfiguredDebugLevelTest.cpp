@@ -88,59 +88,52 @@ TEST_F(ConfiguredDebugLevel, IsReadFromABinaryDocument) {
     EXPECT_EQ(thresholdOf(binaryDocument().bytes()), 3);
 }
 
-TEST_F(ConfiguredDebugLevel, RealNumberMustNotHaveAFraction) {
+TEST_F(ConfiguredDebugLevel, IsSixUnlessTheValueIsAWholeNumberInRange) {
     EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>5.0</real>"))), 5);
-    EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>5.5</real>"))), 6);
-    EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith("<real>0.9999999</real>"))), 6);
-}
-
-TEST_F(ConfiguredDebugLevel, IsSixWhenTheNumberIsOutOfRange) {
-    for (const char* const value :
-         {"<integer>-1</integer>", "<integer>8</integer>", "<integer>4294967301</integer>",
-          "<integer>-4294967291</integer>", "<integer>9223372036854775807</integer>",
-          "<integer>18446744073709551615</integer>", "<real>-1</real>", "<real>8</real>",
-          "<real>1e300</real>", "<real>nan</real>", "<real>-infinity</real>"}) {
-        EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith(value))), 6) << value;
-    }
-}
-
-TEST_F(ConfiguredDebugLevel, IsSixWhenTheValueIsNoNumber) {
-    for (const char* const value :
-         {"<string>5</string>", "<true/>", "<false/>", "<data>BQ==</data>",
-          "<date>2026-11-20T09:19:12Z</date>", "<array><integer>5</integer></array>",
-          "<dict><key>DebugLevel</key><integer>5</integer></dict>"}) {
+    for (const char* const value : {"<real>5.5</real>",
+                                    "<real>0.9999999</real>",
+                                    "<integer>-1</integer>",
+                                    "<integer>8</integer>",
+                                    "<integer>4294967301</integer>",
+                                    "<integer>-4294967291</integer>",
+                                    "<integer>9223372036854775807</integer>",
+                                    "<integer>18446744073709551615</integer>",
+                                    "<real>-1</real>",
+                                    "<real>8</real>",
+                                    "<real>1e300</real>",
+                                    "<real>nan</real>",
+                                    "<real>-infinity</real>",
+                                    "<string>5</string>",
+                                    "<true/>",
+                                    "<false/>",
+                                    "<data>BQ==</data>",
+                                    "<date>2026-11-20T09:19:12Z</date>",
+                                    "<array><integer>5</integer></array>",
+                                    "<dict><key>DebugLevel</key><integer>5</integer></dict>"}) {
         EXPECT_EQ(thresholdOf(xmlDocument(dictionaryWith(value))), 6) << value;
     }
     // Every value of an old-style document is a string.
     EXPECT_EQ(thresholdOf("{ DebugLevel = 5; }"), 6);
 }
 
-TEST_F(ConfiguredDebugLevel, IsSixWithoutTheKey) {
-    EXPECT_EQ(thresholdOf(xmlDocument("<dict/>")), 6);
-    EXPECT_EQ(thresholdOf(xmlDocument("<dict><key>debugLevel</key><integer>5</integer></dict>")),
-              6);
-    EXPECT_EQ(thresholdOf(xmlDocument("<dict><key>a</key>" +
-                                      dictionaryWith("<integer>5</integer>") + "</dict>")),
-              6);
-}
-
-TEST_F(ConfiguredDebugLevel, IsSixWhenTheRootIsNoDictionary) {
-    EXPECT_EQ(thresholdOf(xmlDocument("<integer>5</integer>")), 6);
-    EXPECT_EQ(thresholdOf(xmlDocument("<string>DebugLevel</string>")), 6);
-    EXPECT_EQ(
-        thresholdOf(xmlDocument("<array>" + dictionaryWith("<integer>5</integer>") + "</array>")),
-        6);
-    EXPECT_EQ(thresholdOf("DebugLevel"), 6);
+TEST_F(ConfiguredDebugLevel, IsSixUnlessTheKeyIsInTheRootDictionary) {
+    const std::string dictionary = dictionaryWith("<integer>5</integer>");
+    for (const std::string& root :
+         {"<dict/>"s, "<dict><key>debugLevel</key><integer>5</integer></dict>"s,
+          "<dict><key>a</key>" + dictionary + "</dict>", "<integer>5</integer>"s,
+          "<string>DebugLevel</string>"s, "<array>" + dictionary + "</array>"}) {
+        EXPECT_EQ(thresholdOf(xmlDocument(root)), 6) << root;
+    }
 }
 
 TEST_F(ConfiguredDebugLevel, IsSixWhenTheDocumentIsDamaged) {
     const std::string document = xmlDocument(dictionaryWith("<integer>5</integer>"));
-    EXPECT_EQ(thresholdOf(document.substr(0, document.find("</dict>"))), 6);
-    EXPECT_EQ(thresholdOf(""), 6);
-    EXPECT_EQ(thresholdOf("\0"s), 6);
-    EXPECT_EQ(thresholdOf(std::string(1000, '\xff')), 6);
     const std::string binary = binaryDocument().bytes();
-    EXPECT_EQ(thresholdOf(binary.substr(0, binary.size() - 1)), 6);
+    for (const std::string& damaged :
+         {document.substr(0, document.find("</dict>")), binary.substr(0, binary.size() - 1), ""s,
+          "\0"s, std::string(1000, '\xff')}) {
+        EXPECT_EQ(thresholdOf(damaged), 6) << damaged;
+    }
 }
 
 TEST_F(ConfiguredDebugLevel, IsSixWhenTheTreeIsNotValid) {

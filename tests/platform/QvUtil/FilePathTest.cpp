@@ -21,32 +21,21 @@ using qv::tests::EnvironmentVariable;
 
 const std::string defaultPath = QV_DEFAULT_CONFIG_DIR "/namingService.plist";
 
-TEST(FilePath, IsInTheDirectoryThatTheBuildNames) {
-    const EnvironmentVariable variable("QV_CONFIG_DIR", std::nullopt);
-    char buffer[1024];
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "namingService.plist"), buffer);
-    EXPECT_EQ(buffer, defaultPath);
-}
-
-TEST(FilePath, EnvironmentNamesAnotherDirectory) {
-    const EnvironmentVariable variable("QV_CONFIG_DIR", "/etc/elsewhere");
-    char buffer[1024];
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "a.plist"), buffer);
-    EXPECT_STREQ(buffer, "/etc/elsewhere/a.plist");
-}
-
-TEST(FilePath, EmptyVariableCountsAsUnset) {
-    const EnvironmentVariable variable("QV_CONFIG_DIR", "");
-    char buffer[1024];
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "namingService.plist"), buffer);
-    EXPECT_EQ(buffer, defaultPath);
-}
-
-TEST(FilePath, FormatInTheNamesIsNotInterpreted) {
-    const EnvironmentVariable variable("QV_CONFIG_DIR", "/%s%n");
-    char buffer[1024];
-    EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, "%d"), buffer);
-    EXPECT_STREQ(buffer, "/%s%n/%d");
+TEST(FilePath, IsInTheDirectoryOfTheEnvironmentOrOfTheBuild) {
+    const struct {
+        std::optional<std::string> variable;
+        const char* name;
+        std::string path;
+    } cases[] = {{std::nullopt, "namingService.plist", defaultPath},
+                 {"", "namingService.plist", defaultPath},
+                 {"/etc/elsewhere", "a.plist", "/etc/elsewhere/a.plist"},
+                 {"/%s%n", "%d", "/%s%n/%d"}};
+    for (const auto& [value, name, path] : cases) {
+        const EnvironmentVariable variable("QV_CONFIG_DIR", value);
+        char buffer[1024];
+        EXPECT_EQ(QvGetFilePath(buffer, sizeof buffer, name), buffer);
+        EXPECT_EQ(buffer, path);
+    }
 }
 
 TEST(FilePath, FitsABufferOfItsSize) {
