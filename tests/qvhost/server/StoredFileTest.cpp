@@ -107,61 +107,6 @@ std::error_code errorOf(Action action) {
     return {};
 }
 
-TEST(Fingerprint, DependsOnEveryByteAndIsTheSameEverywhere) {
-    EXPECT_EQ(fingerprintOf(""), 0xcbf29ce484222325U);
-    EXPECT_EQ(fingerprintOf("a"), 0xaf63dc4c8601ec8cU);
-    EXPECT_EQ(fingerprintOf("foobar"), 0x85944171f73967e8U);
-    EXPECT_NE(fingerprintOf(std::string("a\0", 2)), fingerprintOf("a"));
-    EXPECT_NE(fingerprintOf("ab"), fingerprintOf("ba"));
-    EXPECT_NE(fingerprintOf("\x80"), fingerprintOf("\xff"));
-}
-
-// What the record knows, and what is there.
-class TruthTest : public testing::Test {
-  protected:
-    TruthTest() {
-        view_.state = State::Whole;
-        view_.isDirectory = true;
-        view_.fingerprint = 2;
-        note_.fingerprint = 1;
-        note_.revision = 7;
-    }
-
-    FileView view_;
-    FileNote note_;
-};
-
-TEST_F(TruthTest, EditedFileCounts) {
-    EXPECT_EQ(truthOf(view_, note_, 7), Truth::File);
-    EXPECT_EQ(truthOf(view_, note_, 6), Truth::File);
-}
-
-TEST_F(TruthTest, FileThatIsAsItWasDoesNotCount) {
-    note_.fingerprint = 2;
-    EXPECT_EQ(truthOf(view_, note_, 7), Truth::Record);
-}
-
-TEST_F(TruthTest, FileThatLagsBehindTheRecordDoesNotCount) {
-    EXPECT_EQ(truthOf(view_, note_, 8), Truth::Record);
-}
-
-TEST_F(TruthTest, FileThatWasBeingWrittenDoesNotCount) {
-    note_.isBeingWritten = true;
-    EXPECT_EQ(truthOf(view_, note_, 7), Truth::Record);
-}
-
-TEST_F(TruthTest, FileThatIsNoDirectoryDoesNotCount) {
-    view_.isDirectory = false;
-    EXPECT_EQ(truthOf(view_, note_, 7), Truth::Record);
-}
-
-TEST_F(TruthTest, OnlyAWholeFileCounts) {
-    for (const State state : {State::Missing, State::Damaged, State::Unusable}) {
-        view_.state = state;
-        EXPECT_EQ(truthOf(view_, note_, 7), Truth::Record);
-    }
-}
-
 TEST_F(StoredFileTest, LookFindsTheServicesAndTheOtherKeys) {
     const std::string document =
         tests::document(tests::entryOf({{-1, "a"}, {2, "b & c"}}) +
@@ -435,7 +380,8 @@ TEST_F(StoredFileTest, CopiesAsideAreTheNewestFive) {
 
 TEST_F(StoredFileTest, OtherFilesOfSimilarNamesAreNoCopies) {
     write("x");
-    for (const char* ending : {".aside-", ".aside-x", ".aside-50x", ".aside-99999999999999999999"}) {
+    for (const char* ending :
+         {".aside-", ".aside-x", ".aside-50x", ".aside-99999999999999999999"}) {
         files_.write(std::string("config/") + kName + ending, "");
     }
     for (int copy = 1; copy <= 6; ++copy) {
