@@ -1,9 +1,7 @@
 #include <QvClient.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +12,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -112,11 +109,7 @@ std::string problemOf(const StoredFile& file) {
     if (view.state != FileView::State::Whole) {
         return file.problem(view);
     }
-    if (access(file.path().c_str(), W_OK) != 0) {
-        return fmt::format("{} cannot be written: {}", file.path(),
-                           std::generic_category().message(errno));
-    }
-    return "";
+    return file.writeProblem();
 }
 
 // Initialises the plug-in. Warns on standard error if the plug-in works without a log, or without a

@@ -4,6 +4,7 @@
 #include <QvSystem/Files.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -100,6 +101,15 @@ std::string StoredFile::backup() const {
 std::string StoredFile::problem(const FileView& view) const {
     return path_.empty() ? "the configuration file's path is too long"
                          : fmt::format("{} {}", path_, view.problem);
+}
+
+std::string StoredFile::writeProblem() const {
+    if (path_.empty()) {
+        return problem({});
+    }
+    return access(path_.c_str(), W_OK) == 0 ? ""
+                                            : fmt::format("{} cannot be written: {}", path_,
+                                                          std::generic_category().message(errno));
 }
 
 FileView StoredFile::look() const {

@@ -96,6 +96,9 @@ class StoredFile {
     // Returns a text for people that says why the view is not whole.
     std::string problem(const FileView& view) const;
 
+    // Returns why an existing file cannot be written, or nothing if it can.
+    std::string writeProblem() const;
+
   private:
     std::string backup() const;
     std::string putAside(std::string_view content) const;
