@@ -1,15 +1,11 @@
-// Keeps the plug-in and its file up with the directory. One thread owns the plug-in: it starts it,
-// sends it the difference to the newest snapshot, reads the file back, sets levels, reloads and
-// ends the plug-in. Nobody else calls the plug-in.
+// Keeps the plug-in and its file up with the directory. One thread owns the plug-in: the thread
+// starts the plug-in, sends the difference to the newest snapshot, reads the file back, sets
+// levels, reloads and ends the plug-in. Nobody else calls the plug-in.
 //
 // The plug-in saves in place, in one write, and tells nobody whether that worked. So the record is
 // the host's truth, and the file follows it: the next turn comes a second after the last one, or
 // three times as long as the last one took. A turn that fails is repeated at growing intervals.
-//
-// A turn sends one withdrawal and one registration, which makes the plug-in save. A file that is
-// damaged or missing, or that must become empty, is written by the host while the plug-in is
-// finalised: the plug-in would copy a damaged file over its good backup, and never saves after a
-// withdrawal alone.
+// FollowedPlugin.h tells what a turn does.
 #ifndef QVHOST_SERVER_FOLLOWER_H
 #define QVHOST_SERVER_FOLLOWER_H
 
@@ -21,6 +17,7 @@
 #include <string>
 
 #include "server/Door.h"
+#include "server/Pace.h"
 #include "server/Plugin.h"
 #include "server/Recorder.h"
 #include "server/StoredFile.h"
@@ -40,13 +37,16 @@ class Follower {
         std::string start;  // what the last start or reload did, in one line
     };
 
-    // Called once with the answer, on the follower's thread. Must not throw.
+    // Called once with the answer, on the follower's thread. After stop() it is called at once,
+    // with QV_HOST_ERROR_STOPPING. Must not throw.
     using Answer = std::function<void(Outcome)>;
 
     // `initialize` initialises the plug-in. It may throw std::exception. `report` takes lines for
     // the journal.
     Follower(Plugin& plugin, StoredFile file, Recorder& recorder, std::function<void()> initialize,
-             Recorder::Report report);
+             const Recorder::Report& report, const Pace::Settings& pace);
+    Follower(Plugin& plugin, StoredFile file, Recorder& recorder, std::function<void()> initialize,
+             const Recorder::Report& report);
     ~Follower();
 
     Follower(const Follower&) = delete;
@@ -57,25 +57,25 @@ class Follower {
     // started.
     void start();
 
-    // Any thread may call the following. None of them waits.
+    // Any thread may call the following. None of them waits. The last three throw std::bad_alloc.
 
     // Tells that the recorder published a snapshot.
     void published() noexcept;
 
     // Starts the plug-in again as start() does. `done` takes an empty text, or the problem. Several
-    // reloads that wait are one.
+    // reloads that wait are one. If the plug-in cannot be started, the thread tries it again.
     void reload(std::function<void(std::string problem)> done);
 
     // Answers when the file holds the directory of now, or says why it does not.
     void sync(Answer answer);
 
-    // Has the plug-in execute the set-debug-level command.
+    // Has the plug-in execute the set-debug-level command. The level holds until a reload.
     void setLevel(std::string input, Answer answer);
 
     Statistics statistics() const;
 
-    // Lets the file catch up, finalises the plug-in and ends the thread. Call it once, when the
-    // recorder publishes nothing more. Waits.
+    // Lets the file catch up, finalises the plug-in and ends the thread. Call it when no thread
+    // submits changes any more, and before the recorder is stopped. Waits.
     void stop();
 
   private:
