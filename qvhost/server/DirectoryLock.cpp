@@ -39,14 +39,14 @@ void refuseForeignDirectory(const std::string& directory) {
 
 // Returns " by the process PID with the socket PATH", as far as the holder has written that.
 std::string holderOf(int file) {
-    constexpr std::size_t kLongest = 64 * 1024;
+    constexpr std::size_t kLongest = 65'536;
     std::string line;
     if (system::readAll(file, kLongest, line) || line.find('\n') == std::string::npos) {
         return "";
     }
     line.resize(line.find('\n'));
     const std::size_t space = line.find(' ');
-    const std::string process = " by the process " + line.substr(0, space);
+    std::string process = " by the process " + line.substr(0, space);
     if (space == std::string::npos || space + 1 == line.size()) {
         return process;
     }

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -304,6 +305,18 @@ TEST_P(RecordFaults, EachShortWriteIsSurvived) {
     EXPECT_GT(writes, 10);
 }
 
+TEST_P(RecordFaults, FileOfADiskThatIsReadOnlyIsRefused) {
+    const std::vector<SystemCall> all = calls();
+    const auto opens = [this](const SystemCall& call) {
+        return call.number == SYS_openat && call.file == path_;
+    };
+    // The record itself makes the file. SQLite opens it afterwards.
+    const auto made = std::find_if(all.begin(), all.end(), opens);
+    const auto opened = std::find_if(made + 1, all.end(), opens);
+    const TracedRun refused = run(Fault::fail(static_cast<int>(opened - all.begin()), EROFS));
+    EXPECT_THAT(refused.report, AllOf(HasSubstr(path_), HasSubstr("may not be written")));
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, RecordFaults, testing::Values(0, 20),
                          [](const testing::TestParamInfo<int64_t>& info) {
                              return info.param == 0 ? "NewRecord" : "RecordOfAKilledHost";
@@ -375,26 +388,56 @@ TEST(RecordOnAFullDisk, CommitWorksAlthoughTheLogCannotMove) {
     EXPECT_EQ(reportOf(body), "3: 3100");
 }
 
-TEST(RecordOnAFullDisk, RecordOfAKilledHostIsReadAndNotWritten) {
+TEST(RecordOnAFullDisk, RecordIsClosedAfterACommitThatFailed) {
     const TemporaryDirectory files;
     const std::string path = files.path("record");
-    leaveRecord(path, 20);
+    const auto body = [&]() -> std::string {
+        Record record(path);
+        commitRevision(record, 1);
+        try {
+            const tests::LongestFile limit(0);
+            commitRevision(record, 2);
+            return "the commit works";
+        } catch (const RecordError&) {
+            record.close();
+        }
+        return "";
+    };
+    EXPECT_EQ(reportOf(body), "");
+    EXPECT_FALSE(fs::exists(path + "-wal"));
+    EXPECT_EQ(problemIn(path, 1, 1), "");
+}
+
+// The log has room for another commit. But the killed host may have been unable to flush the log.
+TEST(RecordOnAFullDisk, RecordIsReadAndNotWrittenUntilTheFoundLogMoves) {
+    const TemporaryDirectory files;
+    const std::string path = files.path("record");
+    const auto leave = [&]() -> std::string {
+        Record(path).commit(1, blocks(0, 1000), nullptr);
+        // The child ends without the destructor.
+        auto* const record = new Record(path);
+        record->commit(2, blocks(1000, 100), nullptr);
+        return "";
+    };
+    ASSERT_EQ(reportOf(leave), "");
     const auto body = [&]() -> std::string {
         const tests::LongestFile limit(fs::file_size(path));
         Record record(path);
-        const std::string difference = differenceFrom(record.read());
+        if (record.read().services.size() != 1100) {
+            return "services are missing";
+        }
         try {
-            commitRevision(record, 21);
+            record.commit(3, {{1, "a"}}, nullptr);
         } catch (const RecordError& error) {
-            return difference + error.what();
+            return error.what();
         }
         return "the commit works";
     };
     EXPECT_THAT(reportOf(body), AllOf(testing::StartsWith("cannot write"), HasSubstr(path)));
     Record record(path);
-    EXPECT_EQ(record.read().revision, 20);
-    commitRevision(record, 21);
-    EXPECT_EQ(differenceFrom(record.read()), "");
+    EXPECT_EQ(record.read().revision, 2);
+    record.commit(3, {{1, "a"}}, nullptr);
+    EXPECT_EQ(record.read().services.size(), 1100U);
 }
 
 }  // namespace
