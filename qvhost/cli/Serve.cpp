@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -21,8 +20,8 @@
 #include "cli/Subcommands.h"
 #include "cli/Times.h"
 #include "cli/UsageError.h"
+#include "server/PluginError.h"
 #include "server/Server.h"
-#include "server/StoredFile.h"
 
 namespace qv::host {
 
@@ -99,39 +98,27 @@ ServerSettings settingsOf(const ServeOptions& options, const std::string& socket
     return settings;
 }
 
-// Returns why the plug-in keeps nothing in the file, or nothing if it does. Ask after the plug-in
-// is initialised: its start replaces a damaged file by the backup.
-std::string problemOf(const StoredFile& file) {
-    const FileView view = file.look();
-    if (view.state == FileView::State::Missing && !std::filesystem::is_symlink(file.path())) {
-        return file.problem(view) + " (qvhost init makes it)";
-    }
-    if (view.state != FileView::State::Whole) {
-        return file.problem(view);
-    }
-    return file.writeProblem();
-}
-
-// Initialises the plug-in. Warns on standard error if the plug-in works without a log, or without a
-// file to keep the services in. The plug-in itself tells neither.
+// Initialises the plug-in. Warns on standard error if the plug-in works without a log, because the
+// plug-in itself does not tell.
 void initializePlugin(Plugin& plugin, const CommonOptions& options) {
     plugin.initialize();
     if (!options.logDirectory.empty() && !isDirectory(options.logDirectory)) {
-        reportError(fmt::format(
+        writeJournal(fmt::format(
             "warning: --log-dir {}: the plug-in made no such directory, so no log is there",
             options.logDirectory));
-    }
-    const std::optional<std::string> path = plugin.configurationPath();
-    const std::string problem = path ? problemOf(StoredFile(*path)) : "";
-    if (!problem.empty()) {
-        reportError("warning: services are not kept: " + problem);
     }
 }
 
 int serve(const CommonOptions& common, const ServeOptions& options) {
-    const ServerSettings settings = settingsOf(options, common.socket);
+    ServerSettings settings = settingsOf(options, common.socket);
     setExistingDirectories(common);
     const std::unique_ptr<Plugin> plugin = loadPlugin(common);
+    const std::optional<std::string> configuration = plugin->configurationPath();
+    if (!configuration || configuration->empty()) {
+        throw PluginError("the plug-in does not tell where its configuration is");
+    }
+    settings.configuration = *configuration;
+    settings.version = QVHOST_VERSION;
     Server(*plugin, settings, [&] { initializePlugin(*plugin, common); }).run();
     return kSuccess;
 }

@@ -97,8 +97,12 @@ Peer peerOf(int socket) {
     return peer;
 }
 
+bool isPrivileged(uid_t user, uid_t owner) {
+    return user == owner || user == 0;
+}
+
 bool mayUse(const Peer& peer, uid_t owner, const AccessRules& rules) {
-    return peer.user == owner || peer.user == 0 || holds(rules.users, peer.user) ||
+    return isPrivileged(peer.user, owner) || holds(rules.users, peer.user) ||
            std::any_of(peer.groups.begin(), peer.groups.end(),
                        [&](gid_t group) { return holds(rules.groups, group); });
 }

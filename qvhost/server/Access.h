@@ -25,6 +25,9 @@ struct Peer {
 // Returns the credentials that the system tells. Throws std::system_error.
 Peer peerOf(int socket);
 
+// Tells whether the user is root or the host's own user.
+bool isPrivileged(uid_t user, uid_t owner);
+
 bool mayUse(const Peer& peer, uid_t owner, const AccessRules& rules);
 
 // Each takes a name or a number and returns the number, which need not belong to anybody. Throws

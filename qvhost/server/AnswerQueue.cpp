@@ -2,6 +2,8 @@
 
 #include <QvFrame.h>
 
+#include <algorithm>
+#include <memory>
 #include <utility>
 
 #include "server/ClientLimits.h"
@@ -10,60 +12,124 @@ namespace qv::host {
 
 namespace {
 
-// From this length on, another piece costs less than a copy.
-constexpr std::size_t kLong = std::size_t{16} * 1024;
+// A shorter listing is copied, which costs less than another piece.
+constexpr std::size_t kShortestPiece = 2048;
+
+// A client that is sent nothing keeps memory for this many listings.
+constexpr std::size_t kIdleListings = 4;
 
 }  // namespace
 
-std::string& AnswerQueue::bytes() {
-    if (parts_.empty() || parts_.back().last) {
-        parts_.emplace_back();
-    }
-    return parts_.back().bytes;
-}
-
 void AnswerQueue::appendHeader(uint32_t code, std::size_t length, uint32_t number) {
+    lastBytes_ = bytes_.size();
+    lastListings_ = listings_.size();
+    lastSize_ = size_;
     unsigned char header[QV_FRAME_HEADER_SIZE];
     QvFramePutHeader(header, {code, static_cast<uint32_t>(length), number});
-    bytes().append(reinterpret_cast<const char*>(header), sizeof header);
+    bytes_.append(reinterpret_cast<const char*>(header), sizeof header);
     size_ += sizeof header + length;
 }
 
 void AnswerQueue::append(uint32_t code, uint32_t number, std::string_view bytes) {
     appendHeader(code, bytes.size(), number);
-    this->bytes().append(bytes);
+    bytes_.append(bytes);
 }
 
-void AnswerQueue::append(uint32_t number, Plugin::Answer answer) {
-    const auto code = static_cast<uint32_t>(answer.result());
-    if (answer.bytes().size() < kLong) {
-        append(code, number, answer.bytes());
+void AnswerQueue::append(uint32_t number, SnapshotPointer snapshot) {
+    constexpr uint32_t kOk = 0;
+    const std::size_t length = snapshot->listingBytes();
+    appendHeader(kOk, length, number);
+    if (length >= kShortestPiece) {
+        listings_.push_back({bytes_.size(), std::move(snapshot)});
         return;
     }
-    appendHeader(code, answer.bytes().size(), number);
-    parts_.back().last.emplace(std::move(answer));
+    for (const std::shared_ptr<const ServiceBlock>& block : snapshot->blocks()) {
+        bytes_.append(block->bytes());
+    }
 }
 
-std::vector<std::string_view> AnswerQueue::pieces() const {
-    std::vector<std::string_view> pieces;
-    pieces.reserve(2 * parts_.size());
-    for (const Part& part : parts_) {
-        pieces.emplace_back(part.bytes);
-        if (part.last) {
-            pieces.push_back(part.last->bytes());
+void AnswerQueue::removeLast() {
+    bytes_.resize(lastBytes_);
+    listings_.resize(lastListings_);
+    size_ = lastSize_;
+}
+
+// Returns the end of the bytes that are sent before the next listing.
+std::size_t AnswerQueue::endOfBytes(const Place& place) const {
+    return place.listing == listings_.size() ? bytes_.size() : listings_[place.listing].begin;
+}
+
+std::string_view AnswerQueue::pieceAt(const Place& place) const {
+    const std::size_t end = endOfBytes(place);
+    if (place.byte != end) {
+        return std::string_view(bytes_).substr(place.byte, end - place.byte);
+    }
+    if (place.listing == listings_.size()) {
+        return {};
+    }
+    const Snapshot& snapshot = *listings_[place.listing].snapshot;
+    return snapshot.blocks()[place.block]->bytes().substr(place.offset);
+}
+
+// Moves the place by up to the length of the piece there.
+void AnswerQueue::advance(Place& place, std::size_t count) const {
+    if (place.byte != endOfBytes(place)) {
+        place.byte += count;
+        return;
+    }
+    const Snapshot::Blocks& blocks = listings_[place.listing].snapshot->blocks();
+    place.offset += count;
+    if (place.offset == blocks[place.block]->bytes().size()) {
+        place.offset = 0;
+        if (++place.block == blocks.size()) {
+            place.block = 0;
+            ++place.listing;
         }
     }
-    return pieces;
 }
 
-void AnswerQueue::clear() {
-    size_ = 0;
-    if (parts_.size() == 1 && !parts_.front().last &&
-        parts_.front().bytes.capacity() <= kIdleAnswerBuffer) {
-        parts_.front().bytes.clear();
+std::size_t AnswerQueue::pieces(std::string_view* pieces, std::size_t most) const {
+    Place place = unsent_;
+    std::size_t count = 0;
+    while (count < most) {
+        const std::string_view piece = pieceAt(place);
+        if (piece.empty()) {
+            break;
+        }
+        pieces[count++] = piece;
+        advance(place, piece.size());
+    }
+    return count;
+}
+
+void AnswerQueue::sent(std::size_t count) {
+    size_ -= count;
+    if (size_ == 0) {
+        clear();
         return;
     }
-    parts_.clear();
+    while (count != 0) {
+        const std::size_t step = std::min(count, pieceAt(unsent_).size());
+        const std::size_t listing = unsent_.listing;
+        advance(unsent_, step);
+        if (unsent_.listing != listing) {
+            listings_[listing].snapshot.reset();
+        }
+        count -= step;
+    }
+}
+
+// Forgets the answers, and frees what an idle client needs not.
+void AnswerQueue::clear() {
+    unsent_ = {};
+    bytes_.clear();
+    listings_.clear();
+    if (bytes_.capacity() > kIdleAnswerBuffer) {
+        bytes_ = std::string();
+    }
+    if (listings_.capacity() > kIdleListings) {
+        listings_ = std::vector<Listing>();
+    }
 }
 
 }  // namespace qv::host

@@ -17,21 +17,25 @@ struct ClientLimits {
     std::chrono::milliseconds frameTimeout{10'000};
 };
 
-// Answers wait for each other until they have this many bytes. So a client that asks without end
-// neither fills the memory nor keeps a thread.
-constexpr std::size_t kBytesOfAnswers = std::size_t{256} * 1024;
+// The following bounds hold for each client beside the budget of all clients. They are small enough
+// for that, and most requests and answers need not ask the budget.
 
-// A client keeps a thread for this long. Many short requests may have arrived, each of which saves
-// the directory. The client goes on when the others had their turn.
-constexpr std::chrono::milliseconds kTurn(10);
+// A thread reads this many bytes of a client at once, and then turns to the next client. Requests
+// that are longer come out of the budget.
+constexpr std::size_t kSharedReadBuffer = std::size_t{16} * 1024;
 
-// The buffers of a client that sends nothing and of a client that is sent nothing.
-constexpr std::size_t kIdleRequestBuffer = std::size_t{16} * 1024;
-constexpr std::size_t kIdleAnswerBuffer = std::size_t{16} * 1024;
+// Answers wait for each other until they have this many bytes. Longer ones come out of the budget.
+constexpr std::size_t kBytesOfAnswers = std::size_t{64} * 1024;
 
-// The host admits at most this many of the clients that wait when it stops, or a flood of clients
-// would keep it alive.
-constexpr int kClientsAdmittedAtStop = 4096;
+// As many short changes of one client go to the recorder together.
+constexpr std::size_t kChangesOfBatch = 256;
+
+// A client that is sent nothing keeps a buffer of at most this size.
+constexpr std::size_t kIdleAnswerBuffer = std::size_t{4} * 1024;
+
+// The host admits at most this many of the clients that wait at a socket that ends, or a flood of
+// clients would keep it from ending.
+constexpr int kClientsAdmittedAtOnce = 4096;
 
 }  // namespace qv::host
 

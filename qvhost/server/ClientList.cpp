@@ -1,5 +1,6 @@
 #include "server/ClientList.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -8,12 +9,23 @@
 namespace qv::host {
 
 std::size_t ClientList::count() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const system::MutexLock lock(mutex_);
     return clients_.size();
 }
 
+std::string ClientList::refusal(uid_t user) const {
+    const system::MutexLock lock(mutex_);
+    const Shares::User wanted = shares_.userOf(user);
+    if (shares_.boundOf(wanted, 1) == Shares::Bound::None) {
+        return "";
+    }
+    return fmt::format(
+        "{} clients are connected, {} of them of user {}, and the host takes no more of this user",
+        shares_.used(), wanted.used, user);
+}
+
 void ClientList::sweep(Clock::time_point now) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const system::MutexLock lock(mutex_);
     for (ConnectedClient* const client : clients_) {
         client->sweep(now);
     }
@@ -21,7 +33,7 @@ void ClientList::sweep(Clock::time_point now) {
 
 void ClientList::stop(std::function<void()> emptied) {
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const system::MutexLock lock(mutex_);
         for (ConnectedClient* const client : clients_) {
             client->stop();
         }
@@ -34,27 +46,37 @@ void ClientList::stop(std::function<void()> emptied) {
 }
 
 void ClientList::drop() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const system::MutexLock lock(mutex_);
     for (ConnectedClient* const client : clients_) {
         client->drop();
     }
 }
 
 void ClientList::forget() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const system::MutexLock lock(mutex_);
     emptied_ = nullptr;
 }
 
-void ClientList::add(ConnectedClient& client) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    clients_.insert(&client);
+Shares::User& ClientList::add(ConnectedClient& client, uid_t user) {
+    const system::MutexLock lock(mutex_);
+    const auto place = clients_.insert(&client).first;
+    try {
+        Shares::User& joined = shares_.join(user);
+        shares_.take(joined, 1);
+        return joined;
+    } catch (...) {
+        clients_.erase(place);
+        throw;
+    }
 }
 
-void ClientList::remove(ConnectedClient& client) {
+void ClientList::remove(ConnectedClient& client, Shares::User& user) {
     std::function<void()> emptied;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const system::MutexLock lock(mutex_);
         clients_.erase(&client);
+        shares_.giveBack(user, 1);
+        shares_.leave(user);
         if (clients_.empty()) {
             emptied = std::exchange(emptied_, nullptr);
         }
@@ -64,12 +86,11 @@ void ClientList::remove(ConnectedClient& client) {
     }
 }
 
-ConnectedClient::ConnectedClient(ClientList& list, int socket) : list_(list), socket_(socket) {
-    list_.add(*this);
-}
+ConnectedClient::ConnectedClient(ClientList& list, int socket, uid_t user)
+    : list_(list), socket_(socket), user_(list_.add(*this, user)) {}
 
 ConnectedClient::~ConnectedClient() {
-    list_.remove(*this);
+    list_.remove(*this, user_);
 }
 
 void ConnectedClient::sweep(Clock::time_point now) {

@@ -4,13 +4,18 @@
 #ifndef QVHOST_SERVER_CLIENT_LIST_H
 #define QVHOST_SERVER_CLIENT_LIST_H
 
+#include <QvSystem/ThreadSafety.h>
+#include <sys/types.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
+#include <string>
 #include <unordered_set>
+
+#include "server/Shares.h"
 
 namespace qv::host {
 
@@ -20,7 +25,15 @@ class ClientList {
   public:
     using Clock = std::chrono::steady_clock;
 
+    // At most `places` clients may be connected. See Shares.h for how many of them one user gets.
+    // `owner` is the host's own user.
+    ClientList(std::size_t places, uid_t owner) : shares_(places, owner) {}
+
     std::size_t count() const;
+
+    // Returns why there is no place for a client of the user, as a line for a person. The text is
+    // empty if there is one. Throws std::bad_alloc.
+    std::string refusal(uid_t user) const;
 
     // Ends the connections of clients that take too long.
     void sweep(Clock::time_point now);
@@ -38,12 +51,13 @@ class ClientList {
   private:
     friend class ConnectedClient;
 
-    void add(ConnectedClient& client);
-    void remove(ConnectedClient& client);
+    Shares::User& add(ConnectedClient& client, uid_t user);
+    void remove(ConnectedClient& client, Shares::User& user);
 
-    mutable std::mutex mutex_;
-    std::unordered_set<ConnectedClient*> clients_;
-    std::function<void()> emptied_;
+    mutable system::Mutex mutex_;
+    Shares shares_ QV_GUARDED_BY(mutex_);
+    std::unordered_set<ConnectedClient*> clients_ QV_GUARDED_BY(mutex_);
+    std::function<void()> emptied_ QV_GUARDED_BY(mutex_);
 };
 
 class ConnectedClient {
@@ -52,8 +66,9 @@ class ConnectedClient {
 
     enum class Ending { ByItself, TimedOut, Stopped };
 
-    // Is in the list for as long as it lives. The socket must stay open for longer.
-    ConnectedClient(ClientList& list, int socket);
+    // Is in the list for as long as it lives, and takes a place of the user. The socket must stay
+    // open for longer. Throws std::bad_alloc.
+    ConnectedClient(ClientList& list, int socket, uid_t user);
     ~ConnectedClient();
 
     ConnectedClient(const ConnectedClient&) = delete;
@@ -81,6 +96,7 @@ class ConnectedClient {
 
     ClientList& list_;
     const int socket_;
+    Shares::User& user_;
     // Holds time and direction in one value, so that a sweep sees both at once: positive while the
     // host reads, negative while it writes, 0 for no bound.
     std::atomic<Clock::rep> watch_{0};

@@ -1,10 +1,11 @@
 #include "server/ClientThreads.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <asio/post.hpp>
+#include <cstdio>
 #include <exception>
 #include <system_error>
+#include <utility>
 
 #include "StandardStreams.h"
 #include "server/ClientSocket.h"
@@ -13,14 +14,9 @@ namespace qv::host {
 
 namespace {
 
-// A client that changes without end keeps one thread at the disk, and a second such client keeps
-// another one at the lock.
-constexpr std::size_t kFewestSharing = 4;
-
-}  // namespace
-
-// Before the thread sleeps, it lets others run: waking it costs several times as much as reading
-// what clients send meanwhile. A handler belongs to one client, whose connection goes with it.
+// Runs the context until it is stopped or has no work. Before the thread sleeps, it lets others
+// run: waking it costs several times as much as reading what clients send meanwhile. A handler
+// belongs to one client, whose connection goes with it.
 void runClients(asio::io_context& context) {
     for (;;) {
         try {
@@ -31,10 +27,14 @@ void runClients(asio::io_context& context) {
             } while (context.run_one() != 0);
             return;
         } catch (const std::exception& error) {
-            reportError(fmt::format("a client was lost: {}", error.what()));
+            char line[256];
+            std::snprintf(line, sizeof line, "a client was lost: %s", error.what());
+            writeJournal(line);
         }
     }
 }
+
+}  // namespace
 
 // Opens what a context opens for its first socket. A shortage is better met now than when a client
 // comes.
@@ -43,6 +43,15 @@ ClientThread::ClientThread() {
         const ClientSocket first(context_);
     } catch (const std::system_error& error) {
         throw std::system_error(error.code(), "cannot make a thread for clients");
+    }
+}
+
+// Lets go of those who were woken too late, one by one: each of them holds the next one.
+ClientThread::~ClientThread() {
+    const system::MutexLock lock(mutex_);
+    while (woken_ != nullptr) {
+        std::shared_ptr<Sleeper> next = std::move(woken_->nextWoken_);
+        woken_ = std::move(next);
     }
 }
 
@@ -57,43 +66,79 @@ void ClientThread::join() {
     }
 }
 
-ClientThreads::ClientThreads(std::size_t count)
-    : reading_(count),
-      sharingCount_(std::max(count, kFewestSharing)),
-      shared_(static_cast<int>(sharingCount_)) {}
+void ClientThread::wake(std::shared_ptr<Sleeper> sleeper) noexcept {
+    bool isFirst = false;
+    {
+        const system::MutexLock lock(mutex_);
+        isFirst = woken_ == nullptr;
+        sleeper->nextWoken_ = std::move(woken_);
+        woken_ = std::move(sleeper);
+    }
+    if (isFirst) {
+        // The memory is free: the handler takes all sleepers after it has given the memory back.
+        asio::post(context_, wakeMemory_.keep([this] { wakeUp(); }));
+    }
+}
+
+void ClientThread::wakeUp() noexcept {
+    std::shared_ptr<Sleeper> last;
+    {
+        const system::MutexLock lock(mutex_);
+        last = std::move(woken_);
+    }
+    // The first one that was woken comes first.
+    std::shared_ptr<Sleeper> first;
+    while (last != nullptr) {
+        std::shared_ptr<Sleeper> previous = std::move(last->nextWoken_);
+        last->nextWoken_ = std::move(first);
+        first = std::exchange(last, std::move(previous));
+    }
+    while (first != nullptr) {
+        const std::shared_ptr<Sleeper> sleeper = std::exchange(first, std::move(first->nextWoken_));
+        sleeper->wokenUp();
+    }
+}
+
+bool ClientThread::hasRun() {
+    if (!hasRun_.exchange(false)) {
+        return false;
+    }
+    asio::post(context_, turnMemory_.keep([this] { hasRun_ = true; }));
+    return true;
+}
 
 void ClientThreads::start() {
-    for (ClientThread& reader : reading_) {
-        reader.start();
-    }
-    while (sharing_.size() < sharingCount_) {
-        sharing_.emplace_back([this] { runClients(shared_); });
+    for (ClientThread& thread : threads_) {
+        thread.start();
     }
 }
 
 void ClientThreads::join() {
-    sharedWork_.reset();
-    for (std::thread& thread : sharing_) {
+    for (ClientThread& thread : threads_) {
         thread.join();
-    }
-    for (ClientThread& reader : reading_) {
-        reader.join();
     }
 }
 
 void ClientThreads::abandon() {
-    for (ClientThread& reader : reading_) {
-        reader.context().stop();
+    for (ClientThread& thread : threads_) {
+        thread.context().stop();
     }
-    shared_.stop();
     join();
 }
 
 ClientThread& ClientThreads::next() {
-    return *std::min_element(reading_.begin(), reading_.end(),
+    return *std::min_element(threads_.begin(), threads_.end(),
                              [](const ClientThread& one, const ClientThread& other) {
                                  return one.clients() < other.clients();
                              });
+}
+
+bool ClientThreads::haveRun() {
+    bool all = true;
+    for (ClientThread& thread : threads_) {
+        all = thread.hasRun() && all;
+    }
+    return all;
 }
 
 }  // namespace qv::host

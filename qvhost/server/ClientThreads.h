@@ -1,31 +1,42 @@
-// Holds the threads that execute the clients' requests. Each thread that reads has an Asio context
-// and clients of its own, because threads that share a context wake each other at every request.
-// It executes the requests that it reads, as long as they are short.
+// Holds the threads that serve the clients. Each thread has an Asio context and clients of its own,
+// because threads that share a context wake each other at every request.
 //
-// A request that waits for the disk takes long, and the other clients of the thread wait for it.
-// The requests that follow it, for ten times as long, are handed over to threads that share one
-// context. So clients wait for each other's long requests for a tenth of the time at most.
+// A request that takes long is carried out elsewhere: the recorder writes changes to the disk, and
+// the follower waits for the plug-in. Their threads wake the client's Sleeper when the answer is
+// known. All sleepers of a thread that are woken before it runs cost one wake-up.
 #ifndef QVHOST_SERVER_CLIENT_THREADS_H
 #define QVHOST_SERVER_CLIENT_THREADS_H
+
+#include <QvSystem/ThreadSafety.h>
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <atomic>
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <thread>
-#include <vector>
 
-#include "server/SlowTimes.h"
+#include "server/FrameReader.h"
+#include "server/HandlerMemory.h"
 
 namespace qv::host {
 
-// Runs the context until it is stopped or has no work. Reports what a client's handler throws.
-void runClients(asio::io_context& context);
+// Waits for another thread.
+class Sleeper {
+  public:
+    virtual ~Sleeper() = default;
 
-using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
+  private:
+    friend class ClientThread;
 
-// One thread that reads for its clients.
+    // Called on the thread of the client.
+    virtual void wokenUp() noexcept = 0;
+
+    std::shared_ptr<Sleeper> nextWoken_;
+};
+
+// One thread that serves its clients.
 class ClientThread {
   public:
     // Counts a client of the thread for as long as the object lives.
@@ -43,9 +54,22 @@ class ClientThread {
 
     // Throws std::system_error.
     ClientThread();
+    ~ClientThread();
 
     std::size_t clients() const { return clients_; }
     asio::io_context& context() { return context_; }
+
+    // Has the thread call sleeper->wokenUp() once. Any thread may call this. A sleeper must not be
+    // woken again before it was called.
+    void wake(std::shared_ptr<Sleeper> sleeper) noexcept;
+
+    // Returns memory for what the thread reads. Only the thread may use the memory, and only until
+    // it turns to another client.
+    FrameReader::Shared& readBuffer() { return readBuffer_; }
+
+    // Tells whether the thread has had a turn since the last call, and asks it to take the next
+    // one. Only one thread may call this.
+    bool hasRun();
 
     // Throws std::system_error.
     void start();
@@ -54,21 +78,31 @@ class ClientThread {
     void join();
 
   private:
+    using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
+
+    void wakeUp() noexcept;
+
     // Declared first: clients that are abandoned leave the count when the context goes.
     std::atomic<std::size_t> clients_ = 0;
+    FrameReader::Shared readBuffer_ = {};
+    HandlerMemory wakeMemory_;
+    HandlerMemory turnMemory_;
+    std::atomic<bool> hasRun_ = true;
     asio::io_context context_{1};
     WorkGuard work_{context_.get_executor()};
+    system::Mutex mutex_;
+    // The sleeper that was woken last, with the others behind it.
+    std::shared_ptr<Sleeper> woken_ QV_GUARDED_BY(mutex_);
     std::thread thread_;
 };
 
 class ClientThreads {
   public:
-    // The descriptors of a thread that reads: Asio's epoll, its timer and what wakes it.
+    // The descriptors of a thread: Asio's epoll, its timer and what wakes it.
     static constexpr std::size_t kDescriptors = 3;
 
-    // Makes `count` threads that read. As many, but at least a few, share the requests that are
-    // handed over. Throws std::system_error.
-    explicit ClientThreads(std::size_t count);
+    // Throws std::system_error.
+    explicit ClientThreads(std::size_t count) : threads_(count) {}
 
     // Throws std::system_error. Call abandon() then.
     void start();
@@ -76,27 +110,17 @@ class ClientThreads {
     // Call when there are no clients any more.
     void join();
 
-    // Waits for the requests that are executed, and for nothing else.
+    // Waits for the handlers that run, and for nothing else.
     void abandon();
 
     // Returns the thread with the fewest clients.
     ClientThread& next();
 
-    // Tells when to hand requests over. Must be told of those that were executed where they were
-    // read.
-    SlowTimes& slowTimes() { return slowTimes_; }
-
-    // Returns the context of the threads that share.
-    asio::io_context& shared() { return shared_; }
+    // Tells whether every thread has had a turn since the last call. Only one thread may call this.
+    bool haveRun();
 
   private:
-    std::deque<ClientThread> reading_;
-    // Declared behind the contexts that read: its clients go before the contexts of their sockets.
-    const std::size_t sharingCount_;
-    asio::io_context shared_;
-    WorkGuard sharedWork_{shared_.get_executor()};
-    std::vector<std::thread> sharing_;
-    SlowTimes slowTimes_;
+    std::deque<ClientThread> threads_;
 };
 
 }  // namespace qv::host

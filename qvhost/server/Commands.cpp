@@ -16,6 +16,11 @@ bool Commands::isChange(const Frame& request) {
            request.header.code == QV_COMMAND_UNREGISTER_SERVICES;
 }
 
+bool Commands::mayTakeLong(const Frame& request) {
+    return request.header.code == QV_HOST_COMMAND_SYNC ||
+           request.header.code == QV_COMMAND_SET_DEBUG_LEVEL;
+}
+
 void Commands::addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& answers) {
     counts_.request(request.header.code);
     ChangeBatch::Item item;

@@ -28,6 +28,9 @@ class Commands {
 
     static bool isChange(const Frame& request);
 
+    // Tells whether the answer to a request that is no change may come later.
+    static bool mayTakeLong(const Frame& request);
+
     // Adds a change to a batch, which the caller submits later. If the batch is empty and the
     // answer is known at once, appends the answer to `answers` instead: the door refuses the
     // request, or the request changes nothing. Throws std::bad_alloc.
@@ -37,6 +40,7 @@ class Commands {
 
     // Carries out a request that is no change. Returns true and appends the answer if it is known
     // at once. Otherwise returns false and calls `later` once with the answer, on another thread.
+    // `later` may be empty if mayTakeLong() is false.
     // `isPrivileged` tells whether the client is root or the host's own user. Throws
     // std::bad_alloc.
     bool answer(const Frame& request, bool isPrivileged, AnswerQueue& answers,

@@ -1,22 +1,40 @@
-// Serves one client: reads requests, has them executed and sends the answers. A conversation owns
-// itself and lives until the client or the host ends it. At any time it either reads, executes or
-// writes, so it needs no lock, although its thread may change.
+// Serves one client: reads requests, has them carried out and sends the answers, in the order of
+// the requests. A conversation owns itself. It lives until the client or the host ends it, and for
+// as long as another thread works for it.
+//
+// At any time a conversation does one thing: it reads, sends, or waits for the recorder, the
+// follower or the budget. Everything happens on the thread of the client, so it needs no lock.
+//
+// Consecutive changes that have arrived go to the recorder together. A request behind them waits
+// until they are answered, so a client sees its own changes.
 #ifndef QVHOST_SERVER_CONVERSATION_H
 #define QVHOST_SERVER_CONVERSATION_H
 
+#include <sys/types.h>
+
+#include "server/Budget.h"
+#include "server/ClientLimits.h"
 #include "server/ClientList.h"
 #include "server/ClientSocket.h"
 #include "server/ClientThreads.h"
-#include "server/PluginService.h"
-#include "server/Settings.h"
+#include "server/Commands.h"
+#include "server/Counts.h"
 
 namespace qv::host {
 
-// Begins a conversation. The socket must belong to the context of the thread. All other arguments
-// must outlive that context. Closes the socket and throws std::bad_alloc or std::system_error if
-// that fails.
-void serveClient(ClientSocket socket, ClientThreads& threads, ClientThread& thread,
-                 ClientList& clients, PluginService& service, const ServerSettings& settings);
+// What all conversations use.
+struct ServingParts {
+    Commands& commands;
+    ClientList& clients;
+    Budget& budget;
+    Counts& counts;
+    const ClientLimits& limits;
+};
+
+// Begins a conversation with a client of this user. The socket must belong to the context of the
+// thread. All other arguments must outlive the recorder, the follower and that context. Closes the
+// socket and throws std::bad_alloc or std::system_error if that fails.
+void serveClient(ClientSocket socket, uid_t user, ClientThread& thread, const ServingParts& parts);
 
 }  // namespace qv::host
 

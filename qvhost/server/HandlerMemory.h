@@ -2,6 +2,7 @@
 // is:
 //
 //     HandlerMemory memory;
+//     setTimersAside(context, 1);
 //     timer.async_wait(memory.keep([this](const asio::error_code& error) { ... }));
 //
 // Asio gives the memory back before it calls the handler. So the handler may start the next wait
@@ -9,7 +10,11 @@
 #ifndef QVHOST_SERVER_HANDLER_MEMORY_H
 #define QVHOST_SERVER_HANDLER_MEMORY_H
 
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
 #include <cstddef>
+#include <list>
 #include <new>
 #include <utility>
 
@@ -95,6 +100,17 @@ class HandlerMemory {
     alignas(std::max_align_t) unsigned char bytes_[kSize] = {};
     bool isTaken_ = false;
 };
+
+// Sets memory aside in the context's list of timers, so that this many timers can wait at once.
+// Throws std::bad_alloc.
+inline void setTimersAside(asio::io_context& context, int count) {
+    std::list<asio::steady_timer> timers;
+    for (int i = 0; i < count; ++i) {
+        // The list keeps its memory when the timers go.
+        timers.emplace_back(context, std::chrono::hours(1))
+            .async_wait([](const asio::error_code& /*cancelled*/) {});
+    }
+}
 
 }  // namespace qv::host
 

@@ -11,5 +11,6 @@ void ServiceManager::ready(const std::string& /*status*/) {}
 void ServiceManager::reloading() {}
 void ServiceManager::stopping() {}
 void ServiceManager::status(const std::string& /*status*/) {}
+void ServiceManager::isAlive() {}
 
 }  // namespace qv::host

@@ -2,6 +2,7 @@
 
 #include <QvText.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <asio/io_context.hpp>
@@ -12,19 +13,30 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
+#include <exception>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "StandardStreams.h"
 #include "server/Acceptor.h"
+#include "server/Budget.h"
 #include "server/ClientList.h"
 #include "server/ClientThreads.h"
+#include "server/Commands.h"
 #include "server/Conversation.h"
+#include "server/Counts.h"
 #include "server/DescriptorLimit.h"
+#include "server/DirectoryLock.h"
+#include "server/Follower.h"
+#include "server/HandlerMemory.h"
+#include "server/HeapMemory.h"
 #include "server/ListeningSocket.h"
-#include "server/PluginService.h"
+#include "server/Recorder.h"
 #include "server/ServiceManager.h"
+#include "server/Status.h"
+#include "server/StoredFile.h"
 
 namespace qv::host {
 
@@ -32,15 +44,23 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-// The descriptors besides those of the clients and their threads: the socket, its lock, the
-// plug-in's files, and some spare ones.
-constexpr std::size_t kOtherDescriptors = 64;
-
 std::unique_ptr<ListeningSocket> takeSocket(const ServerSettings& settings) {
     const std::optional<int> passed = ServiceManager::passedSocket();
     return passed
                ? std::make_unique<ListeningSocket>(*passed)
                : std::make_unique<ListeningSocket>(settings.socket, settings.access.forOwnerOnly());
+}
+
+// Returns the settings with as many clients as the limit of open files allows.
+ServerSettings withinDescriptors(ServerSettings settings) {
+    const std::size_t clients =
+        clientsWithin(raiseDescriptorLimit(), settings.threads, settings.limits.maxClients);
+    if (clients < settings.limits.maxClients) {
+        writeJournal(fmt::format("warning: the limit of open files allows {} clients, not {}",
+                                 clients, settings.limits.maxClients));
+        settings.limits.maxClients = clients;
+    }
+    return settings;
 }
 
 // Returns how often to look for slow clients: no bound is exceeded by more than a quarter, or by a
@@ -57,17 +77,26 @@ Milliseconds sweepInterval(const ServerSettings& settings) {
     return std::max(interval, kShortest);
 }
 
+// So many bytes that clients gave back are worth the time that giving them to the system takes.
+constexpr std::size_t kWorthGivingBack = std::size_t{8} * 1024 * 1024;
+
 }  // namespace
 
-// Executes the clients' requests on threads of their own, all of which may be inside the plug-in.
-// The thread that calls run() handles signals, times and new clients, which so need not wait.
+// Requests are answered on threads of their own. The thread that calls run() handles signals, times
+// and new clients, which so need not wait.
 class Server::Work {
   public:
     Work(Plugin& plugin, ServerSettings settings, std::function<void()> initialize)
-        : settings_(std::move(settings)),
-          descriptorLimit_(raiseDescriptorLimit()),
-          service_(plugin, std::move(initialize)),
+        : settings_(withinDescriptors(std::move(settings))),
+          lock_(settings_.configuration, settings_.socket),
+          clients_(settings_.limits.maxClients, geteuid()),
+          budget_(settings_.limits.maxMemory, geteuid()),
           threads_(settings_.threads),
+          recorder_(recordPathOf(settings_.configuration), &writeJournal),
+          follower_(plugin, StoredFile(settings_.configuration), recorder_, std::move(initialize),
+                    &writeJournal),
+          commands_(recorder_, follower_, counts_,
+                    [this] { return serialised(status(), counts_); }),
           // A signal before this line ends the process, which has no socket to leave behind.
           stopSignals_(control_, SIGTERM, SIGINT),
           reloadSignals_(control_, SIGHUP),
@@ -75,26 +104,45 @@ class Server::Work {
           stopTimer_(control_),
           socket_(takeSocket(settings_)) {}
 
+    ~Work();
+
     void run();
 
   private:
     enum class Phase { Serving, Stopping, Dropping };
 
+    void serve();
     void awaitStop();
+    void awaitStopTime();
     void stopFurther();
     void stop();
+    void end();
     void awaitReload();
     void reload();
+    void reloaded(const std::string& problem);
     void sweep();
-    std::string status() const;
+    void lookAround();
+    Status status() const;
+    std::string statusLine() const;
 
     const ServerSettings settings_;
-    // Comes before the threads open their descriptors.
-    const std::size_t descriptorLimit_;
-    PluginService service_;
+    const std::chrono::system_clock::time_point startTime_ = std::chrono::system_clock::now();
+    // Comes before everything that touches the files of the configuration.
+    const DirectoryLock lock_;
+    // A client uses the following until it has gone. Recorder and follower may be the last that
+    // hold a client, so they go first.
+    Counts counts_;
     ClientList clients_;
-    // Clients that are left use the members above, which must outlive them.
+    Budget budget_;
     ClientThreads threads_;
+    Recorder recorder_;
+    Follower follower_;
+    Commands commands_;
+    // Signals and times wait in memory of their own, because a shortage must not end the host.
+    HandlerMemory stopSignalMemory_;
+    HandlerMemory reloadSignalMemory_;
+    HandlerMemory sweepMemory_;
+    HandlerMemory stopTimeMemory_;
     asio::io_context control_{1};
     asio::signal_set stopSignals_;
     asio::signal_set reloadSignals_;
@@ -102,59 +150,80 @@ class Server::Work {
     asio::steady_timer stopTimer_;
     std::unique_ptr<ListeningSocket> socket_;
     std::optional<Acceptor> acceptor_;
+    std::thread ending_;  // lets the file catch up while signals and times are still handled
     Phase phase_ = Phase::Serving;
+    uint64_t saves_ = 0;  // at the last sweep
     std::string lastStatus_;
 };
 
-void Server::Work::run() {
-    if (descriptorLimit_ < settings_.limits.maxClients +
-                               settings_.threads * ClientThreads::kDescriptors +
-                               kOtherDescriptors) {
-        reportError(
-            fmt::format("warning: the limit of open files lets fewer than {} clients in at once",
-                        settings_.limits.maxClients));
+Server::Work::~Work() {
+    if (ending_.joinable()) {
+        ending_.join();
     }
-    service_.initialize();
+}
+
+void Server::Work::run() {
+    giveBackLargePieces();
+    recorder_.onPublished([this] { follower_.published(); });
+    recorder_.start();
+    follower_.start();
     socket_->listen();
-    acceptor_.emplace(control_, threads_, socket_->release(), clients_, settings_,
-                      [this](ClientSocket socket, ClientThread& thread) {
-                          serveClient(std::move(socket), threads_, thread, clients_, service_,
-                                      settings_);
+    acceptor_.emplace(control_, threads_, socket_->release(), clients_, counts_, settings_,
+                      [this](ClientSocket socket, uid_t user, ClientThread& thread) {
+                          serveClient(std::move(socket), user, thread,
+                                      {commands_, clients_, budget_, counts_, settings_.limits});
                       });
     try {
-        threads_.start();
-        acceptor_->start();
-        awaitStop();
-        awaitReload();
-        reportError(fmt::format("serving on {}", socket_->path()));
-        lastStatus_ = status();
-        ServiceManager::ready(lastStatus_);
-        sweep();
-        control_.run();
+        serve();
     } catch (...) {
         threads_.abandon();
+        budget_.abandon();
         // The remaining clients go after the object that would be told.
         clients_.forget();
         throw;
     }
     threads_.join();
-    service_.finalize();
+}
+
+void Server::Work::serve() {
+    threads_.start();
+    acceptor_->start();
+    awaitStop();
+    awaitReload();
+    writeJournal(fmt::format("serving on {}", socket_->path()));
+    lastStatus_ = statusLine();
+    ServiceManager::ready(lastStatus_);
+    sweep();
+    control_.run();
 }
 
 void Server::Work::awaitStop() {
-    stopSignals_.async_wait([this](const asio::error_code& error, int /*signal*/) {
-        if (!error) {
-            awaitStop();
+    stopSignals_.async_wait(
+        stopSignalMemory_.keep([this](const asio::error_code& error, int /*signal*/) {
+            if (!error) {
+                awaitStop();
+                stopFurther();
+            }
+        }));
+}
+
+// Waits until the time is over. A signal may set another time meanwhile, which interrupts the wait.
+void Server::Work::awaitStopTime() {
+    stopTimer_.async_wait(stopTimeMemory_.keep([this](const asio::error_code& /*error*/) {
+        if (stopTimer_.expiry() <= asio::steady_timer::clock_type::now()) {
             stopFurther();
         }
-    });
+        awaitStopTime();
+    }));
 }
 
 // Goes one step further with each signal, and each time that is over.
 void Server::Work::stopFurther() {
+    stopTimer_.expires_after(settings_.stopTimeout);
     switch (phase_) {
         case Phase::Serving:
             phase_ = Phase::Stopping;
+            awaitStopTime();
             stop();
             break;
         case Phase::Stopping:
@@ -162,72 +231,123 @@ void Server::Work::stopFurther() {
             clients_.drop();
             break;
         case Phase::Dropping:
-            // Finalising the plug-in during a request would be worse than not finalising it.
-            reportError("the plug-in does not come back from a request; ending without it");
+            // Finalising the plug-in during a call would be worse than not finalising it. The
+            // record holds what was acknowledged.
+            writeJournal("the plug-in does not come back from a call; ending without it");
             socket_->remove();
             std::_Exit(EXIT_FAILURE);
     }
-    stopTimer_.expires_after(settings_.stopTimeout);
-    stopTimer_.async_wait([this](const asio::error_code& error) {
-        if (!error) {
-            stopFurther();
-        }
-    });
 }
 
 void Server::Work::stop() {
     ServiceManager::stopping();
     sweepTimer_.cancel();
     acceptor_->stop(socket_->own());
-    clients_.stop([this] { asio::post(control_, [this] { control_.stop(); }); });
+    clients_.stop([this] { asio::post(control_, [this] { end(); }); });
 }
 
-void Server::Work::awaitReload() {
-    reloadSignals_.async_wait([this](const asio::error_code& error, int /*signal*/) {
-        if (error) {
-            return;
-        }
-        if (phase_ != Phase::Serving) {
-            awaitReload();
-            return;
-        }
-        ServiceManager::reloading();
-        service_.closeForReload([this] { asio::post(control_, [this] { reload(); }); });
+// Ends plug-in and record when the last client has gone. The file may be on a slow disk, so another
+// thread waits for it.
+void Server::Work::end() {
+    ending_ = std::thread([this] {
+        follower_.stop();
+        recorder_.stop();
+        control_.stop();
     });
 }
 
+void Server::Work::awaitReload() {
+    reloadSignals_.async_wait(
+        reloadSignalMemory_.keep([this](const asio::error_code& error, int /*signal*/) {
+            if (!error) {
+                awaitReload();
+                reload();
+            }
+        }));
+}
+
 void Server::Work::reload() {
-    for (const std::string& problem : service_.reload()) {
-        reportError(problem);
+    if (phase_ != Phase::Serving) {
+        return;
+    }
+    try {
+        ServiceManager::reloading();
+        follower_.reload([this](const std::string& problem) {
+            try {
+                asio::post(control_, [this, problem] { reloaded(problem); });
+            } catch (const std::bad_alloc&) {
+                writeJournal("reloaded; there is no memory to tell the service manager");
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        writeJournal("cannot reload: out of memory");
+    }
+}
+
+void Server::Work::reloaded(const std::string& problem) {
+    if (!problem.empty()) {
+        writeJournal(problem);
     }
     if (phase_ == Phase::Serving) {
-        lastStatus_ = status();
+        lastStatus_ = statusLine();
         ServiceManager::ready(lastStatus_);
     }
-    awaitReload();
 }
 
 void Server::Work::sweep() {
+    try {
+        lookAround();
+    } catch (const std::exception& error) {
+        writeJournal(error.what());
+    }
+    sweepTimer_.expires_after(sweepInterval(settings_));
+    sweepTimer_.async_wait(sweepMemory_.keep([this](const asio::error_code& error) {
+        if (!error && phase_ == Phase::Serving) {
+            sweep();
+        }
+    }));
+}
+
+void Server::Work::lookAround() {
     clients_.sweep(ConnectedClient::Clock::now());
-    std::string now = status();
+    // A slow disk keeps recorder and follower, but not the threads that answer clients.
+    if (threads_.haveRun()) {
+        ServiceManager::isAlive();
+    }
+    const uint64_t saves = follower_.statistics().saves;
+    // To save a directory takes several times its size for a moment.
+    if (budget_.takeReturned() >= kWorthGivingBack || saves != std::exchange(saves_, saves)) {
+        giveBackFreeMemory();
+    }
+    std::string now = statusLine();
     if (now != lastStatus_) {
         ServiceManager::status(now);
         lastStatus_ = std::move(now);
     }
-    sweepTimer_.expires_after(sweepInterval(settings_));
-    sweepTimer_.async_wait([this](const asio::error_code& error) {
-        if (!error && phase_ == Phase::Serving) {
-            sweep();
-        }
-    });
+    if (system::Descriptor socket = socket_->restore()) {
+        writeJournal(fmt::format("{} was gone and is there again", socket_->path()));
+        acceptor_->replace(std::move(socket));
+    }
 }
 
-std::string Server::Work::status() const {
-    if (!service_.works()) {
-        return "the plug-in failed to start again; waiting for SIGHUP";
-    }
-    return fmt::format("serving on {}, clients: {}", text::escaped(socket_->path()),
-                       clients_.count());
+Status Server::Work::status() const {
+    Status status;
+    status.version = settings_.version;
+    status.startTime = startTime_;
+    status.filePath = settings_.configuration;
+    status.commits = recorder_.statistics();
+    status.file = follower_.statistics();
+    // Comes last: the directory is never older than its file.
+    status.state = recorder_.state();
+    status.clients = clients_.count();
+    status.clientLimit = settings_.limits.maxClients;
+    status.memory = budget_.held();
+    status.memoryLimit = settings_.limits.maxMemory;
+    return status;
+}
+
+std::string Server::Work::statusLine() const {
+    return text::escaped(fmt::format("serving on {}, {}", socket_->path(), summary(status())));
 }
 
 Server::Server(Plugin& plugin, ServerSettings settings, std::function<void()> initialize)

@@ -1,9 +1,11 @@
-// Runs the resident host: a socket, the plug-in, and threads that serve clients.
+// Runs the resident host: the directory with its record, the plug-in that follows it, a socket, and
+// threads that serve clients.
 //
 // Signals: SIGTERM and SIGINT stop the host. It answers the requests that have arrived first, for
-// as long as the settings say. A second signal ends the connections, so that no client can delay
-// the end. A third signal ends the process even if the plug-in has not returned from a request.
-// SIGHUP finalises the plug-in and initialises it again while no request is executed.
+// as long as the settings say, and lets the plug-in's file catch up. A second signal ends the
+// connections, so that no client can delay the end. A third signal ends the process even if the
+// plug-in has not returned; the record holds what was acknowledged. SIGHUP starts the plug-in
+// again, which takes an edited file over; clients notice nothing.
 #ifndef QVHOST_SERVER_SERVER_H
 #define QVHOST_SERVER_SERVER_H
 
@@ -17,9 +19,9 @@ namespace qv::host {
 
 class Server {
   public:
-    // Makes the socket. This comes before the plug-in is initialised, because a second host must
-    // not touch the plug-in's files. `initialize` initialises the plug-in at the start and at each
-    // reload. Throws std::runtime_error.
+    // Locks the configuration, opens the record and makes the socket. `initialize` initialises the
+    // plug-in at the start, at each reload and after a repair of its file. Throws
+    // std::runtime_error, before anything is touched if another host has the configuration.
     Server(Plugin& plugin, ServerSettings settings, std::function<void()> initialize);
     ~Server();
 

@@ -51,4 +51,10 @@ void ServiceManager::status(const std::string& status) {
     notify("STATUS=" + status);
 }
 
+void ServiceManager::isAlive() {
+    if (sd_watchdog_enabled(kKeepEnvironment, nullptr) > 0) {
+        notify("WATCHDOG=1");
+    }
+}
+
 }  // namespace qv::host

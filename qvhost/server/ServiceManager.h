@@ -17,6 +17,10 @@ class ServiceManager {
     static void reloading();
     static void stopping();
     static void status(const std::string& status);
+
+    // Tells that the host still answers. A manager that watches the host restarts it if it hears
+    // nothing for too long.
+    static void isAlive();
 };
 
 }  // namespace qv::host

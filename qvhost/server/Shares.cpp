@@ -7,7 +7,7 @@ namespace qv::host {
 Shares::Shares(std::size_t total, uid_t owner)
     : owner_(owner),
       mostOfOne_(std::max<std::size_t>(total / 4, 1)),
-      most_{std::max<std::size_t>(total - total / 4, 1), total - total / 16, total} {}
+      most_{total - total / 4, total - total / 16, total} {}
 
 Shares::Rank Shares::rankOf(uid_t user) const {
     if (user == 0) {
@@ -17,11 +17,7 @@ Shares::Rank Shares::rankOf(uid_t user) const {
 }
 
 Shares::User& Shares::join(uid_t user) {
-    User& found = users_[user];
-    if (found.joined == 0) {
-        found.id = user;
-        found.rank = rankOf(user);
-    }
+    User& found = users_.emplace(user, User{user, rankOf(user)}).first->second;
     ++found.joined;
     return found;
 }
@@ -30,6 +26,11 @@ void Shares::leave(User& user) noexcept {
     if (--user.joined == 0) {
         users_.erase(user.id);
     }
+}
+
+Shares::User Shares::userOf(uid_t user) const {
+    const auto found = users_.find(user);
+    return found == users_.end() ? User{user, rankOf(user)} : found->second;
 }
 
 std::size_t Shares::mostOf(uid_t user) const {

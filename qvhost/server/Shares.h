@@ -44,7 +44,7 @@ class Shares {
         bool isMarked = false;  // for the caller
     };
 
-    // `owner` is the host's own user.
+    // `total` is at least 1. `owner` is the host's own user.
     Shares(std::size_t total, uid_t owner);
 
     // Returns the user, who has nothing yet if nobody has joined for him. Throws std::bad_alloc.
@@ -52,6 +52,9 @@ class Shares {
 
     // Undoes one call of join(). The user is not valid after the last one.
     void leave(User& user) noexcept;
+
+    // Returns what the user has, who need not have joined.
+    User userOf(uid_t user) const;
 
     // Returns a bound that leaves no room for `count` more.
     Bound boundOf(const User& user, std::size_t count) const;

@@ -38,9 +38,9 @@ HostProcess::~HostProcess() {
     }
 }
 
-void HostProcess::useFakePlugin(const std::string& behaviour) {
+void HostProcess::disturbPlugin(const std::string& behaviour) {
     setBehaviour(behaviour);
-    pluginOptions_ = {"--plugin", QVHOST_FAKE_PLUGIN};
+    pluginOptions_ = {"--plugin", QVHOST_DISTURBED_PLUGIN};
     setVariable("QVHOST_FAKE", "@" + files_.path("behaviour"));
     setVariable("QVHOST_FAKE_RECORD", files_.path("record"));
     setVariable("QVHOST_FAKE_PIPE", files_.path("pipe"));

@@ -39,8 +39,8 @@ class HostProcess {
         variables_.emplace_back(name, value);
     }
 
-    // Makes the host load the fake plug-in, which behaves like this.
-    void useFakePlugin(const std::string& behaviour);
+    // Makes the host load the real plug-in behind a layer that behaves like this.
+    void disturbPlugin(const std::string& behaviour);
     void setBehaviour(const std::string& behaviour) const;
 
     // Sets a function that the process runs before it becomes the host.
@@ -51,6 +51,9 @@ class HostProcess {
     // Passes descriptors as a service manager does. They become the first ones after the standard
     // streams.
     void passSockets(std::vector<int> descriptors) { passed_ = std::move(descriptors); }
+
+    // Returns the plug-in's file.
+    std::string configuration() const { return files_.path("config/namingService.conf.plist"); }
 
     // Starts the host and waits until it serves. Returns false if it ends first.
     bool start(const std::vector<std::string>& options = {});

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace qv::host {
 
@@ -18,12 +19,22 @@ std::string frame(uint32_t code, uint32_t number, const std::string& bytes) {
     return std::string(reinterpret_cast<const char*>(header), sizeof header) + bytes;
 }
 
-RawClient::RawClient(const std::string& path)
-    : descriptor_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+namespace {
+
+system::Descriptor connectedTo(const std::string& path) {
+    system::Descriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = system::unixAddress(path);
-    if (::connect(descriptor_.get(), system::generic(address), sizeof address) != 0) {
+    if (::connect(descriptor.get(), system::generic(address), sizeof address) != 0) {
         throw std::system_error(errno, std::generic_category(), "cannot connect to " + path);
     }
+    return descriptor;
+}
+
+}  // namespace
+
+RawClient::RawClient(const std::string& path) : RawClient(connectedTo(path)) {}
+
+RawClient::RawClient(system::Descriptor connected) : descriptor_(std::move(connected)) {
     // The bound makes a test fail that waits for nothing.
     const timeval never = {120, 0};
     ::setsockopt(descriptor_.get(), SOL_SOCKET, SO_RCVTIMEO, &never, sizeof never);

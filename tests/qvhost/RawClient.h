@@ -25,6 +25,9 @@ class RawClient {
     // Connects to the socket. Throws std::system_error.
     explicit RawClient(const std::string& path);
 
+    // Uses a socket that is connected.
+    explicit RawClient(system::Descriptor connected);
+
     // Sends all bytes. Returns false if the host has closed the connection.
     bool send(const std::string& bytes) const;
 

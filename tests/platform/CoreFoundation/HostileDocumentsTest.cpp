@@ -37,7 +37,8 @@ void use(const std::string& document, Expected expected) {
             EXPECT_EQ(static_cast<bool>(tree), expected == Expected::kLoaded);
         }
         if (!tree) {
-            EXPECT_TRUE(reason);
+            // There is no reason if memory was too short for the document.
+            EXPECT_TRUE(reason || expected == Expected::kEither);
             continue;
         }
         const bool isValid =

@@ -128,11 +128,11 @@ TEST_F(QvhostClient, SetsTheLevelOfTheHostsLog) {
     for (const char* level : {"0", "1", "2", "3", "4", "5", "6"}) {
         EXPECT_EQ(done({"level", level}), "");
     }
-    done({"register", "1", "/run/quiet.sock"});
+    done({"register", "--sync", "1", "/run/quiet.sock"});
     EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
                 Not(HasSubstr("/run/quiet.sock")));
     EXPECT_EQ(done({"level", "7"}), "");
-    done({"register", "1", "/run/verbose.sock"});
+    done({"register", "--sync", "1", "/run/verbose.sock"});
     EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
                 HasSubstr("/run/verbose.sock"));
     const Outcome refused = run({"level", "9"});
@@ -157,7 +157,6 @@ TEST(QvhostClientAlone, HostKeepsServicesInTheFileThatInitMade) {
     EXPECT_EQ(program.run({"register", "1", "a", "--socket", host.socket()}).status, 0);
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_EQ(host.errors(), "qvhost: serving on " + host.socket() + "\n");
     EXPECT_EQ(tests::modeOf(directory + "/namingService.conf.plist"), 0600U);
     ASSERT_TRUE(host.start(options)) << host.errors();
     EXPECT_EQ(program.run({"list", "--socket", host.socket()}).out, "ID  ADDRESS\n 1  a\n");

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace qv::host {
 namespace {
@@ -14,12 +15,16 @@ namespace {
 using Clock = ConnectedClient::Clock;
 using std::chrono::seconds;
 
+constexpr std::size_t kPlaces = 16;
+constexpr uid_t kOwner = 500;
+constexpr uid_t kOther = 501;
+
 // A client in a list, over a pair of connected sockets.
 class Connected {
   public:
-    explicit Connected(ClientList& list) {
+    explicit Connected(ClientList& list, uid_t user = kOwner) {
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends_), 0);
-        client_.emplace(list, ends_[0]);
+        client_.emplace(list, ends_[0], user);
     }
     ~Connected() {
         client_.reset();
@@ -46,7 +51,7 @@ class Connected {
 };
 
 TEST(ConnectedClient, IsCountedWhileItLives) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     EXPECT_EQ(list.count(), 0U);
     {
         const Connected first(list);
@@ -56,8 +61,43 @@ TEST(ConnectedClient, IsCountedWhileItLives) {
     EXPECT_EQ(list.count(), 0U);
 }
 
+TEST(ConnectedClient, OtherUserGetsAQuarterOfThePlaces) {
+    ClientList list(kPlaces, kOwner);
+    std::vector<std::unique_ptr<Connected>> clients;
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(list.refusal(kOther), "");
+        clients.push_back(std::make_unique<Connected>(list, kOther));
+    }
+    const Connected owner(list, kOwner);
+    EXPECT_EQ(list.refusal(kOther),
+              "5 clients are connected, 4 of them of user 501, and the host takes no more of this "
+              "user");
+    EXPECT_EQ(list.refusal(kOther + 1), "");
+    EXPECT_EQ(list.refusal(kOwner), "");
+    clients.pop_back();
+    EXPECT_EQ(list.refusal(kOther), "");
+}
+
+TEST(ConnectedClient, OwnerAndRootFindPlacesWhateverOthersHave) {
+    ClientList list(kPlaces, kOwner);
+    std::vector<std::unique_ptr<Connected>> clients;
+    for (uid_t user = kOther; list.refusal(user).empty(); ++user) {
+        clients.push_back(std::make_unique<Connected>(list, user));
+    }
+    EXPECT_EQ(clients.size(), 12U);
+    while (list.refusal(kOwner).empty()) {
+        clients.push_back(std::make_unique<Connected>(list, kOwner));
+    }
+    EXPECT_EQ(clients.size(), 15U);
+    EXPECT_EQ(list.refusal(0), "");
+    clients.push_back(std::make_unique<Connected>(list, 0));
+    EXPECT_EQ(list.refusal(0),
+              "16 clients are connected, 1 of them of user 0, and the host takes no more of this "
+              "user");
+}
+
 TEST(ConnectedClient, IsReadNoMoreAfterTheTimeButMayBeAnswered) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected late(list);
     const Clock::time_point start = Clock::now();
     late.client().reads(start + seconds(10));
@@ -71,7 +111,7 @@ TEST(ConnectedClient, IsReadNoMoreAfterTheTimeButMayBeAnswered) {
 }
 
 TEST(ConnectedClient, IsDisconnectedIfItDoesNotReadItsAnswer) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected deaf(list);
     const Clock::time_point start = Clock::now();
     deaf.client().writes(start + seconds(10));
@@ -83,7 +123,7 @@ TEST(ConnectedClient, IsDisconnectedIfItDoesNotReadItsAnswer) {
 }
 
 TEST(ConnectedClient, IsNotBlamedForABusyThread) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected sender(list);
     Connected receiver(list);
     const Clock::time_point start = Clock::now();
@@ -100,7 +140,7 @@ TEST(ConnectedClient, IsNotBlamedForABusyThread) {
 }
 
 TEST(ConnectedClient, HasNoBoundWhileItsRequestIsExecuted) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected busy(list);
     Connected unbounded(list);
     const Clock::time_point start = Clock::now();
@@ -115,7 +155,7 @@ TEST(ConnectedClient, HasNoBoundWhileItsRequestIsExecuted) {
 }
 
 TEST(ConnectedClient, IsNotDisconnectedForAnotherThatIsLate) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected late(list);
     Connected other(list);
     const Clock::time_point start = Clock::now();
@@ -128,7 +168,7 @@ TEST(ConnectedClient, IsNotDisconnectedForAnotherThatIsLate) {
 
 TEST(ConnectedClient, SendsNothingMoreAfterAStop) {
     bool emptied = false;
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected client(list);
     EXPECT_TRUE(client.sends());
     list.stop([&] { emptied = true; });
@@ -141,7 +181,7 @@ TEST(ConnectedClient, SendsNothingMoreAfterAStop) {
 }
 
 TEST(ConnectedClient, IsToldOfWhenItIsTheLastToGo) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     auto first = std::make_unique<Connected>(list);
     auto second = std::make_unique<Connected>(list);
     int emptied = 0;
@@ -150,13 +190,13 @@ TEST(ConnectedClient, IsToldOfWhenItIsTheLastToGo) {
     EXPECT_EQ(emptied, 0);
     first.reset();
     EXPECT_EQ(emptied, 1);
-    ClientList empty;
+    ClientList empty(kPlaces, kOwner);
     empty.stop([&] { ++emptied; });
     EXPECT_EQ(emptied, 2);
 }
 
 TEST(ConnectedClient, NeitherReadsNorWritesAfterADrop) {
-    ClientList list;
+    ClientList list(kPlaces, kOwner);
     Connected client(list);
     list.drop();
     EXPECT_FALSE(client.canBeRead());

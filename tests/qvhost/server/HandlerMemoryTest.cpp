@@ -54,6 +54,23 @@ TEST(HandlerMemory, TimerGoesOnWithoutMemory) {
     EXPECT_EQ(timer.rounds, kRounds);
 }
 
+TEST(HandlerMemory, SeveralTimersBeginWithoutMemory) {
+    asio::io_context context{1};
+    setTimersAside(context, 3);
+    context.run();
+    context.restart();
+    Timer first(context);
+    Timer second(context);
+    Timer third(context);
+    tests::failEveryMallocAfter(0);
+    for (Timer* const timer : {&first, &second, &third}) {
+        timer->wait();
+    }
+    context.run();
+    EXPECT_FALSE(tests::mallocFailed());
+    EXPECT_EQ(first.rounds + second.rounds + third.rounds, 3 * kRounds);
+}
+
 class Signals {
   public:
     explicit Signals(asio::io_context& context) : signals_(context, SIGUSR1) {}

@@ -1,4 +1,4 @@
-// Makes the pipe at which requests in the fake plug-in wait.
+// Makes the pipe at which a disturbed plug-in waits.
 #ifndef QVHOST_PIPE_H
 #define QVHOST_PIPE_H
 
@@ -22,7 +22,7 @@ class Pipe {
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
 
-    // Waits until a request waits at the pipe.
+    // Waits until the plug-in waits at the pipe.
     void meetRequest() { descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC); }
 
     void letGo() {

@@ -250,11 +250,16 @@ TEST_P(RecordFaults, FoundLogIsInTheFlushedDatabaseBeforeTheFirstCommit) {
 }
 
 TEST_P(RecordFaults, KillAtEachCallLeavesWhatWasAcknowledged) {
-    const auto count = static_cast<int>(calls().size());
-    for (int call = 0; call < count; ++call) {
+    for (int call = 0;; ++call) {
         for (const Fault& fault : {Fault::killBefore(call), Fault::killAfter(call)}) {
             const TracedRun killed = run(fault);
-            ASSERT_TRUE(killed.wasKilled()) << killed.report;
+            // The runs differ by a call or two. The last call is that of a run which ends by
+            // itself.
+            if (!killed.wasKilled()) {
+                ASSERT_LE(killed.calls.size(), static_cast<std::size_t>(call)) << killed.report;
+                EXPECT_GT(call, 50);
+                return;
+            }
             SCOPED_TRACE(std::to_string(call) + ' ' + describe(killed.calls.back()));
             expectKept();
         }

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <string>
 
-#include "common/MemoryShortage.h"
 #include "qvhost/server/RecordFiles.h"
 #include "server/Record.h"
+#include "support/MemoryShortage.h"
 #include "support/TemporaryDirectory.h"
 
 namespace qv::host {

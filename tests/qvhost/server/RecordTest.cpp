@@ -155,7 +155,7 @@ TEST(Record, LargeDirectoryIsReadInOrder) {
 // Each commit writes the blocks of two tables, the services' and the state's.
 TEST(Record, OneChangeWritesTwoBlocksAndUnchangedKeysNone) {
     constexpr std::uintmax_t kHeader = 32;
-    constexpr std::uintmax_t kBlock = 4096 + 24;
+    constexpr std::uintmax_t kBlock = 1024 + 24;
     const TemporaryDirectory files;
     FileNote note;
     note.otherKeys = std::string(1'000'000, 'k');

@@ -1,4 +1,5 @@
 #include <QvFrame.h>
+#include <QvPlugin.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -7,12 +8,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "qvhost/HostProcess.h"
 #include "qvhost/RawClient.h"
+#include "qvhost/server/DirectoryRequests.h"
 #include "support/FileModes.h"
 #include "support/OtherUser.h"
 #include "support/TemporaryDirectory.h"
@@ -38,6 +43,31 @@ class ServeAccess : public testing::Test {
         // asOrdinaryUser() gives its directory to the user, so it must hold no file of the host.
         const tests::TemporaryDirectory elsewhere;
         tests::asOrdinaryUser(elsewhere.path(), action);
+    }
+
+    // Returns a client of the user, although root runs the test.
+    RawClient clientOf(uid_t user) const {
+        EXPECT_EQ(::seteuid(user), 0);
+        RawClient client(host.socket());
+        EXPECT_EQ(::seteuid(0), 0);
+        return client;
+    }
+
+    // Connects clients of the user until one is refused. Returns the others.
+    std::vector<RawClient> allClientsOf(uid_t user) const {
+        std::vector<RawClient> clients;
+        constexpr std::size_t kEnough = 100;
+        while (clients.size() < kEnough) {
+            RawClient client = clientOf(user);
+            static_cast<void>(client.send(frame(QV_HOST_COMMAND_PING, 1)));
+            const std::optional<RawAnswer> answer = client.receive();
+            if (!answer || answer->code != QV_OK) {
+                EXPECT_TRUE(answer && answer->code == QV_HOST_ERROR_CLIENTS);
+                break;
+            }
+            clients.push_back(std::move(client));
+        }
+        return clients;
     }
 
     void expectRefused() const {
@@ -100,6 +130,41 @@ TEST_F(ServeAccess, SupplementaryGroupsCount) {
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
+}
+
+TEST_F(ServeAccess, NoUserKeepsTheOthersOut) {
+    ASSERT_TRUE(
+        host.start({"--allow-user", "65534", "--allow-user", "12345", "--max-clients", "16"}));
+    const std::vector<RawClient> clients = allClientsOf(kNobody);
+    EXPECT_THAT(clients, SizeIs(4));
+    const std::vector<RawClient> others = allClientsOf(12345);
+    EXPECT_THAT(others, SizeIs(4));
+    EXPECT_THAT(allClientsOf(0), SizeIs(8));
+    EXPECT_TRUE(clients.front().works());
+}
+
+TEST_F(ServeAccess, OnlyRootAndTheHostsUserSetTheLevel) {
+    ASSERT_TRUE(host.start({"--allow-user", "65534"}));
+    const RawClient client = clientOf(kNobody);
+    const std::optional<RawAnswer> answer = client.ask(QV_COMMAND_SET_DEBUG_LEVEL, 1, kLevelInput);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->code, uint32_t{QV_HOST_ERROR_PRIVILEGE});
+    EXPECT_NE(answer->bytes, "");
+    expectService(client, 1);
+    expectDone(clientOf(0), QV_COMMAND_SET_DEBUG_LEVEL, kLevelInput);
+}
+
+TEST_F(ServeAccess, RefusedUserIsReportedOnceAMinute) {
+    ASSERT_TRUE(host.start());
+    ASSERT_EQ(::chmod(host.socket().c_str(), 0666), 0);
+    for (int i = 0; i < 10; ++i) {
+        clientOf(kNobody).receive();
+    }
+    clientOf(12345).receive();
+    EXPECT_TRUE(host.waitForError("refused user 12345"));
+    const std::size_t report = host.errors().find("refused user 65534");
+    ASSERT_NE(report, std::string::npos);
+    EXPECT_EQ(host.errors().find("refused user 65534", report + 1), std::string::npos);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <QvFrame.h>
 #include <QvPlugin.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -7,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -17,29 +17,18 @@
 
 #include "qvhost/HostProcess.h"
 #include "qvhost/RawClient.h"
+#include "qvhost/server/DirectoryRequests.h"
 #include "qvhost/server/NotifySocket.h"
-#include "qvhost/server/Pipe.h"
-#include "support/LoadedPlugin.h"
+#include "support/ConfigurationDocuments.h"
 
 namespace qv::host {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using tests::Services;
-
-Services listed(const RawClient& client) {
-    const std::optional<RawAnswer> answer = client.ask(QV_COMMAND_GET_SERVICES, 1);
-    return answer && answer->code == QV_OK ? tests::decode(answer->bytes) : Services{{-1, "none"}};
-}
-
-void registerOne(const RawClient& client, int32_t id, const std::string& address) {
-    const std::optional<RawAnswer> answer =
-        client.ask(QV_COMMAND_REGISTER_SERVICES, 2, tests::encode({{id, address}}));
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->code, uint32_t{QV_OK});
-}
 
 void inAnotherProcess(const std::function<void()>& action) {
     const pid_t child = ::fork();
@@ -55,15 +44,15 @@ void inAnotherProcess(const std::function<void()>& action) {
 TEST(Serve, ProcessesShareOneDirectory) {
     HostProcess host;
     ASSERT_TRUE(host.start());
-    inAnotherProcess([&] { registerOne(RawClient(host.socket()), 1, "/run/a.sock"); });
-    inAnotherProcess([&] { registerOne(RawClient(host.socket()), 2, "/run/b.sock"); });
+    inAnotherProcess([&] { registerServices(RawClient(host.socket()), {{1, "/run/a.sock"}}); });
+    inAnotherProcess([&] { registerServices(RawClient(host.socket()), {{2, "/run/b.sock"}}); });
     EXPECT_EQ(listed(RawClient(host.socket())), (Services{{1, "/run/a.sock"}, {2, "/run/b.sock"}}));
 }
 
 TEST(Serve, KilledAndStartedAgainItHasWhatWasRegistered) {
     HostProcess host;
     ASSERT_TRUE(host.start());
-    registerOne(RawClient(host.socket()), 1, "/run/a.sock");
+    registerServices(RawClient(host.socket()), {{1, "/run/a.sock"}});
     host.signal(SIGKILL);
     EXPECT_EQ(host.wait(), 128 + SIGKILL);
     EXPECT_TRUE(std::filesystem::exists(host.socket()));
@@ -77,7 +66,8 @@ TEST(Serve, SaysOnceWhereItServes) {
     EXPECT_TRUE(RawClient(host.socket()).works());
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
-    EXPECT_EQ(host.errors(), "qvhost: serving on " + host.socket() + "\n");
+    // The lines before it say how the directory was found. A host that serves has nothing to say.
+    EXPECT_THAT(host.errors(), EndsWith("\nqvhost: serving on " + host.socket() + "\n"));
 }
 
 TEST(Serve, RequestsOfOneClientAreAnsweredInTheirOrder) {
@@ -123,97 +113,16 @@ TEST(Serve, LongRequestsAndAnswersArriveWhole) {
     HostProcess host;
     ASSERT_TRUE(host.start());
     const RawClient client(host.socket());
-    const std::string address(5'000'000, 'a');
-    registerOne(client, 1, address);
+    Services services = manyServices();
+    registerServices(client, services);
     // A failure must not print the bytes.
-    EXPECT_TRUE(listed(client) == (Services{{1, address}}));
-    registerOne(client, 2, "b");
-    EXPECT_TRUE(listed(client) == (Services{{1, address}, {2, "b"}}));
+    EXPECT_TRUE(listed(client) == services);
+    services.emplace_back(1'000'000, "b");
+    registerServices(client, {services.back()});
+    EXPECT_TRUE(listed(client) == services);
 }
 
-TEST(Serve, ResultOfThePluginReachesTheClient) {
-    HostProcess host;
-    ASSERT_TRUE(host.start());
-    const RawClient client(host.socket());
-    const std::optional<RawAnswer> answer = client.ask(QV_COMMAND_SET_DEBUG_LEVEL, 3, "\x10\x63");
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->code, uint32_t{QV_ERROR_ARGUMENT});
-    EXPECT_THAT(answer->bytes, IsEmpty());
-}
-
-TEST(Serve, ExceptionOfThePluginReachesOneClientOnly) {
-    HostProcess host;
-    host.useFakePlugin("request throws text");
-    ASSERT_TRUE(host.start());
-    const RawClient client(host.socket());
-    const std::optional<RawAnswer> answer = client.ask(QV_COMMAND_GET_SERVICES, 3);
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->code, uint32_t{QV_HOST_ERROR_PLUGIN});
-    EXPECT_THAT(answer->bytes, HasSubstr("fail to get the lock"));
-    EXPECT_TRUE(client.works());
-    host.setBehaviour("");
-    EXPECT_EQ(client.ask(QV_COMMAND_GET_SERVICES, 4)->code, uint32_t{QV_OK});
-}
-
-TEST(Serve, RequestsOfDifferentClientsAreInThePluginAtOnce) {
-    HostProcess host;
-    host.useFakePlugin("request meets another");
-    ASSERT_TRUE(host.start({"--threads", "2"}));
-    const RawClient first(host.socket());
-    const RawClient second(host.socket());
-    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
-    ASSERT_TRUE(second.send(frame(QV_COMMAND_REGISTER_SERVICES, 2)));
-    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
-    EXPECT_EQ(second.receive()->code, uint32_t{QV_OK});
-}
-
-// On the thread of another client, the request would wait for that client's request.
-TEST(Serve, ClientGetsTheThreadThatAnotherOneLeft) {
-    HostProcess host;
-    host.useFakePlugin("request meets another");
-    const NotifySocket manager(host);
-    // With this bound, the manager soon hears how many clients there are.
-    ASSERT_TRUE(host.start({"--threads", "2", "--frame-timeout", "0.04"}));
-    const RawClient first(host.socket());
-    EXPECT_TRUE(first.works());
-    {
-        const RawClient leaver(host.socket());
-        manager.waitFor("clients: 2");
-    }
-    manager.waitFor("clients: 1");
-    const RawClient second(host.socket());
-    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
-    ASSERT_TRUE(second.send(frame(QV_COMMAND_REGISTER_SERVICES, 2)));
-    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
-    EXPECT_EQ(second.receive()->code, uint32_t{QV_OK});
-}
-
-TEST(Serve, AfterALongRequestTheNextOneDelaysNobody) {
-    HostProcess host;
-    host.useFakePlugin("request waits at the pipe");
-    Pipe pipe(host);
-    ASSERT_TRUE(host.start({"--threads", "2"}));
-    const RawClient first(host.socket());
-    const RawClient other(host.socket());
-    const RawClient besideFirst(host.socket());
-    EXPECT_TRUE(besideFirst.works());
-    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 1)));
-    pipe.meetRequest();
-    // The requests that follow have ten times this time.
-    const auto begin = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() - begin < std::chrono::seconds(1)) {
-        ASSERT_TRUE(other.works());
-    }
-    pipe.letGo();
-    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
-    ASSERT_TRUE(first.send(frame(QV_COMMAND_REGISTER_SERVICES, 2)));
-    pipe.meetRequest();
-    EXPECT_TRUE(besideFirst.works());
-    pipe.letGo();
-    EXPECT_EQ(first.receive()->code, uint32_t{QV_OK});
-}
-
-TEST(Serve, TooFewDescriptorsForTheThreadsAreAFailure) {
+TEST(Serve, TooFewDescriptorsForOneClientAreAFailure) {
     HostProcess host;
     host.setPreparation([] {
         const rlimit few = {40, 40};
@@ -221,7 +130,7 @@ TEST(Serve, TooFewDescriptorsForTheThreadsAreAFailure) {
     });
     EXPECT_FALSE(host.start({"--threads", "20"}));
     EXPECT_EQ(host.wait(), 1);
-    EXPECT_THAT(host.errors(), HasSubstr("cannot make a thread for clients: Too many open files"));
+    EXPECT_THAT(host.errors(), HasSubstr("the limit of open files is 40, and the host needs "));
     EXPECT_FALSE(std::filesystem::exists(host.socket()));
 }
 
@@ -256,7 +165,7 @@ TEST(Serve, ThousandClientsAtOnceAreServed) {
         ASSERT_TRUE(answer);
         EXPECT_EQ(answer->number, ++number);
     }
-    EXPECT_EQ(host.errors(), "qvhost: serving on " + host.socket() + "\n");
+    EXPECT_THAT(host.errors(), Not(HasSubstr("warning")));
 }
 
 TEST(Serve, WrongOptionsAreWrongUse) {
@@ -290,7 +199,6 @@ TEST(Serve, UnknownNamesAreRefused) {
 
 TEST(Serve, SecondHostLeavesTheFirstAlone) {
     HostProcess host;
-    host.useFakePlugin("");
     ASSERT_TRUE(host.start());
     HostProcess second;
     second.useSocket(host.socket());
@@ -314,7 +222,7 @@ TEST(Serve, FileInTheSocketsPlaceIsLeftAlone) {
 
 TEST(Serve, PluginThatCannotBeInitialisedIsAFailureThatLeavesNoSocket) {
     HostProcess host;
-    host.useFakePlugin("initialize throws text");
+    host.disturbPlugin("initialize throws text");
     EXPECT_FALSE(host.start());
     EXPECT_EQ(host.wait(), 1);
     EXPECT_THAT(host.errors(), HasSubstr("cannot initialise"));
@@ -329,14 +237,82 @@ TEST(Serve, WithoutALogDirectoryItWarnsAndServes) {
     EXPECT_TRUE(RawClient(host.socket()).works());
 }
 
-TEST(Serve, WithoutAConfigurationItWarnsAndServes) {
+TEST(Serve, WithoutAConfigurationItMakesOne) {
     HostProcess host;
-    std::filesystem::remove(host.files().path("config/namingService.conf.plist"));
+    std::filesystem::remove(host.configuration());
     ASSERT_TRUE(host.start());
-    EXPECT_THAT(host.errors(), HasSubstr("qvhost: warning: services are not kept: " +
-                                         host.files().path("config/namingService.conf.plist") +
-                                         " does not exist (qvhost init makes it)\n"));
+    EXPECT_THAT(host.errors(), HasSubstr(host.configuration() + " does not exist: "));
+    registerServices(RawClient(host.socket()), {{1, "a"}});
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_EQ(readFile(host.configuration()), tests::documentOf({{1, "a"}}));
+}
+
+TEST(Serve, StatusTellsWhatTheHostDoes) {
+    HostProcess host;
+    ASSERT_TRUE(host.start({"--max-clients", "20"}));
+    const RawClient client(host.socket());
+    registerServices(client, {{1, "a"}, {2, "bc"}});
+    withdraw(client, 2);
+    EXPECT_EQ(client.ask(0x0fff, 1)->code, uint32_t{QV_HOST_ERROR_COMMAND});
+    const wire::HostStatus status = statusOf(client);
+    EXPECT_NE(status.version(), "");
+    EXPECT_EQ(status.services(), 1U);
+    EXPECT_EQ(status.address_bytes(), 1U);
+    EXPECT_TRUE(status.kept());
+    EXPECT_EQ(status.file().path(), host.configuration());
+    EXPECT_EQ(status.commits().changes(), 2U);
+    EXPECT_EQ(status.clients(), 1U);
+    EXPECT_EQ(status.client_limit(), 20U);
+    const auto numberOf = [](const auto& counts, uint32_t code) {
+        const auto count = std::find_if(counts.begin(), counts.end(),
+                                        [code](const auto& each) { return each.code() == code; });
+        return count == counts.end() ? 0 : count->count();
+    };
+    EXPECT_EQ(numberOf(status.requests(), QV_COMMAND_REGISTER_SERVICES), 1U);
+    EXPECT_EQ(numberOf(status.requests(), QV_HOST_COMMAND_STATUS), 1U);
+    EXPECT_EQ(numberOf(status.refusals(), QV_HOST_ERROR_COMMAND), 1U);
+}
+
+TEST(Serve, RemovedSocketIsMadeAgain) {
+    HostProcess host;
+    ASSERT_TRUE(host.start());
+    const RawClient early(host.socket());
+    EXPECT_TRUE(early.works());
+    std::filesystem::remove(host.socket());
+    EXPECT_TRUE(host.waitForError(host.socket() + " was gone and is there again"));
     EXPECT_TRUE(RawClient(host.socket()).works());
+    EXPECT_TRUE(early.works());
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(host.socket()));
+}
+
+// Makes standard error a pipe that has no room left.
+void fillStandardError() {
+    const int flags = ::fcntl(STDERR_FILENO, F_GETFL);
+    ::fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
+    const std::string part(4096, '\n');
+    while (::write(STDERR_FILENO, part.data(), part.size()) > 0) {
+    }
+    ::fcntl(STDERR_FILENO, F_SETFL, flags);
+}
+
+TEST(Serve, StandardErrorThatNobodyReadsStopsNothing) {
+    HostProcess host;
+    const NotifySocket manager(host);
+    host.setPreparation(&fillStandardError);
+    host.launch();
+    manager.waitFor("READY=1");
+    const RawClient client(host.socket());
+    registerServices(client, {{1, "a"}});
+    host.signal(SIGHUP);
+    manager.waitFor("READY=1");
+    EXPECT_EQ(listed(client), (Services{{1, "a"}}));
+    host.signal(SIGTERM);
+    siginfo_t ended = {};
+    EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(host.process()), &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(host.wait(), 0);
 }
 
 }  // namespace

@@ -70,9 +70,19 @@ TEST(Shares, UserIsKnownUntilItHasLeftAsOftenAsJoined) {
     shares.leave(user);
     EXPECT_EQ(shares.join(kOther).used, 7U);
     shares.giveBack(user, 7);
+    user.isMarked = true;
     shares.leave(user);
     shares.leave(user);
-    EXPECT_EQ(shares.join(kOther).used, 0U);
+    EXPECT_FALSE(shares.join(kOther).isMarked);
+}
+
+TEST(Shares, UserNeedNotHaveJoinedToBeAskedFor) {
+    Shares shares(1600, kOwner);
+    EXPECT_EQ(shares.boundOf(shares.userOf(kOther), 400), Bound::None);
+    EXPECT_EQ(shares.boundOf(shares.userOf(kOther), 401), Bound::OfOneUser);
+    EXPECT_EQ(shares.boundOf(shares.userOf(kOwner), 1501), Bound::OfAllButRoot);
+    shares.take(shares.join(kOther), 7);
+    EXPECT_EQ(shares.userOf(kOther).used, 7U);
 }
 
 TEST(Shares, FewPlacesAreEnoughForAnybody) {

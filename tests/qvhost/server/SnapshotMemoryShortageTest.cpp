@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "common/MemoryShortage.h"
 #include "qvhost/server/Snapshots.h"
+#include "support/MemoryShortage.h"
 
 namespace qv::host {
 namespace {

@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "common/MemoryShortage.h"
 #include "qvhost/TestFiles.h"
 #include "server/StoredFile.h"
 #include "support/ConfigurationDocuments.h"
+#include "support/MemoryShortage.h"
 
 namespace qv::host {
 namespace {
