@@ -36,10 +36,6 @@ CFTypeRef at(CFDictionaryRef dictionary, const char* key) {
     return CFDictionaryGetValue(dictionary, makeString(key).get());
 }
 
-CFTypeRef at(const Owned<CFMutableDictionaryRef>& dictionary, const char* key) {
-    return at(dictionary.get(), key);
-}
-
 Owned<CFMutableDictionaryRef> dictionaryOf(const char* key, CFTypeRef value) {
     auto dictionary = makeDictionary();
     put(dictionary, key, value);

@@ -235,6 +235,7 @@ TEST_F(CFDictionary, FunctionIsAppliedToEveryEntry) {
 // Returns each of the texts "0", "1" and so on in two objects, whose references are counted.
 std::vector<Owned<CFStringRef>> twoOfEach(int count) {
     std::vector<Owned<CFStringRef>> objects;
+    objects.reserve(2 * static_cast<std::size_t>(count));
     for (int number = 0; number < 2 * count; ++number) {
         objects.push_back(makeString(std::to_string(number / 2)));
     }
