@@ -22,11 +22,15 @@ if(QV_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
 
-# QV_SANITIZED tells the tests that a sanitizer replaces the allocator.
+# QV_SANITIZED tells the tests that a sanitizer or valgrind replaces the allocator. valgrind's memcheck needs
+# no other compiler options.
 if(QV_SANITIZE)
   add_compile_definitions(QV_SANITIZED)
-  add_compile_options(-fno-omit-frame-pointer -fsanitize=${QV_SANITIZE} -fno-sanitize-recover=all)
-  add_link_options(-fsanitize=${QV_SANITIZE})
+  add_compile_options(-fno-omit-frame-pointer)
+  if(NOT QV_SANITIZE STREQUAL "memcheck")
+    add_compile_options(-fsanitize=${QV_SANITIZE} -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${QV_SANITIZE})
+  endif()
 endif()
 
 # The code under test reports its coverage to the fuzzer. The fuzz targets link the fuzzer's main().

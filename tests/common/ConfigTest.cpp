@@ -553,6 +553,14 @@ TEST_F(ConfigCallsTest, FileThatIsShorterThanItsSizeIsDamaged) {
 }
 #endif
 
+TEST_F(ConfigCallsTest, GetWithoutMemoryForTheKeyIsRefused) {
+    ServiceInfoArray message = messageOf(kCallers);
+    const GivenResult given{"CFStringCreateWithCString(Address, UTF-8)", 0, 0};
+    EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(config->get(message, "Address")); }, given),
+                ElementsAre(given.call));
+    EXPECT_EQ(servicesIn(message), kCallers);
+}
+
 TEST_F(ConfigCallsTest, SetThatFailsAtAnyCallReplacesNothing) {
     const ServiceInfoArray message = messageOf({{2, "b"}});
     Config another(path.c_str());

@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "ObjectMemory.h"
 #include "QvConfig.h"
 #include "platform/CoreFoundation/Objects.h"
 #include "support/ConfigurationDocuments.h"
@@ -23,6 +24,15 @@ using qor::kevra::ServiceInfo;
 using qor::kevra::ServiceInfoArray;
 
 using Config = qor::kevra::QvConfig<qor::kevra::NullMutex>;
+
+// Makes the layer keep no memory for new objects. Kept memory neither fails nor counts as freed.
+class NoMemoryIsKept : public testing::Environment {
+  public:
+    void SetUp() override { cf::keepFreedObjects(false); }
+};
+
+const testing::Environment* const noMemoryIsKept =
+    testing::AddGlobalTestEnvironment(new NoMemoryIsKept);
 
 // One action during which an allocation fails, alone or together with all later ones.
 class Shortage {

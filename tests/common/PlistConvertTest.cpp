@@ -188,13 +188,17 @@ TEST(DictionaryToMessage, NullDictionaryIsRefused) {
     EXPECT_EQ(service.id(), 5);
 }
 
-// Taking the value for an absent one would drop it from the file at the next save.
-TEST(DictionaryToMessage, KeyThatCouldNotBeMadeIsMadeAgain) {
+// Taking the field for an absent one would drop it from the file at the next save.
+TEST(DictionaryToMessage, ThrowsWithoutMemoryForAKey) {
     const auto dictionary = dictionaryOf("id", makeInteger(1).get());
     ServiceInfo service;
-    EXPECT_EQ(callsWhenFails(kStoring[0], [&] { convert(dictionary.get(), service); }),
-              CallList({kStoring[0], kStoring[0], kStoring[2]}));
-    EXPECT_EQ(service.id(), 1);
+    for (const std::string& key : {kStoring[0], kStoring[2]}) {
+        EXPECT_EQ(
+            callsWhenFails(
+                key, [&] { EXPECT_THROW(convert(dictionary.get(), service), std::bad_alloc); })
+                .back(),
+            key);
+    }
 }
 
 TEST(DictionaryToMessage, TextThatCouldNotBeReadIsReadAgain) {
@@ -324,6 +328,10 @@ TEST(KeyedArrayToField, WithoutAKeyNothingIsLookedUp) {
     const auto dictionary = dictionaryOf("list", arrayOf({}).get());
     EXPECT_THAT(callsDuring([&] { EXPECT_FALSE(convert(dictionary.get(), nullptr, services)); }),
                 IsEmpty());
+    const std::string key = "CFStringCreateWithCString(list, UTF-8)";
+    EXPECT_THAT(
+        callsWhenFails(key, [&] { EXPECT_FALSE(convert(dictionary.get(), "list", services)); }),
+        ElementsAre(key));
     EXPECT_THAT(textsOf(services), ElementsAre("1 former"));
 }
 

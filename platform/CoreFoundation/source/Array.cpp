@@ -42,12 +42,15 @@ bool makeRoom(Array& array) {
 }
 
 void endArray(Object& object, Ending& ending) {
-    const auto& array = static_cast<Array&>(object);
+    auto& array = static_cast<Array&>(object);
     for (std::size_t at = 0; array.valuesAreObjects && at < array.count; ++at) {
         ending.release(array.values[at]);
     }
-    if (!array.valuesStandBehind) {
+    if (array.valuesStandBehind) {
+        dispose(&array, array.count * sizeof(void*));
+    } else {
         std::free(static_cast<void*>(array.values));
+        dispose(&array);
     }
 }
 

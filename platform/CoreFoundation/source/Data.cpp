@@ -12,10 +12,11 @@ namespace cf {
 namespace {
 
 void endData(Object& object, Ending& /*ending*/) {
-    const auto& data = static_cast<Data&>(object);
+    auto& data = static_cast<Data&>(object);
     if (data.kept == Data::Bytes::Owned) {
         std::free(const_cast<UInt8*>(data.bytes));
     }
+    dispose(&data, data.kept == Data::Bytes::Behind ? data.size : 0);
 }
 
 bool equalData(const Object* one, const Object* other, Comparison& /*comparison*/) {

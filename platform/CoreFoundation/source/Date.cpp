@@ -9,6 +9,10 @@ namespace cf {
 
 namespace {
 
+void endDate(Object& object, Ending& /*ending*/) {
+    dispose(&static_cast<Date&>(object));
+}
+
 bool equalDates(const Object* one, const Object* other, Comparison& /*comparison*/) {
     const CFAbsoluteTime left = static_cast<const Date*>(one)->time;
     const CFAbsoluteTime right = static_cast<const Date*>(other)->time;
@@ -23,7 +27,7 @@ CFHashCode hashDate(const Object* object) {
 
 }  // namespace
 
-const TypeBehavior kDateBehavior = {nullptr, equalDates, hashDate};
+const TypeBehavior kDateBehavior = {endDate, equalDates, hashDate};
 
 }  // namespace cf
 

@@ -177,6 +177,7 @@ void removeAll(Dictionary& dictionary) {
 
 void endDictionary(Object& object, Ending& ending) {
     releaseEntries(static_cast<Dictionary&>(object), ending);
+    dispose(&static_cast<Dictionary&>(object));
 }
 
 bool equalDictionaries(const Object* one, const Object* other, Comparison& comparison) {

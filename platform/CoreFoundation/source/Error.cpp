@@ -15,6 +15,7 @@ struct Error : Object {
 
 void endError(Object& object, Ending& ending) {
     ending.release(static_cast<Error&>(object).description);
+    dispose(&static_cast<Error&>(object));
 }
 
 }  // namespace

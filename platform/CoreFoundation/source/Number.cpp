@@ -154,6 +154,10 @@ Number outOfReference(const Object* object) {
     return number;
 }
 
+void endNumber(Object& object, Ending& /*ending*/) {
+    dispose(&static_cast<NumberObject&>(object));
+}
+
 bool equalNumbers(const Object* one, const Object* other, Comparison& /*comparison*/) {
     const Number left = numberOf(one);
     const Number right = numberOf(other);
@@ -184,7 +188,7 @@ CFHashCode hashNumber(const Object* object) {
 
 }  // namespace
 
-const TypeBehavior kNumberBehavior = {nullptr, equalNumbers, hashNumber};
+const TypeBehavior kNumberBehavior = {endNumber, equalNumbers, hashNumber};
 
 const Object* makeNumber(const Number& number, CFAllocatorRef allocator) {
     return fitsReference(number) && allocator != kCFAllocatorNull

@@ -1,8 +1,8 @@
 // Defines the base of all objects: a count of references and a type.
 //
-// An object is one block of memory from malloc(). The block holds an Object, the members that its
-// type adds, and often its contents behind them. The opaque references of the public headers point
-// to it. The constants of the interface are objects in static memory, whose references are not
+// An object is one block of memory from malloc(). It holds an Object, the members that its type
+// adds, and often its contents behind them. The opaque references of the public headers point to
+// it. The constants of the interface are objects in static memory, whose references are not
 // counted.
 #ifndef COREFOUNDATION_OBJECT_H
 #define COREFOUNDATION_OBJECT_H
@@ -12,9 +12,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <new>
 #include <utility>
+
+#include "ObjectMemory.h"
 
 namespace cf {
 
@@ -78,8 +79,14 @@ T* create(CFAllocatorRef allocator, std::size_t extra, Arguments&&... arguments)
     if (allocator == kCFAllocatorNull || extra > PTRDIFF_MAX - sizeof(T)) {
         return nullptr;
     }
-    void* const memory = std::malloc(sizeof(T) + extra);
+    void* const memory = allocateObject(sizeof(T) + extra);
     return memory == nullptr ? nullptr : new (memory) T(std::forward<Arguments>(arguments)...);
+}
+
+// Frees an object that create() made with the same number of extra bytes.
+template <typename T>
+void dispose(T* object, std::size_t extra = 0) {
+    freeObject(object, sizeof(T) + extra);
 }
 
 inline void retain(const Object* object) {

@@ -11,6 +11,7 @@ namespace {
 void endSet(Object& object, Ending& ending) {
     ending.release(static_cast<Set&>(object).leaves);
     ending.release(static_cast<Set&>(object).containers);
+    dispose(&static_cast<Set&>(object));
 }
 
 bool equalSets(const Object* one, const Object* other, Comparison& comparison) {

@@ -41,6 +41,11 @@ UniChar* unitsOf(String* string) {
     return const_cast<UniChar*>(string->wide());
 }
 
+void endString(Object& object, Ending& /*ending*/) {
+    auto& string = static_cast<String&>(object);
+    dispose(&string, string.isWide ? sizeOfUnits(string.length) : sizeOfAscii(string.length));
+}
+
 bool equalObjects(const Object* one, const Object* other, Comparison& /*comparison*/) {
     return equalStrings(*static_cast<const String*>(one), *static_cast<const String*>(other));
 }
@@ -56,7 +61,7 @@ CFHashCode hashString(const Object* object) {
 
 }  // namespace
 
-const TypeBehavior kStringBehavior = {nullptr, equalObjects, hashString};
+const TypeBehavior kStringBehavior = {endString, equalObjects, hashString};
 
 String* makeAsciiString(std::string_view ascii, CFAllocatorRef allocator) {
     String* const string = makeRoomForAscii(ascii.size(), allocator);

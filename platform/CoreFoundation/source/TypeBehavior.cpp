@@ -42,24 +42,15 @@ void Ending::endLater(const Object* object) {
         container->nextToEnd = waiting_;
         waiting_ = container;
     } else {
-        end(object);
+        behaviorOf(object).end(const_cast<Object&>(*object), *this);
     }
-}
-
-void Ending::end(const Object* object) {
-    auto& ending = const_cast<Object&>(*object);
-    const auto endContents = behaviorOf(object).end;
-    if (endContents != nullptr) {
-        endContents(ending, *this);
-    }
-    std::free(&ending);
 }
 
 void Ending::run() {
     while (waiting_ != nullptr) {
         Container* const next = waiting_;
         waiting_ = next->nextToEnd;
-        end(next);
+        behaviorOf(next).end(*next, *this);
     }
 }
 

@@ -12,9 +12,7 @@ class Comparison;
 class Ending;
 
 struct TypeBehavior {
-    // Frees the memory that belongs to the object, and releases the objects that it refers to
-    // through the Ending. The Ending frees the object itself. This is null if there is nothing
-    // else.
+    // Frees the object, and releases the objects that it refers to through the Ending.
     void (*end)(Object&, Ending&);
     // Returns whether two objects of the type have the same contents. Compares the objects that
     // they refer to through the Comparison. If this is null, an object equals only itself.
@@ -81,7 +79,6 @@ class Ending {
 
   private:
     void endLater(const Object* object);
-    void end(const Object* object);
 
     Container* waiting_ = nullptr;
 };

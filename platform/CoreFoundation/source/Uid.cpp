@@ -9,6 +9,10 @@ namespace cf {
 
 namespace {
 
+void endUid(Object& object, Ending& /*ending*/) {
+    dispose(&static_cast<Uid&>(object));
+}
+
 bool equalUids(const Object* one, const Object* other, Comparison& /*comparison*/) {
     return static_cast<const Uid*>(one)->value == static_cast<const Uid*>(other)->value;
 }
@@ -19,7 +23,7 @@ CFHashCode hashUid(const Object* object) {
 
 }  // namespace
 
-const TypeBehavior kUidBehavior = {nullptr, equalUids, hashUid};
+const TypeBehavior kUidBehavior = {endUid, equalUids, hashUid};
 
 }  // namespace cf
 

@@ -193,7 +193,11 @@ bool QvConfig<MutexPolicy>::get(T& message, const char* key) {
     if (key == nullptr || !loaded) {
         return false;
     }
-    CFTypeRef const value = valueOf(root.get(), key);
+    const CFHolder<CFStringRef> name = createString(key);
+    if (!name) {
+        return false;
+    }
+    const void* const value = CFDictionaryGetValue(root.get(), name.get());
     if (value == nullptr || CFGetTypeID(value) != TypeInfo<T>::CF_TYPE_ID) {
         return false;
     }

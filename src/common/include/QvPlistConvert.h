@@ -14,7 +14,6 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -147,16 +146,14 @@ inline bool convert(CFStringRef string, std::string& out) {
     return buffer != nullptr && readUtf8(string, buffer.get(), out);
 }
 
-// Returns the value under the key. Returns null if there is none, or if the key is not UTF-8.
+// Returns the value under the key, or null. Throws if memory for the key runs out. Treating the
+// field as absent would drop it at the next save.
 inline CFTypeRef valueOf(CFDictionaryRef dictionary, const char* key) {
-    CFHolder<CFStringRef> name = createString(key);
+    const CFHolder<CFStringRef> name = createString(key);
     if (!name) {
-        // The key is not UTF-8, or memory ran out. Asking for memory once more throws in the second
-        // case. Treating the value as absent would drop it at the next save.
-        const std::vector<char> copy(key, key + std::strlen(key) + 1);
-        name = createString(copy.data());
+        throw std::bad_alloc();
     }
-    return name ? CFDictionaryGetValue(dictionary, name.get()) : nullptr;
+    return CFDictionaryGetValue(dictionary, name.get());
 }
 
 // Sets the fields for which the dictionary has a fitting value. The other fields stay as they are
@@ -249,7 +246,11 @@ bool convert(CFDictionaryRef dictionary, const char* key,
     if (dictionary == nullptr || key == nullptr) {
         return false;
     }
-    CFTypeRef const value = valueOf(dictionary, key);
+    const CFHolder<CFStringRef> name = createString(key);
+    if (!name) {
+        return false;
+    }
+    const void* const value = CFDictionaryGetValue(dictionary, name.get());
     if (value == nullptr || CFGetTypeID(value) != CFArrayTypeInfo::CF_TYPE_ID) {
         return false;
     }

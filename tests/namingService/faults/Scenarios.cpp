@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "KeptObjects.h"
 #include "support/ConfigurationDocuments.h"
 #include "support/FailingCalls.h"
 
@@ -240,6 +241,7 @@ void live(const Scenario& scenario, const LoadedPlugin& plugin, const Configurat
     }
     {
         Call call(plugin, scenario.operation);
+        held += useUpKeptObjects();
         held += interference.begin();
         call();
         notes.add(interference.end() ? "struck" : "");
@@ -273,9 +275,11 @@ std::string inChild(const Scenario& scenario, const LoadedPlugin& plugin,
     static Notes notes;
     notes.clear();
     const std::map<std::string, int> openBefore = openFiles();
+    useUpKeptObjects();
     long held = 0;
     const long before = liveAllocations();
     live(scenario, plugin, files, interference, held, notes);
+    held += useUpKeptObjects();
     notes.add(std::to_string(liveAllocations() - before - held));
     for (auto [name, times] : openFiles()) {
         const auto usual = openBefore.find(name);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "CoreFoundation/Tree.h"
+#include "ObjectMemory.h"
 #include "platform/CoreFoundation/Base64.h"
 #include "platform/CoreFoundation/Documents.h"
 #include "platform/CoreFoundation/Objects.h"
@@ -21,6 +22,16 @@
 
 namespace qv::tests {
 namespace {
+
+// Lets the layer keep no blocks of destroyed objects. A kept block would neither let an allocation
+// fail nor count as freed.
+class NoBlocksAreKept : public testing::Environment {
+  public:
+    void SetUp() override { cf::keepFreedObjects(false); }
+};
+
+const testing::Environment* const noBlocksAreKept =
+    testing::AddGlobalTestEnvironment(new NoBlocksAreKept);
 
 using Order = void (*)(int count);
 constexpr Order kOrders[] = {failMallocAfter, failEveryMallocAfter};
