@@ -44,7 +44,7 @@ class AnswerQueue {
 
   private:
     struct Listing {
-        std::size_t begin;  // position in bytes_ before which the listing is sent
+        std::size_t begin = 0;  // position in bytes_ before which the listing is sent
         SnapshotPointer snapshot;
     };
 

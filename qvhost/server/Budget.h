@@ -29,7 +29,11 @@ class Budget {
   public:
     class Waiter {
       public:
+        Waiter() = default;
         virtual ~Waiter() = default;
+
+        Waiter(const Waiter&) = delete;
+        Waiter& operator=(const Waiter&) = delete;
 
         // Called once, on the thread of the account that gave room back. The waiter's account holds
         // now what it waited for. `self` is the waiter.
@@ -70,6 +74,7 @@ class Budget {
 
     // `owner` is the host's own user.
     Budget(std::size_t bytes, uid_t owner) : shares_(bytes, owner) {}
+    ~Budget() = default;
 
     Budget(const Budget&) = delete;
     Budget& operator=(const Budget&) = delete;

@@ -25,7 +25,11 @@ namespace qv::host {
 // Waits for another thread.
 class Sleeper {
   public:
+    Sleeper() = default;
     virtual ~Sleeper() = default;
+
+    Sleeper(const Sleeper&) = delete;
+    Sleeper& operator=(const Sleeper&) = delete;
 
   private:
     friend class ClientThread;
@@ -55,6 +59,9 @@ class ClientThread {
     // Throws std::system_error.
     ClientThread();
     ~ClientThread();
+
+    ClientThread(const ClientThread&) = delete;
+    ClientThread& operator=(const ClientThread&) = delete;
 
     std::size_t clients() const { return clients_; }
     asio::io_context& context() { return context_; }

@@ -23,6 +23,8 @@ namespace qv::host {
 class HandlerMemory {
   public:
     HandlerMemory() = default;
+    ~HandlerMemory() = default;
+
     HandlerMemory(const HandlerMemory&) = delete;
     HandlerMemory& operator=(const HandlerMemory&) = delete;
 
@@ -34,7 +36,7 @@ class HandlerMemory {
 
         explicit Allocator(HandlerMemory& memory) noexcept : memory_(&memory) {}
         template <typename U>
-        Allocator(const Allocator<U>& other) noexcept : memory_(other.memory_) {}
+        explicit Allocator(const Allocator<U>& other) noexcept : memory_(other.memory_) {}
 
         T* allocate(std::size_t count) {
             static_assert(alignof(T) <= alignof(std::max_align_t));

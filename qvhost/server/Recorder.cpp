@@ -322,6 +322,10 @@ void Recorder::Work::carryOut(const Job& job) {
         hasRecord_ = hasRecord_ || kept->snapshot != current || !job.wishes.empty();
         count(Clock::now() - begin, changes);
     } catch (const std::bad_alloc&) {
+        {
+            const system::MutexLock lock(mutex_);
+            statistics_.since.reset();
+        }
         finish(job, isKept, true);
         return;
     }

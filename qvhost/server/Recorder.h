@@ -40,7 +40,11 @@ class ChangeBatch {
         bool isDecided = false;  // the door refused the request, so there is no change to make
     };
 
+    ChangeBatch() = default;
     virtual ~ChangeBatch() = default;
+
+    ChangeBatch(const ChangeBatch&) = delete;
+    ChangeBatch& operator=(const ChangeBatch&) = delete;
 
     // The recorder's thread calls this when every item has its outcome. Must not throw.
     virtual void answered() noexcept = 0;

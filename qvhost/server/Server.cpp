@@ -143,6 +143,7 @@ class Server::Work {
     HandlerMemory reloadSignalMemory_;
     HandlerMemory sweepMemory_;
     HandlerMemory stopTimeMemory_;
+    HandlerMemory emptiedMemory_;
     asio::io_context control_{1};
     asio::signal_set stopSignals_;
     asio::signal_set reloadSignals_;
@@ -243,7 +244,8 @@ void Server::Work::stop() {
     ServiceManager::stopping();
     sweepTimer_.cancel();
     acceptor_->stop(socket_->own());
-    clients_.stop([this] { asio::post(control_, [this] { end(); }); });
+    // The last client tells this when it goes, and nothing may fail then.
+    clients_.stop([this] { asio::post(control_, emptiedMemory_.keep([this] { end(); })); });
 }
 
 // Ends plug-in and record when the last client has gone. The file may be on a slow disk, so another

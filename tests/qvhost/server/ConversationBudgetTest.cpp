@@ -232,6 +232,7 @@ TEST_F(ConversationBudgetTest, ListingBeyondTheShareIsSentAlone) {
 TEST_F(ConversationBudgetTest, ClientsThatAllWantMoreThanThereIsAreAllServed) {
     constexpr int kClients = 12;
     std::vector<std::thread> threads;
+    threads.reserve(kClients);
     for (int i = 0; i < kClients; ++i) {
         threads.emplace_back([this, i] {
             const RawClient client = served.connect(i % 3 == 0 ? ::geteuid() : kOther + i % 3);

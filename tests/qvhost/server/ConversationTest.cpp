@@ -25,7 +25,6 @@ namespace qv::host {
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 using tests::decode;
 using tests::encode;
