@@ -225,7 +225,7 @@ void FollowedPlugin::choose(const FileView& file) {
 }
 
 // Makes the directory hold the list of the file or of its backup, or nothing if neither can be
-// read.
+// read. The other keys are taken from there, too.
 void FollowedPlugin::chooseFile(const FileView& file) {
     if (file.state == State::Whole) {
         adopt(file.services, "read " + file_.path());
@@ -237,6 +237,8 @@ void FollowedPlugin::chooseFile(const FileView& file) {
     StoredFile::Contents stored;
     try {
         stored = file_.read();
+        // The host writes them to the file before the plug-in could restore it.
+        note_.otherKeys = stored.otherKeys;
     } catch (const std::runtime_error&) {
         stored.source = file_.problem(file);
     }

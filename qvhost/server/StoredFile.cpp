@@ -197,7 +197,8 @@ void StoredFile::make() const {
 StoredFile::Contents StoredFile::read() const {
     const PropertyListFile file = loadPropertyList(path_);
     if (file.state == State::Whole) {
-        return {servicesIn(file.root.get()).services, "read " + path_};
+        return {servicesIn(file.root.get()).services, otherKeysOf(file.root.get()),
+                "read " + path_};
     }
     const std::string problem = fmt::format("{} {}", path_, file.problem);
     if (file.state == State::Unusable) {
@@ -208,7 +209,7 @@ StoredFile::Contents StoredFile::read() const {
         throw std::runtime_error(fmt::format("cannot list the services: {}, and its backup {} {}",
                                              problem, backup(), copy.problem));
     }
-    return {servicesIn(copy.root.get()).services,
+    return {servicesIn(copy.root.get()).services, otherKeysOf(copy.root.get()),
             fmt::format("{}; read its backup {}", problem, backup())};
 }
 

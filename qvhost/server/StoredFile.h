@@ -50,6 +50,7 @@ class StoredFile {
   public:
     struct Contents {
         std::vector<Service> services;  // ascending by identifier
+        std::string otherKeys;          // the file without "Address", as a property list
 
         // Names the file that was read. If that is the backup, tells why.
         std::string source;

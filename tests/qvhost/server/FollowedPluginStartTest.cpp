@@ -72,7 +72,7 @@ TEST_F(FollowedPluginStart, FileCountsWithoutARecord) {
 
 TEST_F(FollowedPluginStart, BackupCountsWithoutARecordAndAGoodFile) {
     tests::writeFile(host_.backup(), zonedFileOf({{1, "a"}}));
-    expectStart({{1, "a"}}, "");
+    expectStart({{1, "a"}});
     EXPECT_THAT(lines_, Contains(AllOf(HasSubstr("does not exist; read its backup"),
                                        HasSubstr("1 added, 0 changed, 0 withdrawn"))));
 }
@@ -80,7 +80,7 @@ TEST_F(FollowedPluginStart, BackupCountsWithoutARecordAndAGoodFile) {
 TEST_F(FollowedPluginStart, DamagedFileWithoutARecordIsKeptAside) {
     tests::writeFile(host_.path(), "damaged");
     tests::writeFile(host_.backup(), zonedFileOf({{1, "a"}}));
-    expectStart({{1, "a"}}, "");
+    expectStart({{1, "a"}});
     EXPECT_EQ(readFile(host_.aside(1)), "damaged");
     EXPECT_EQ(readFile(host_.backup()), zonedFileOf({{1, "a"}}));
 }
