@@ -119,9 +119,9 @@ std::string FollowedPlugin::follow(bool mayRestart) {
         tell(fmt::format("the plug-in started with {} services; {}", known_->size(),
                          numbersOf(difference(*known_, *target), *known_)));
     }
-    send(*target, mustSave);
+    const bool isSaved = send(*target, mustSave);
     known_ = target;
-    return readBack(*target);
+    return readBack(*target, isSaved);
 }
 
 // Tells whether the plug-in must be restarted, and otherwise whether it must save even if no
@@ -136,7 +136,7 @@ bool FollowedPlugin::mustRestart(const Snapshot& target, bool& mustSave) {
         if (file.state != State::Whole) {
             return file.state != State::Unusable;
         }
-        mustSave = !areSame(file.services, target);
+        mustSave = isStale_ || !areSame(file.services, target);
     }
     if (!mustSave && difference(*known_, target).empty()) {
         return false;
@@ -153,21 +153,32 @@ bool FollowedPlugin::mustRestart(const Snapshot& target, bool& mustSave) {
 void FollowedPlugin::restart(Choice choice) {
     finalize();
     FileView file = file_.look();
+    const bool isMixture = isDamagedInOtherKeys(file, choice);
     if (choice == Choice::RecordOrFile) {
-        choose(file);
+        choose(file, isMixture);
     } else {
         noticeEdit(file);
     }
     const SnapshotPointer target = recorder_.state()->snapshot;
     bool isWhole = file.state == State::Whole;
     writeProblem_.clear();
+    // The record remembers the other keys from before the first write.
+    if (isMixture) {
+        file.otherKeys = note_.otherKeys;
+    } else if (isWhole) {
+        note_.otherKeys = file.otherKeys;
+        isNoted_ = false;
+    }
     // A start lets the plug-in bring up a file that lags. A restart has a reason to write.
-    const bool isLeftToPlugin = file.state == State::Unusable ||
-                                (isWhole && (areSame(file.services, *target) ||
-                                             (choice == Choice::RecordOrFile && !target->empty())));
+    const bool isLeftToPlugin =
+        file.state == State::Unusable ||
+        (isWhole && !isMixture &&
+         (areSame(file.services, *target) || (choice == Choice::RecordOrFile && !target->empty())));
     if (!isLeftToPlugin && write(file, *target)) {
         isWhole = true;
     }
+    // The backup may have others.
+    loadedKeys_ = isWhole ? note_.otherKeys : "";
     initialize(isWhole || file.state == State::Unusable);
     // The plug-in may have restored the file from its backup.
     hasFile_ = isWhole || file_.look().state == State::Whole;
@@ -196,9 +207,18 @@ void FollowedPlugin::initialize(bool isReadable) {
     isStarted_ = true;
 }
 
+// Tells whether a whole file has other keys than the record remembers, because a write of the
+// plug-in was cut short. The part that such a write takes out may lie in the value of a key.
+bool FollowedPlugin::isDamagedInOtherKeys(const FileView& file, Choice choice) const {
+    const bool isCutShort =
+        choice == Choice::RecordOrFile ? recorder_.hasRecord() && note_.isBeingWritten : isStale_;
+    return isCutShort && file.state == State::Whole && !note_.otherKeys.empty() &&
+           file.otherKeys != note_.otherKeys;
+}
+
 // Decides whose list of services counts and makes the directory hold it. Keeps the other list
 // aside.
-void FollowedPlugin::choose(const FileView& file) {
+void FollowedPlugin::choose(const FileView& file, bool isMixture) {
     fingerprint_ = file.fingerprint;
     if (!recorder_.hasRecord()) {
         chooseFile(file);
@@ -206,8 +226,8 @@ void FollowedPlugin::choose(const FileView& file) {
     }
     const SnapshotPointer directory = recorder_.state()->snapshot;
     const bool isDamaged = file.state == State::Damaged;
-    const bool differs =
-        isDamaged || (file.state == State::Whole && !areSame(file.services, *directory));
+    const bool differs = isDamaged || isMixture ||
+                         (file.state == State::Whole && !areSame(file.services, *directory));
     if (!differs || file.fingerprint == note_.fingerprint) {
         return;
     }
@@ -301,13 +321,13 @@ void FollowedPlugin::keepNote() {
 }
 
 // Sends the plug-in the difference to the snapshot. The plug-in saves if there is one, or if it
-// must.
-void FollowedPlugin::send(const Snapshot& target, bool mustSave) {
+// must. Returns whether it did.
+bool FollowedPlugin::send(const Snapshot& target, bool mustSave) {
     PluginRequests requests;
     {
         const Edits edits = difference(*known_, target);
         if (edits.empty() && !mustSave) {
-            return;
+            return false;
         }
         requests = requestsFor(edits, target);
     }
@@ -324,12 +344,17 @@ void FollowedPlugin::send(const Snapshot& target, bool mustSave) {
     if (!requests.registration.empty()) {
         execute(plugin_, QV_COMMAND_REGISTER_SERVICES, requests.registration);
     }
+    return saves;
 }
 
-std::string FollowedPlugin::readBack(const Snapshot& target) {
+std::string FollowedPlugin::readBack(const Snapshot& target, bool isSaved) {
     FileView file = file_.look();
     fingerprint_ = file.fingerprint;
-    isInStep_ = file.state == State::Whole && areSame(file.services, target);
+    // A save that was cut short may hold all services and have lost a part of another key. The host
+    // then writes the file.
+    const bool mayBeCut = isSaved || isStale_;
+    const bool isComplete = !mayBeCut || loadedKeys_.empty() || file.otherKeys == loadedKeys_;
+    isInStep_ = file.state == State::Whole && areSame(file.services, target) && isComplete;
     isStale_ = file.state == State::Whole && !isInStep_;
     if (!isInStep_) {
         return whyNot(file);

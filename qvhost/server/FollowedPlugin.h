@@ -77,7 +77,8 @@ class FollowedPlugin {
     bool mustRestart(const Snapshot& target, bool& mustSave);
     void restart(Choice choice);
     void initialize(bool isReadable);
-    void choose(const FileView& file);
+    bool isDamagedInOtherKeys(const FileView& file, Choice choice) const;
+    void choose(const FileView& file, bool isMixture);
     void chooseFile(const FileView& file);
     void adopt(const std::vector<Service>& services, const std::string& reason);
     void noticeEdit(const FileView& file);
@@ -85,8 +86,8 @@ class FollowedPlugin {
     bool write(const FileView& file, const Snapshot& target);
     bool noteWriting();
     void keepNote();
-    void send(const Snapshot& target, bool mustSave);
-    std::string readBack(const Snapshot& target);
+    bool send(const Snapshot& target, bool mustSave);
+    std::string readBack(const Snapshot& target, bool isSaved);
     std::string whyNot(const FileView& file) const;
     void tell(const std::string& line);
 
@@ -97,8 +98,9 @@ class FollowedPlugin {
     const Recorder::Report report_;
 
     bool isStarted_ = false;
-    bool hasFile_ = false;   // the plug-in found its file when it was started, so it saves
-    SnapshotPointer known_;  // what the plug-in holds; null if it has to be asked
+    bool hasFile_ = false;    // the plug-in found its file when it was started, so it saves
+    std::string loadedKeys_;  // that a save has to write beside the services; empty if unknown
+    SnapshotPointer known_;   // what the plug-in holds; null if it has to be asked
     std::optional<std::string> level_;
 
     // What was found when the file was last read.

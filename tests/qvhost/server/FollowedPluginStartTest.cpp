@@ -179,6 +179,36 @@ TEST_F(FollowedPluginStart, MixtureDoesNotCount) {
     EXPECT_THAT(lines_, Contains(HasSubstr("was being written and does not count")));
 }
 
+// A write that is cut short ends in the bytes of the former file, which may lie in a value.
+TEST_F(FollowedPluginStart, MixtureLosesNoPartOfAnotherKey) {
+    keep({{1, "a"}});
+    noteThatTheFileIsBeingWritten();
+    changeRecord({{2, "b"}});
+    const std::string mixture =
+        tests::document(tests::entryOf({{1, "a"}, {2, "b"}}) + "\t<key>Zone</key>\n\t<string/>\n");
+    tests::writeFile(host_.path(), mixture);
+    expectStart({{1, "a"}, {2, "b"}});
+    EXPECT_EQ(readFile(host_.aside(1)), mixture);
+}
+
+TEST_F(FollowedPluginStart, EditOfOtherKeysIsRememberedBeforeTheFirstSave) {
+    keep({{1, "a"}});
+    changeRecord({{2, "b"}});
+    tests::writeFile(host_.path(), fileOf({{1, "a"}}));
+    std::string otherKeys;
+    host_.openRecord();
+    plugin_ = std::make_unique<Plugin>(QV_PLUGIN_FILE);
+    followed_ = std::make_unique<FollowedPlugin>(
+        *plugin_, StoredFile(host_.path()), host_.recorder(),
+        [&] {
+            otherKeys = host_.recorder().fileNote().otherKeys;
+            plugin_->initialize();
+        },
+        host_.report());
+    EXPECT_EQ(followed_->start(), "");
+    EXPECT_THAT(otherKeys, AllOf(HasSubstr("<dict/>"), Not(HasSubstr("Zone"))));
+}
+
 TEST_F(FollowedPluginStart, FileThatWasWrittenWholeNeedsNoCopy) {
     keep({{1, "a"}});
     noteThatTheFileIsBeingWritten();
