@@ -165,6 +165,8 @@ Server::Work::~Work() {
 
 void Server::Work::run() {
     giveBackLargePieces();
+    // The times of the sweep and of the end.
+    setTimersAside(control_, 2);
     recorder_.onPublished([this] { follower_.published(); });
     recorder_.start();
     follower_.start();
