@@ -1,5 +1,6 @@
 #include "support/SystemCallTracer.h"
 
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -33,15 +34,28 @@ constexpr int kSystemCallStop = SIGTRAP | 0x80;
 // Returns the number of the argument that is a path, or -1 if the call takes no path.
 int pathArgument(long number) {
     switch (number) {
+        case SYS_access:
         case SYS_chmod:
+        case SYS_link:
+        case SYS_lstat:
         case SYS_mkdir:
+        case SYS_open:
         case SYS_readlink:
         case SYS_rename:
+        case SYS_rmdir:
         case SYS_stat:
         case SYS_unlink:
             return 0;
+        case SYS_faccessat:
+        case SYS_fchmodat:
+        case SYS_linkat:
+        case SYS_mkdirat:
         case SYS_newfstatat:
         case SYS_openat:
+        case SYS_renameat:
+        case SYS_renameat2:
+        case SYS_statx:
+        case SYS_unlinkat:
             return 1;
         default:
             return -1;
@@ -51,8 +65,12 @@ int pathArgument(long number) {
 bool takesOpenFile(long number) {
     switch (number) {
         case SYS_close:
+        case SYS_fallocate:
+        case SYS_fchmod:
+        case SYS_fchown:
         case SYS_fcntl:
         case SYS_fdatasync:
+        case SYS_flock:
         case SYS_fstat:
         case SYS_fsync:
         case SYS_ftruncate:
@@ -62,6 +80,7 @@ bool takesOpenFile(long number) {
         case SYS_pwrite64:
         case SYS_read:
         case SYS_readv:
+        case SYS_statx:
         case SYS_write:
         case SYS_writev:
             return true;
@@ -93,19 +112,12 @@ std::string textAt(pid_t child, std::uint64_t address) {
     }
 }
 
-// Returns the path of the file that a call uses, or an empty text.
-std::string fileOf(pid_t child, const SystemCall& call) {
-    const int path = pathArgument(call.number);
-    std::string file =
-        path < 0 ? "" : textAt(child, call.arguments[static_cast<std::size_t>(path)]);
-    if (file.empty() && takesOpenFile(call.number)) {
-        std::error_code ignored;
-        file = std::filesystem::read_symlink(
-                   "/proc/" + std::to_string(child) + "/fd/" + std::to_string(call.arguments[0]),
-                   ignored)
-                   .string();
-    }
-    return file;
+// Returns the path of an open file, or an empty text.
+std::string openFileOf(pid_t child, std::uint64_t descriptor) {
+    std::error_code ignored;
+    return std::filesystem::read_symlink(
+               "/proc/" + std::to_string(child) + "/fd/" + std::to_string(descriptor), ignored)
+        .string();
 }
 
 // Follows one child from stop to stop.
@@ -274,17 +286,36 @@ class Tracer {
 
 }  // namespace
 
+std::string fileOf(pid_t child, const SystemCall& call) {
+    const int path = pathArgument(call.number);
+    std::string file =
+        path < 0 ? "" : textAt(child, call.arguments[static_cast<std::size_t>(path)]);
+    if (file.empty() && takesOpenFile(call.number)) {
+        return openFileOf(child, call.arguments[0]);
+    }
+    // A call whose second argument is a path has a directory as its first one.
+    if (path == 1 && file[0] != '/' && static_cast<int>(call.arguments[0]) != AT_FDCWD) {
+        return openFileOf(child, call.arguments[0]) + "/" + file;
+    }
+    return file;
+}
+
 std::string describe(const SystemCall& call) {
     static const std::map<long, const char*> names{
-        {SYS_brk, "brk"},           {SYS_chmod, "chmod"},         {SYS_close, "close"},
-        {SYS_fcntl, "fcntl"},       {SYS_fdatasync, "fdatasync"}, {SYS_fstat, "fstat"},
-        {SYS_fsync, "fsync"},       {SYS_ftruncate, "ftruncate"}, {SYS_lseek, "lseek"},
-        {SYS_mkdir, "mkdir"},       {SYS_mmap, "mmap"},           {SYS_mremap, "mremap"},
-        {SYS_munmap, "munmap"},     {SYS_newfstatat, "stat"},     {SYS_openat, "open"},
-        {SYS_pread64, "pread"},     {SYS_pwrite64, "pwrite"},     {SYS_read, "read"},
-        {SYS_readlink, "readlink"}, {SYS_readv, "readv"},         {SYS_rename, "rename"},
-        {SYS_stat, "stat"},         {SYS_unlink, "unlink"},       {SYS_write, "write"},
-        {SYS_writev, "writev"},
+        {SYS_access, "access"},       {SYS_faccessat, "access"},    {SYS_brk, "brk"},
+        {SYS_chmod, "chmod"},         {SYS_fchmodat, "chmod"},      {SYS_close, "close"},
+        {SYS_fallocate, "fallocate"}, {SYS_fchmod, "fchmod"},       {SYS_fchown, "fchown"},
+        {SYS_fcntl, "fcntl"},         {SYS_fdatasync, "fdatasync"}, {SYS_flock, "flock"},
+        {SYS_fstat, "fstat"},         {SYS_fsync, "fsync"},         {SYS_ftruncate, "ftruncate"},
+        {SYS_link, "link"},           {SYS_linkat, "link"},         {SYS_lseek, "lseek"},
+        {SYS_lstat, "lstat"},         {SYS_mkdir, "mkdir"},         {SYS_mkdirat, "mkdir"},
+        {SYS_mmap, "mmap"},           {SYS_mremap, "mremap"},       {SYS_munmap, "munmap"},
+        {SYS_open, "open"},           {SYS_openat, "open"},         {SYS_pread64, "pread"},
+        {SYS_pwrite64, "pwrite"},     {SYS_read, "read"},           {SYS_readlink, "readlink"},
+        {SYS_readv, "readv"},         {SYS_rename, "rename"},       {SYS_renameat, "rename"},
+        {SYS_renameat2, "rename"},    {SYS_rmdir, "rmdir"},         {SYS_stat, "stat"},
+        {SYS_newfstatat, "stat"},     {SYS_statx, "stat"},          {SYS_unlink, "unlink"},
+        {SYS_unlinkat, "unlink"},     {SYS_write, "write"},         {SYS_writev, "writev"},
     };
     const auto name = names.find(call.number);
     return (name != names.end() ? name->second : "call " + std::to_string(call.number)) + "(" +

@@ -59,6 +59,10 @@ struct SystemCall {
     std::string file;
 };
 
+// Returns the path of the file that a call uses. The child must be stopped before or after the
+// call. Empty if the call uses no file.
+std::string fileOf(pid_t child, const SystemCall& call);
+
 // Returns the name of the call and its file: "write(/a/b/file)". Returns the number of an unusual
 // call in place of its name.
 std::string describe(const SystemCall& call);
