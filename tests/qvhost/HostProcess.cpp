@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -130,6 +131,10 @@ bool HostProcess::waitForError(const std::string& text) {
 }
 
 void HostProcess::signal(int number) const {
+    // The system takes -1 for every process.
+    if (child_ == -1) {
+        throw std::logic_error("the host has ended");
+    }
     check(::kill(child_, number) == 0, "cannot send the host a signal");
 }
 
