@@ -150,7 +150,7 @@ void ModelledHost::checkExpectation(const Expectation& expected, const Image& im
     if (record.kind == Kind::Usable || record.kind == Kind::None) {
         check(allows(known_.mayHold, record.services), "the record lacks what was kept");
     }
-    // Without a record the backup may count, too.
+    // Without a record the backup may count instead.
     const bool mayBeEdit =
         record.kind == Kind::Usable ? holds(known_.edits, expected.services) : known_.isEdited;
     check(mayBeEdit || allows(known_.mayHold, expected.services),

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "server/Service.h"
 #include "server/Plugin.h"
+#include "server/Service.h"
 
 namespace qv::host {
 

@@ -18,9 +18,10 @@ struct ReadServices {
     std::vector<std::string> problems;
 };
 
-// Reads a list and checks all of it: every identifier is a number and occurs once, the directory can
-// hold every address, and there is nothing else. `name` is the name of the text in the problems. Without a
-// format, a text that begins with a bracket or a brace is JSON, and any other text is CSV.
+// Reads a list and checks all of it: every identifier is a number and occurs once, the directory
+// can hold every address, and there is nothing else. `name` is the name of the text in the
+// problems. Without a format, a text that begins with a bracket or a brace is JSON, and any other
+// text is CSV.
 ReadServices readServices(const std::string& text, const std::string& name,
                           std::optional<Format> format);
 

@@ -245,7 +245,7 @@ void FollowedPlugin::choose(const FileView& file, bool isMixture) {
 }
 
 // Makes the directory hold the list of the file or of its backup, or nothing if neither can be
-// read. The other keys are taken from there, too.
+// read. Takes the other keys from the same place.
 void FollowedPlugin::chooseFile(const FileView& file) {
     if (file.state == State::Whole) {
         adopt(file.services, "read " + file_.path());

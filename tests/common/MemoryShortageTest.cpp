@@ -5,15 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <new>
 #include <string>
 
 #include "ObjectMemory.h"
 #include "QvConfig.h"
 #include "platform/CoreFoundation/Objects.h"
 #include "support/ConfigurationDocuments.h"
-#include "support/FailingCalls.h"
 #include "support/Files.h"
+#include "support/MemoryShortage.h"
 #include "support/TemporaryDirectory.h"
 
 namespace qv::tests {
@@ -33,62 +32,6 @@ class NoMemoryIsKept : public testing::Environment {
 
 const testing::Environment* const noMemoryIsKept =
     testing::AddGlobalTestEnvironment(new NoMemoryIsKept);
-
-// One action during which an allocation fails, alone or together with all later ones.
-class Shortage {
-  public:
-    using Order = void (*)(int count);
-
-    Shortage(Order order, int count) : order_(order), count_(count) {}
-
-    // Runs the action. Returns true if the action ended, false if it threw std::bad_alloc.
-    template <class Action>
-    bool during(Action action) {
-        bool ended = true;
-        order_(count_);
-        try {
-            action();
-        } catch (const std::bad_alloc&) {
-            ended = false;
-        }
-        happened_ = mallocFailed();
-        EXPECT_TRUE(ended || happened_);
-        return ended;
-    }
-
-    // Returns whether an allocation failed.
-    bool happened() const { return happened_; }
-
-  private:
-    Order order_;
-    int count_;
-    bool happened_ = false;
-};
-
-// Calls `round` with each allocation of its action failing in turn. Expects that no round leaves
-// allocated memory behind. Returns how many allocations the action has.
-template <class Round>
-int sweepShortages(Round round) {
-    // The first round makes the objects that are made once and kept.
-    Shortage none(failMallocAfter, INT_MAX);
-    round(none);
-    EXPECT_FALSE(none.happened());
-
-    int count = 0;
-    for (const Shortage::Order order : {failMallocAfter, failEveryMallocAfter}) {
-        for (count = 0;; ++count) {
-            const long before = liveAllocations();
-            Shortage shortage(order, count);
-            round(shortage);
-            EXPECT_EQ(liveAllocations() - before, 0)
-                << "the round that fails allocation " << count << " leaves memory behind";
-            if (!shortage.happened() || testing::Test::HasFailure()) {
-                break;
-            }
-        }
-    }
-    return count;
-}
 
 // Each address is too long to be stored inside a string object.
 const std::string kAddresses[] = {std::string(100, 'a'), "caf\u00e9 \u4e2d" + std::string(90, 'b'),
