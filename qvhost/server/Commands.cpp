@@ -2,10 +2,30 @@
 
 #include <QvFrame.h>
 #include <QvPlugin.h>
+#include <fmt/format.h>
+#include <unistd.h>
 
 #include <utility>
 
+#include "StandardStreams.h"
+#include "server/Access.h"
+
 namespace qv::host {
+
+namespace {
+
+// Returns an answer that also tells the journal who set the level.
+Follower::Answer withLine(uid_t user, Follower::Answer answer) {
+    std::string line = fmt::format("user {} set the debug level", user);
+    return [line = std::move(line), answer = std::move(answer)](Outcome outcome) {
+        if (outcome.code == QV_OK) {
+            writeJournal(line);
+        }
+        answer(std::move(outcome));
+    };
+}
+
+}  // namespace
 
 Commands::Commands(Recorder& recorder, Follower& follower, Counts& counts,
                    std::function<std::string()> status)
@@ -51,7 +71,7 @@ void Commands::submit(std::shared_ptr<ChangeBatch> batch) {
     recorder_.submit(std::move(batch));
 }
 
-bool Commands::answer(const Frame& request, bool isPrivileged, AnswerQueue& answers,
+bool Commands::answer(const Frame& request, uid_t user, AnswerQueue& answers,
                       Follower::Answer later) {
     const uint32_t number = request.header.number;
     counts_.request(request.header.code);
@@ -69,13 +89,13 @@ bool Commands::answer(const Frame& request, bool isPrivileged, AnswerQueue& answ
             follower_.sync(std::move(later));
             return false;
         case QV_COMMAND_SET_DEBUG_LEVEL:
-            if (!isPrivileged) {
+            if (!isPrivileged(user, geteuid())) {
                 counts_.refusal(QV_HOST_ERROR_PRIVILEGE);
                 answers.append(QV_HOST_ERROR_PRIVILEGE, number,
                                "only root and the host's own user may set the debug level");
                 return true;
             }
-            follower_.setLevel(std::string(request.bytes), std::move(later));
+            follower_.setLevel(std::string(request.bytes), withLine(user, std::move(later)));
             return false;
         default:
             counts_.refusal(QV_HOST_ERROR_COMMAND);

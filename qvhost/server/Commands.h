@@ -6,6 +6,8 @@
 #ifndef QVHOST_SERVER_COMMANDS_H
 #define QVHOST_SERVER_COMMANDS_H
 
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -41,10 +43,8 @@ class Commands {
     // Carries out a request that is no change. Returns true and appends the answer if it is known
     // at once. Otherwise returns false and calls `later` once with the answer, on another thread.
     // `later` may be empty if mayTakeLong() is false.
-    // `isPrivileged` tells whether the client is root or the host's own user. Throws
-    // std::bad_alloc.
-    bool answer(const Frame& request, bool isPrivileged, AnswerQueue& answers,
-                Follower::Answer later);
+    // `user` is the client's. Throws std::bad_alloc.
+    bool answer(const Frame& request, uid_t user, AnswerQueue& answers, Follower::Answer later);
 
   private:
     Recorder& recorder_;

@@ -2,7 +2,6 @@
 
 #include <QvFrame.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -20,7 +19,6 @@
 #include <string_view>
 #include <utility>
 
-#include "server/Access.h"
 #include "server/AnswerQueue.h"
 #include "server/Farewell.h"
 #include "server/FrameReader.h"
@@ -77,7 +75,7 @@ class Conversation : public Sleeper,
           account_(parts.budget, user),
           thread_(thread),
           parts_(parts),
-          isPrivileged_(isPrivileged(user, geteuid())),
+          user_(user),
           longest_(longestRequest(parts.limits, parts.budget, user)),
           reader_(longest_) {
         socket_.non_blocking(true);
@@ -130,7 +128,7 @@ class Conversation : public Sleeper,
     Budget::Account account_;
     ClientThread& thread_;
     const ServingParts parts_;
-    const bool isPrivileged_;
+    const uid_t user_;
     const std::size_t longest_;
     FrameReader reader_;
     AnswerQueue answers_;
@@ -277,7 +275,7 @@ void Conversation::execute() {
 // Appends the answer. Returns false if a long answer has to wait for room.
 bool Conversation::answer(const Frame& request) {
     const std::size_t before = answers_.size();
-    parts_.commands.answer(request, isPrivileged_, answers_, nullptr);
+    parts_.commands.answer(request, user_, answers_, nullptr);
     const std::size_t bytes = answers_.size() - before;
     if (bytes > kBytesOfAnswers && !account_.hold(bytes)) {
         // The answer that is made when there is room may be another one.
@@ -295,7 +293,7 @@ bool Conversation::begin() {
     if (!request || !Commands::mayTakeLong(*request)) {
         return false;
     }
-    const bool isKnown = parts_.commands.answer(*request, isPrivileged_, answers_,
+    const bool isKnown = parts_.commands.answer(*request, user_, answers_,
                                                 [self = shared_from_this()](Outcome outcome) {
                                                     self->later_ = std::move(outcome);
                                                     self->wake();

@@ -152,6 +152,7 @@ TEST_F(ServeAccess, OnlyRootAndTheHostsUserSetTheLevel) {
     EXPECT_NE(answer->bytes, "");
     expectService(client, 1);
     expectDone(clientOf(0), QV_COMMAND_SET_DEBUG_LEVEL, kLevelInput);
+    EXPECT_TRUE(host.waitForError("user 0 set the debug level\n"));
 }
 
 TEST_F(ServeAccess, RefusedUserIsReportedOnceAMinute) {
