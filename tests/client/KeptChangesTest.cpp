@@ -26,7 +26,7 @@ namespace qv::client {
 namespace {
 
 using host::HostProcess;
-using host::Outcome;
+using host::ProgramOutcome;
 using host::ProgramRun;
 using host::readFile;
 using nlohmann::json;
@@ -113,10 +113,10 @@ TEST(KeptChanges, AreToldByTheStatus) {
 TEST(KeptChanges, AreToldToHealthChecks) {
     HostProcess host;
     ASSERT_TRUE(host.start()) << host.errors();
-    const Outcome table = ProgramRun().run({"--socket", host.socket(), "status"});
+    const ProgramOutcome table = ProgramRun().run({"--socket", host.socket(), "status"});
     EXPECT_EQ(table.status, 0);
     EXPECT_THAT(table.out, HasSubstr("\nkept      yes\n"));
-    const Outcome outcome =
+    const ProgramOutcome outcome =
         ProgramRun().run({"--socket", host.socket(), "status", "--json", "--timeout", "30"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(json::parse(outcome.out).at("kept"), true);
@@ -159,7 +159,7 @@ TEST(ChangesWithoutADisk, FailTheCommandsThatMakeThem) {
              {"register", "1", "a"}, {"import", "-"}, {"unregister", "1"}}) {
         std::vector<std::string> arguments = {"--socket", host.socket()};
         arguments.insert(arguments.end(), words.begin(), words.end());
-        const Outcome outcome = ProgramRun().run(arguments, input);
+        const ProgramOutcome outcome = ProgramRun().run(arguments, input);
         EXPECT_EQ(outcome.status, 1) << words.front();
         EXPECT_THAT(outcome.err, StartsWith("qvhost: not kept: ")) << words.front();
     }

@@ -140,13 +140,14 @@ int ProgramRun::wait() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-Outcome ProgramRun::run(const std::vector<std::string>& arguments, const std::string& input) {
+ProgramOutcome ProgramRun::run(const std::vector<std::string>& arguments,
+                               const std::string& input) {
     int in = openFile(files_.write("in", input), O_RDONLY);
     int out = openFile(outputFile_, O_WRONLY | O_CREAT | O_TRUNC);
     spawn(arguments, in, out);
     closeDescriptor(in);
     closeDescriptor(out);
-    Outcome outcome;
+    ProgramOutcome outcome;
     outcome.status = wait();
     if (outputFile_ == files_.path("out")) {
         outcome.out = readFile(outputFile_);
@@ -193,9 +194,9 @@ void ProgramRun::closeOutput() {
     closeDescriptor(fromChild_);
 }
 
-Outcome ProgramRun::finish() {
+ProgramOutcome ProgramRun::finish() {
     closeDescriptor(toChild_);
-    Outcome outcome;
+    ProgramOutcome outcome;
     outcome.status = wait();
     closeDescriptor(fromChild_);
     outcome.err = readFile(files_.path("err"));

@@ -2,7 +2,7 @@
 // for the configuration, which is a file without services:
 //
 //     ProgramRun program;
-//     Outcome outcome = program.run({"import", "-"}, "id,address\n");
+//     ProgramOutcome outcome = program.run({"import", "-"}, "id,address\n");
 //
 // start(), write(), readUntil() and finish() talk to the program while it runs.
 #ifndef QVHOST_PROGRAM_RUN_H
@@ -17,7 +17,7 @@
 
 namespace qv::host {
 
-struct Outcome {
+struct ProgramOutcome {
     int status = 0;  // the exit status, or 128 plus the signal that ended the program
     std::string out;
     std::string err;
@@ -49,11 +49,11 @@ class ProgramRun {
     // output.
     void setOutput(const char* path);
 
-    // Sets the file for standard error, whose content Outcome then lacks.
+    // Sets the file for standard error, whose content ProgramOutcome then lacks.
     void setErrors(const std::string& path) { errorFile_ = path; }
 
     // Runs the program to its end with `input` as standard input.
-    Outcome run(const std::vector<std::string>& arguments, const std::string& input = "");
+    ProgramOutcome run(const std::vector<std::string>& arguments, const std::string& input = "");
 
     enum Output { kOutputPipe, kOutputFile };
 
@@ -66,7 +66,7 @@ class ProgramRun {
     void closeOutput();
     void interrupt() const;
     // Ends the input and waits for the program.
-    Outcome finish();
+    ProgramOutcome finish();
 
   private:
     void spawn(const std::vector<std::string>& arguments, int input, int output);

@@ -31,8 +31,8 @@ using tests::ScriptedServer;
 using Arguments = std::vector<std::string>;
 
 // Runs the program as a client of a server that gives these answers.
-Outcome runWith(const ScriptedServer::Script& script, Arguments arguments,
-                const std::string& input = "") {
+ProgramOutcome runWith(const ScriptedServer::Script& script, Arguments arguments,
+                       const std::string& input = "") {
     const ScriptedServer server({script});
     arguments.insert(arguments.begin(), {"--socket", server.path()});
     return ProgramRun().run(arguments, input);
@@ -55,7 +55,7 @@ TEST(QvhostAnswers, ExportLosesNoBytesUntold) {
         answering(QV_OK, listOf({{1, "a"}, {5, "b\xff"}, {9, "\xc3"}}));
     const TestFiles files;
     for (const char* format : {"csv", "json"}) {
-        const Outcome outcome =
+        const ProgramOutcome outcome =
             runWith(script, {"export", files.path("out.txt"), "--format", format});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(
@@ -69,13 +69,13 @@ TEST(QvhostAnswers, ExportLosesNoBytesUntold) {
 
 TEST(QvhostAnswers, ChangeThatIsNotKeptIsToldAndFails) {
     const ScriptedServer::Script script = answering(QV_HOST_ERROR_NOT_KEPT, "the disk\nis full");
-    const Outcome registered = runWith(script, {"register", "1", "a"});
+    const ProgramOutcome registered = runWith(script, {"register", "1", "a"});
     EXPECT_EQ(registered.status, 1);
     EXPECT_EQ(registered.out, "");
     EXPECT_EQ(registered.err,
               "qvhost: not kept: the disk\\nis full; the services are registered, but a restart of "
               "the host may lose them\n");
-    const Outcome removed = runWith(script, {"unregister", "1"});
+    const ProgramOutcome removed = runWith(script, {"unregister", "1"});
     EXPECT_EQ(removed.status, 1);
     EXPECT_EQ(
         removed.err,
@@ -106,7 +106,7 @@ std::string manyServices(int count) {
 
 TEST(QvhostAnswers, ImportCountsTheServicesThatAreNotKept) {
     std::vector<uint32_t> commands;
-    const Outcome outcome =
+    const ProgramOutcome outcome =
         runWith(recording(commands, {QV_OK, QV_HOST_ERROR_NOT_KEPT, QV_HOST_ERROR_NOT_KEPT}),
                 {"import", "-"}, manyServices(2500));
     EXPECT_EQ(outcome.status, 1);
@@ -118,7 +118,7 @@ TEST(QvhostAnswers, ImportCountsTheServicesThatAreNotKept) {
 
 TEST(QvhostAnswers, ImportThatFailsTellsWhatIsNotKept) {
     std::vector<uint32_t> commands;
-    const Outcome outcome =
+    const ProgramOutcome outcome =
         runWith(recording(commands, {QV_HOST_ERROR_NOT_KEPT, QV_OK, QV_HOST_ERROR_REFUSED}),
                 {"import", "-"}, manyServices(2500));
     EXPECT_EQ(outcome.status, 1);
@@ -143,18 +143,19 @@ TEST(QvhostAnswers, RegistrationWaitsForTheFileIfToldTo) {
 // The plug-in's file may hold what the record cannot.
 TEST(QvhostAnswers, RegistrationThatIsNotKeptWaitsForTheFileAsWell) {
     std::vector<uint32_t> commands;
-    const Outcome outcome = runWith(recording(commands, {QV_HOST_ERROR_NOT_KEPT, QV_OK}),
-                                    {"register", "--sync", "1", "a"});
+    const ProgramOutcome outcome = runWith(recording(commands, {QV_HOST_ERROR_NOT_KEPT, QV_OK}),
+                                           {"register", "--sync", "1", "a"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: not kept: the disk is full; "));
     EXPECT_THAT(commands, ElementsAre(QV_COMMAND_REGISTER_SERVICES, QV_HOST_COMMAND_SYNC));
 }
 
 TEST(QvhostAnswers, SyncTellsWhyTheFileDoesNotFollow) {
-    const Outcome done = runWith(answering(QV_OK, ""), {"sync"});
+    const ProgramOutcome done = runWith(answering(QV_OK, ""), {"sync"});
     EXPECT_EQ(done.status, 0);
     EXPECT_EQ(done.out + done.err, "");
-    const Outcome outcome = runWith(answering(QV_HOST_ERROR_FILE, "it is read-only"), {"sync"});
+    const ProgramOutcome outcome =
+        runWith(answering(QV_HOST_ERROR_FILE, "it is read-only"), {"sync"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(
         outcome.err,
@@ -163,7 +164,7 @@ TEST(QvhostAnswers, SyncTellsWhyTheFileDoesNotFollow) {
 }
 
 TEST(QvhostAnswers, LevelIsForOthers) {
-    const Outcome outcome = runWith(
+    const ProgramOutcome outcome = runWith(
         answering(QV_HOST_ERROR_PRIVILEGE, "only root and the host's own user may set the level"),
         {"level", "7"});
     EXPECT_EQ(outcome.status, 1);
@@ -181,17 +182,18 @@ std::string statusThatIs(bool isKept) {
 }
 
 TEST(QvhostAnswers, StatusSucceedsIfTheDirectoryIsKept) {
-    const Outcome outcome = runWith(answering(QV_OK, statusThatIs(true)), {"status"});
+    const ProgramOutcome outcome = runWith(answering(QV_OK, statusThatIs(true)), {"status"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
     EXPECT_THAT(outcome.out, AllOf(HasSubstr("version 1.2.3"), HasSubstr("\nkept      yes\n")));
 }
 
 TEST(QvhostAnswers, StatusFailsIfTheDirectoryIsNotKept) {
-    const Outcome table = runWith(answering(QV_OK, statusThatIs(false)), {"status"});
+    const ProgramOutcome table = runWith(answering(QV_OK, statusThatIs(false)), {"status"});
     EXPECT_EQ(table.status, 1);
     EXPECT_THAT(table.out, HasSubstr("\nkept      no: the disk is full\n"));
-    const Outcome outcome = runWith(answering(QV_OK, statusThatIs(false)), {"status", "--json"});
+    const ProgramOutcome outcome =
+        runWith(answering(QV_OK, statusThatIs(false)), {"status", "--json"});
     EXPECT_EQ(outcome.status, 1);
     const json status = json::parse(outcome.out);
     EXPECT_EQ(status.at("kept"), false);
@@ -200,7 +202,7 @@ TEST(QvhostAnswers, StatusFailsIfTheDirectoryIsNotKept) {
 
 TEST(QvhostAnswers, StatusFailsIfTheHostDoesNotAnswerInTime) {
     for (const char* subcommand : {"status", "sync"}) {
-        const Outcome outcome =
+        const ProgramOutcome outcome =
             runWith([](Peer& peer) { peer.waitForEnd(); }, {subcommand, "--timeout", "0.02"});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.out, "");
@@ -209,7 +211,7 @@ TEST(QvhostAnswers, StatusFailsIfTheHostDoesNotAnswerInTime) {
 }
 
 TEST(QvhostAnswers, StatusFailsIfTheAnswerIsBroken) {
-    const Outcome outcome = runWith(answering(QV_OK, "\x0a"), {"status", "--json"});
+    const ProgramOutcome outcome = runWith(answering(QV_OK, "\x0a"), {"status", "--json"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_THAT(outcome.err, HasSubstr("it is no status"));

@@ -37,13 +37,13 @@ class QvhostClient : public testing::Test {
         return arguments;
     }
 
-    Outcome run(const Arguments& arguments, const std::string& input = "") {
+    ProgramOutcome run(const Arguments& arguments, const std::string& input = "") {
         return program_.run(withSocket(arguments), input);
     }
 
     // Expects success and nothing on standard error. Returns the output.
     std::string done(const Arguments& arguments, const std::string& input = "") {
-        const Outcome outcome = run(arguments, input);
+        const ProgramOutcome outcome = run(arguments, input);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.err, "");
         return outcome.out;
@@ -107,7 +107,7 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"regster", "1", "a"}, "did you mean 'register'?"},
     };
     for (const auto& [arguments, message] : wrong) {
-        const Outcome outcome = run(arguments);
+        const ProgramOutcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, 2) << testing::PrintToString(arguments);
         EXPECT_EQ(outcome.out, "") << testing::PrintToString(arguments);
         EXPECT_THAT(outcome.err, AllOf(StartsWith("qvhost: "), HasSubstr(message)));
@@ -135,7 +135,7 @@ TEST_F(QvhostClient, SetsTheLevelOfTheHostsLog) {
     done({"register", "--sync", "1", "/run/verbose.sock"});
     EXPECT_THAT(readFile(host_.files().path("log/namingService.log")),
                 HasSubstr("/run/verbose.sock"));
-    const Outcome refused = run({"level", "9"});
+    const ProgramOutcome refused = run({"level", "9"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.err,
               "qvhost: cannot set the debug level to 9: level must be 0 to 7 (the plug-in refused "
@@ -175,7 +175,7 @@ TEST(QvhostClientAlone, SaysThatThereIsNoHostAndWhatToDo) {
                                                              {"export"}}) {
         ProgramRun program;
         program.setVariable("QV_RUN_DIR", program.files().path("run"));
-        const Outcome outcome = program.run(arguments);
+        const ProgramOutcome outcome = program.run(arguments);
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, "qvhost: cannot reach the host at " + program.files().path("run") +
@@ -217,7 +217,7 @@ TEST_F(QvhostClient, LongestAddressArrivesWhole) {
 
 TEST_F(QvhostClient, ImportOfAFileWithAMistakeRegistersNothing) {
     const std::string file = program_.files().write("a.csv", "id,address\n1,a\nx,b\n3,c\n1,d\n");
-    const Outcome outcome = run({"import", file});
+    const ProgramOutcome outcome = run({"import", file});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.out, "");
     EXPECT_THAT(outcome.err, AllOf(HasSubstr("qvhost: " + file + ":3: identifier must be a number"),
@@ -263,7 +263,7 @@ TEST_F(QvhostClient, ImportSaysHowFarItCame) {
     for (int id = 5000; id < 5011; ++id) {
         csv += std::to_string(id) + ',' + std::string(4096, 'x') + "\r\n";
     }
-    const Outcome outcome = program_.run({"import", "-", "--socket", narrow.socket()}, csv);
+    const ProgramOutcome outcome = program_.run({"import", "-", "--socket", narrow.socket()}, csv);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, AllOf(StartsWith("qvhost: cannot register 11 services: "),
                                    HasSubstr("; 1000 of 1011 are registered\n")));
@@ -280,7 +280,7 @@ TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
     EXPECT_EQ(readFile(path("b.json")), done({"list", "--csv"}));
 
     program_.files().write("there", "mine");
-    const Outcome outcome = run({"export", path("there")});
+    const ProgramOutcome outcome = run({"export", path("there")});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("cannot make " + path("there") + ": File exists"));
     EXPECT_EQ(readFile(path("there")), "mine");
@@ -295,7 +295,7 @@ TEST_F(QvhostClient, WatchPrintsEachDirectoryOnce) {
     done({"register", "1", "b"});
     EXPECT_EQ(watching.readUntil("b\n"), "ID  ADDRESS\n 1  b\n");
     watching.interrupt();
-    const Outcome outcome = watching.finish();
+    const ProgramOutcome outcome = watching.finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
 }
@@ -305,7 +305,7 @@ TEST_F(QvhostClient, WatchEndsWhenNobodyReads) {
     watching.start(withSocket({"list", "--watch", "--interval", "86400"}));
     watching.readUntil("no services\n");
     watching.closeOutput();
-    const Outcome outcome = watching.finish();
+    const ProgramOutcome outcome = watching.finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
 }
@@ -375,7 +375,7 @@ TEST_F(QvhostClient, OutputThatCannotBeWrittenIsAFailure) {
     program_.setOutput("/dev/full");
     for (const Arguments& arguments :
          std::vector<Arguments>{{"list"}, {"list", "--watch"}, {"export"}, {"ping"}}) {
-        const Outcome outcome = run(arguments);
+        const ProgramOutcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, 1);
         EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
     }
@@ -384,7 +384,7 @@ TEST_F(QvhostClient, OutputThatCannotBeWrittenIsAFailure) {
 // Descriptor 1 would be the connection to the host, and the listing would be sent there.
 TEST_F(QvhostClient, ClosedStandardOutputIsAFailure) {
     program_.setOutput(nullptr);
-    const Outcome outcome = run({"list"});
+    const ProgramOutcome outcome = run({"list"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
 }
@@ -393,7 +393,7 @@ TEST_F(QvhostClient, PipeThatNobodyReadsIsAFailure) {
     program_.start(withSocket({"import", "-"}));
     program_.closeOutput();
     program_.write("id,address\n1,a\n");
-    const Outcome outcome = program_.finish();
+    const ProgramOutcome outcome = program_.finish();
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
 }
@@ -401,7 +401,7 @@ TEST_F(QvhostClient, PipeThatNobodyReadsIsAFailure) {
 TEST_F(QvhostClient, RefusalIsToldInTheHostsWords) {
     HostProcess full;
     ASSERT_TRUE(full.start({"--max-message", "10"}));
-    const Outcome outcome =
+    const ProgramOutcome outcome =
         program_.run({"--socket", full.socket(), "register", "1", "a long address"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: cannot register service 1: the host refused: "));

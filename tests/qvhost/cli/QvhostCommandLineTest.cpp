@@ -34,7 +34,7 @@ TEST(QvhostCommandLine, WrongUseExitsWithTwoAndRunsNothing) {
     };
     for (const std::vector<std::string>& arguments : wrong) {
         ProgramRun program;
-        const Outcome outcome = program.run(arguments);
+        const ProgramOutcome outcome = program.run(arguments);
         EXPECT_EQ(outcome.status, 2) << testing::PrintToString(arguments);
         EXPECT_THAT(outcome.err, StartsWith("qvhost: ")) << testing::PrintToString(arguments);
         EXPECT_THAT(outcome.out, IsEmpty()) << testing::PrintToString(arguments);
@@ -59,7 +59,7 @@ TEST(QvhostCommandLine, MessageDrivesNoTerminal) {
 TEST(QvhostCommandLine, HelpExplainsEverySubcommandWithExamples) {
     ProgramRun program;
     for (const char* option : {"--help", "-h"}) {
-        const Outcome outcome = program.run({option});
+        const ProgramOutcome outcome = program.run({option});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, AllOf(HasSubstr("serve"), HasSubstr("list"), HasSubstr("info"),
                                        HasSubstr("init"), HasSubstr("qvhost --config-dir")));
@@ -71,15 +71,15 @@ TEST(QvhostCommandLine, HelpExplainsEverySubcommandWithExamples) {
 
 TEST(QvhostCommandLine, VersionIsPrintedWithTheProgramsName) {
     ProgramRun program;
-    const Outcome outcome = program.run({"--version"});
+    const ProgramOutcome outcome = program.run({"--version"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.out, testing::MatchesRegex("qvhost [0-9.]+\n"));
 }
 
 TEST(QvhostCommandLine, OptionsMayFollowTheCommand) {
     ProgramRun program;
-    const Outcome before = program.run({"--json", "--plugin", QVHOST_FAKE_PLUGIN, "info"});
-    const Outcome after = program.run({"info", "--plugin", QVHOST_FAKE_PLUGIN, "--json"});
+    const ProgramOutcome before = program.run({"--json", "--plugin", QVHOST_FAKE_PLUGIN, "info"});
+    const ProgramOutcome after = program.run({"info", "--plugin", QVHOST_FAKE_PLUGIN, "--json"});
     EXPECT_EQ(before.status, 0);
     EXPECT_EQ(before.out, after.out);
     EXPECT_THAT(before.out, HasSubstr("fake get"));
@@ -88,7 +88,7 @@ TEST(QvhostCommandLine, OptionsMayFollowTheCommand) {
 TEST(QvhostCommandLine, MissingConfigurationDirectoryIsWrongUse) {
     ProgramRun program;
     const std::string directory = program.files().path("none");
-    const Outcome outcome = program.run({"serve", "--config-dir", directory});
+    const ProgramOutcome outcome = program.run({"serve", "--config-dir", directory});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.err, HasSubstr(directory));
 }
@@ -101,7 +101,7 @@ TEST(QvhostCommandLine, WordAfterALoneDoubleDashIsTheOneThatIsWrong) {
 TEST(QvhostCommandLine, MissingPluginFileIsNamed) {
     ProgramRun program;
     const std::string file = program.files().path("libnone.so");
-    const Outcome outcome = program.run({"info", "--plugin", file});
+    const ProgramOutcome outcome = program.run({"info", "--plugin", file});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: cannot load " + file + ": "));
 }
@@ -109,14 +109,14 @@ TEST(QvhostCommandLine, MissingPluginFileIsNamed) {
 TEST(QvhostCommandLine, FileThatIsNoLibraryIsNamed) {
     ProgramRun program;
     const std::string file = program.files().write("libtext.so", "no library\n");
-    const Outcome outcome = program.run({"info", "--plugin", file});
+    const ProgramOutcome outcome = program.run({"info", "--plugin", file});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("qvhost: cannot load " + file + ": "));
 }
 
 TEST(QvhostCommandLine, LibraryThatLacksTheFunctionsIsNoPlugin) {
     ProgramRun program;
-    const Outcome outcome = program.run({"info", "--plugin", QVHOST_INCOMPLETE_PLUGIN});
+    const ProgramOutcome outcome = program.run({"info", "--plugin", QVHOST_INCOMPLETE_PLUGIN});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, AllOf(HasSubstr(QVHOST_INCOMPLETE_PLUGIN),
                                    HasSubstr("it has no function QvPlugin")));
@@ -124,7 +124,7 @@ TEST(QvhostCommandLine, LibraryThatLacksTheFunctionsIsNoPlugin) {
 
 TEST(QvhostCommandLine, RelativePluginPathIsTakenFromTheCurrentDirectory) {
     ProgramRun program;
-    const Outcome outcome = program.run({"info", "--plugin", "libnone.so"});
+    const ProgramOutcome outcome = program.run({"info", "--plugin", "libnone.so"});
     EXPECT_THAT(outcome.err, HasSubstr(std::filesystem::current_path().string() + "/libnone.so"));
 }
 
@@ -137,7 +137,7 @@ TEST(QvhostCommandLine, ProgramWithoutItsPluginSaysWhereItLooked) {
     // These are the libraries that the program itself needs.
     program.setVariable("LD_LIBRARY_PATH", QVHOST_LIBRARY_DIR);
     program.setVariable("DYLD_LIBRARY_PATH", QVHOST_LIBRARY_DIR);
-    const Outcome outcome = program.run({"info"});
+    const ProgramOutcome outcome = program.run({"info"});
     if (outcome.status == 0) {
         GTEST_SKIP() << "the plug-in is installed: " << outcome.out;
     }
@@ -148,7 +148,7 @@ TEST(QvhostCommandLine, ProgramWithoutItsPluginSaysWhereItLooked) {
 
 TEST(QvhostInfo, ShowsTheBuiltPluginsIdAndCommands) {
     ProgramRun program;
-    const Outcome outcome = program.run({"info"});
+    const ProgramOutcome outcome = program.run({"info"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
     EXPECT_THAT(
@@ -193,7 +193,7 @@ TEST(QvhostOutput, FullDeviceIsAFailure) {
     for (const std::vector<std::string>& arguments : commands) {
         ProgramRun program;
         program.setOutput("/dev/full");
-        const Outcome outcome = program.run(arguments);
+        const ProgramOutcome outcome = program.run(arguments);
         EXPECT_EQ(outcome.status, 1) << testing::PrintToString(arguments);
         EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
     }

@@ -23,7 +23,7 @@ constexpr char kName[] = "/namingService.conf.plist";
 TEST(QvhostInit, MakesTheFileAndSaysWhere) {
     ProgramRun program;
     fs::remove(program.configuration());
-    const Outcome outcome = program.run({"init"});
+    const ProgramOutcome outcome = program.run({"init"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "made " + program.configuration() + "\n");
     EXPECT_EQ(outcome.err, "");
@@ -42,7 +42,7 @@ TEST(QvhostInit, RelativeDirectoryIsTakenFromTheCurrentOne) {
     ProgramRun program;
     const std::string directory =
         fs::relative(program.files().path("new/state"), fs::current_path()).string();
-    const Outcome outcome = program.run({"init", "--config-dir", directory});
+    const ProgramOutcome outcome = program.run({"init", "--config-dir", directory});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "made " + directory + kName + "\n");
     EXPECT_TRUE(fs::exists(program.files().path("new/state") + kName));
@@ -53,7 +53,7 @@ TEST(QvhostInit, ReplacesNothing) {
     ProgramRun program;
     for (const char* content : {"<plist version='1.0'><dict/></plist>", "damaged"}) {
         program.files().write("config/namingService.conf.plist", content);
-        const Outcome outcome = program.run({"init"});
+        const ProgramOutcome outcome = program.run({"init"});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err,
@@ -68,7 +68,7 @@ TEST(QvhostInit, BackupIsLeftForThePluginToRestore) {
     program.files().write("config/backup/namingService.conf.plist",
                           tests::document(tests::entryOf({{1, "a"}})));
     fs::remove(program.configuration());
-    const Outcome outcome = program.run({"init"});
+    const ProgramOutcome outcome = program.run({"init"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("the plug-in will restore " + program.configuration()));
     EXPECT_FALSE(fs::exists(program.configuration()));
@@ -78,7 +78,7 @@ TEST(QvhostInit, BackupIsLeftForThePluginToRestore) {
 TEST(QvhostInit, DirectoryThatCannotBeMadeIsNamed) {
     ProgramRun program;
     const std::string directory = program.files().write("file", "") + "/state";
-    const Outcome outcome = program.run({"init", "--config-dir", directory});
+    const ProgramOutcome outcome = program.run({"init", "--config-dir", directory});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, testing::AllOf(testing::StartsWith("qvhost: cannot make "),
                                             HasSubstr(directory), HasSubstr("Not a directory")));
@@ -106,7 +106,7 @@ TEST(QvhostInit, FullDiskIsAFailureThatLeavesNothing) {
     fs::permissions(limited, fs::perms::owner_all);
     program.setProgram(limited);
     const std::string directory = program.files().path("new/state");
-    const Outcome outcome = program.run({"init", "--config-dir", directory});
+    const ProgramOutcome outcome = program.run({"init", "--config-dir", directory});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "qvhost: cannot make " + directory + kName + ": File too large\n");
     EXPECT_FALSE(fs::exists(program.files().path("new")));
@@ -134,14 +134,14 @@ TEST(QvhostInit, InterruptionLeavesAWholeFileOrNothing) {
 TEST(QvhostInit, PathBeyondThePluginsBoundIsAFailure) {
     ProgramRun program;
     const std::string directory = program.files().path("") + std::string(2048, '/');
-    const Outcome made = program.run({"init", "--config-dir", directory});
+    const ProgramOutcome made = program.run({"init", "--config-dir", directory});
     EXPECT_THAT(made.err, HasSubstr("the configuration file's path is too long"));
     EXPECT_EQ(made.status, 1);
 }
 
 TEST(QvhostInit, PluginThatDoesNotTellThePlaceIsAFailure) {
     ProgramRun program;
-    const Outcome outcome = program.run({"init", "--plugin", QVHOST_FAKE_PLUGIN});
+    const ProgramOutcome outcome = program.run({"init", "--plugin", QVHOST_FAKE_PLUGIN});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "qvhost: the plug-in does not tell where its configuration is\n");
 }

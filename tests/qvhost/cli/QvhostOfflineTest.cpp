@@ -78,18 +78,18 @@ class QvhostOffline : public testing::Test {
 
     // Lists, and expects that no file changed and that the plug-in was not loaded: the plug-in
     // opens its log at once.
-    Outcome list(const std::vector<std::string>& options = {}) {
+    ProgramOutcome list(const std::vector<std::string>& options = {}) {
         const std::map<std::string, FileState> before = states();
         std::vector<std::string> arguments = {"list", "--offline"};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        Outcome outcome = program_.run(arguments);
+        ProgramOutcome outcome = program_.run(arguments);
         EXPECT_TRUE(states() == before);
         EXPECT_FALSE(fs::exists(program_.files().path("log")));
         return outcome;
     }
 
     void expectFailure(const std::string& problem) {
-        const Outcome outcome = list();
+        const ProgramOutcome outcome = list();
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, "qvhost: cannot list the services: " + problem + "\n");
@@ -103,14 +103,14 @@ constexpr char kNoDictionary[] = " is no property list with a dictionary as its 
 TEST_F(QvhostOffline, ReadsTheFileAndSaysSo) {
     tests::writeFile(file(), tests::documentOf({{2, "b"}, {-1, "a"}}));
     writeBackup(tests::documentOf({{3, "c"}}));
-    const Outcome outcome = list();
+    const ProgramOutcome outcome = list();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "ID  ADDRESS\n-1  a\n 2  b\n");
     EXPECT_EQ(outcome.err, "qvhost: read " + file() + "\n");
 }
 
 TEST_F(QvhostOffline, EmptyDirectoryIsSaidInWords) {
-    const Outcome outcome = list();
+    const ProgramOutcome outcome = list();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "no services\n");
 }
@@ -149,7 +149,7 @@ TEST_F(QvhostOffline, ReadsTheBackupOfADamagedFile) {
     writeBackup(tests::documentOf({{1, "a"}}));
     for (const char* content : {"damaged", "", "<plist><array/></plist>"}) {
         tests::writeFile(file(), content);
-        const Outcome outcome = list();
+        const ProgramOutcome outcome = list();
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.out, "ID  ADDRESS\n 1  a\n");
         EXPECT_EQ(outcome.err,
@@ -160,7 +160,7 @@ TEST_F(QvhostOffline, ReadsTheBackupOfADamagedFile) {
 TEST_F(QvhostOffline, ReadsTheBackupOfAMissingFile) {
     writeBackup(tests::documentOf({{1, "a"}}));
     fs::remove(file());
-    const Outcome outcome = list();
+    const ProgramOutcome outcome = list();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "ID  ADDRESS\n 1  a\n");
     EXPECT_EQ(outcome.err,
@@ -196,7 +196,7 @@ TEST_F(QvhostOffline, FailsForAUserWhoMayNotReadTheFile) {
     writeBackup(tests::documentOf({{1, "a"}}));
     tests::asOrdinaryUser(program_.files().path(""), [&] {
         fs::permissions(file(), fs::perms::none);
-        const Outcome outcome = program_.run({"list", "--offline"});
+        const ProgramOutcome outcome = program_.run({"list", "--offline"});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, "qvhost: cannot list the services: " + file() +
@@ -209,7 +209,7 @@ TEST_F(QvhostOffline, FailsForAUserWhoMayNotReadTheBackupOfADamagedFile) {
     tests::writeFile(file(), "damaged");
     tests::asOrdinaryUser(program_.files().path(""), [&] {
         fs::permissions(fs::path(backup()).parent_path(), fs::perms(0600));
-        const Outcome outcome = program_.run({"list", "--offline"});
+        const ProgramOutcome outcome = program_.run({"list", "--offline"});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.out, "");
         EXPECT_THAT(outcome.err,
