@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds kLastRetry(30'000);
 
 // Renames the files of a damaged database, so that somebody can look at them.
 std::string setAside(const std::string& path) {
-    const std::string name = fmt::format("{}.damaged-{}-{}", path, std::time(nullptr), getpid());
+    std::string name = fmt::format("{}.damaged-{}-{}", path, std::time(nullptr), getpid());
     if (std::rename(path.c_str(), name.c_str()) != 0) {
         throw RecordError(RecordError::Kind::Failed,
                           fmt::format("cannot set the damaged record {} aside: {}", path,

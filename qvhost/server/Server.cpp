@@ -106,6 +106,9 @@ class Server::Work {
 
     ~Work();
 
+    Work(const Work&) = delete;
+    Work& operator=(const Work&) = delete;
+
     void run();
 
   private:

@@ -164,7 +164,9 @@ TEST_F(ServedHost, ReceivesNoBadAddressFromTheExampleInPython) {
         "' register 7 ";
     for (const std::string& address : {std::string("\xff"), std::string(),
                                        std::string("\xef\xbb\xbf"), std::string(4097, 'x')}) {
-        const auto [output, status] = outputOf(python + "'" + address + "'");
+        std::string command = python;
+        command.append("'").append(address).append("'");
+        const auto [output, status] = outputOf(command);
         EXPECT_NE(status, 0);
         EXPECT_THAT(output, StartsWith("qvclient.py: the address of 7 ")) << output;
     }

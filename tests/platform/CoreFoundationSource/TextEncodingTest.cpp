@@ -9,7 +9,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::string_view kUnknown = "unknown text encoding";
 constexpr std::string_view kNotWellFormed = "text not well-formed in its encoding";
 
 // Returns the text, or the reason if the bytes are refused.
