@@ -24,7 +24,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Pair;
 using testing::StartsWith;
 
@@ -251,6 +250,7 @@ TEST_F(RecorderTest, ManyThreadsShareCommitsAndLoseNothing) {
     constexpr int kThreads = 8;
     constexpr int kChanges = 100;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([this, thread] {
             for (int i = 0; i < kChanges; ++i) {
@@ -261,9 +261,9 @@ TEST_F(RecorderTest, ManyThreadsShareCommitsAndLoseNothing) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(recorder_->statistics().changes, uint64_t{kThreads * kChanges});
+    EXPECT_EQ(recorder_->statistics().changes, uint64_t{kThreads} * kChanges);
     open();
-    EXPECT_EQ(recorder_->state()->snapshot->size(), std::size_t{kThreads * kChanges});
+    EXPECT_EQ(recorder_->state()->snapshot->size(), std::size_t{kThreads} * kChanges);
 }
 
 }  // namespace
