@@ -157,6 +157,7 @@ class Server::Work {
     std::thread ending_;  // lets the file catch up while signals and times are still handled
     Phase phase_ = Phase::Serving;
     uint64_t saves_ = 0;  // at the last sweep
+    bool sweepFails_ = false;
     std::string lastStatus_;
 };
 
@@ -304,8 +305,12 @@ void Server::Work::reloaded(const std::string& problem) {
 void Server::Work::sweep() {
     try {
         lookAround();
+        sweepFails_ = false;
     } catch (const std::exception& error) {
-        writeJournal(error.what());
+        // Reports this once, not every second.
+        if (!std::exchange(sweepFails_, true)) {
+            writeJournal(error.what());
+        }
     }
     sweepTimer_.expires_after(sweepInterval(settings_));
     sweepTimer_.async_wait(sweepMemory_.keep([this](const asio::error_code& error) {
