@@ -220,6 +220,17 @@ bool hasInexpressibleDate(const Tree& tree) {
     });
 }
 
+const Tree* find(const Tree* tree, const char16_t* key) {
+    for (std::size_t entry = 0;
+         tree != nullptr && tree->kind == Tree::Kind::kDictionary && entry < tree->elements.size();
+         entry += 2) {
+        if (tree->elements[entry].text == key) {
+            return &tree->elements[entry + 1];
+        }
+    }
+    return nullptr;
+}
+
 bool cannotBeRead(const Tree& tree) {
     return hasInexpressibleDate(tree) || depthOf(tree) > kDeepest;
 }

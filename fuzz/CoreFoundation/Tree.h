@@ -90,6 +90,9 @@ bool canBeExpressed(double date);
 // or yield another date.
 bool hasInexpressibleDate(const Tree& tree);
 
+// Returns the value of the key, or null if there is none or the tree is no dictionary.
+const Tree* find(const Tree* tree, const char16_t* key);
+
 // Returns whether the document of the tree may be refused.
 bool cannotBeRead(const Tree& tree);
 

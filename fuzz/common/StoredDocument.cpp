@@ -16,18 +16,6 @@ using tests::own;
 using tests::Owned;
 using Kind = Tree::Kind;
 
-// Returns the value of the key, or null if there is none or the tree is no dictionary.
-const Tree* find(const Tree* tree, const char16_t* key) {
-    for (std::size_t entry = 0;
-         tree != nullptr && tree->kind == Kind::kDictionary && entry < tree->elements.size();
-         entry += 2) {
-        if (tree->elements[entry].text == key) {
-            return &tree->elements[entry + 1];
-        }
-    }
-    return nullptr;
-}
-
 StoredService serviceOf(const Tree& tree) {
     StoredService service;
     if (const Tree* const id = find(&tree, u"id")) {

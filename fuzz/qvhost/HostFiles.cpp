@@ -61,18 +61,6 @@ std::optional<std::string> bytesOf(const Image& image, const char* name) {
     return found == image.files.end() ? std::nullopt : std::optional(found->second);
 }
 
-// Returns the value of the key, or null if there is none or the tree is no dictionary.
-const Tree* find(const Tree* tree, const char16_t* key) {
-    for (std::size_t entry = 0;
-         tree != nullptr && tree->kind == Kind::kDictionary && entry < tree->elements.size();
-         entry += 2) {
-        if (tree->elements[entry].text == key) {
-            return &tree->elements[entry + 1];
-        }
-    }
-    return nullptr;
-}
-
 bool isService(const Tree& element) {
     const Tree* const id = find(&element, u"id");
     const Tree* const address = find(&element, u"address");
