@@ -16,7 +16,11 @@
  * they are a text in UTF-8 for people. A client may send further requests before it has received
  * the answers to earlier ones.
  *
- * The command codes are those of QvPlugin.h and QV_HOST_COMMAND_PING. The result codes are those of
+ * A subscription takes its connection for itself. The host answers it with any number of frames,
+ * which all have the number of the request. The client sends nothing more and ends the subscription
+ * by closing the connection.
+ *
+ * The command codes are those of QvPlugin.h and the host's own below. The result codes are those of
  * QvPlugin.h and QvHostResult.
  */
 #ifndef QV_FRAME_H
@@ -30,17 +34,26 @@ extern "C" {
 
 enum { QV_FRAME_HEADER_SIZE = 12 };
 
-/* Commands that the host carries out itself. It ignores their input. */
+/* The edition of the protocol that this file defines. A host of edition 1 has no hello. */
+enum { QV_PROTOCOL_EDITION = 2 };
+
+/*
+ * Commands that the host carries out itself. Their messages are those of QvHost.proto. The host
+ * ignores the input of the first three.
+ */
 enum {
-    QV_HOST_COMMAND_PING = 0,   /* the answer has no bytes */
-    QV_HOST_COMMAND_STATUS = 1, /* out: HostStatus of QvHost.proto */
-    QV_HOST_COMMAND_SYNC = 2    /* answered when the plug-in's file holds the directory of now */
+    QV_HOST_COMMAND_PING = 0,     /* the answer has no bytes */
+    QV_HOST_COMMAND_STATUS = 1,   /* out: HostStatus */
+    QV_HOST_COMMAND_SYNC = 2,     /* answered when the plug-in's file holds the directory of now */
+    QV_HOST_COMMAND_HELLO = 3,    /* in and out: HostHello; no client has to send it */
+    QV_HOST_COMMAND_FIND = 4,     /* in: HostFind, out: ServiceInfoArray of namingService.proto */
+    QV_HOST_COMMAND_SUBSCRIBE = 5 /* in: HostSubscription, out: HostEvent, again and again */
 };
 
 /*
- * The host's own result codes. After the first five the host closes the connection, because it must
- * not or cannot read on. If the header of a request has arrived, the code answers this request.
- * Otherwise the code answers no request, and its number is 0.
+ * The host's own result codes. After the first five and the last, the host closes the connection,
+ * because it must not or cannot read on. If the header of a request has arrived, the code answers
+ * this request. Otherwise the code answers no request, and its number is 0.
  */
 enum QvHostResult {
     QV_HOST_ERROR_FORBIDDEN = 21001, /* this user may not use the host */
@@ -53,7 +66,8 @@ enum QvHostResult {
     QV_HOST_ERROR_REFUSED = 21008,   /* the directory cannot hold the services; nothing changed */
     QV_HOST_ERROR_NOT_KEPT = 21009,  /* the change is made, but a restart may lose it */
     QV_HOST_ERROR_FILE = 21010,      /* the plug-in's file does not follow the directory */
-    QV_HOST_ERROR_PRIVILEGE = 21011  /* only root and the host's own user may use the command */
+    QV_HOST_ERROR_PRIVILEGE = 21011, /* only root and the host's own user may use the command */
+    QV_HOST_ERROR_SUBSCRIBED = 21012 /* a subscription's connection takes no further request */
 };
 
 typedef struct QvFrameHeader {
