@@ -112,7 +112,7 @@ struct HostStatus {
     uint64_t clientLimit = 0;
     uint64_t memory = 0;  // bytes of all requests and answers
     uint64_t memoryLimit = 0;
-    std::optional<int32_t> level;           // of the plug-in's diagnostic log
+    std::optional<int32_t> level;           // of the plug-in's log, if a client set it
     std::map<uint32_t, uint64_t> requests;  // how many there were, by command code
     std::map<uint32_t, uint64_t> refusals;  // how many there were, by result code
 };

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "KevraCommonMsg.pb.h"
 #include "server/PluginError.h"
 #include "server/PluginRequests.h"
 
@@ -403,6 +404,14 @@ Outcome FollowedPlugin::setLevel(const std::string& input) {
     } catch (const PluginError& error) {
         return {QV_HOST_ERROR_PLUGIN, text::escaped(error.what())};
     }
+}
+
+std::optional<int32_t> FollowedPlugin::level() const {
+    qor::kevra::DebugOption option;
+    if (!level_ || !option.ParsePartialFromString(*level_)) {
+        return std::nullopt;
+    }
+    return option.debug_level();
 }
 
 void FollowedPlugin::finalize() {

@@ -66,6 +66,10 @@ class FollowedPlugin {
     // Has the plug-in execute the set-debug-level command. Remembers a level that was accepted.
     Outcome setLevel(const std::string& input);
 
+    // Returns the level that was set since the last start. Without one, the level is that of the
+    // plug-in's configuration.
+    std::optional<int32_t> level() const;
+
     // Finalises the plug-in. Reports a failure.
     void finalize();
 

@@ -251,7 +251,12 @@ void Follower::Work::execute(Wishes& wishes) {
     syncs_.splice(syncs_.end(), wishes.syncs);
     for (const Level& level : wishes.levels) {
         try {
-            level.answer(followed_.setLevel(level.input));
+            Outcome outcome = followed_.setLevel(level.input);
+            {
+                const system::MutexLock lock(mutex_);
+                statistics_.level = followed_.level();
+            }
+            level.answer(std::move(outcome));
         } catch (const std::bad_alloc&) {
             giveAnswer(level.answer, QV_HOST_ERROR_PLUGIN, kOutOfMemory);
         }
@@ -325,6 +330,7 @@ void Follower::Work::finish(Clock::duration length, SystemClock::time_point begi
         statistics_.longest = std::max(
             statistics_.longest, std::chrono::duration_cast<std::chrono::microseconds>(length));
         statistics_.start.swap(start);
+        statistics_.level = followed_.level();
         statistics_.problem.swap(problem);
         if (problem_.empty()) {
             ++statistics_.saves;

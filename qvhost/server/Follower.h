@@ -34,7 +34,8 @@ class Follower {
         uint64_t saves = 0;  // turns that brought the file up
         std::chrono::microseconds longest{0};
         std::optional<std::chrono::steady_clock::time_point> since;  // of the turn under way
-        std::string start;  // what the last start or reload did, in one line
+        std::string start;             // what the last start or reload did, in one line
+        std::optional<int32_t> level;  // that a client set since then
     };
 
     // Called once with the answer, on the follower's thread. After stop() it is called at once,

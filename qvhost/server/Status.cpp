@@ -82,6 +82,9 @@ std::string serialised(const Status& status, const Counts& counts) {
     message.set_client_limit(status.clientLimit);
     message.set_memory(status.memory);
     message.set_memory_limit(status.memoryLimit);
+    if (status.file.level) {
+        message.set_level(*status.file.level);
+    }
     counts.forEachRequest(
         [&](uint32_t code, uint64_t number) { add(code, number, *message.add_requests()); });
     counts.forEachRefusal(

@@ -208,9 +208,12 @@ TEST_F(FollowerTest, LevelIsSetInThePlugin) {
     start();
     EXPECT_EQ(setLevel(levelMessage(7)).code, uint32_t{QV_OK});
     EXPECT_EQ(setLevel(levelMessage(99)).code, uint32_t{QV_ERROR_ARGUMENT});
+    EXPECT_EQ(follower_->statistics().level, 7);
     host_.change({{1, "logged"}});
     expectSync();
     EXPECT_THAT(readFile(host_.files().path("log/namingService.log")), HasSubstr("logged"));
+    EXPECT_EQ(reload(), "");
+    EXPECT_EQ(follower_->statistics().level, std::nullopt);
 }
 
 TEST_F(FollowerTest, ChangesWithinThePauseWaitAndTheEndSavesThem) {
