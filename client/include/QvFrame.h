@@ -39,7 +39,7 @@ enum { QV_PROTOCOL_EDITION = 2 };
 
 /*
  * Commands that the host carries out itself. Their messages are those of QvHost.proto. The host
- * ignores the input of the first three.
+ * ignores the input of the first four.
  */
 enum {
     QV_HOST_COMMAND_PING = 0,     /* the answer has no bytes */

@@ -1,6 +1,7 @@
 #include "server/Commands.h"
 
 #include <QvFrame.h>
+#include <QvHost.pb.h>
 #include <QvPlugin.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 
 #include "StandardStreams.h"
 #include "server/Access.h"
+#include "server/Questions.h"
 
 namespace qv::host {
 
@@ -28,8 +30,12 @@ Follower::Answer withLine(uid_t user, Follower::Answer answer) {
 }  // namespace
 
 Commands::Commands(Recorder& recorder, Follower& follower, Counts& counts,
-                   std::function<std::string()> status)
-    : recorder_(recorder), follower_(follower), counts_(counts), status_(std::move(status)) {}
+                   std::function<std::string()> status, std::string version)
+    : recorder_(recorder),
+      follower_(follower),
+      counts_(counts),
+      status_(std::move(status)),
+      version_(std::move(version)) {}
 
 bool Commands::isChange(const Frame& request) {
     return request.header.code == QV_COMMAND_REGISTER_SERVICES ||
@@ -71,7 +77,32 @@ void Commands::submit(std::shared_ptr<ChangeBatch> batch) {
     recorder_.submit(std::move(batch));
 }
 
-bool Commands::answer(const Frame& request, uid_t user, AnswerQueue& answers,
+std::string Commands::hello(const Asker& asker) const {
+    wire::HostHello message;
+    message.set_edition(QV_PROTOCOL_EDITION);
+    message.set_version(version_);
+    for (const uint32_t command : Counts::kCommands) {
+        message.add_commands(command);
+    }
+    message.set_longest_request(asker.longestRequest);
+    message.set_most_services(kMostServices);
+    message.set_most_address_bytes(kMostAddressBytes);
+    message.set_longest_address(kLongestAddress);
+    message.set_most_ids(kMostIdsOfQuestion);
+    return message.SerializeAsString();
+}
+
+void Commands::find(const Frame& request, AnswerQueue& answers) {
+    Identifiers ids;
+    Outcome outcome = readFind(request.bytes, ids);
+    if (outcome.code == QV_OK) {
+        outcome.bytes = entriesOf(ids, *recorder_.state()->snapshot);
+    }
+    counts_.refusal(outcome.code);
+    answers.append(outcome.code, request.header.number, outcome.bytes);
+}
+
+bool Commands::answer(const Frame& request, const Asker& asker, AnswerQueue& answers,
                       Follower::Answer later) {
     const uint32_t number = request.header.number;
     counts_.request(request.header.code);
@@ -82,6 +113,12 @@ bool Commands::answer(const Frame& request, uid_t user, AnswerQueue& answers,
         case QV_HOST_COMMAND_STATUS:
             answers.append(QV_OK, number, status_());
             return true;
+        case QV_HOST_COMMAND_HELLO:
+            answers.append(QV_OK, number, hello(asker));
+            return true;
+        case QV_HOST_COMMAND_FIND:
+            find(request, answers);
+            return true;
         case QV_COMMAND_GET_SERVICES:
             answers.append(number, recorder_.state()->snapshot);
             return true;
@@ -89,13 +126,13 @@ bool Commands::answer(const Frame& request, uid_t user, AnswerQueue& answers,
             follower_.sync(std::move(later));
             return false;
         case QV_COMMAND_SET_DEBUG_LEVEL:
-            if (!isPrivileged(user, geteuid())) {
+            if (!isPrivileged(asker.user, geteuid())) {
                 counts_.refusal(QV_HOST_ERROR_PRIVILEGE);
                 answers.append(QV_HOST_ERROR_PRIVILEGE, number,
                                "only root and the host's own user may set the debug level");
                 return true;
             }
-            follower_.setLevel(std::string(request.bytes), withLine(user, std::move(later)));
+            follower_.setLevel(std::string(request.bytes), withLine(asker.user, std::move(later)));
             return false;
         default:
             counts_.refusal(QV_HOST_ERROR_COMMAND);

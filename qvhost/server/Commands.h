@@ -1,4 +1,4 @@
-// Carries out the requests of clients. Pings, listings and status are answered at once, from the
+// Carries out the requests of clients. Listings, finds and the like are answered at once, from the
 // newest snapshot. Changes go to the recorder, levels and syncs to the follower.
 //
 // A conversation reads a request, begins it here and, if the answer comes later, waits for it. The
@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,12 +22,18 @@
 
 namespace qv::host {
 
+// Who makes a request.
+struct Asker {
+    uid_t user = 0;
+    std::size_t longestRequest = 0;  // that the host takes of the client, without its header
+};
+
 class Commands {
   public:
-    // `status` returns the serialised status of the host. Any thread may call it. Counts requests
-    // and refusals in `counts`.
+    // `status` returns the serialised status of the host. Any thread may call it. `version` is that
+    // of the host. Counts requests and refusals in `counts`.
     Commands(Recorder& recorder, Follower& follower, Counts& counts,
-             std::function<std::string()> status);
+             std::function<std::string()> status, std::string version);
 
     static bool isChange(const Frame& request);
 
@@ -42,15 +49,19 @@ class Commands {
 
     // Carries out a request that is no change. Returns true and appends the answer if it is known
     // at once. Otherwise returns false and calls `later` once with the answer, on another thread.
-    // `later` may be empty if mayTakeLong() is false.
-    // `user` is the client's. Throws std::bad_alloc.
-    bool answer(const Frame& request, uid_t user, AnswerQueue& answers, Follower::Answer later);
+    // `later` may be empty if mayTakeLong() is false. Throws std::bad_alloc.
+    bool answer(const Frame& request, const Asker& asker, AnswerQueue& answers,
+                Follower::Answer later);
 
   private:
+    std::string hello(const Asker& asker) const;
+    void find(const Frame& request, AnswerQueue& answers);
+
     Recorder& recorder_;
     Follower& follower_;
     Counts& counts_;
     std::function<std::string()> status_;
+    const std::string version_;
 };
 
 }  // namespace qv::host

@@ -75,9 +75,8 @@ class Conversation : public Sleeper,
           account_(parts.budget, user),
           thread_(thread),
           parts_(parts),
-          user_(user),
-          longest_(longestRequest(parts.limits, parts.budget, user)),
-          reader_(longest_) {
+          asker_{user, longestRequest(parts.limits, parts.budget, user)},
+          reader_(asker_.longestRequest) {
         socket_.non_blocking(true);
     }
 
@@ -96,6 +95,13 @@ class Conversation : public Sleeper,
 
       private:
         Conversation& conversation_;
+    };
+
+    // A request whose answer needs room.
+    struct Unanswered {
+        QvFrameHeader header;
+        std::string input;
+        std::size_t bytesOfAnswer;
     };
 
     using Step = void (Conversation::*)();
@@ -128,8 +134,7 @@ class Conversation : public Sleeper,
     Budget::Account account_;
     ClientThread& thread_;
     const ServingParts parts_;
-    const uid_t user_;
-    const std::size_t longest_;
+    const Asker asker_;
     FrameReader reader_;
     AnswerQueue answers_;
     Batch batch_{*this};
@@ -137,9 +142,7 @@ class Conversation : public Sleeper,
     // The request whose answer comes later, and that answer.
     uint32_t laterNumber_ = 0;
     Outcome later_;
-    // A request whose answer needs room, and how much. Its input does not matter.
-    std::optional<QvFrameHeader> unanswered_;
-    std::size_t bytesOfAnswer_ = 0;
+    std::optional<Unanswered> unanswered_;
     // The epoch stands for none of these times.
     Clock::time_point partSince_;  // when an incomplete request began to arrive
     Clock::time_point sendUntil_;  // when the client must have read the answers
@@ -244,8 +247,11 @@ void Conversation::takeOutcomes() {
 
 // Carries out the requests that have arrived, up to one that has to wait.
 void Conversation::execute() {
-    if (unanswered_ && !answer({*std::exchange(unanswered_, std::nullopt), ""})) {
-        return;
+    if (unanswered_) {
+        const Unanswered request = *std::exchange(unanswered_, std::nullopt);
+        if (!answer({request.header, request.input})) {
+            return;
+        }
     }
     while (answers_.size() < kBytesOfAnswers && batch_.items.size() < kChangesOfBatch) {
         const std::optional<Frame> request = reader_.next();
@@ -268,20 +274,21 @@ void Conversation::execute() {
     if (batch_.items.empty() && reader_.tooLong()) {
         appendRefusal(QV_HOST_ERROR_LENGTH,
                       fmt::format("the request has {} bytes, and the host takes {}",
-                                  reader_.header()->length, longest_));
+                                  reader_.header()->length, asker_.longestRequest));
     }
 }
 
 // Appends the answer. Returns false if a long answer has to wait for room.
 bool Conversation::answer(const Frame& request) {
     const std::size_t before = answers_.size();
-    parts_.commands.answer(request, user_, answers_, nullptr);
+    parts_.commands.answer(request, asker_, answers_, nullptr);
     const std::size_t bytes = answers_.size() - before;
     if (bytes > kBytesOfAnswers && !account_.hold(bytes)) {
         // The answer that is made when there is room may be another one.
         answers_.removeLast();
-        unanswered_ = request.header;
-        bytesOfAnswer_ = bytes;
+        // The input of a listing does not matter, and a find is short.
+        const bool hasInput = request.header.code == QV_HOST_COMMAND_FIND;
+        unanswered_ = {request.header, std::string(hasInput ? request.bytes : ""), bytes};
         return false;
     }
     return true;
@@ -293,7 +300,7 @@ bool Conversation::begin() {
     if (!request || !Commands::mayTakeLong(*request)) {
         return false;
     }
-    const bool isKnown = parts_.commands.answer(*request, user_, answers_,
+    const bool isKnown = parts_.commands.answer(*request, asker_, answers_,
                                                 [self = shared_from_this()](Outcome outcome) {
                                                     self->later_ = std::move(outcome);
                                                     self->wake();
@@ -346,7 +353,7 @@ void Conversation::proceed() {
 // Returns the bytes that the next answer, or the request that arrives, takes of the budget.
 std::size_t Conversation::bytesToHold() const {
     if (unanswered_) {
-        return bytesOfAnswer_;
+        return unanswered_->bytesOfAnswer;
     }
     const std::size_t own = reader_.ownBytesNeeded();
     return own != 0 && Commands::isChange({*reader_.header(), {}}) ? 2 * own : own;

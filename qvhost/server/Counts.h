@@ -14,7 +14,13 @@ namespace qv::host {
 
 class Counts {
   public:
-    // Do nothing for a code that is not listed below.
+    // The commands that the host has.
+    static constexpr std::array<uint32_t, 9> kCommands = {
+        QV_HOST_COMMAND_PING,         QV_HOST_COMMAND_STATUS,         QV_HOST_COMMAND_SYNC,
+        QV_HOST_COMMAND_HELLO,        QV_HOST_COMMAND_FIND,           QV_COMMAND_SET_DEBUG_LEVEL,
+        QV_COMMAND_REGISTER_SERVICES, QV_COMMAND_UNREGISTER_SERVICES, QV_COMMAND_GET_SERVICES};
+
+    // Do nothing for a code that is not listed here.
     void request(uint32_t command) { count(kCommands, requests_, command); }
     void refusal(uint32_t result) { count(kResults, refusals_, result); }
 
@@ -29,10 +35,6 @@ class Counts {
     }
 
   private:
-    static constexpr std::array<uint32_t, 7> kCommands = {
-        QV_HOST_COMMAND_PING,       QV_HOST_COMMAND_STATUS,       QV_HOST_COMMAND_SYNC,
-        QV_COMMAND_SET_DEBUG_LEVEL, QV_COMMAND_REGISTER_SERVICES, QV_COMMAND_UNREGISTER_SERVICES,
-        QV_COMMAND_GET_SERVICES};
     static constexpr std::array<uint32_t, 13> kResults = {
         QV_ERROR_ARGUMENT,      QV_ERROR_NO_MEMORY,     QV_HOST_ERROR_FORBIDDEN,
         QV_HOST_ERROR_CLIENTS,  QV_HOST_ERROR_LENGTH,   QV_HOST_ERROR_TIMEOUT,

@@ -95,8 +95,9 @@ class Server::Work {
           recorder_(recordPathOf(settings_.configuration), &writeJournal),
           follower_(plugin, StoredFile(settings_.configuration), recorder_, std::move(initialize),
                     &writeJournal),
-          commands_(recorder_, follower_, counts_,
-                    [this] { return serialised(status(), counts_); }),
+          commands_(
+              recorder_, follower_, counts_, [this] { return serialised(status(), counts_); },
+              settings_.version),
           // A signal before this line ends the process, which has no socket to leave behind.
           stopSignals_(control_, SIGTERM, SIGINT),
           reloadSignals_(control_, SIGHUP),

@@ -13,7 +13,7 @@ namespace qv::host {
 struct ServerSettings {
     std::string socket;
     std::string configuration;  // the plug-in's file, beside which the record is
-    std::string version;        // for the status
+    std::string version;        // for the status and the hello
     unsigned threads = 2;       // that read and answer requests
     ClientLimits limits;
     std::chrono::milliseconds stopTimeout{10'000};  // never 0

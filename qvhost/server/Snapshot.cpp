@@ -202,17 +202,30 @@ Snapshot::Snapshot(Blocks blocks, int64_t revision)
     }
 }
 
-std::optional<std::string_view> Snapshot::find(int32_t id) const {
+Snapshot::Place Snapshot::placeOf(int32_t id) const {
     const std::size_t after = blocksUpTo(blocks_, id);
     if (after == 0) {
-        return std::nullopt;
+        return {};
     }
     const ServiceBlock& block = *blocks_[after - 1];
-    const std::size_t position = block.lowerBound(id);
-    if (position == block.size() || block[position].id != id) {
+    const std::size_t index = block.lowerBound(id);
+    if (index == block.size() || block[index].id != id) {
+        return {};
+    }
+    return {&block, index};
+}
+
+std::optional<std::string_view> Snapshot::find(int32_t id) const {
+    const Place place = placeOf(id);
+    if (place.block == nullptr) {
         return std::nullopt;
     }
-    return block[position].address;
+    return (*place.block)[place.index].address;
+}
+
+std::string_view Snapshot::entry(int32_t id) const {
+    const Place place = placeOf(id);
+    return place.block == nullptr ? std::string_view() : place.block->entry(place.index);
 }
 
 NextSnapshot::NextSnapshot(SnapshotPointer base)

@@ -54,6 +54,14 @@ class ServiceBlock {
     // Returns the services as entries of a serialised ServiceInfoArray.
     std::string_view bytes() const { return bytes_; }
 
+    // Returns the entry of one service.
+    std::string_view entry(std::size_t index) const {
+        const std::size_t begin =
+            index == 0 ? 0 : entries_[index - 1].offset + entries_[index - 1].length;
+        const Entry& last = entries_[index];
+        return std::string_view(bytes_).substr(begin, last.offset + last.length - begin);
+    }
+
     // Returns the bytes of all addresses.
     std::size_t addressBytes() const { return addressBytes_; }
 
@@ -96,6 +104,10 @@ class Snapshot {
     // Returns the address of a service, which is valid as long as the snapshot.
     std::optional<std::string_view> find(int32_t id) const;
 
+    // Returns the service as an entry of a serialised ServiceInfoArray, or nothing if there is no
+    // such service. The entry is valid as long as the snapshot.
+    std::string_view entry(int32_t id) const;
+
     // Calls function(ServiceView) for each service, ascending by identifier.
     template <typename Function>
     void forEach(Function function) const {
@@ -109,7 +121,15 @@ class Snapshot {
   private:
     friend class NextSnapshot;
 
+    // The place of a service. Without a block there is no such service.
+    struct Place {
+        const ServiceBlock* block = nullptr;
+        std::size_t index = 0;
+    };
+
     Snapshot(Blocks blocks, int64_t revision);
+
+    Place placeOf(int32_t id) const;
 
     int64_t revision_ = 0;
     Blocks blocks_;

@@ -64,7 +64,8 @@ class ServedDirectory {
         follower_->start();
         clients_.emplace(limits.maxClients, ::geteuid());
         budget_.emplace(limits.maxMemory, ::geteuid());
-        commands_.emplace(recorder, *follower_, counts, [] { return std::string("status"); });
+        commands_.emplace(
+            recorder, *follower_, counts, [] { return std::string("status"); }, "1.2");
         threads_.emplace(1);
         threadsRun_ = threadsRun;
         if (threadsRun) {

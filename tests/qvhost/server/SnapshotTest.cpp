@@ -64,6 +64,7 @@ void expectHolds(const Snapshot& snapshot, const Model& model) {
     for (const auto& [id, address] : model) {
         addressBytes += address.size();
         EXPECT_EQ(snapshot.find(id), address);
+        EXPECT_EQ(snapshot.entry(id), tests::encode({{id, address}}));
     }
     EXPECT_EQ(snapshot.addressBytes(), addressBytes);
     const std::string listing = listingOf(snapshot);
