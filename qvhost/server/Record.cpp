@@ -32,9 +32,9 @@ constexpr char kSchema[] =
     "CREATE TABLE services(id INTEGER PRIMARY KEY, address BLOB NOT NULL);"
     "CREATE TABLE state(id INTEGER PRIMARY KEY CHECK (id = 1), revision INTEGER NOT NULL,"
     " fileRevision INTEGER NOT NULL, fingerprint INTEGER NOT NULL,"
-    " isBeingWritten INTEGER NOT NULL);"
+    " isBeingWritten INTEGER NOT NULL, epoch INTEGER NOT NULL);"
     "CREATE TABLE otherKeys(id INTEGER PRIMARY KEY CHECK (id = 1), bytes BLOB NOT NULL);"
-    "INSERT INTO state VALUES (1, 0, 0, 0, 0);"
+    "INSERT INTO state VALUES (1, 0, 0, 0, 0, 0);"
     "INSERT INTO otherKeys VALUES (1, x'');"
     "PRAGMA application_id={};"
     "PRAGMA user_version={};"
@@ -95,7 +95,7 @@ FilePlace placeOf(const std::string& path) {
 
 class Record::Database {
   public:
-    explicit Database(const std::string& path);
+    Database(const std::string& path, uint64_t epoch);
 
     Contents read();
     void commit(int64_t revision, const Edits& edits, const FileNote* note);
@@ -106,6 +106,7 @@ class Record::Database {
     void change(int64_t revision, const Edits& edits, const FileNote* note) const;
 
     SqliteDatabase database_;
+    const int64_t epoch_;
     SqliteStatement begin_;
     SqliteStatement end_;
     SqliteStatement put_;
@@ -146,7 +147,8 @@ void prepareTables(const SqliteDatabase& database) {
 
 }  // namespace
 
-Record::Database::Database(const std::string& path) : database_(madeFile(path)) {
+Record::Database::Database(const std::string& path, uint64_t epoch)
+    : database_(madeFile(path)), epoch_(static_cast<int64_t>(epoch)) {
     prepareTables(database_);
     const auto prepare = [this](SqliteStatement& statement, const char* sql) {
         statement = database_.prepare("open", sql);
@@ -155,10 +157,10 @@ Record::Database::Database(const std::string& path) : database_(madeFile(path)) 
     prepare(end_, "COMMIT");
     prepare(put_, "REPLACE INTO services(id, address) VALUES (?1, ?2)");
     prepare(remove_, "DELETE FROM services WHERE id = ?1");
-    prepare(setRevision_, "UPDATE state SET revision = ?1");
+    prepare(setRevision_, "UPDATE state SET revision = ?1, epoch = ?2");
     prepare(setNote_,
-            "UPDATE state SET revision = ?1, fileRevision = ?2, fingerprint = ?3,"
-            " isBeingWritten = ?4");
+            "UPDATE state SET revision = ?1, epoch = ?2, fileRevision = ?3, fingerprint = ?4,"
+            " isBeingWritten = ?5");
     // SQLite writes only the blocks of the row that differ.
     prepare(setOtherKeys_, "UPDATE otherKeys SET bytes = ?1");
     // The log may hold a commit that the last host could not flush. Then only the system's memory
@@ -191,7 +193,7 @@ Record::Contents Record::Database::read() {
     Contents contents;
     const SqliteStatement state =
         database_.prepare("read",
-                          "SELECT revision, fileRevision, fingerprint, isBeingWritten, bytes"
+                          "SELECT revision, epoch, fileRevision, fingerprint, isBeingWritten, bytes"
                           " FROM state JOIN otherKeys USING (id)");
     {
         SqliteRun row(database_, "read", state);
@@ -202,10 +204,11 @@ Record::Contents Record::Database::read() {
         if (contents.revision < 0) {
             database_.failAsDamaged("its revision is negative");
         }
-        contents.file.revision = row.integer(1);
-        contents.file.fingerprint = static_cast<uint64_t>(row.integer(2));
-        contents.file.isBeingWritten = row.integer(3) != 0;
-        contents.file.otherKeys = row.bytes(4);
+        contents.epoch = static_cast<uint64_t>(row.integer(1));
+        contents.file.revision = row.integer(2);
+        contents.file.fingerprint = static_cast<uint64_t>(row.integer(3));
+        contents.file.isBeingWritten = row.integer(4) != 0;
+        contents.file.otherKeys = row.bytes(5);
     }
     const SqliteStatement services =
         database_.prepare("read", "SELECT id, address FROM services ORDER BY id");
@@ -242,13 +245,14 @@ void Record::Database::change(int64_t revision, const Edits& edits, const FileNo
         }
     }
     if (note == nullptr) {
-        run(setRevision_).bind(1, revision).step();
+        run(setRevision_).bind(1, revision).bind(2, epoch_).step();
     } else {
         run(setNote_)
             .bind(1, revision)
-            .bind(2, note->revision)
-            .bind(3, static_cast<int64_t>(note->fingerprint))
-            .bind(4, note->isBeingWritten ? 1 : 0)
+            .bind(2, epoch_)
+            .bind(3, note->revision)
+            .bind(4, static_cast<int64_t>(note->fingerprint))
+            .bind(5, note->isBeingWritten ? 1 : 0)
             .step();
         run(setOtherKeys_).bind(1, note->otherKeys).step();
     }
@@ -257,7 +261,8 @@ void Record::Database::change(int64_t revision, const Edits& edits, const FileNo
     run(end_).step();
 }
 
-Record::Record(const std::string& path) : database_(std::make_unique<Database>(path)) {}
+Record::Record(const std::string& path, uint64_t epoch)
+    : database_(std::make_unique<Database>(path, epoch)) {}
 
 Record::~Record() = default;
 

@@ -55,13 +55,14 @@ class Record {
   public:
     struct Contents {
         int64_t revision = 0;           // 0 if nothing has ever been committed
+        uint64_t epoch = 0;             // of the last commit; 0 if there was none
         std::vector<Service> services;  // ascending by identifier
         FileNote file;
     };
 
-    // Opens the database, or makes an empty one. Throws RecordError and std::bad_alloc. Does not
-    // follow a symbolic link at the path.
-    explicit Record(const std::string& path);
+    // Opens the database, or makes an empty one. Each commit writes `epoch`, a number of the
+    // caller's. Throws RecordError and std::bad_alloc. Does not follow a symbolic link at the path.
+    explicit Record(const std::string& path, uint64_t epoch = 0);
 
     // Closes the database, which moves everything into one file. See close().
     ~Record();
@@ -72,11 +73,11 @@ class Record {
     // Returns everything. Throws RecordError and std::bad_alloc.
     Contents read();
 
-    // Writes the changes, the revision and, if it is not null, what is known of the file, all or
-    // nothing. Returns when they are on the disk. Throws RecordError and std::bad_alloc. Whether
-    // the changes are on the disk is unknown then. Close the record, open another one, and commit
-    // what it lacks, even if it lacks nothing: only a commit that returns has made sure of all
-    // earlier ones.
+    // Writes the changes, the revision, the epoch and, if it is not null, what is known of the
+    // file, all or nothing. Returns when they are on the disk. Throws RecordError and
+    // std::bad_alloc. Whether the changes are on the disk is unknown then. Close the record, open
+    // another one, and commit what it lacks, even if it lacks nothing: only a commit that returns
+    // has made sure of all earlier ones.
     void commit(int64_t revision, const Edits& edits, const FileNote* note);
 
     // Moves everything into the database file and removes the log beside it. Throws RecordError if

@@ -67,6 +67,7 @@ class Recorder::Work {
 
     bool hasRecord() const;
     StatePointer state() const;
+    const History& history() const { return history_; }
     void submit(std::shared_ptr<ChangeBatch> batch);
     StatePointer replace(const std::vector<Service>& services);
     FileNote fileNote() const;
@@ -96,7 +97,9 @@ class Recorder::Work {
     void count(Clock::duration length, std::size_t changes) QV_REQUIRES(mutex_);
     bool keep(const Snapshot& snapshot, const Edits& edits, bool hasWish);
     void keepAll(const Snapshot& snapshot);
+    EventPointer eventOf(const Edits& edits, const Snapshot& before) const noexcept;
     Record::Contents openRecord();
+    void writeEpoch(int64_t revision);
     void cannotKeep(const char* reason) noexcept;
     void tell(const char* what, const std::string& why = "") const noexcept;
     void fulfil(Wish& wish);
@@ -104,6 +107,7 @@ class Recorder::Work {
 
     const std::string path_;
     const Report report_;
+    History history_{History::newEpoch()};
 
     // Only the recorder's thread uses these, and the constructor before there is a thread.
     std::unique_ptr<Record> record_;
@@ -134,7 +138,9 @@ Recorder::Work::Work(std::string path, Report report)
         Record::Contents contents = openRecord();
         hasRecord_ = contents.revision != 0;
         note_ = std::move(contents.file);
+        history_.begin(contents.epoch, contents.revision);
         state->snapshot = std::make_shared<const Snapshot>(contents.revision, contents.services);
+        writeEpoch(contents.revision);
     } catch (const RecordError& error) {
         if (hasContent(path_)) {
             throw;
@@ -151,7 +157,7 @@ Recorder::Work::Work(std::string path, Report report)
 Record::Contents Recorder::Work::openRecord() {
     record_.reset();
     try {
-        record_ = std::make_unique<Record>(path_);
+        record_ = std::make_unique<Record>(path_, history_.epoch());
         return record_->read();
     } catch (const RecordError& error) {
         record_.reset();
@@ -161,8 +167,18 @@ Record::Contents Recorder::Work::openRecord() {
         const std::string name = setAside(path_);
         report_(fmt::format("{}; it is now {}", error.what(), name));
     }
-    record_ = std::make_unique<Record>(path_);
+    record_ = std::make_unique<Record>(path_, history_.epoch());
     return record_->read();
+}
+
+// Makes the record name this run, so that the next one knows what clients of this run have seen.
+void Recorder::Work::writeEpoch(int64_t revision) {
+    try {
+        record_->commit(revision, {}, nullptr);
+    } catch (const RecordError&) {
+        // The record holds the directory all the same. The next change opens it again.
+        record_.reset();
+    }
 }
 
 void Recorder::Work::stop() {
@@ -304,6 +320,7 @@ void Recorder::Work::carryOut(const Job& job) {
             }
         }
         // Everything that needs memory is made before the commit, which nobody can take back.
+        EventPointer event = eventOf(next.edits(), *current);
         const auto kept = std::make_shared<State>();
         const auto notKept = std::make_shared<State>();
         kept->snapshot = next.edits().empty() ? current : next.finish(current->revision() + 1);
@@ -319,6 +336,9 @@ void Recorder::Work::carryOut(const Job& job) {
         }
         const system::MutexLock lock(mutex_);
         state_ = isKept ? kept : notKept;
+        if (kept->snapshot != current) {
+            history_.append(kept->snapshot->revision(), std::move(event));
+        }
         hasRecord_ = hasRecord_ || kept->snapshot != current || !job.wishes.empty();
         count(Clock::now() - begin, changes);
     } catch (const std::bad_alloc&) {
@@ -333,6 +353,16 @@ void Recorder::Work::carryOut(const Job& job) {
         published();
     }
     finish(job, isKept, false);
+}
+
+// Returns the event of the commit that makes these edits. Returns null if there is no memory for
+// it, because nobody may lose a change for those who subscribed to it.
+EventPointer Recorder::Work::eventOf(const Edits& edits, const Snapshot& before) const noexcept {
+    try {
+        return Event::of(edits, before, history_.epoch(), before.revision() + 1);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 void Recorder::Work::count(Clock::duration length, std::size_t changes) {
@@ -355,7 +385,7 @@ bool Recorder::Work::keep(const Snapshot& snapshot, const Edits& edits, bool has
         return false;
     }
     try {
-        if (isKept_) {
+        if (isKept_ && record_ != nullptr) {
             try {
                 const FileNote note = fileNote();
                 record_->commit(snapshot.revision(), edits, hasWish ? &note : nullptr);
@@ -454,6 +484,10 @@ void Recorder::stop() {
 
 Recorder::StatePointer Recorder::state() const {
     return work_->state();
+}
+
+const History& Recorder::history() const {
+    return work_->history();
 }
 
 void Recorder::submit(std::shared_ptr<ChangeBatch> batch) {

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "server/Door.h"
+#include "server/History.h"
 #include "server/Record.h"
 #include "server/Snapshot.h"
 
@@ -97,6 +98,9 @@ class Recorder {
 
     // Returns the newest published state, which is never null. Any thread may call this.
     StatePointer state() const;
+
+    // Returns the events of the newest revisions. They never go beyond those of state().
+    const History& history() const;
 
     // Has the changes made and answered. Any thread may call this.
     void submit(std::shared_ptr<ChangeBatch> batch);

@@ -81,6 +81,7 @@ TEST(Record, NewRecordIsEmpty) {
     Record record(files.path("record"));
     const Record::Contents contents = record.read();
     EXPECT_EQ(contents.revision, 0);
+    EXPECT_EQ(contents.epoch, 0U);
     EXPECT_THAT(contents.services, IsEmpty());
     EXPECT_EQ(contents.file.revision, 0);
     EXPECT_EQ(contents.file.fingerprint, 0U);
@@ -131,6 +132,20 @@ TEST(Record, CommitWithoutNoteLeavesTheNote) {
     EXPECT_EQ(contents.file.revision, 1);
     EXPECT_EQ(contents.file.fingerprint, 7U);
     EXPECT_EQ(contents.file.otherKeys, "keys");
+}
+
+TEST(Record, EpochIsThatOfTheLastCommit) {
+    constexpr uint64_t kEpoch = std::numeric_limits<uint64_t>::max() - 1;
+    const TemporaryDirectory files;
+    Record(files.path("record"), 5).commit(1, {{1, "a"}}, nullptr);
+    EXPECT_EQ(Record(files.path("record"), kEpoch).read().epoch, 5U);
+    const FileNote note;
+    for (const FileNote* const each : {static_cast<const FileNote*>(nullptr), &note}) {
+        Record(files.path("record"), kEpoch).commit(1, {}, each);
+        EXPECT_EQ(Record(files.path("record")).read().epoch, kEpoch);
+        Record(files.path("record")).commit(1, {}, each);
+        EXPECT_EQ(Record(files.path("record")).read().epoch, 0U);
+    }
 }
 
 TEST(Record, LargeDirectoryIsReadInOrder) {

@@ -1,16 +1,21 @@
 #include "server/Recorder.h"
 
 #include <QvFrame.h>
+#include <QvHost.pb.h>
 #include <QvPlugin.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -24,6 +29,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Pair;
 using testing::StartsWith;
 
@@ -90,6 +96,9 @@ class RecorderTest : public testing::Test {
     }
     auto contents() const { return contents(*recorder_->state()->snapshot); }
 
+    // Returns the revisions of the events that follow, or -1 if they are gone.
+    std::vector<int64_t> revisionsAfter(int64_t revision) const;
+
     std::vector<std::string> lines() {
         const std::lock_guard<std::mutex> lock(mutex_);
         return lines_;
@@ -97,10 +106,11 @@ class RecorderTest : public testing::Test {
 
     TestFiles files_;
     std::string path_ = files_.path("record");
-    std::unique_ptr<Recorder> recorder_;
     std::mutex mutex_;
     std::condition_variable published_;
     std::vector<std::string> lines_;
+    // Goes first, because it reports until then.
+    std::unique_ptr<Recorder> recorder_;
 };
 
 TEST_F(RecorderTest, BeginsEmptyAndWithoutARecord) {
@@ -243,6 +253,107 @@ TEST_F(RecorderTest, NoteThatCannotBeWrittenIsKeptLater) {
     waitUntilKept();
     open();
     EXPECT_EQ(recorder_->fileNote().otherKeys, "keys");
+}
+
+std::vector<int64_t> RecorderTest::revisionsAfter(int64_t revision) const {
+    std::array<EventPointer, 16> events;
+    std::vector<int64_t> revisions;
+    const std::optional<std::size_t> count =
+        recorder_->history().after(revision, events.data(), events.size());
+    for (std::size_t i = 0; i < count.value_or(0); ++i) {
+        revisions.push_back(events[i]->revision());
+    }
+    return count ? revisions : std::vector<int64_t>{-1};
+}
+
+TEST_F(RecorderTest, EachCommitThatChangesSomethingIsAnEvent) {
+    open();
+    put(1, "/a");
+    put(1, "/a");
+    put(1, "/b");
+    recorder_->replace({{2, "/c"}});
+    EXPECT_THAT(revisionsAfter(0), ElementsAre(1, 2, 3));
+    std::array<EventPointer, 3> events;
+    recorder_->history().after(0, events.data(), events.size());
+    wire::HostEvent last;
+    ASSERT_TRUE(last.ParseFromString(std::string(events[2]->bytes())));
+    EXPECT_EQ(last.registered_size(), 1);
+    EXPECT_THAT(last.withdrawn(), ElementsAre(1));
+    EXPECT_EQ(last.epoch(), recorder_->history().epoch());
+}
+
+TEST_F(RecorderTest, ChangeThatIsNotKeptIsAnEvent) {
+    open();
+    const tests::LongestFile full(0);
+    put(1, "/a");
+    EXPECT_THAT(revisionsAfter(0), ElementsAre(1));
+}
+
+TEST_F(RecorderTest, LongCommitLeavesNoHistory) {
+    open();
+    put(1, "/a");
+    Change many;
+    for (int32_t id = 0; id < 10'000; ++id) {
+        many.edits.push_back({id, "/service"});
+    }
+    const auto batch = std::make_shared<Batch>();
+    batch->add(std::move(many));
+    EXPECT_THAT(submit(batch), ElementsAre(QV_OK));
+    EXPECT_THAT(revisionsAfter(1), ElementsAre(-1));
+    EXPECT_THAT(revisionsAfter(2), IsEmpty());
+}
+
+TEST_F(RecorderTest, ClientOfTheLastRunGoesOnIfNothingChanged) {
+    open();
+    put(1, "/a");
+    const uint64_t first = recorder_->history().epoch();
+    open();
+    const uint64_t second = recorder_->history().epoch();
+    EXPECT_EQ(recorder_->history().positionOf({first, 1}), 1);
+    EXPECT_EQ(recorder_->history().positionOf({first, 0}), std::nullopt);
+    put(1, "/b");
+    EXPECT_EQ(recorder_->history().positionOf({first, 1}), 1);
+    EXPECT_EQ(recorder_->history().positionOf({first, 2}), std::nullopt);
+    // The run names itself in the record at its start, and so does one that changes nothing.
+    open();
+    const uint64_t third = recorder_->history().epoch();
+    open();
+    EXPECT_EQ(recorder_->history().positionOf({first, 1}), std::nullopt);
+    EXPECT_EQ(recorder_->history().positionOf({second, 2}), std::nullopt);
+    EXPECT_EQ(recorder_->history().positionOf({third, 2}), 2);
+}
+
+TEST_F(RecorderTest, RevisionThatWasNotKeptIsForgotten) {
+    open();
+    put(1, "/a");
+    const uint64_t first = recorder_->history().epoch();
+    {
+        const tests::LongestFile full(0);
+        put(1, "/b");
+        EXPECT_EQ(recorder_->state()->snapshot->revision(), 2);
+        recorder_.reset();
+    }
+    open();
+    EXPECT_EQ(recorder_->history().positionOf({first, 2}), std::nullopt);
+    EXPECT_EQ(recorder_->history().positionOf({first, 1}), 1);
+}
+
+TEST_F(RecorderTest, EpochThatCannotBeWrittenIsWrittenWithTheNextChange) {
+    open();
+    put(1, "/a");
+    const uint64_t first = recorder_->history().epoch();
+    uint64_t second = 0;
+    {
+        const tests::LongestFile full(0);
+        open();
+        second = recorder_->history().epoch();
+        EXPECT_TRUE(recorder_->state()->isKept);
+        EXPECT_EQ(recorder_->history().positionOf({first, 1}), 1);
+    }
+    EXPECT_THAT(put(1, "/b"), ElementsAre(QV_OK));
+    open();
+    EXPECT_EQ(recorder_->history().positionOf({second, 2}), 2);
+    EXPECT_EQ(recorder_->history().positionOf({first, 1}), std::nullopt);
 }
 
 TEST_F(RecorderTest, ManyThreadsShareCommitsAndLoseNothing) {
