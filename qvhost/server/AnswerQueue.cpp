@@ -35,17 +35,18 @@ void AnswerQueue::append(uint32_t code, uint32_t number, std::string_view bytes)
     bytes_.append(bytes);
 }
 
-void AnswerQueue::append(uint32_t number, SnapshotPointer snapshot) {
+void AnswerQueue::append(uint32_t number, SnapshotPointer snapshot, std::string_view end) {
     constexpr uint32_t kOk = 0;
     const std::size_t length = snapshot->listingBytes();
-    appendHeader(kOk, length, number);
+    appendHeader(kOk, length + end.size(), number);
     if (length >= kShortestPiece) {
         listings_.push_back({bytes_.size(), std::move(snapshot)});
-        return;
+    } else {
+        for (const std::shared_ptr<const ServiceBlock>& block : snapshot->blocks()) {
+            bytes_.append(block->bytes());
+        }
     }
-    for (const std::shared_ptr<const ServiceBlock>& block : snapshot->blocks()) {
-        bytes_.append(block->bytes());
-    }
+    bytes_.append(end);
 }
 
 void AnswerQueue::removeLast() {

@@ -26,8 +26,9 @@ class AnswerQueue {
     // Appends an answer. Throws std::bad_alloc. Do not send the content of the queue then.
     void append(uint32_t code, uint32_t number, std::string_view bytes = {});
 
-    // Appends the answer to a listing. Throws std::bad_alloc in the same way.
-    void append(uint32_t number, SnapshotPointer snapshot);
+    // Appends the answer to a listing, with these bytes behind the services. Throws std::bad_alloc
+    // in the same way.
+    void append(uint32_t number, SnapshotPointer snapshot, std::string_view end = {});
 
     // Removes the answer that was appended last. Nothing may have been sent since.
     void removeLast();

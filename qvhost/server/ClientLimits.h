@@ -27,6 +27,9 @@ constexpr std::size_t kSharedReadBuffer = std::size_t{16} * 1024;
 // Answers wait for each other until they have this many bytes. Longer ones come out of the budget.
 constexpr std::size_t kBytesOfAnswers = std::size_t{64} * 1024;
 
+// A subscription takes further events when it has fewer bytes than these to send.
+constexpr std::size_t kBytesOfEvents = std::size_t{16} * 1024;
+
 // As many short changes of one client go to the recorder together.
 constexpr std::size_t kChangesOfBatch = 256;
 

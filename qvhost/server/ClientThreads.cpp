@@ -4,6 +4,7 @@
 #include <asio/post.hpp>
 #include <cstdio>
 #include <exception>
+#include <numeric>
 #include <system_error>
 #include <utility>
 
@@ -41,6 +42,7 @@ void runClients(asio::io_context& context) {
 ClientThread::ClientThread() {
     try {
         const ClientSocket first(context_);
+        setTimersAside(context_, 1);
     } catch (const std::system_error& error) {
         throw std::system_error(error.code(), "cannot make a thread for clients");
     }
@@ -124,6 +126,19 @@ void ClientThreads::abandon() {
         thread.context().stop();
     }
     join();
+}
+
+void ClientThreads::tellSubscribers() noexcept {
+    for (ClientThread& thread : threads_) {
+        thread.subscribers().tell();
+    }
+}
+
+std::size_t ClientThreads::subscribers() const {
+    return std::accumulate(threads_.begin(), threads_.end(), std::size_t{0},
+                           [](std::size_t sum, const ClientThread& thread) {
+                               return sum + thread.subscribers().count();
+                           });
 }
 
 ClientThread& ClientThreads::next() {

@@ -11,6 +11,7 @@
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
 #include <atomic>
 #include <cstddef>
 #include <deque>
@@ -19,6 +20,7 @@
 
 #include "server/FrameReader.h"
 #include "server/HandlerMemory.h"
+#include "server/Subscribers.h"
 
 namespace qv::host {
 
@@ -70,6 +72,10 @@ class ClientThread {
     // woken again before it was called.
     void wake(std::shared_ptr<Sleeper> sleeper) noexcept;
 
+    // The clients of the thread that subscribed to the directory.
+    Subscribers& subscribers() { return subscribers_; }
+    const Subscribers& subscribers() const { return subscribers_; }
+
     // Returns memory for what the thread reads. Only the thread may use the memory, and only until
     // it turns to another client.
     FrameReader::Shared& readBuffer() { return readBuffer_; }
@@ -95,7 +101,9 @@ class ClientThread {
     HandlerMemory wakeMemory_;
     HandlerMemory turnMemory_;
     std::atomic<bool> hasRun_ = true;
+    Subscribers subscribers_{pause_};
     asio::io_context context_{1};
+    asio::steady_timer pause_{context_};
     WorkGuard work_{context_.get_executor()};
     system::Mutex mutex_;
     // The sleeper that was woken last, with the others behind it.
@@ -119,6 +127,12 @@ class ClientThreads {
 
     // Waits for the handlers that run, and for nothing else.
     void abandon();
+
+    // Tells the subscribers of all threads that there are new events. Any thread may call this.
+    void tellSubscribers() noexcept;
+
+    // Returns how many subscribers there are.
+    std::size_t subscribers() const;
 
     // Returns the thread with the fewest clients.
     ClientThread& next();

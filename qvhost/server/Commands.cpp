@@ -42,6 +42,10 @@ bool Commands::isChange(const Frame& request) {
            request.header.code == QV_COMMAND_UNREGISTER_SERVICES;
 }
 
+bool Commands::isSubscription(const Frame& request) {
+    return request.header.code == QV_HOST_COMMAND_SUBSCRIBE;
+}
+
 bool Commands::mayTakeLong(const Frame& request) {
     return request.header.code == QV_HOST_COMMAND_SYNC ||
            request.header.code == QV_COMMAND_SET_DEBUG_LEVEL;

@@ -37,6 +37,9 @@ class Commands {
 
     static bool isChange(const Frame& request);
 
+    // A subscription is none of the requests below. It takes the whole connection.
+    static bool isSubscription(const Frame& request);
+
     // Tells whether the answer to a request that is no change may come later.
     static bool mayTakeLong(const Frame& request);
 

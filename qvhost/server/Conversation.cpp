@@ -1,10 +1,10 @@
 #include "server/Conversation.h"
 
 #include <QvFrame.h>
+#include <QvPlugin.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/post.hpp>
@@ -19,35 +19,15 @@
 #include <string_view>
 #include <utility>
 
-#include "server/AnswerQueue.h"
-#include "server/Farewell.h"
 #include "server/FrameReader.h"
+#include "server/Questions.h"
+#include "server/Subscription.h"
 
 namespace qv::host {
 
 namespace {
 
 using Clock = ConnectedClient::Clock;
-
-// The pieces that go to the system at once, a sequence of buffers for Asio.
-class Pieces {
-  public:
-    explicit Pieces(const AnswerQueue& answers) {
-        std::array<std::string_view, kMost> views;
-        count_ = answers.pieces(views.data(), kMost);
-        std::transform(views.begin(), views.begin() + count_, buffers_.begin(),
-                       [](std::string_view view) { return asio::buffer(view); });
-    }
-
-    const asio::const_buffer* begin() const { return buffers_.data(); }
-    const asio::const_buffer* end() const { return buffers_.data() + count_; }
-
-  private:
-    static constexpr std::size_t kMost = 64;  // Asio takes no more
-
-    std::array<asio::const_buffer, kMost> buffers_;
-    std::size_t count_ = 0;
-};
 
 // A client that changes nothing keeps memory for this many changes.
 constexpr std::size_t kIdleChanges = 16;
@@ -69,16 +49,11 @@ class Conversation : public Sleeper,
                      public std::enable_shared_from_this<Conversation> {
   public:
     Conversation(ClientSocket socket, uid_t user, ClientThread& thread, const ServingParts& parts)
-        : socket_(std::move(socket)),
-          client_(parts.clients, socket_.native_handle(), user),
-          place_(thread),
-          account_(parts.budget, user),
+        : connection_(std::make_unique<Connection>(std::move(socket), user, thread, parts)),
           thread_(thread),
           parts_(parts),
           asker_{user, longestRequest(parts.limits, parts.budget, user)},
-          reader_(asker_.longestRequest) {
-        socket_.non_blocking(true);
-    }
+          reader_(asker_.longestRequest) {}
 
     void start() { post(&Conversation::await); }
 
@@ -120,6 +95,7 @@ class Conversation : public Sleeper,
     void takeOutcomes();
     bool answer(const Frame& request);
     bool begin();
+    void subscribe(const Frame& request);
     void pop();
     void proceed();
     bool send();
@@ -127,25 +103,20 @@ class Conversation : public Sleeper,
     void end();
     void appendRefusal(uint32_t code, std::string_view text);
 
-    // The order matters: the client must leave its list before the socket closes.
-    ClientSocket socket_;
-    ConnectedClient client_;
-    ClientThread::Place place_;
-    Budget::Account account_;
+    // Null when a subscription has taken it over, which ends the conversation.
+    std::unique_ptr<Connection> connection_;
     ClientThread& thread_;
     const ServingParts parts_;
     const Asker asker_;
     FrameReader reader_;
-    AnswerQueue answers_;
     Batch batch_{*this};
     Wait wait_ = Wait::None;
     // The request whose answer comes later, and that answer.
     uint32_t laterNumber_ = 0;
     Outcome later_;
     std::optional<Unanswered> unanswered_;
-    // The epoch stands for none of these times.
-    Clock::time_point partSince_;  // when an incomplete request began to arrive
-    Clock::time_point sendUntil_;  // when the client must have read the answers
+    // When an incomplete request began to arrive. The epoch stands for no time.
+    Clock::time_point partSince_;
     bool refused_ = false;
 };
 
@@ -158,32 +129,35 @@ void Conversation::go(Step step) noexcept {
         reader_.keep();
     } catch (const std::exception&) {
         // Whatever the conversation still waits for, it can neither read nor send afterwards.
-        sayGoodbye(socket_.native_handle());
+        if (connection_ != nullptr) {
+            connection_->close();
+        }
     }
 }
 
 // Takes the step when other clients have had their turn.
 void Conversation::post(Step step) {
-    asio::post(socket_.get_executor(), [self = shared_from_this(), step] { self->go(step); });
+    asio::post(connection_->socket.get_executor(),
+               [self = shared_from_this(), step] { self->go(step); });
 }
 
 // Waits for the client to send something.
 void Conversation::await() {
     if (reader_.empty()) {
         const std::chrono::milliseconds idle = parts_.limits.idleTimeout;
-        client_.reads(idle.count() == 0 ? Clock::time_point() : Clock::now() + idle);
+        connection_->client.reads(idle.count() == 0 ? Clock::time_point() : Clock::now() + idle);
     } else {
         if (partSince_ == Clock::time_point()) {
             partSince_ = Clock::now();
         }
-        client_.reads(after(partSince_, parts_.limits.frameTimeout));
+        connection_->client.reads(after(partSince_, parts_.limits.frameTimeout));
     }
-    socket_.async_wait(asio::socket_base::wait_read,
-                       [self = shared_from_this()](const asio::error_code& /*error*/) {
-                           // Reading tells of an error again.
-                           self->client_.works();
-                           self->go(&Conversation::receive);
-                       });
+    connection_->socket.async_wait(asio::socket_base::wait_read,
+                                   [self = shared_from_this()](const asio::error_code& /*error*/) {
+                                       // Reading tells of an error again.
+                                       self->connection_->client.works();
+                                       self->go(&Conversation::receive);
+                                   });
 }
 
 void Conversation::receive() {
@@ -196,7 +170,8 @@ void Conversation::receive() {
         return;
     }
     asio::error_code error;
-    const std::size_t count = socket_.read_some(asio::buffer(space.bytes, space.size), error);
+    const std::size_t count =
+        connection_->socket.read_some(asio::buffer(space.bytes, space.size), error);
     if (error == asio::error::would_block) {
         await();
     } else if (error) {
@@ -215,7 +190,7 @@ void Conversation::resume() {
             break;
         case Wait::Later:
             parts_.counts.refusal(later_.code);
-            answers_.append(later_.code, laterNumber_, later_.bytes);
+            connection_->answers.append(later_.code, laterNumber_, later_.bytes);
             break;
         case Wait::Room:
             // This time does not count against the client, who begins anew.
@@ -237,7 +212,7 @@ void Conversation::takeOutcomes() {
         if (!item.isDecided) {
             parts_.counts.refusal(item.outcome.code);
         }
-        answers_.append(item.outcome.code, item.number, item.outcome.bytes);
+        connection_->answers.append(item.outcome.code, item.number, item.outcome.bytes);
     }
     batch_.items.clear();
     if (batch_.items.capacity() > kIdleChanges) {
@@ -253,15 +228,16 @@ void Conversation::execute() {
             return;
         }
     }
-    while (answers_.size() < kBytesOfAnswers && batch_.items.size() < kChangesOfBatch) {
+    while (connection_->answers.size() < kBytesOfAnswers && batch_.items.size() < kChangesOfBatch) {
         const std::optional<Frame> request = reader_.next();
         if (!request) {
             break;
         }
         bool isDone = true;
         if (Commands::isChange(*request)) {
-            parts_.commands.addChange(*request, batch_, answers_);
-        } else if (batch_.items.empty() && !Commands::mayTakeLong(*request)) {
+            parts_.commands.addChange(*request, batch_, connection_->answers);
+        } else if (batch_.items.empty() && !Commands::mayTakeLong(*request) &&
+                   !Commands::isSubscription(*request)) {
             isDone = answer(*request);
         } else {
             return;
@@ -280,12 +256,12 @@ void Conversation::execute() {
 
 // Appends the answer. Returns false if a long answer has to wait for room.
 bool Conversation::answer(const Frame& request) {
-    const std::size_t before = answers_.size();
-    parts_.commands.answer(request, asker_, answers_, nullptr);
-    const std::size_t bytes = answers_.size() - before;
-    if (bytes > kBytesOfAnswers && !account_.hold(bytes)) {
+    const std::size_t before = connection_->answers.size();
+    parts_.commands.answer(request, asker_, connection_->answers, nullptr);
+    const std::size_t bytes = connection_->answers.size() - before;
+    if (bytes > kBytesOfAnswers && !connection_->account.hold(bytes)) {
         // The answer that is made when there is room may be another one.
-        answers_.removeLast();
+        connection_->answers.removeLast();
         // The input of a listing does not matter, and a find is short.
         const bool hasInput = request.header.code == QV_HOST_COMMAND_FIND;
         unanswered_ = {request.header, std::string(hasInput ? request.bytes : ""), bytes};
@@ -294,26 +270,47 @@ bool Conversation::answer(const Frame& request) {
     return true;
 }
 
-// Begins a request whose answer may come later, if that is the next one. Nothing else may wait.
+// Begins a request whose answer may come later, or a subscription, if that is the next request.
+// Nothing else may wait.
 bool Conversation::begin() {
     const std::optional<Frame> request = reader_.next();
+    if (request && Commands::isSubscription(*request)) {
+        subscribe(*request);
+        return true;
+    }
     if (!request || !Commands::mayTakeLong(*request)) {
         return false;
     }
-    const bool isKnown = parts_.commands.answer(*request, asker_, answers_,
+    const bool isKnown = parts_.commands.answer(*request, asker_, connection_->answers,
                                                 [self = shared_from_this()](Outcome outcome) {
                                                     self->later_ = std::move(outcome);
                                                     self->wake();
                                                 });
     laterNumber_ = request->header.number;
     pop();
-    account_.hold(0);
+    connection_->account.hold(0);
     if (isKnown) {
         post(&Conversation::run);
     } else {
         wait_ = Wait::Later;
     }
     return true;
+}
+
+// Hands the connection over to a subscription, or refuses the request.
+void Conversation::subscribe(const Frame& request) {
+    parts_.counts.request(request.header.code);
+    const uint32_t number = request.header.number;
+    SubscriptionWish wish;
+    const Outcome outcome = readSubscription(request.bytes, wish);
+    pop();
+    connection_->account.hold(0);
+    if (outcome.code != QV_OK) {
+        connection_->refuse(outcome.code, number, outcome.bytes);
+        post(&Conversation::run);
+        return;
+    }
+    serveSubscriber(std::move(connection_), number, std::move(wish), !reader_.empty());
 }
 
 void Conversation::pop() {
@@ -327,7 +324,7 @@ void Conversation::proceed() {
         return;
     }
     if (refused_) {
-        sayGoodbye(socket_.native_handle());
+        connection_->close();
         return;
     }
     if (!batch_.items.empty()) {
@@ -336,7 +333,8 @@ void Conversation::proceed() {
         return;
     }
     const std::size_t bytes = bytesToHold();
-    if (bytes != account_.held() && !account_.hold(bytes, shared_from_this())) {
+    if (bytes != connection_->account.held() &&
+        !connection_->account.hold(bytes, shared_from_this())) {
         wait_ = Wait::Room;
         return;
     }
@@ -361,39 +359,16 @@ std::size_t Conversation::bytesToHold() const {
 
 // Sends the answers. If the client has to read some first, waits for that and returns false.
 bool Conversation::send() {
-    while (answers_.size() != 0) {
-        asio::error_code error;
-        std::string_view first;
-        static_cast<void>(answers_.pieces(&first, 1));
-        // Most answers are one piece, which costs less than a list of one piece.
-        const std::size_t sent = first.size() == answers_.size()
-                                     ? socket_.write_some(asio::buffer(first), error)
-                                     : socket_.write_some(Pieces(answers_), error);
-        if (error && error != asio::error::would_block) {
-            sayGoodbye(socket_.native_handle());
-            return false;
-        }
-        answers_.sent(sent);
-        if (error) {
-            if (sendUntil_ == Clock::time_point()) {
-                sendUntil_ = after(Clock::now(), parts_.limits.frameTimeout);
-            }
-            client_.writes(sendUntil_);
-            socket_.async_wait(asio::socket_base::wait_write,
-                               [self = shared_from_this()](const asio::error_code& /*error*/) {
-                                   self->client_.works();
-                                   self->go(&Conversation::proceed);
-                               });
-            return false;
-        }
+    const Connection::Sent sent = connection_->send();
+    if (sent == Connection::Sent::Some) {
+        connection_->awaitRoom([self = shared_from_this()] { self->go(&Conversation::proceed); });
     }
-    sendUntil_ = {};
-    return true;
+    return sent == Connection::Sent::All;
 }
 
 // Ends the conversation because nothing more comes. All answers are sent.
 void Conversation::end() {
-    switch (client_.ending()) {
+    switch (connection_->client.ending()) {
         case ConnectedClient::Ending::ByItself:
             return;
         case ConnectedClient::Ending::TimedOut:
@@ -412,8 +387,7 @@ void Conversation::end() {
 void Conversation::appendRefusal(uint32_t code, std::string_view text) {
     const std::optional<QvFrameHeader> header = reader_.header();
     refused_ = true;
-    parts_.counts.refusal(code);
-    answers_.append(code, header ? header->number : 0, text);
+    connection_->refuse(code, header ? header->number : 0, text);
 }
 
 }  // namespace

@@ -7,29 +7,18 @@
 //
 // Consecutive changes that have arrived go to the recorder together. A request behind them waits
 // until they are answered, so a client sees its own changes.
+//
+// A request to subscribe ends the conversation. A subscription takes the connection over.
 #ifndef QVHOST_SERVER_CONVERSATION_H
 #define QVHOST_SERVER_CONVERSATION_H
 
 #include <sys/types.h>
 
-#include "server/Budget.h"
-#include "server/ClientLimits.h"
-#include "server/ClientList.h"
 #include "server/ClientSocket.h"
 #include "server/ClientThreads.h"
-#include "server/Commands.h"
-#include "server/Counts.h"
+#include "server/Connection.h"
 
 namespace qv::host {
-
-// What all conversations use.
-struct ServingParts {
-    Commands& commands;
-    ClientList& clients;
-    Budget& budget;
-    Counts& counts;
-    const ClientLimits& limits;
-};
 
 // Begins a conversation with a client of this user. The socket must belong to the context of the
 // thread. All other arguments must outlive the recorder, the follower and that context. Closes the

@@ -15,10 +15,11 @@ namespace qv::host {
 class Counts {
   public:
     // The commands that the host has.
-    static constexpr std::array<uint32_t, 9> kCommands = {
-        QV_HOST_COMMAND_PING,         QV_HOST_COMMAND_STATUS,         QV_HOST_COMMAND_SYNC,
-        QV_HOST_COMMAND_HELLO,        QV_HOST_COMMAND_FIND,           QV_COMMAND_SET_DEBUG_LEVEL,
-        QV_COMMAND_REGISTER_SERVICES, QV_COMMAND_UNREGISTER_SERVICES, QV_COMMAND_GET_SERVICES};
+    static constexpr std::array<uint32_t, 10> kCommands = {
+        QV_HOST_COMMAND_PING,       QV_HOST_COMMAND_STATUS,       QV_HOST_COMMAND_SYNC,
+        QV_HOST_COMMAND_HELLO,      QV_HOST_COMMAND_FIND,         QV_HOST_COMMAND_SUBSCRIBE,
+        QV_COMMAND_SET_DEBUG_LEVEL, QV_COMMAND_REGISTER_SERVICES, QV_COMMAND_UNREGISTER_SERVICES,
+        QV_COMMAND_GET_SERVICES};
 
     // Do nothing for a code that is not listed here.
     void request(uint32_t command) { count(kCommands, requests_, command); }
@@ -35,12 +36,12 @@ class Counts {
     }
 
   private:
-    static constexpr std::array<uint32_t, 13> kResults = {
-        QV_ERROR_ARGUMENT,      QV_ERROR_NO_MEMORY,     QV_HOST_ERROR_FORBIDDEN,
-        QV_HOST_ERROR_CLIENTS,  QV_HOST_ERROR_LENGTH,   QV_HOST_ERROR_TIMEOUT,
-        QV_HOST_ERROR_STOPPING, QV_HOST_ERROR_COMMAND,  QV_HOST_ERROR_PLUGIN,
-        QV_HOST_ERROR_REFUSED,  QV_HOST_ERROR_NOT_KEPT, QV_HOST_ERROR_FILE,
-        QV_HOST_ERROR_PRIVILEGE};
+    static constexpr std::array<uint32_t, 14> kResults = {
+        QV_ERROR_ARGUMENT,       QV_ERROR_NO_MEMORY,      QV_HOST_ERROR_FORBIDDEN,
+        QV_HOST_ERROR_CLIENTS,   QV_HOST_ERROR_LENGTH,    QV_HOST_ERROR_TIMEOUT,
+        QV_HOST_ERROR_STOPPING,  QV_HOST_ERROR_COMMAND,   QV_HOST_ERROR_PLUGIN,
+        QV_HOST_ERROR_REFUSED,   QV_HOST_ERROR_NOT_KEPT,  QV_HOST_ERROR_FILE,
+        QV_HOST_ERROR_PRIVILEGE, QV_HOST_ERROR_SUBSCRIBED};
 
     template <std::size_t N>
     using Numbers = std::array<std::atomic<uint64_t>, N>;

@@ -172,14 +172,18 @@ void Server::Work::run() {
     giveBackLargePieces();
     // The times of the sweep and of the end.
     setTimersAside(control_, 2);
-    recorder_.onPublished([this] { follower_.published(); });
+    recorder_.onPublished([this] {
+        threads_.tellSubscribers();
+        follower_.published();
+    });
     recorder_.start();
     follower_.start();
     socket_->listen();
     acceptor_.emplace(control_, threads_, socket_->release(), clients_, counts_, settings_,
                       [this](ClientSocket socket, uid_t user, ClientThread& thread) {
-                          serveClient(std::move(socket), user, thread,
-                                      {commands_, clients_, budget_, counts_, settings_.limits});
+                          serveClient(
+                              std::move(socket), user, thread,
+                              {recorder_, commands_, clients_, budget_, counts_, settings_.limits});
                       });
     try {
         serve();
@@ -354,6 +358,7 @@ Status Server::Work::status() const {
     status.state = recorder_.state();
     status.clients = clients_.count();
     status.clientLimit = settings_.limits.maxClients;
+    status.subscribers = threads_.subscribers();
     status.memory = budget_.held();
     status.memoryLimit = settings_.limits.maxMemory;
     return status;

@@ -80,6 +80,7 @@ std::string serialised(const Status& status, const Counts& counts) {
     describe(status.file, *message.mutable_saves());
     message.set_clients(status.clients);
     message.set_client_limit(status.clientLimit);
+    message.set_subscribers(status.subscribers);
     message.set_memory(status.memory);
     message.set_memory_limit(status.memoryLimit);
     if (status.file.level) {

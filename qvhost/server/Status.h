@@ -23,6 +23,7 @@ struct Status {
     Follower::Statistics file;
     std::size_t clients = 0;
     std::size_t clientLimit = 0;
+    std::size_t subscribers = 0;
     std::size_t memory = 0;  // bytes of all requests and answers
     std::size_t memoryLimit = 0;
 };

@@ -51,6 +51,19 @@ SnapshotPointer snapshotOf(int services) {
     return tests::snapshotOf(model, 1);
 }
 
+TEST(AnswerQueue, BytesFollowTheServicesOfAListing) {
+    for (const int services : {0, 1, 2000}) {
+        for (const std::size_t room : {1U, 1000U, 1'000'000U}) {
+            const SnapshotPointer snapshot = snapshotOf(services);
+            const std::string listing = tests::listingOf(*snapshot);
+            AnswerQueue answers;
+            answers.append(7, snapshot, "end");
+            answers.append(0, 8);
+            EXPECT_TRUE(sent(answers, room) == frame(0, 7, listing + "end") + frame(0, 8));
+        }
+    }
+}
+
 TEST(AnswerQueue, AnswersGoOutInTheirOrder) {
     AnswerQueue answers;
     EXPECT_EQ(sent(answers), "");

@@ -57,7 +57,11 @@ class ServedDirectory {
 
     // Serves as the limits say. If the threads do not run, the test runs their contexts.
     void start(bool threadsRun = true) {
-        host::Recorder& recorder = host_.openRecord([this] { follower_->published(); });
+        threads_.emplace(1);
+        host::Recorder& recorder = host_.openRecord([this] {
+            threads_->tellSubscribers();
+            follower_->published();
+        });
         follower_.emplace(
             plugin_, host::StoredFile(host_.path()), recorder, [this] { plugin_.initialize(); },
             host_.report(), pace);
@@ -66,7 +70,6 @@ class ServedDirectory {
         budget_.emplace(limits.maxMemory, ::geteuid());
         commands_.emplace(
             recorder, *follower_, counts, [] { return std::string("status"); }, "1.2");
-        threads_.emplace(1);
         threadsRun_ = threadsRun;
         if (threadsRun) {
             threads_->start();
@@ -79,7 +82,7 @@ class ServedDirectory {
         host::ClientThread& thread = threads_->next();
         host::ClientSocket socket(thread.context(), asio::local::stream_protocol(), ends[0]);
         host::serveClient(std::move(socket), user, thread,
-                          {*commands_, *clients_, *budget_, counts, limits});
+                          {recorder(), *commands_, *clients_, *budget_, counts, limits});
         return host::RawClient(system::Descriptor(ends[1]));
     }
 
@@ -101,6 +104,9 @@ class ServedDirectory {
             [&](uint32_t each, uint64_t number) { found = each == code ? number : found; });
         return found;
     }
+
+    std::size_t subscribers() const { return threads_->subscribers(); }
+    Model directory() const { return host_.directory(); }
 
     host::ClientList& clients() { return *clients_; }
     host::Budget& budget() { return *budget_; }
