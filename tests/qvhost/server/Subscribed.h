@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "QvHost.pb.h"
 #include "qvhost/RawClient.h"
-#include "qvhost/server/Snapshots.h"
 #include "support/LoadedPlugin.h"
 
 namespace qv::tests {
@@ -100,14 +100,14 @@ class Subscribed {
         epoch_ = event.epoch();
     }
 
-    const Model& services() const { return services_; }
+    const std::map<std::int32_t, std::string>& services() const { return services_; }
     std::int64_t revision() const { return revision_; }
     std::uint64_t epoch() const { return epoch_; }
     int snapshots() const { return snapshots_; }
 
   private:
     const host::RawClient& client_;
-    Model services_;
+    std::map<std::int32_t, std::string> services_;
     std::int64_t revision_ = -1;
     std::uint64_t epoch_ = 0;
     int snapshots_ = 0;
