@@ -5,10 +5,13 @@
 #include <sys/socket.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "qvhost/RawClient.h"
 #include "qvhost/server/ServedDirectory.h"
+#include "qvhost/server/Subscribed.h"
 #include "support/FailingCalls.h"
 #include "support/LoadedPlugin.h"
 
@@ -89,6 +92,19 @@ TEST_F(ConversationShortageTest, ShortageEndsOneClient) {
         frame(QV_HOST_COMMAND_SYNC, 5);
     for (const Order order : {tests::failMallocAfter, tests::failEveryMallocAfter}) {
         EXPECT_GE(failEach(order, requests), 5);
+    }
+}
+
+TEST_F(ConversationShortageTest, ShortageEndsOneSubscriber) {
+    for (const std::vector<int32_t>& ids : {std::vector<int32_t>{}, std::vector<int32_t>{5, 6}}) {
+        const std::string requests =
+            frame(QV_HOST_COMMAND_HELLO, 1) +
+            frame(QV_COMMAND_REGISTER_SERVICES, 2, encode({{5, std::string(100, 'e')}})) +
+            frame(QV_HOST_COMMAND_FIND, 3, tests::subscription({5})) +
+            frame(QV_HOST_COMMAND_SUBSCRIBE, 4, tests::subscription(ids));
+        for (const Order order : {tests::failMallocAfter, tests::failEveryMallocAfter}) {
+            EXPECT_GE(failEach(order, requests), 10);
+        }
     }
 }
 
