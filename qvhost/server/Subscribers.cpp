@@ -10,7 +10,7 @@ namespace {
 
 // The pause after a round is so often as long as the round, up to a bound.
 constexpr int kPauseFactor = 9;
-constexpr std::chrono::milliseconds kLongestPause(200);
+constexpr std::chrono::milliseconds kLongestPause(1000);
 
 }  // namespace
 
