@@ -258,6 +258,7 @@ void ModelledHost::started(const Expectation& expected, const std::string& probl
     known_.keys = expected.keys;
     pluginKeys_.clear();
     isNewEdit_ = false;
+    subscribers_.comeBack(host_->recorder());
     followed(problem);
 }
 
@@ -372,6 +373,7 @@ void ModelledHost::make(const std::vector<Request>& requests) {
           "the directory has another revision");
     check(!isKept || state->isKept, "a change is acknowledged and not kept");
     directory_ = std::move(next);
+    subscribers_.comeBack(host_->recorder());
     if (state->isKept) {
         known_.mayHold = {directory_};
     }

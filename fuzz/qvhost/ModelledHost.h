@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "qvhost/HostFiles.h"
+#include "qvhost/ModelledSubscribers.h"
 #include "qvhost/RunningHost.h"
 #include "support/LongestFile.h"
 
@@ -114,6 +115,7 @@ class ModelledHost {
 
     HostFiles files_;
     Services directory_;
+    ModelledSubscribers subscribers_;
     Knowledge known_;
     std::vector<Tree> pluginKeys_;  // the other keys that the plug-in loaded are one of these
     std::optional<std::string> lastSeen_;  // the file when the host read it last

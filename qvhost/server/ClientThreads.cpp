@@ -43,6 +43,7 @@ ClientThread::ClientThread() {
     try {
         const ClientSocket first(context_);
         setTimersAside(context_, 1);
+        context_.poll();
     } catch (const std::system_error& error) {
         throw std::system_error(error.code(), "cannot make a thread for clients");
     }

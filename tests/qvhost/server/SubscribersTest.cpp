@@ -31,7 +31,11 @@ class Listener : public Subscriber {
 
 class SubscribersTest : public testing::Test {
   protected:
-    SubscribersTest() { setTimersAside(context, 1); }
+    SubscribersTest() {
+        setTimersAside(context, 1);
+        context.run();
+        context.restart();
+    }
 
     Subscribers subscribers{pause};
     asio::io_context context;
