@@ -7,14 +7,14 @@ which a resident host serves. Fails if a command's exit status is not 0. Does no
 which would build everything again, but checks that .ci/run executes each of them.
 """
 
-import atexit
 import os
 import pathlib
 import re
-import signal
 import subprocess
 import sys
 import tempfile
+
+from resident_host import end, serve
 
 SOURCE, QVHOST = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
 DOCUMENTS = ["README.md", *sorted(f"docs/{path.name}" for path in (SOURCE / "docs").glob("*.md"))]
@@ -39,29 +39,6 @@ def printed_commands():
             yield page.name, line.replace("\\-", "-")
 
 
-def wait_until_it_serves(process):
-    said = ""
-    for line in process.stderr:
-        said += line
-        if "serving on" in line:
-            return
-    sys.exit(f"the host does not serve: {said}")
-
-
-def serve(arguments, environment):
-    process = subprocess.Popen([QVHOST, *arguments], env=environment, stderr=subprocess.PIPE, text=True)
-    # It must not outlive a failure.
-    atexit.register(process.kill)
-    wait_until_it_serves(process)
-    return process
-
-
-def end(process):
-    process.send_signal(signal.SIGTERM)
-    if process.wait() != 0:
-        sys.exit(f"the host ended with {process.returncode}: {process.stderr.read()}")
-
-
 def execute(where, command, environment):
     # Replaces the words for which a reader puts in a directory or an existing group.
     words = command.replace("DIR", "directory").replace("vornak", str(os.getgid())).split()
@@ -70,7 +47,7 @@ def execute(where, command, environment):
         # The other host has the socket and the configuration of the environment.
         own = [] if "--socket" in words else ["--socket", "other.sock"]
         os.makedirs("other", exist_ok=True)
-        end(serve(words[1:] + own, dict(environment, QV_CONFIG_DIR="other")))
+        end(serve(QVHOST, words[1:] + own, dict(environment, QV_CONFIG_DIR="other")))
         return
     if program == "qvhost":
         words[0] = QVHOST
@@ -98,7 +75,7 @@ def main():
         environment = dict(os.environ, QV_RUN_DIR=folder, QV_LOG_DIR=folder, QV_CONFIG_DIR=folder)
         subprocess.run([QVHOST, "init"], env=environment, check=True, stdout=subprocess.DEVNULL)
         pathlib.Path("log").mkdir()
-        host = serve(["serve"], environment)
+        host = serve(QVHOST, ["serve"], environment)
         executed = 0
         for command, where in commands.items():
             # Leaves out a synopsis with placeholders, such as "level N" or "COMMAND --help".
