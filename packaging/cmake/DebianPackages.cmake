@@ -1,11 +1,11 @@
-# Makes cpack build three Debian packages, one for each component.
+# Makes cpack build four Debian packages, one for each component.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lorx-naming-service)
 set(CPACK_PACKAGE_VENDOR "LorxCore")
 set(CPACK_PACKAGE_CONTACT "LorxCore developers <lorxcore@localhost>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL plugin host development)
+set(CPACK_COMPONENTS_ALL plugin host development python)
 set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -42,5 +42,17 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "LorxCore naming service: developmen
  serve to write a host of the plug-in or a client of the resident host.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "lorx-naming-service ${sameVersion}, lorx-naming-service-host ${sameVersion}")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-qvclient)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "LorxCore naming service: client module for Python
+ Registers, finds and watches services with the resident host.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "lorx-naming-service-host")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  "${CMAKE_CURRENT_SOURCE_DIR}/debian/python/postinst"
+  "${CMAKE_CURRENT_SOURCE_DIR}/debian/python/prerm")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 include(CPack)

@@ -1,7 +1,5 @@
-// Tests the client library and the examples with a running host.
+// Tests the client library and the example in C with a running host.
 #include <QvClient.h>
-#include <QvFrame.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -13,14 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "ScriptedServer.h"
 #include "qvhost/HostProcess.h"
 
 namespace qv::client {
 namespace {
 
 using host::HostProcess;
-using testing::StartsWith;
 using Pairs = std::vector<std::pair<int32_t, std::string>>;
 
 Pairs servicesOf(Client& client) {
@@ -138,64 +134,6 @@ TEST_F(ServedHost, IsUnderstoodByTheExampleInC) {
     const auto [output, status] = outputOf("'" QV_EXAMPLE_LIST "' /none");
     EXPECT_EQ(output, "list: No such file or directory\n");
     EXPECT_NE(status, 0);
-}
-
-TEST_F(ServedHost, IsUnderstoodByTheExampleInPython) {
-    const std::string python =
-        std::string("'" QV_PYTHON "' '" QV_EXAMPLES_DIR "/client/qvclient.py' '") + host_.socket() +
-        "' ";
-    for (const char* words : {"register 300 'a b'", "register -2147483648 low", "register 7 x",
-                              "register 2147483647 high", "unregister 7"}) {
-        EXPECT_EQ(outputOf(python + words), std::make_pair(std::string(), 0)) << words;
-    }
-    Client client(host_.socket());
-    EXPECT_EQ(servicesOf(client),
-              (Pairs{{-2147483648, "low"}, {300, "a b"}, {2147483647, "high"}}));
-    client.registerServices({{8, std::string(300, 'x')}, {9, "y"}});
-    EXPECT_EQ(outputOf(python + "list"),
-              std::make_pair("-2147483648\tlow\n8\t" + std::string(300, 'x') +
-                                 "\n9\ty\n300\ta b\n2147483647\thigh\n",
-                             0));
-}
-
-TEST_F(ServedHost, ReceivesNoBadAddressFromTheExampleInPython) {
-    const std::string python =
-        std::string("'" QV_PYTHON "' '" QV_EXAMPLES_DIR "/client/qvclient.py' '") + host_.socket() +
-        "' register 7 ";
-    for (const std::string& address : {std::string("\xff"), std::string(),
-                                       std::string("\xef\xbb\xbf"), std::string(4097, 'x')}) {
-        std::string command = python;
-        command.append("'").append(address).append("'");
-        const auto [output, status] = outputOf(command);
-        EXPECT_NE(status, 0);
-        EXPECT_THAT(output, StartsWith("qvclient.py: the address of 7 ")) << output;
-    }
-    EXPECT_EQ(outputOf(python + std::string(4096, 'x')), std::make_pair(std::string(), 0));
-}
-
-TEST(ServedHostExamples, TellWhatTheHostRefuses) {
-    HostProcess host;
-    ASSERT_TRUE(host.start({"--max-message", "10"}));
-    const auto [output, status] =
-        outputOf(std::string("'" QV_PYTHON "' '" QV_EXAMPLES_DIR "/client/qvclient.py' '") +
-                 host.socket() + "' register 1 'a long address'");
-    EXPECT_NE(status, 0);
-    EXPECT_THAT(output, StartsWith("qvclient.py: the host answered 21003: "));
-}
-
-TEST(ServedHostExamples, TellThatAChangeIsNotKept) {
-    const auto answer = [](tests::Peer& peer) {
-        peer.answer(QV_HOST_ERROR_NOT_KEPT, "the disk is full", peer.receive().number);
-        peer.waitForEnd();
-    };
-    const tests::ScriptedServer server({answer, answer});
-    for (const char* words : {"register 1 a", "unregister 1"}) {
-        const auto [output, status] =
-            outputOf(std::string("'" QV_PYTHON "' '" QV_EXAMPLES_DIR "/client/qvclient.py' '") +
-                     server.path() + "' " + words);
-        EXPECT_NE(status, 0);
-        EXPECT_EQ(output, "qvclient.py: not kept: the disk is full\n");
-    }
 }
 
 }  // namespace

@@ -58,6 +58,12 @@ elseif(CASE STREQUAL "ClientProjectLinksTheLibrary")
   run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "${work}/build/client")
   expect("${path}" "/elsewhere/namingService.sock\n")
 
+elseif(CASE STREQUAL "PythonFindsTheModule")
+  run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere
+    "PYTHONPATH=${PREFIX}/lib/python3/dist-packages" PYTHONDONTWRITEBYTECODE=1
+    "${PYTHON}" -c "import qvclient\nprint(qvclient.default_path())")
+  expect("${path}" "/elsewhere/namingService.sock\n")
+
 elseif(CASE STREQUAL "PkgConfigTellsTheSame")
   set(ENV{PKG_CONFIG_PATH} "${PREFIX}/${LIBDIR}/pkgconfig")
   run(flags pkg-config --cflags --libs lorx-naming-service)

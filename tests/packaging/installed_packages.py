@@ -18,7 +18,7 @@ import time
 import unittest
 
 PACKAGES, SOURCE = sys.argv[1:3]
-NAMES = ["lorx-naming-service", "lorx-naming-service-host", "lorx-naming-service-dev"]
+NAMES = ["lorx-naming-service", "lorx-naming-service-host", "lorx-naming-service-dev", "python3-qvclient"]
 SERVICE, SOCKET_UNIT = "lorx-naming-service.service", "lorx-naming-service.socket"
 STATE = "/var/lib/Vornak/LorxCore"
 CONFIGURATION = STATE + "/namingService.conf.plist"
@@ -95,7 +95,8 @@ def running():
 
 
 def left():
-    return run("find", "/etc", "/run", "/usr", "/var", "-ignore_readdir_race", "-iname", "*lorx*")
+    return run("find", "/etc", "/run", "/usr", "/var", "-ignore_readdir_race",
+               "(", "-iname", "*lorx*", "-o", "-iname", "*qvclient*", ")")
 
 
 def list_as(name, *groups):
@@ -306,7 +307,10 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual(shown(SERVICE, "Result", "ExecMainStatus"), ("success", "0"))
         start()
 
-    def test_10_a_host_project_is_built_against_the_packages(self):
+    def test_10_other_programs_use_the_packages(self):
+        self.assertEqual(
+            run("python3", "-c", "import qvclient as q; print(q.Client(host_user='lorxcore').find(1))"),
+            "{1: '/run/1.sock'}\n")
         run("cmake", "-S", SOURCE + "/examples/host", "-B", "/tmp/host")
         run("cmake", "--build", "/tmp/host")
         os.mkdir("/tmp/state")
