@@ -9,10 +9,11 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <new>
+#include <optional>
 #include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/ConfigurationDocuments.h"
@@ -42,6 +43,7 @@ class Layout {
         fs::permissions(configDirectory(), fs::perms(0700));
         fs::permissions(backupDirectory(), fs::perms(0700));
         fs::create_directory(elsewhere());
+        makePipe(elsewhere("pipe"));
         writeFile(mainFile(), kMain);
         writeFile(backupFile(), kBackup);
     }
@@ -97,19 +99,6 @@ std::string startSaveStart(const LoadedPlugin& plugin) {
     return first + ", then " + second;
 }
 
-struct Case {
-    const char* name;
-    void (*put)(const Layout&);
-    // The outcome for root and for another user: the services of both starts, and what the file and
-    // the backup hold at the end.
-    std::string root;
-    std::string other;
-};
-
-std::ostream& operator<<(std::ostream& out, const Case& oneCase) {
-    return out << oneCase.name;
-}
-
 const std::string kMainSaved = "main, then main+new; file main+new, backup main";
 const std::string kBackupSaved = "backup, then backup+new; file backup+new, backup backup";
 const std::string kSavedWithoutBackup = "main, then main+new; file main+new, backup none";
@@ -118,143 +107,125 @@ const std::string kNothingButEmptyMain = "nothing, then nothing; file empty, bac
 const std::string kNothingButBackup = "nothing, then nothing; file none, backup backup";
 
 // Puts something at a path. The good file or directory is at elsewhere("good") then.
-struct Thing {
-    const char* name;
-    void (*put)(const Layout& layout, const std::string& path);
-};
+using Put = void (*)(const Layout& layout, const std::string& path);
 
-void nothing(const Layout& /*layout*/, const std::string& /*path*/) {}
-
-void putLink(const std::string& target, const std::string& path) {
-    fs::create_symlink(target, path);
-}
-
-template <void (*Put)(const Layout&, const std::string&)>
-void inPlaceOfMain(const Layout& layout) {
-    fs::rename(layout.mainFile(), layout.elsewhere("good"));
-    Put(layout, layout.mainFile());
-}
-
-// Keeps the file, so that only the save uses the backup.
-template <void (*Put)(const Layout&, const std::string&)>
-void inPlaceOfBackup(const Layout& layout) {
-    fs::rename(layout.backupFile(), layout.elsewhere("good"));
-    Put(layout, layout.backupFile());
-}
-
-// Removes the file, so that the start uses the backup.
-template <void (*Put)(const Layout&, const std::string&)>
-void inPlaceOfOnlyBackup(const Layout& layout) {
-    fs::remove(layout.mainFile());
-    inPlaceOfBackup<Put>(layout);
-}
-
-template <void (*Put)(const Layout&, const std::string&)>
-void inPlaceOfBackupDirectory(const Layout& layout) {
-    fs::rename(layout.backupDirectory(), layout.elsewhere("good"));
-    Put(layout, layout.backupDirectory());
-}
-
-template <void (*Put)(const Layout&, const std::string&)>
-void inPlaceOfConfigDirectory(const Layout& layout) {
-    fs::rename(layout.configDirectory(), layout.elsewhere("good"));
-    Put(layout, layout.configDirectory());
-}
-
-void emptyFile(const Layout& /*layout*/, const std::string& path) {
-    writeFile(path, "");
-}
-
-void damagedFile(const Layout& /*layout*/, const std::string& path) {
-    writeFile(path, "<plist><dict>");
-}
-
-void linkToGood(const Layout& layout, const std::string& path) {
-    putLink(layout.elsewhere("good"), path);
-}
-
-void secondName(const Layout& layout, const std::string& path) {
-    fs::create_hard_link(layout.elsewhere("good"), path);
-}
-
-void linkToNothing(const Layout& layout, const std::string& path) {
-    putLink(layout.elsewhere("nothing"), path);
-}
-
-void linkIntoNoDirectory(const Layout& layout, const std::string& path) {
-    putLink(layout.elsewhere("no/directory"), path);
-}
-
-void linkToItself(const Layout& /*layout*/, const std::string& path) {
-    putLink(path, path);
-}
-
-void linkToDirectory(const Layout& layout, const std::string& path) {
-    putLink(layout.elsewhere(), path);
-}
-
-void linkToMain(const Layout& layout, const std::string& path) {
-    putLink(layout.mainFile(), path);
-}
-
-void secondNameOfMain(const Layout& layout, const std::string& path) {
-    fs::create_hard_link(layout.mainFile(), path);
-}
-
-void directory(const Layout& /*layout*/, const std::string& path) {
-    fs::create_directory(path);
-}
-
-void pipe(const Layout& /*layout*/, const std::string& path) {
-    makePipe(path);
-}
-
-void linkToPipe(const Layout& layout, const std::string& path) {
-    makePipe(layout.elsewhere("pipe"));
-    putLink(layout.elsewhere("pipe"), path);
-}
-
-void socket(const Layout& /*layout*/, const std::string& path) {
-    makeSocket(path);
-}
-
-void nullDevice(const Layout& /*layout*/, const std::string& path) {
-    putLink("/dev/null", path);
-}
-
-void zeroDevice(const Layout& /*layout*/, const std::string& path) {
-    putLink("/dev/zero", path);
-}
-
-void fullDevice(const Layout& /*layout*/, const std::string& path) {
-    putLink("/dev/full", path);
-}
-
-// Makes a sparse file.
-void eightGibibytes(const Layout& /*layout*/, const std::string& path) {
-    writeFile(path, "");
-    fs::resize_file(path, 2 * kFourGibibytes);
-}
-
-// Appends 4 GiB to the good document.
-void fourGibibytesMore(const Layout& layout, const std::string& path) {
+void putGood(const Layout& layout, const std::string& path) {
     fs::rename(layout.elsewhere("good"), path);
-    fs::resize_file(path, fs::file_size(path) + kFourGibibytes);
-}
-
-void threeGibibytes(const Layout& layout, const std::string& path) {
-    fs::rename(layout.elsewhere("good"), path);
-    fs::resize_file(path, kFourGibibytes / 4 * 3);
 }
 
 template <int Mode>
-void withMode(const Layout& layout, const std::string& path) {
-    fs::rename(layout.elsewhere("good"), path);
+void putWithMode(const Layout& layout, const std::string& path) {
+    putGood(layout, path);
     fs::permissions(path, fs::perms(Mode));
+}
+
+const std::map<std::string, Put> kThings = {
+    {"Nothing", [](const Layout& /*layout*/, const std::string& /*path*/) {}},
+    {"EmptyFile", [](const Layout& /*layout*/, const std::string& path) { writeFile(path, ""); }},
+    {"DamagedFile",
+     [](const Layout& /*layout*/, const std::string& path) { writeFile(path, "<plist><dict>"); }},
+    {"SecondNameOfTheGoodOne",
+     [](const Layout& layout, const std::string& path) {
+         fs::create_hard_link(layout.elsewhere("good"), path);
+     }},
+    {"SecondNameOfTheFile",
+     [](const Layout& layout, const std::string& path) {
+         fs::create_hard_link(layout.mainFile(), path);
+     }},
+    {"LinkToItself",
+     [](const Layout& /*layout*/, const std::string& path) { fs::create_symlink(path, path); }},
+    {"Directory",
+     [](const Layout& /*layout*/, const std::string& path) { fs::create_directory(path); }},
+    {"Pipe", [](const Layout& /*layout*/, const std::string& path) { makePipe(path); }},
+    {"Socket", [](const Layout& /*layout*/, const std::string& path) { makeSocket(path); }},
+    // These files are sparse.
+    {"EightGibibytes",
+     [](const Layout& /*layout*/, const std::string& path) {
+         writeFile(path, "");
+         fs::resize_file(path, 2 * kFourGibibytes);
+     }},
+    {"FourGibibytesMore",
+     [](const Layout& layout, const std::string& path) {
+         putGood(layout, path);
+         fs::resize_file(path, fs::file_size(path) + kFourGibibytes);
+     }},
+    {"ThreeGibibytes",
+     [](const Layout& layout, const std::string& path) {
+         putGood(layout, path);
+         fs::resize_file(path, kFourGibibytes / 4 * 3);
+     }},
+    {"Mode0400", putWithMode<0400>},
+    {"Mode0200", putWithMode<0200>},
+    {"Mode0500", putWithMode<0500>},
+    {"Mode0300", putWithMode<0300>},
+    {"Mode0600", putWithMode<0600>},
+};
+
+// The targets of links. A relative one lies below the path of the layout.
+const std::map<std::string, fs::path> kLinks = {
+    {"LinkToTheGoodOne", "elsewhere/good"},
+    {"LinkToTheFile", std::string("config/") + kConfigurationFile},
+    {"LinkToNothing", "elsewhere/nothing"},
+    {"LinkIntoNoDirectory", "elsewhere/no/directory"},
+    {"LinkToADirectory", "elsewhere"},
+    {"LinkToAPipe", "elsewhere/pipe"},
+    {"NullDevice", "/dev/null"},
+    {"ZeroDevice", "/dev/zero"},
+    {"FullDevice", "/dev/full"},
+};
+
+void putInPlaceOf(const std::string& path, const std::string& thing, const Layout& layout) {
+    fs::rename(path, layout.elsewhere("good"));
+    const auto link = kLinks.find(thing);
+    if (link != kLinks.end()) {
+        fs::create_symlink(layout.path() / link->second, path);
+    } else {
+        kThings.at(thing)(layout, path);
+    }
+}
+
+// The outcome of some things for root and for another user: the services of both starts, and what
+// the file and the backup hold at the end. Both have the same outcome if only one is given.
+struct Outcome {
+    std::vector<std::string> things;
+    std::string root;
+    std::optional<std::string> other = std::nullopt;
+};
+
+using Path = std::string (Layout::*)() const;
+
+struct Case {
+    Path path;
+    // Without the file, the start uses the backup. With the file, only the save does.
+    bool hasMain;
+    std::string thing;
+    std::string root;
+    std::string other;
+};
+
+std::ostream& operator<<(std::ostream& out, const Case& oneCase) {
+    return out << oneCase.thing;
+}
+
+std::vector<Case> casesOf(Path path, const std::vector<Outcome>& outcomes, bool hasMain = true) {
+    std::vector<Case> cases;
+    for (const auto& [things, root, other] : outcomes) {
+        for (const std::string& thing : things) {
+            cases.push_back({path, hasMain, thing, root, other.value_or(root)});
+        }
+    }
+    return cases;
 }
 
 class Files : public testing::TestWithParam<Case> {
   protected:
+    void SetUp() override {
+        if (!GetParam().hasMain) {
+            fs::remove(layout_.mainFile());
+        }
+        putInPlaceOf((layout_.*GetParam().path)(), GetParam().thing, layout_);
+    }
+
     void expectOutcome(const std::string& expected) const {
         const EnvironmentVariable variable("QV_CONFIG_DIR", layout_.configDirectory());
         std::string outcome = startSaveStart(plugin_);
@@ -284,133 +255,84 @@ TEST_P(Files, OfRoot) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can run this test";
     }
-    GetParam().put(layout_);
     expectOutcome(GetParam().root);
 }
 
 TEST_P(Files, OfAnotherUser) {
-    GetParam().put(layout_);
     asOrdinaryUser(layout_.path(), [this] { expectOutcome(GetParam().other); });
 }
 
 std::string nameOf(const testing::TestParamInfo<Case>& info) {
-    return info.param.name;
+    return info.param.thing;
 }
 
-Case same(const char* name, void (*put)(const Layout&), const std::string& outcome) {
-    return {name, put, outcome, outcome};
-}
+const std::string kBackupLinkedToMain = "main, then main+new; file main+new, backup main+new";
+const std::string kOldBackup = "main, then main+new; file main+new, backup backup";
 
 INSTANTIATE_TEST_SUITE_P(
     Main, Files,
-    testing::Values(same("File", inPlaceOfMain<secondName>, kMainSaved),
-                    same("Missing", inPlaceOfMain<nothing>, kBackupSaved),
-                    same("Empty", inPlaceOfMain<emptyFile>, kBackupSaved),
-                    same("Damaged", inPlaceOfMain<damagedFile>, kBackupSaved),
-                    same("LinkToAFile", inPlaceOfMain<linkToGood>, kMainSaved),
-                    same("LinkToNothing", inPlaceOfMain<linkToNothing>, kBackupSaved),
-                    same("LinkIntoNoDirectory", inPlaceOfMain<linkIntoNoDirectory>,
-                         kNothingButBackup),
-                    same("LinkToItself", inPlaceOfMain<linkToItself>, kNothingButBackup),
-                    same("LinkToADirectory", inPlaceOfMain<linkToDirectory>, kNothingButBackup),
-                    same("Directory", inPlaceOfMain<directory>, kNothingButBackup),
-                    same("Pipe", inPlaceOfMain<pipe>, kNothingButBackup),
-                    same("LinkToAPipe", inPlaceOfMain<linkToPipe>, kNothingButBackup),
-                    same("Socket", inPlaceOfMain<socket>, kNothingButBackup),
-                    same("NullDevice", inPlaceOfMain<nullDevice>, kNothingButBackup),
-                    same("ZeroDevice", inPlaceOfMain<zeroDevice>, kNothingButBackup),
-                    same("FullDevice", inPlaceOfMain<fullDevice>, kNothingButBackup),
-                    same("EightGibibytes", inPlaceOfMain<eightGibibytes>, kBackupSaved),
-                    same("FourGibibytesMore", inPlaceOfMain<fourGibibytesMore>, kMainSaved),
-                    same("ThreeGibibytes", inPlaceOfMain<threeGibibytes>, kBackupSaved),
-                    Case{"ReadOnly", inPlaceOfMain<withMode<0400>>, kMainSaved,
-                         "main, then main; file main, backup main"},
-                    Case{"WriteOnly", inPlaceOfMain<withMode<0200>>, kMainSaved,
-                         "nothing, then nothing; file main, backup backup"}),
+    testing::ValuesIn(
+        casesOf(&Layout::mainFile,
+                {{{"SecondNameOfTheGoodOne", "LinkToTheGoodOne", "FourGibibytesMore"}, kMainSaved},
+                 {{"Nothing", "EmptyFile", "DamagedFile", "LinkToNothing", "EightGibibytes",
+                   "ThreeGibibytes"},
+                  kBackupSaved},
+                 {{"LinkIntoNoDirectory", "LinkToItself", "LinkToADirectory", "Directory", "Pipe",
+                   "LinkToAPipe", "Socket", "NullDevice", "ZeroDevice", "FullDevice"},
+                  kNothingButBackup},
+                 {{"Mode0400"}, kMainSaved, "main, then main; file main, backup main"},
+                 {{"Mode0200"}, kMainSaved, "nothing, then nothing; file main, backup backup"}})),
     nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     Backup, Files,
-    testing::Values(same("File", inPlaceOfBackup<secondName>, kMainSaved),
-                    same("Missing", inPlaceOfBackup<nothing>, kMainSaved),
-                    same("Empty", inPlaceOfBackup<emptyFile>, kMainSaved),
-                    same("LinkToAFile", inPlaceOfBackup<linkToGood>, kMainSaved),
-                    same("LinkToNothing", inPlaceOfBackup<linkToNothing>, kMainSaved),
-                    same("LinkIntoNoDirectory", inPlaceOfBackup<linkIntoNoDirectory>,
-                         kSavedWithoutBackup),
-                    same("LinkToItself", inPlaceOfBackup<linkToItself>, kSavedWithoutBackup),
-                    same("LinkToADirectory", inPlaceOfBackup<linkToDirectory>, kSavedWithoutBackup),
-                    same("LinkToTheFile", inPlaceOfBackup<linkToMain>,
-                         "main, then main+new; file main+new, backup main+new"),
-                    same("SecondNameOfTheFile", inPlaceOfBackup<secondNameOfMain>,
-                         "main, then main+new; file main+new, backup main+new"),
-                    same("Directory", inPlaceOfBackup<directory>, kSavedWithoutBackup),
-                    same("Pipe", inPlaceOfBackup<pipe>, kSavedWithoutBackup),
-                    same("LinkToAPipe", inPlaceOfBackup<linkToPipe>, kSavedWithoutBackup),
-                    same("Socket", inPlaceOfBackup<socket>, kSavedWithoutBackup),
-                    same("NullDevice", inPlaceOfBackup<nullDevice>, kSavedWithoutBackup),
-                    same("FullDevice", inPlaceOfBackup<fullDevice>, kSavedWithoutBackup),
-                    same("EightGibibytes", inPlaceOfBackup<eightGibibytes>, kMainSaved),
-                    Case{"ReadOnly", inPlaceOfBackup<withMode<0400>>, kMainSaved,
-                         "main, then main+new; file main+new, backup backup"},
-                    Case{"WriteOnly", inPlaceOfBackup<withMode<0200>>, kMainSaved,
-                         "main, then main+new; file main+new, backup backup"}),
+    testing::ValuesIn(casesOf(&Layout::backupFile,
+                              {{{"SecondNameOfTheGoodOne", "Nothing", "EmptyFile",
+                                 "LinkToTheGoodOne", "LinkToNothing", "EightGibibytes"},
+                                kMainSaved},
+                               {{"LinkIntoNoDirectory", "LinkToItself", "LinkToADirectory",
+                                 "Directory", "Pipe", "LinkToAPipe", "Socket", "NullDevice",
+                                 "FullDevice"},
+                                kSavedWithoutBackup},
+                               {{"LinkToTheFile", "SecondNameOfTheFile"}, kBackupLinkedToMain},
+                               {{"Mode0400", "Mode0200"}, kMainSaved, kOldBackup}})),
     nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     OnlyBackup, Files,
-    testing::Values(same("File", inPlaceOfOnlyBackup<secondName>, kBackupSaved),
-                    same("Missing", inPlaceOfOnlyBackup<nothing>, kNothing),
-                    same("Empty", inPlaceOfOnlyBackup<emptyFile>,
-                         "nothing, then nothing; file empty, backup empty"),
-                    same("LinkToAFile", inPlaceOfOnlyBackup<linkToGood>, kBackupSaved),
-                    same("LinkToNothing", inPlaceOfOnlyBackup<linkToNothing>, kNothing),
-                    same("LinkToItself", inPlaceOfOnlyBackup<linkToItself>, kNothing),
-                    same("LinkToADirectory", inPlaceOfOnlyBackup<linkToDirectory>, kNothing),
-                    same("Directory", inPlaceOfOnlyBackup<directory>, kNothing),
-                    same("Pipe", inPlaceOfOnlyBackup<pipe>, kNothing),
-                    same("LinkToAPipe", inPlaceOfOnlyBackup<linkToPipe>, kNothing),
-                    same("Socket", inPlaceOfOnlyBackup<socket>, kNothing),
-                    same("NullDevice", inPlaceOfOnlyBackup<nullDevice>, kNothingButEmptyMain),
-                    same("ZeroDevice", inPlaceOfOnlyBackup<zeroDevice>, kNothingButEmptyMain),
-                    same("EightGibibytes", inPlaceOfOnlyBackup<eightGibibytes>,
-                         "nothing, then nothing; file empty, backup huge"),
-                    same("FourGibibytesMore", inPlaceOfOnlyBackup<fourGibibytesMore>, kBackupSaved),
-                    same("ReadOnly", inPlaceOfOnlyBackup<withMode<0400>>, kBackupSaved),
-                    Case{"WriteOnly", inPlaceOfOnlyBackup<withMode<0200>>, kBackupSaved,
-                         kNothingButBackup}),
+    testing::ValuesIn(
+        casesOf(&Layout::backupFile,
+                {{{"SecondNameOfTheGoodOne", "LinkToTheGoodOne", "FourGibibytesMore", "Mode0400"},
+                  kBackupSaved},
+                 {{"Nothing", "LinkToNothing", "LinkToItself", "LinkToADirectory", "Directory",
+                   "Pipe", "LinkToAPipe", "Socket"},
+                  kNothing},
+                 {{"NullDevice", "ZeroDevice"}, kNothingButEmptyMain},
+                 {{"EmptyFile"}, "nothing, then nothing; file empty, backup empty"},
+                 {{"EightGibibytes"}, "nothing, then nothing; file empty, backup huge"},
+                 {{"Mode0200"}, kBackupSaved, kNothingButBackup}},
+                false)),
     nameOf);
 
-INSTANTIATE_TEST_SUITE_P(
-    BackupDirectory, Files,
-    testing::Values(
-        same("LinkToADirectory", inPlaceOfBackupDirectory<linkToGood>, kMainSaved),
-        Case{"Missing", inPlaceOfBackupDirectory<nothing>, kMainSaved, kSavedWithoutBackup},
-        same("File", inPlaceOfBackupDirectory<emptyFile>, kSavedWithoutBackup),
-        same("LinkToNothing", inPlaceOfBackupDirectory<linkToNothing>, kSavedWithoutBackup),
-        same("LinkToItself", inPlaceOfBackupDirectory<linkToItself>, kSavedWithoutBackup),
-        same("Pipe", inPlaceOfBackupDirectory<pipe>, kSavedWithoutBackup),
-        same("Socket", inPlaceOfBackupDirectory<socket>, kSavedWithoutBackup),
-        same("NullDevice", inPlaceOfBackupDirectory<nullDevice>, kSavedWithoutBackup),
-        same("ReadOnly", inPlaceOfBackupDirectory<withMode<0500>>, kMainSaved),
-        same("NotReadable", inPlaceOfBackupDirectory<withMode<0300>>, kMainSaved),
-        Case{"NotSearchable", inPlaceOfBackupDirectory<withMode<0600>>, kMainSaved,
-             "main, then main+new; file main+new, backup backup"}),
-    nameOf);
+INSTANTIATE_TEST_SUITE_P(BackupDirectory, Files,
+                         testing::ValuesIn(casesOf(&Layout::backupDirectory,
+                                                   {{{"LinkToTheGoodOne", "Mode0500", "Mode0300"},
+                                                     kMainSaved},
+                                                    {{"EmptyFile", "LinkToNothing", "LinkToItself",
+                                                      "Pipe", "Socket", "NullDevice"},
+                                                     kSavedWithoutBackup},
+                                                    {{"Nothing"}, kMainSaved, kSavedWithoutBackup},
+                                                    {{"Mode0600"}, kMainSaved, kOldBackup}})),
+                         nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     Directory, Files,
-    testing::Values(same("LinkToADirectory", inPlaceOfConfigDirectory<linkToGood>, kMainSaved),
-                    same("Missing", inPlaceOfConfigDirectory<nothing>, kNothing),
-                    same("File", inPlaceOfConfigDirectory<emptyFile>, kNothing),
-                    same("LinkToNothing", inPlaceOfConfigDirectory<linkToNothing>, kNothing),
-                    same("LinkToItself", inPlaceOfConfigDirectory<linkToItself>, kNothing),
-                    same("Pipe", inPlaceOfConfigDirectory<pipe>, kNothing),
-                    same("Socket", inPlaceOfConfigDirectory<socket>, kNothing),
-                    same("NullDevice", inPlaceOfConfigDirectory<nullDevice>, kNothing),
-                    same("ReadOnly", inPlaceOfConfigDirectory<withMode<0500>>, kMainSaved),
-                    Case{"NotSearchable", inPlaceOfConfigDirectory<withMode<0600>>, kMainSaved,
-                         "nothing, then nothing; file main, backup backup"}),
+    testing::ValuesIn(casesOf(
+        &Layout::configDirectory,
+        {{{"LinkToTheGoodOne", "Mode0500"}, kMainSaved},
+         {{"Nothing", "EmptyFile", "LinkToNothing", "LinkToItself", "Pipe", "Socket", "NullDevice"},
+          kNothing},
+         {{"Mode0600"}, kMainSaved, "nothing, then nothing; file main, backup backup"}})),
     nameOf);
 
 // The backup is larger than the buffer of a pipe, so a restore into the pipe would block.
@@ -424,7 +346,7 @@ TEST(PipeInPlaceOfTheFile, IsNotFilledFromTheBackup) {
     EXPECT_EQ(startSaveStart(plugin), "nothing, then nothing");
 }
 
-class FilesOfARunningHost : public testing::TestWithParam<Thing> {
+class FilesOfARunningHost : public testing::TestWithParam<std::string> {
   protected:
     void SetUp() override { ASSERT_EQ(plugin_.initialize(), QV_OK); }
     void TearDown() override {
@@ -453,33 +375,29 @@ class FilesOfARunningHost : public testing::TestWithParam<Thing> {
 };
 
 TEST_P(FilesOfARunningHost, MainIsSavedOnceItsPathIsFree) {
-    fs::rename(layout_.mainFile(), layout_.elsewhere("good"));
-    GetParam().put(layout_, layout_.mainFile());
+    putInPlaceOf(layout_.mainFile(), GetParam(), layout_);
     expectSavedOnceThePathIsFree(layout_.mainFile());
 }
 
 TEST_P(FilesOfARunningHost, OpenMainIsSavedOnceItsPathIsFree) {
     plugin_.registerServices({{2, "before"}});
-    fs::rename(layout_.mainFile(), layout_.elsewhere("good"));
-    GetParam().put(layout_, layout_.mainFile());
+    putInPlaceOf(layout_.mainFile(), GetParam(), layout_);
     expectSavedOnceThePathIsFree(layout_.mainFile());
 }
 
 TEST_P(FilesOfARunningHost, BackupIsMadeOnceItsPathIsFree) {
-    fs::rename(layout_.backupFile(), layout_.elsewhere("good"));
-    GetParam().put(layout_, layout_.backupFile());
+    putInPlaceOf(layout_.backupFile(), GetParam(), layout_);
     expectSavedOnceThePathIsFree(layout_.backupFile());
     EXPECT_THAT(contentOf(layout_.backupFile()),
                 testing::Optional(documentOf({{1, "main"}, {2, "meanwhile still"}})));
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, FilesOfARunningHost,
-                         testing::Values(Thing{"LinkToItself", linkToItself},
-                                         Thing{"Directory", directory}, Thing{"Pipe", pipe},
-                                         Thing{"LinkToAPipe", linkToPipe}, Thing{"Socket", socket},
-                                         Thing{"NullDevice", nullDevice},
-                                         Thing{"FullDevice", fullDevice}),
-                         [](const testing::TestParamInfo<Thing>& info) { return info.param.name; });
+                         testing::Values("LinkToItself", "Directory", "Pipe", "LinkToAPipe",
+                                         "Socket", "NullDevice", "FullDevice"),
+                         [](const testing::TestParamInfo<std::string>& info) {
+                             return info.param;
+                         });
 
 TEST(FileOfARunningHost, IsMadeAnewOnceADeviceInItsPlaceIsGone) {
     const LoadedPlugin plugin;
@@ -487,8 +405,7 @@ TEST(FileOfARunningHost, IsMadeAnewOnceADeviceInItsPlaceIsGone) {
     const EnvironmentVariable variable("QV_CONFIG_DIR", layout.configDirectory());
     plugin.initialize();
     plugin.registerServices({{2, "before"}});
-    fs::remove(layout.mainFile());
-    nullDevice(layout, layout.mainFile());
+    putInPlaceOf(layout.mainFile(), "NullDevice", layout);
     plugin.registerServices({{2, "into the device"}});
     fs::remove(layout.mainFile());
     plugin.registerServices({{2, "after"}});
