@@ -35,14 +35,6 @@ T parsed(const std::string& hex) {
     return message;
 }
 
-template <class T>
-T leftByFailedParse(const std::string& hex) {
-    const Quiet quiet;
-    T message;
-    EXPECT_FALSE(message.ParseFromString(fromHex(hex))) << hex;
-    return message;
-}
-
 inline std::string encodedHex(const google::protobuf::MessageLite& message) {
     return toHex(message.SerializePartialAsString());
 }
