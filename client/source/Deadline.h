@@ -16,7 +16,7 @@ class Deadline {
         // A longer time would exceed the range of the clock.
         constexpr std::chrono::hours kLongest(24 * 365 * 100);
         if (timeout < kLongest) {
-            end_ = Clock::now() + timeout;
+            end_ = Clock::now() + std::max(timeout, std::chrono::milliseconds(0));
         }
     }
 

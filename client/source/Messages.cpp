@@ -1,7 +1,7 @@
 #include "Messages.h"
 
+#include <QvFrame.h>
 #include <QvPlugin.h>
-#include <google/protobuf/io/coded_stream.h>
 
 #include <chrono>
 #include <cstddef>
@@ -10,29 +10,12 @@
 
 #include "KevraCommonMsg.pb.h"
 #include "QvHost.pb.h"
+#include "Wire.h"
 #include "namingService.pb.h"
 
 namespace qv::client {
 
 namespace {
-
-std::string serialised(const google::protobuf::MessageLite& message) {
-    // The plug-in would read the first 64 MiB only, and report success.
-    if (message.ByteSizeLong() > qor::kevra::wire::kInputLimit) {
-        throw Error(Error::Kind::TooLong, 0, "the request is too long for a message");
-    }
-    return message.SerializeAsString();
-}
-
-// Parses the bytes, which may be more than a parse reads by default.
-template <typename Message>
-bool parse(Message& message, const std::string& bytes) {
-    const int size = static_cast<int>(bytes.size());
-    google::protobuf::io::CodedInputStream input(
-        reinterpret_cast<const std::uint8_t*>(bytes.data()), size);
-    input.SetTotalBytesLimit(size);
-    return message.ParseFromCodedStream(&input) && input.ConsumedEntireMessage();
-}
 
 HostStatus::Time timeOf(int64_t seconds) {
     return HostStatus::Time(std::chrono::seconds(seconds));
@@ -111,9 +94,24 @@ std::string messageOfLevel(int32_t level) {
     return serialised(message);
 }
 
+std::string messageOfFind(const std::vector<int32_t>& ids) {
+    host::wire::HostFind message;
+    for (const int32_t id : ids) {
+        message.add_ids(id);
+    }
+    return serialised(message);
+}
+
+std::string messageOfHello() {
+    host::wire::HostHello message;
+    message.set_edition(QV_PROTOCOL_EDITION);
+    message.set_version("libQvClient " QV_CLIENT_VERSION_TEXT);
+    return serialised(message);
+}
+
 std::optional<std::vector<Service>> servicesOf(const std::string& message) {
     qor::kevra::ServiceInfoArray array;
-    if (!parse(array, message)) {
+    if (!hasFewFields(message, kMostServices) || !parse(array, message)) {
         return std::nullopt;
     }
     std::vector<Service> services;
@@ -122,6 +120,22 @@ std::optional<std::vector<Service>> servicesOf(const std::string& message) {
         services.push_back({array.services(i).id(), array.services(i).address()});
     }
     return services;
+}
+
+std::optional<HostAbilities> abilitiesOf(const std::string& message) {
+    host::wire::HostHello hello;
+    if (!parse(hello, message) || !hello.has_edition()) {
+        return std::nullopt;
+    }
+    HostAbilities abilities;
+    abilities.edition = hello.edition();
+    abilities.version = hello.version();
+    abilities.commands.insert(hello.commands().begin(), hello.commands().end());
+    abilities.longestRequest = hello.longest_request();
+    abilities.mostServices = hello.most_services();
+    abilities.mostAddressBytes = hello.most_address_bytes();
+    abilities.longestAddress = hello.longest_address();
+    return abilities;
 }
 
 std::optional<HostStatus> statusOf(const std::string& message) {

@@ -5,11 +5,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <string>
 #include <system_error>
-
-#include "QvClient.h"
 
 namespace qv::client {
 
@@ -72,9 +73,38 @@ void connectBy(const Deadline& deadline, int descriptor, const sockaddr_un& addr
                 "cannot reach the host at " + path + ": it takes no connection in time");
 }
 
+// Returns the user who made the socket listen at the other end.
+uid_t listenerOf(int descriptor, const std::string& path) {
+#ifdef __APPLE__
+    uid_t user = 0;
+    gid_t group = 0;
+    if (getpeereid(descriptor, &user, &group) != 0) {
+        throw cannotConnect(path, errno);
+    }
+    return user;
+#else
+    ucred credentials = {};
+    socklen_t size = sizeof credentials;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+        throw cannotConnect(path, errno);
+    }
+    return credentials.uid;
+#endif
+}
+
+void checkHostUser(int descriptor, uid_t wanted, const std::string& path) {
+    const uid_t user = listenerOf(descriptor, path);
+    if (user != wanted && user != 0) {
+        throw Error(Error::Kind::WrongHost, static_cast<int32_t>(user),
+                    "the host at " + path + " runs as user " + std::to_string(user) +
+                        ", not as user " + std::to_string(wanted) + " or root");
+    }
+}
+
 }  // namespace
 
-Socket::Socket(const std::string& path, const Deadline& deadline) {
+Socket::Socket(const ClientOptions& options, const Deadline& deadline) {
+    const std::string& path = options.socketPath;
     const sockaddr_un address = addressOf(path);
     descriptor_.reset(socket(AF_UNIX, kSocketType, 0));
     if (!descriptor_) {
@@ -86,6 +116,9 @@ Socket::Socket(const std::string& path, const Deadline& deadline) {
     fcntl(descriptor_.get(), F_SETFD, FD_CLOEXEC);
 #endif
     connectBy(deadline, descriptor_.get(), address, path);
+    if (options.hostUser) {
+        checkHostUser(descriptor_.get(), *options.hostUser, path);
+    }
 }
 
 bool Socket::isReadable() const {
@@ -123,34 +156,54 @@ std::size_t Socket::send(std::string_view bytes, const Deadline& deadline) const
         if ((events & ~POLLOUT) != 0) {
             break;
         }
-        const ssize_t count =
-            ::send(descriptor_.get(), bytes.data() + sent, bytes.size() - sent, kFlags);
-        if (count >= 0) {
-            sent += static_cast<std::size_t>(count);
-        } else if (errno == EPIPE || errno == ECONNRESET) {
+        const std::optional<std::size_t> count = sendSome(bytes.substr(sent));
+        if (!count) {
             break;
-        } else if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
-            throw lost(errno);
         }
+        sent += *count;
     }
     return sent;
 }
 
-void Socket::receive(char* bytes, std::size_t size, const Deadline& deadline) const {
-    while (size > 0) {
-        const ssize_t count = recv(descriptor_.get(), bytes, size, kFlags);
-        if (count > 0) {
-            bytes += count;
-            size -= static_cast<std::size_t>(count);
-        } else if (count == 0) {
-            throw lost(0);
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            short events = POLLIN;
-            wait(events, deadline);
-        } else if (errno != EINTR) {
+std::optional<std::size_t> Socket::sendSome(std::string_view bytes) const {
+    while (true) {
+        const ssize_t count = ::send(descriptor_.get(), bytes.data(), bytes.size(), kFlags);
+        if (count >= 0) {
+            return static_cast<std::size_t>(count);
+        }
+        if (errno == EPIPE || errno == ECONNRESET) {
+            return std::nullopt;
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return 0;
+        }
+        if (errno != EINTR) {
             throw lost(errno);
         }
     }
+}
+
+std::size_t Socket::receiveSome(char* bytes, std::size_t size) const {
+    while (true) {
+        const ssize_t count = recv(descriptor_.get(), bytes, size, kFlags);
+        if (count > 0) {
+            return static_cast<std::size_t>(count);
+        }
+        if (count == 0) {
+            throw lost(0);
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return 0;
+        }
+        if (errno != EINTR) {
+            throw lost(errno);
+        }
+    }
+}
+
+void Socket::waitUntilReadable(const Deadline& deadline) const {
+    short events = POLLIN;
+    wait(events, deadline);
 }
 
 }  // namespace qv::client

@@ -1,0 +1,54 @@
+#include "Answer.h"
+
+#include <QvFrame.h>
+#include <QvPlugin.h>
+#include <QvResult.h>
+#include <QvText.h>
+
+#include <cstddef>
+#include <string_view>
+#include <utility>
+
+namespace qv::client {
+
+bool isHostResult(uint32_t result) {
+    return result >= 21000 && result < 22000;
+}
+
+bool endsTheConnection(uint32_t result) {
+    return (result >= QV_HOST_ERROR_FORBIDDEN && result <= QV_HOST_ERROR_STOPPING) ||
+           result == QV_HOST_ERROR_SUBSCRIBED;
+}
+
+std::string bytesOf(Answer answer) {
+    const auto code = static_cast<int32_t>(answer.result);
+    if (isHostResult(answer.result)) {
+        throw Error(Error::Kind::Refused, code,
+                    "the host refused: " + (answer.bytes.empty() ? "result " + std::to_string(code)
+                                                                 : printable(answer.bytes)));
+    }
+    if (answer.result != QV_OK) {
+        throw Error(Error::Kind::Result, code,
+                    "the plug-in answered " + std::to_string(answer.result) + " (" +
+                        resultMeaning(code) + ")");
+    }
+    return std::move(answer.bytes);
+}
+
+std::string printable(const std::string& text) {
+    std::string line;
+    std::string_view rest = text;
+    for (std::size_t end = 0; (end = rest.find('\\')) != std::string_view::npos;
+         rest.remove_prefix(end + 1)) {
+        text::appendEscaped(line, rest.substr(0, end));
+        line += '\\';
+    }
+    text::appendEscaped(line, rest);
+    return line;
+}
+
+Error brokenAnswer(const std::string& reason) {
+    return {Error::Kind::BrokenAnswer, 0, "the host's answer is broken: " + reason};
+}
+
+}  // namespace qv::client
