@@ -204,7 +204,7 @@ struct Event {
     };
 
     Kind kind = Kind::Change;
-    int64_t revision = 0;             // of the directory after the event
+    int64_t revision = 0;             // of the directory after the event; 0 for Disconnected
     std::vector<Service> registered;  // which had no address before
     std::vector<Service> changed;     // which had another address before
     std::vector<int32_t> withdrawn;   // which have no address any more

@@ -30,6 +30,16 @@ std::string printable(const std::string& text);
 // Returns the error for bytes that are no answer.
 Error brokenAnswer(const std::string& reason);
 
+// Runs the action. Puts `what` in front of the text of an Error that the action throws.
+template <typename Action>
+auto attempt(const std::string& what, Action action) -> decltype(action()) {
+    try {
+        return action();
+    } catch (const Error& error) {
+        throw Error(error.kind(), error.code(), what + ": " + error.what());
+    }
+}
+
 }  // namespace qv::client
 
 #endif  // QV_CLIENT_ANSWER_H

@@ -6,24 +6,17 @@
 #include <optional>
 #include <utility>
 
+#include "Answer.h"
 #include "Connection.h"
+#include "Feed.h"
 #include "Messages.h"
 #include "QvClient.h"
 #include "ServiceAddress.h"
+#include "Waiting.h"
 
 namespace qv::client {
 
 namespace {
-
-// Runs the action. Puts `what` in front of the text of an Error that the action throws.
-template <typename Action>
-auto attempt(const std::string& what, Action action) -> decltype(action()) {
-    try {
-        return action();
-    } catch (const Error& error) {
-        throw Error(error.kind(), error.code(), what + ": " + error.what());
-    }
-}
 
 std::string counted(const char* verb, std::size_t count, int32_t first) {
     return std::string("cannot ") + verb +
@@ -133,6 +126,24 @@ std::vector<Service> Client::find(const std::vector<int32_t>& ids,
         return foundServicesOf(
             bytesOf(connection_->request(QV_HOST_COMMAND_FIND, messageOfFind(ids), timeout)), ids);
     });
+}
+
+std::string Client::waitFor(int32_t id, std::chrono::milliseconds timeout) {
+    return std::move(waitFor(std::vector<int32_t>{id}, timeout).front().address);
+}
+
+std::vector<Service> Client::waitFor(const std::vector<int32_t>& ids,
+                                     std::chrono::milliseconds timeout) {
+    if (ids.empty()) {
+        return {};
+    }
+    return attempt(counted("wait for", ids.size(), ids.front()), [&] {
+        return waitForServices(connection_->options(), ids, connection_->deadline(timeout));
+    });
+}
+
+Subscription Client::subscribe(std::vector<int32_t> ids) const {
+    return Subscription(std::make_unique<Feed>(connection_->options(), std::move(ids)));
 }
 
 void Client::sync(std::chrono::milliseconds timeout) {
