@@ -42,6 +42,8 @@
 // client and its subscriptions.
 //
 // Signals: no function raises a signal, SIGPIPE included. A signal that arrives interrupts nothing.
+//
+// Programs in C use qv_client.h. QvClientVersion.h tells the version.
 #ifndef QV_CLIENT_H
 #define QV_CLIENT_H
 
@@ -57,12 +59,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#if defined(__GNUC__)
-#define QV_CLIENT_EXPORT __attribute__((visibility("default")))
-#else
-#define QV_CLIENT_EXPORT
-#endif
 
 namespace qv::client {
 

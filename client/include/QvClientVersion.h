@@ -1,4 +1,4 @@
-/* Tells the version of the client library, for QvClient.h and qv_client.h. */
+/* What QvClient.h and qv_client.h share: the version, and the mark of the library's own names. */
 #ifndef QV_CLIENT_VERSION_H
 #define QV_CLIENT_VERSION_H
 
@@ -12,5 +12,11 @@
 #define QV_CLIENT_VERSION \
     (QV_CLIENT_VERSION_MAJOR * 10000 + QV_CLIENT_VERSION_MINOR * 100 + QV_CLIENT_VERSION_PATCH)
 #define QV_CLIENT_VERSION_TEXT "1.0.0"
+
+#if defined(__GNUC__)
+#define QV_CLIENT_EXPORT __attribute__((visibility("default")))
+#else
+#define QV_CLIENT_EXPORT
+#endif
 
 #endif /* QV_CLIENT_VERSION_H */

@@ -72,6 +72,8 @@ elseif(CASE STREQUAL "PkgConfigTellsTheSame")
   run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "LD_LIBRARY_PATH=${PREFIX}/${LIBDIR}"
     "${work}/client")
   expect("${path}" "/elsewhere/namingService.sock\n")
+  run(ignored "${C_COMPILER}" -std=c99 -Wpedantic -Werror "${SOURCE_DIR}/examples/client/component.c"
+    -o component ${flags})
   run(flags pkg-config --cflags lorx-naming-service)
   separate_arguments(flags UNIX_COMMAND "${flags}")
   run(ignored "${C_COMPILER}" -std=c11 "${SOURCE_DIR}/examples/client/list.c" -o list ${flags})
