@@ -119,7 +119,8 @@ struct HostStatus {
     Saves saves;
     uint64_t clients = 0;  // that are connected
     uint64_t clientLimit = 0;
-    uint64_t memory = 0;  // bytes of all requests and answers
+    uint64_t subscribers = 0;  // of these clients
+    uint64_t memory = 0;       // bytes of all requests and answers
     uint64_t memoryLimit = 0;
     std::optional<int32_t> level;           // of the plug-in's log, if a client set it
     std::map<uint32_t, uint64_t> requests;  // how many there were, by command code
@@ -135,6 +136,7 @@ struct HostAbilities {
     uint64_t mostServices = 0;      // in the directory
     uint64_t mostAddressBytes = 0;  // of all services
     uint64_t longestAddress = 0;    // bytes
+    uint64_t mostIds = 0;           // of a find or a subscription
 };
 
 // Tells a person in one line what was tried and why it failed. Of the host's own words, everything

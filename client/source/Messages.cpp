@@ -135,6 +135,7 @@ std::optional<HostAbilities> abilitiesOf(const std::string& message) {
     abilities.mostServices = hello.most_services();
     abilities.mostAddressBytes = hello.most_address_bytes();
     abilities.longestAddress = hello.longest_address();
+    abilities.mostIds = hello.most_ids();
     return abilities;
 }
 
@@ -158,6 +159,7 @@ std::optional<HostStatus> statusOf(const std::string& message) {
     status.saves = savesOf(parsed.saves());
     status.clients = parsed.clients();
     status.clientLimit = parsed.client_limit();
+    status.subscribers = parsed.subscribers();
     status.memory = parsed.memory();
     status.memoryLimit = parsed.memory_limit();
     if (parsed.has_level()) {

@@ -116,6 +116,7 @@ TEST(ClientAbilities, AreWhatTheHostSaysInItsHello) {
     hello.set_most_services(11);
     hello.set_most_address_bytes(12);
     hello.set_longest_address(13);
+    hello.set_most_ids(14);
     ScriptedServer server({answering(QV_OK, hello.SerializeAsString())});
     const HostAbilities abilities = Client(server.path()).abilities();
     EXPECT_EQ(abilities.edition, 9U);
@@ -125,6 +126,7 @@ TEST(ClientAbilities, AreWhatTheHostSaysInItsHello) {
     EXPECT_EQ(abilities.mostServices, 11U);
     EXPECT_EQ(abilities.mostAddressBytes, 12U);
     EXPECT_EQ(abilities.longestAddress, 13U);
+    EXPECT_EQ(abilities.mostIds, 14U);
 }
 
 TEST(ClientAbilities, AreAskedForInAHello) {

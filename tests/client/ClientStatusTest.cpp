@@ -69,6 +69,7 @@ host::wire::HostStatus fullStatus() {
     status.mutable_saves()->set_under_way_microseconds(16);
     status.set_clients(17);
     status.set_client_limit(18);
+    status.set_subscribers(24);
     status.set_memory(19);
     status.set_memory_limit(20);
     status.set_level(0);
@@ -121,6 +122,7 @@ TEST(ClientStatus, HoldsWhatTheHostTells) {
     EXPECT_EQ(status.saves.underWay, microseconds(16));
     EXPECT_EQ(status.clients, 17U);
     EXPECT_EQ(status.clientLimit, 18U);
+    EXPECT_EQ(status.subscribers, 24U);
     EXPECT_EQ(status.memory, 19U);
     EXPECT_EQ(status.memoryLimit, 20U);
     EXPECT_EQ(status.level, 0);
