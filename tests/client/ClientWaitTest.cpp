@@ -90,6 +90,7 @@ TEST(ClientWait, OutlastsALostHost) {
 TEST(ClientWait, ReturnsWhenAllServicesAreThereAtTheSameTime) {
     WaitingClient client({sendingOnly({snapshot(1, {{1, "a"}, {2, "b"}}), withdrawal(2, {1}),
                                        registration(3, {{3, "c"}})}),
+                          sendingOnly({snapshot(1, {{1, "x"}, {2, "b"}})}),
                           sendingOnly({snapshot(1, {{2, "b"}})}),
                           sending({registration(2, {{3, "c"}}), tests::move(3, {3, "d"}),
                                    registration(4, {{1, "e"}})})});

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <future>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <utility>
@@ -26,7 +27,6 @@ using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::SizeIs;
 using tests::eventAt;
 using tests::Failure;
 using tests::failureOf;
@@ -257,10 +257,8 @@ TEST(Subscription, ReadsAnEventThatComesByteByByte) {
 
 TEST(Subscription, AsksForMoreIdentifiersThanASocketHolds) {
     constexpr int32_t kMany = 1'000'000;
-    std::vector<int32_t> ids;
-    for (int32_t id = 0; id < kMany; ++id) {
-        ids.push_back(id);
-    }
+    std::vector<int32_t> ids(kMany);
+    std::iota(ids.begin(), ids.end(), 0);
     Request request;
     std::promise<void> mayRead;
     ScriptedServer server({idle, [&](Peer& peer) {
@@ -305,6 +303,7 @@ TEST(SubscriptionDescriptor, DrivesALoopThroughTheLossOfAHost) {
         ASSERT_EQ(subscription.descriptor(), descriptor);
     }
     std::vector<int64_t> revisions;
+    revisions.reserve(events.size());
     for (const Event& event : events) {
         revisions.push_back(event.revision);
     }
