@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -259,6 +261,22 @@ void Record::Database::change(int64_t revision, const Edits& edits, const FileNo
     // SQLite moves a long log into the database after the commit. The log stays and grows if that
     // fails, and the commit is kept all the same.
     run(end_).step();
+}
+
+bool Record::hasContent(const std::string& path) {
+    struct stat status = {};
+    return ::lstat(path.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_size != 0);
+}
+
+std::string Record::setAside(const std::string& path) {
+    std::string name = fmt::format("{}.damaged-{}-{}", path, std::time(nullptr), getpid());
+    if (std::rename(path.c_str(), name.c_str()) != 0) {
+        throw RecordError(Kind::Failed, fmt::format("cannot set the damaged record {} aside: {}",
+                                                    path, std::generic_category().message(errno)));
+    }
+    // The log belongs to the database. A new database must not find it.
+    static_cast<void>(std::rename((path + "-wal").c_str(), (name + "-wal").c_str()));
+    return name;
 }
 
 Record::Record(const std::string& path, uint64_t epoch)

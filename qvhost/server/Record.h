@@ -60,6 +60,13 @@ class Record {
         FileNote file;
     };
 
+    // Tells whether there is a file with anything in it.
+    static bool hasContent(const std::string& path);
+
+    // Renames the files of a damaged database, so that somebody can look at them. Returns the new
+    // name. Throws RecordError and std::bad_alloc.
+    static std::string setAside(const std::string& path);
+
     // Opens the database, or makes an empty one. Each commit writes `epoch`, a number of the
     // caller's. Throws RecordError and std::bad_alloc. Does not follow a symbolic link at the path.
     explicit Record(const std::string& path, uint64_t epoch = 0);

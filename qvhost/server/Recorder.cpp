@@ -4,16 +4,11 @@
 #include <QvPlugin.h>
 #include <QvSystem/ThreadSafety.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <condition_variable>
-#include <ctime>
 #include <exception>
 #include <new>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -26,19 +21,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kFirstRetry(100);
 constexpr std::chrono::milliseconds kLastRetry(30'000);
 
-// Renames the files of a damaged database, so that somebody can look at them.
-std::string setAside(const std::string& path) {
-    std::string name = fmt::format("{}.damaged-{}-{}", path, std::time(nullptr), getpid());
-    if (std::rename(path.c_str(), name.c_str()) != 0) {
-        throw RecordError(RecordError::Kind::Failed,
-                          fmt::format("cannot set the damaged record {} aside: {}", path,
-                                      std::generic_category().message(errno)));
-    }
-    // The log belongs to the database. A new database must not find it.
-    static_cast<void>(std::rename((path + "-wal").c_str(), (name + "-wal").c_str()));
-    return name;
-}
-
 // Assigns a text, or one that needs no memory if there is none.
 void assign(std::string& to, const char* text) noexcept {
     try {
@@ -46,12 +28,6 @@ void assign(std::string& to, const char* text) noexcept {
     } catch (const std::bad_alloc&) {
         to = "out of memory";
     }
-}
-
-// Tells whether there is a record with anything in it.
-bool hasContent(const std::string& path) {
-    struct stat status = {};
-    return lstat(path.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_size != 0);
 }
 
 }  // namespace
@@ -142,7 +118,7 @@ Recorder::Work::Work(std::string path, Report report)
         state->snapshot = std::make_shared<const Snapshot>(contents.revision, contents.services);
         writeEpoch(contents.revision);
     } catch (const RecordError& error) {
-        if (hasContent(path_)) {
+        if (Record::hasContent(path_)) {
             throw;
         }
         cannotKeep(error.what());
@@ -164,7 +140,7 @@ Record::Contents Recorder::Work::openRecord() {
         if (error.kind() != RecordError::Kind::Damaged) {
             throw;
         }
-        const std::string name = setAside(path_);
+        const std::string name = Record::setAside(path_);
         report_(fmt::format("{}; it is now {}", error.what(), name));
     }
     record_ = std::make_unique<Record>(path_, history_.epoch());
