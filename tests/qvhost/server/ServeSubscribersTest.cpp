@@ -93,7 +93,7 @@ TEST_F(ServeSubscribers, ClientThatWasToldOfAChangeThatIsLostStartsOver) {
     host.signal(SIGTERM);
     EXPECT_EQ(host.wait(), 0);
     // The new run cannot write to any file.
-    host.setPreparation([] { static_cast<void>(new tests::LongestFile(0)); });
+    host.setPreparation([] { static const tests::LongestFile kFull(0); });
     ASSERT_TRUE(host.start());
     const RawClient writer(host.socket());
     EXPECT_EQ(writer.ask(QV_COMMAND_REGISTER_SERVICES, 1, tests::encode({{2, "/lost"}}))->code,

@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <future>
-#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -28,10 +27,8 @@ namespace qv::host {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using tests::encode;
-using tests::Model;
 using tests::next;
 using tests::ServedDirectory;
 using tests::Services;
