@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
 #include <list>
 #include <new>
@@ -103,7 +102,7 @@ class Follower::Work {
     FollowedPlugin followed_;
 
     mutable system::Mutex mutex_;
-    std::condition_variable_any wake_;
+    system::Condition wake_;
     Wishes wishes_ QV_GUARDED_BY(mutex_);
     bool isStopping_ QV_GUARDED_BY(mutex_) = false;
     bool isEnded_ QV_GUARDED_BY(mutex_) = false;
@@ -125,7 +124,7 @@ void Follower::Work::stop() {
         const system::MutexLock lock(mutex_);
         isStopping_ = true;
     }
-    wake_.notify_one();
+    wake_.notifyOne();
     thread_.join();
 }
 
@@ -139,7 +138,7 @@ void Follower::Work::published() noexcept {
         }
         statistics_.behindSince = SystemClock::now();
     }
-    wake_.notify_one();
+    wake_.notifyOne();
 }
 
 void Follower::Work::addReload(std::function<void(std::string)> done) {
@@ -147,7 +146,7 @@ void Follower::Work::addReload(std::function<void(std::string)> done) {
         const system::MutexLock lock(mutex_);
         if (!isEnded_) {
             wishes_.reloads.push_back(std::move(done));
-            wake_.notify_one();
+            wake_.notifyOne();
             return;
         }
     }
@@ -160,7 +159,7 @@ void Follower::Work::addSync(Answer answer) {
         const system::MutexLock lock(mutex_);
         if (!isEnded_) {
             wishes_.syncs.push_back({revision, std::move(answer)});
-            wake_.notify_one();
+            wake_.notifyOne();
             return;
         }
     }
@@ -172,7 +171,7 @@ void Follower::Work::addLevel(std::string input, Answer answer) {
         const system::MutexLock lock(mutex_);
         if (!isEnded_) {
             wishes_.levels.push_back({std::move(input), std::move(answer)});
-            wake_.notify_one();
+            wake_.notifyOne();
             return;
         }
     }
@@ -204,7 +203,7 @@ bool Follower::Work::take(Wishes& wishes) {
         if (!due) {
             wake_.wait(mutex_);
         } else if (Clock::now() < *due) {
-            wake_.wait_until(mutex_, *due);
+            wake_.waitUntil(mutex_, *due);
         } else {
             break;
         }

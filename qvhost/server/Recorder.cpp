@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
 #include <new>
 #include <thread>
@@ -94,8 +93,8 @@ class Recorder::Work {
 
     // Is held for moments only, so that a reader never waits for a commit.
     mutable system::Mutex mutex_;
-    std::condition_variable_any wake_;  // the recorder's thread
-    std::condition_variable_any done_;  // threads that wait for a wish
+    system::Condition wake_;  // the recorder's thread
+    system::Condition done_;  // threads that wait for a wish
     std::vector<std::shared_ptr<ChangeBatch>> waiting_ QV_GUARDED_BY(mutex_);
     std::vector<Wish*> wishes_ QV_GUARDED_BY(mutex_);
     FileNote note_ QV_GUARDED_BY(mutex_);
@@ -165,7 +164,7 @@ void Recorder::Work::stop() {
         const system::MutexLock lock(mutex_);
         isStopping_ = true;
     }
-    wake_.notify_one();
+    wake_.notifyOne();
     thread_.join();
 }
 
@@ -188,7 +187,7 @@ void Recorder::Work::submit(std::shared_ptr<ChangeBatch> batch) {
     }
     // The thread takes everything that waits, so one call wakes it for all.
     if (isFirst) {
-        wake_.notify_one();
+        wake_.notifyOne();
     }
 }
 
@@ -196,7 +195,7 @@ void Recorder::Work::submit(std::shared_ptr<ChangeBatch> batch) {
 void Recorder::Work::fulfil(Wish& wish) {
     const system::MutexLock lock(mutex_);
     wishes_.push_back(&wish);
-    wake_.notify_one();
+    wake_.notifyOne();
     while (!wish.isDone) {
         done_.wait(mutex_);
     }
@@ -243,7 +242,7 @@ bool Recorder::Work::take(Job& job) {
         }
         if (isKept_) {
             wake_.wait(mutex_);
-        } else if (wake_.wait_until(mutex_, retryAt_) == std::cv_status::timeout) {
+        } else if (!wake_.waitUntil(mutex_, retryAt_)) {
             break;
         }
     }
@@ -435,7 +434,7 @@ void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noe
             wish->isKept = isKept;
             wish->isOutOfMemory = isOutOfMemory;
         }
-        done_.notify_all();
+        done_.notifyAll();
     }
 }
 

@@ -3,9 +3,17 @@
 //     Mutex mutex;
 //     int count QV_GUARDED_BY(mutex);           // only read and written while `mutex` is held
 //     void increment() QV_REQUIRES(mutex);      // only called while `mutex` is held
+//
+//     Condition changed;
+//     MutexLock lock(mutex);
+//     while (count == 0) {
+//         changed.wait(mutex);
+//     }
 #ifndef QV_SYSTEM_THREAD_SAFETY_H
 #define QV_SYSTEM_THREAD_SAFETY_H
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #if defined(__clang__)
@@ -36,6 +44,8 @@ class QV_CAPABILITY("mutex") Mutex {
     void unlock() QV_RELEASE() { mutex_.unlock(); }
 
   private:
+    friend class Condition;
+
     std::mutex mutex_;
 };
 
@@ -48,6 +58,32 @@ class QV_SCOPED_CAPABILITY MutexLock {
 
   private:
     Mutex& mutex_;
+};
+
+// std::condition_variable for a Mutex. std::condition_variable_any has a lock of its own, which a
+// thread that is woken finds taken if it runs at once.
+class Condition {
+  public:
+    // Unlocks the mutex while it waits. May return without a notification.
+    void wait(Mutex& mutex) QV_REQUIRES(mutex) {
+        std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+        condition_.wait(lock);
+        lock.release();
+    }
+
+    // Waits in the same way, and returns false if the time has come.
+    bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point time) QV_REQUIRES(mutex) {
+        std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+        const std::cv_status status = condition_.wait_until(lock, time);
+        lock.release();
+        return status == std::cv_status::no_timeout;
+    }
+
+    void notifyOne() noexcept { condition_.notify_one(); }
+    void notifyAll() noexcept { condition_.notify_all(); }
+
+  private:
+    std::condition_variable condition_;
 };
 
 }  // namespace qv::system
