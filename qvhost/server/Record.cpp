@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -27,11 +28,14 @@ using Kind = RecordError::Kind;
 constexpr int64_t kApplication = 0x71767263;
 constexpr int64_t kFormat = 1;
 
-// The other keys may be long. So they have a table of their own, while each commit changes the row
-// of the state.
+// Each service has the revision of the commit that registered it. So a commit that registers
+// something changes no other row, and writes one page if it changes one service. The revision of
+// the directory is the greatest one of all rows. The other keys may be long. So they have a table
+// of their own, while each note changes the row of the state.
 constexpr char kSchema[] =
     "BEGIN IMMEDIATE;"
-    "CREATE TABLE services(id INTEGER PRIMARY KEY, address BLOB NOT NULL);"
+    "CREATE TABLE services(id INTEGER PRIMARY KEY, revision INTEGER NOT NULL,"
+    " address BLOB NOT NULL);"
     "CREATE TABLE state(id INTEGER PRIMARY KEY CHECK (id = 1), revision INTEGER NOT NULL,"
     " fileRevision INTEGER NOT NULL, fingerprint INTEGER NOT NULL,"
     " isBeingWritten INTEGER NOT NULL, epoch INTEGER NOT NULL);"
@@ -106,9 +110,12 @@ class Record::Database {
   private:
     void checkFiles() const;
     void change(int64_t revision, const Edits& edits, const FileNote* note) const;
+    bool changeServices(int64_t revision, const Edits& edits) const;
+    void changeState(int64_t revision, const FileNote* note) const;
 
     SqliteDatabase database_;
     const int64_t epoch_;
+    bool hasWrittenEpoch_ = false;
     SqliteStatement begin_;
     SqliteStatement end_;
     SqliteStatement put_;
@@ -157,7 +164,7 @@ Record::Database::Database(const std::string& path, uint64_t epoch)
     };
     prepare(begin_, "BEGIN IMMEDIATE");
     prepare(end_, "COMMIT");
-    prepare(put_, "REPLACE INTO services(id, address) VALUES (?1, ?2)");
+    prepare(put_, "REPLACE INTO services(id, revision, address) VALUES (?1, ?2, ?3)");
     prepare(remove_, "DELETE FROM services WHERE id = ?1");
     prepare(setRevision_, "UPDATE state SET revision = ?1, epoch = ?2");
     prepare(setNote_,
@@ -213,14 +220,15 @@ Record::Contents Record::Database::read() {
         contents.file.otherKeys = row.bytes(5);
     }
     const SqliteStatement services =
-        database_.prepare("read", "SELECT id, address FROM services ORDER BY id");
+        database_.prepare("read", "SELECT id, revision, address FROM services ORDER BY id");
     for (SqliteRun row(database_, "read", services); row.step();) {
         const int64_t id = row.integer(0);
         if (id < std::numeric_limits<int32_t>::min() || id > std::numeric_limits<int32_t>::max() ||
             (!contents.services.empty() && id <= contents.services.back().id)) {
             database_.failAsDamaged(fmt::format("the service {} cannot be there", id));
         }
-        contents.services.push_back({static_cast<int32_t>(id), std::string(row.bytes(1))});
+        contents.revision = std::max(contents.revision, row.integer(1));
+        contents.services.push_back({static_cast<int32_t>(id), std::string(row.bytes(2))});
     }
     return contents;
 }
@@ -231,36 +239,52 @@ void Record::Database::commit(int64_t revision, const Edits& edits, const FileNo
         mustMoveLog_ = false;
     }
     change(revision, edits, note);
+    hasWrittenEpoch_ = true;
     checkFiles();
 }
 
 void Record::Database::change(int64_t revision, const Edits& edits, const FileNote* note) const {
-    const auto run = [this](const SqliteStatement& statement) {
-        return SqliteRun(database_, "write", statement);
-    };
-    run(begin_).step();
-    for (const auto& [id, address] : edits) {
-        if (address) {
-            run(put_).bind(1, id).bind(2, *address).step();
-        } else {
-            run(remove_).bind(1, id).step();
-        }
-    }
-    if (note == nullptr) {
-        run(setRevision_).bind(1, revision).bind(2, epoch_).step();
-    } else {
-        run(setNote_)
-            .bind(1, revision)
-            .bind(2, epoch_)
-            .bind(3, note->revision)
-            .bind(4, static_cast<int64_t>(note->fingerprint))
-            .bind(5, note->isBeingWritten ? 1 : 0)
-            .step();
-        run(setOtherKeys_).bind(1, note->otherKeys).step();
+    SqliteRun(database_, "write", begin_).step();
+    const bool hasWrittenRevision = changeServices(revision, edits);
+    if (!hasWrittenRevision || !hasWrittenEpoch_ || note != nullptr) {
+        changeState(revision, note);
     }
     // SQLite moves a long log into the database after the commit. The log stays and grows if that
     // fails, and the commit is kept all the same.
-    run(end_).step();
+    SqliteRun(database_, "write", end_).step();
+}
+
+// Returns whether a service has the revision afterwards.
+bool Record::Database::changeServices(int64_t revision, const Edits& edits) const {
+    bool hasRevision = false;
+    for (const auto& [id, address] : edits) {
+        if (address) {
+            SqliteRun(database_, "write", put_)
+                .bind(1, id)
+                .bind(2, revision)
+                .bind(3, *address)
+                .step();
+            hasRevision = true;
+        } else {
+            SqliteRun(database_, "write", remove_).bind(1, id).step();
+        }
+    }
+    return hasRevision;
+}
+
+void Record::Database::changeState(int64_t revision, const FileNote* note) const {
+    if (note == nullptr) {
+        SqliteRun(database_, "write", setRevision_).bind(1, revision).bind(2, epoch_).step();
+        return;
+    }
+    SqliteRun(database_, "write", setNote_)
+        .bind(1, revision)
+        .bind(2, epoch_)
+        .bind(3, note->revision)
+        .bind(4, static_cast<int64_t>(note->fingerprint))
+        .bind(5, note->isBeingWritten ? 1 : 0)
+        .step();
+    SqliteRun(database_, "write", setOtherKeys_).bind(1, note->otherKeys).step();
 }
 
 bool Record::hasContent(const std::string& path) {

@@ -362,7 +362,8 @@ bool Recorder::Work::keep(const Snapshot& snapshot, const Edits& edits, bool has
     try {
         if (isKept_ && record_ != nullptr) {
             try {
-                const FileNote note = fileNote();
+                // The other keys may be long, so the note is copied only if it is written.
+                const FileNote note = hasWish ? fileNote() : FileNote();
                 record_->commit(snapshot.revision(), edits, hasWish ? &note : nullptr);
                 return true;
             } catch (const RecordError&) {

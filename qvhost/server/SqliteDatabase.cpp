@@ -29,6 +29,13 @@ constexpr char kSettings[] =
     "PRAGMA trusted_schema=OFF;"
     "PRAGMA cell_size_check=ON;";
 
+// Keeps SQLite from counting its memory, for which it takes a lock at each allocation. Only the
+// first database of a process can do this.
+void countNoMemory() noexcept {
+    static const int result = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    static_cast<void>(result);
+}
+
 int emptyLogOf(sqlite3* database) noexcept {
     if (sqlite3_get_autocommit(database) == 0) {
         sqlite3_exec(database, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -53,6 +60,7 @@ void SqliteFinalizer::operator()(sqlite3_stmt* statement) const noexcept {
 SqliteDatabase::SqliteDatabase(const std::string& path) : path_(path) {
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
                            SQLITE_OPEN_PRIVATECACHE;
+    countNoMemory();
     sqlite3* handle = nullptr;
     const int result = sqlite3_open_v2(path_.c_str(), &handle, kFlags, nullptr);
     handle_.reset(handle);

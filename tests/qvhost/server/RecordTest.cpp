@@ -167,8 +167,8 @@ TEST(Record, LargeDirectoryIsReadInOrder) {
                            }));
 }
 
-// Each commit writes the blocks of two tables, the services' and the state's.
-TEST(Record, OneChangeWritesTwoBlocksAndUnchangedKeysNone) {
+// The first commit of a host writes the epoch, the others only the block of the service.
+TEST(Record, OneChangeWritesOneBlockAndUnchangedKeysNone) {
     constexpr std::uintmax_t kHeader = 32;
     constexpr std::uintmax_t kBlock = 1024 + 24;
     const TemporaryDirectory files;
@@ -181,9 +181,42 @@ TEST(Record, OneChangeWritesTwoBlocksAndUnchangedKeysNone) {
     Record record(files.path("record"));
     record.commit(2, {{1, "b"}}, nullptr);
     EXPECT_EQ(fs::file_size(files.path("record-wal")), kHeader + 2 * kBlock);
-    note.isBeingWritten = true;
-    record.commit(3, {}, &note);
+    record.commit(3, {{1, "c"}}, nullptr);
     EXPECT_EQ(fs::file_size(files.path("record-wal")), kHeader + 3 * kBlock);
+    note.isBeingWritten = true;
+    record.commit(4, {}, &note);
+    EXPECT_EQ(fs::file_size(files.path("record-wal")), kHeader + 4 * kBlock);
+}
+
+TEST(Record, RevisionIsThatOfTheLastCommitWhateverItChanged) {
+    const TemporaryDirectory files;
+    const std::string path = files.path("record");
+    const auto kept = [&path] { return Record(path).read().revision; };
+    // Each record commits several times, because the first commit also writes the epoch.
+    {
+        Record record(path);
+        record.commit(1, {{1, "a"}, {2, "b"}}, nullptr);
+        record.commit(2, {{1, "c"}}, nullptr);
+    }
+    EXPECT_EQ(kept(), 2);
+    {
+        Record record(path);
+        record.commit(3, {{2, "d"}}, nullptr);
+        record.commit(4, {{2, std::nullopt}}, nullptr);
+    }
+    EXPECT_EQ(kept(), 4);
+    {
+        Record record(path);
+        record.commit(5, {{2, "e"}}, nullptr);
+        record.commit(6, {{1, std::nullopt}, {2, "f"}}, nullptr);
+    }
+    EXPECT_EQ(kept(), 6);
+    {
+        Record record(path);
+        record.commit(7, {{2, "g"}}, nullptr);
+        record.commit(8, {}, nullptr);
+    }
+    EXPECT_EQ(kept(), 8);
 }
 
 TEST(Record, LogIsUsedAgain) {
@@ -447,8 +480,9 @@ TEST(Record, ValuesThatCannotBeAreDamage) {
     for (const std::string sql :
          {"DELETE FROM state", "DELETE FROM otherKeys", "DROP TABLE services", "DROP TABLE state",
           "UPDATE state SET revision = 'x'", "UPDATE state SET revision = -1",
-          "UPDATE otherKeys SET bytes = 'x'", "INSERT INTO services VALUES (2, 'text')",
-          "INSERT INTO services VALUES (1 << 31, x'61')", "PRAGMA user_version = 0"}) {
+          "UPDATE otherKeys SET bytes = 'x'", "INSERT INTO services VALUES (2, 1, 'text')",
+          "INSERT INTO services VALUES (1 << 31, 1, x'61')", "UPDATE services SET revision = 'x'",
+          "PRAGMA user_version = 0"}) {
         Record(path).commit(1, {{1, "a"}}, nullptr);
         execute(path, sql);
         EXPECT_EQ(problemOf(path).kind, Kind::Damaged) << sql;
