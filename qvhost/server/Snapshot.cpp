@@ -38,6 +38,9 @@ uint8_t* writeDelimiter(int number, std::size_t length, uint8_t* target) {
     return wire::CodedOutputStream::WriteVarint32ToArray(static_cast<uint32_t>(length), target);
 }
 
+// Two tags with lengths and a tag with a number take fewer bytes.
+constexpr std::size_t kMostBytesBeforeAddress = 32;
+
 // Writes the entry up to the address, and returns where the address goes.
 uint8_t* writeUpToAddress(const ServiceView& service, uint8_t* target) {
     target = writeDelimiter(ServiceInfoArray::kServicesFieldNumber, sizeOfFields(service), target);
@@ -47,14 +50,14 @@ uint8_t* writeUpToAddress(const ServiceView& service, uint8_t* target) {
     return writeDelimiter(ServiceInfo::kAddressFieldNumber, service.address.size(), target);
 }
 
-// Appends the services as blocks of nearly the same size.
-void appendBlocks(Snapshot::Blocks& blocks, const std::vector<ServiceView>& services) {
-    const std::size_t count = (services.size() + kServicesOfBlock - 1) / kServicesOfBlock;
+// Calls function(begin, end) for each block of nearly the same size that so many services take.
+template <typename Function>
+void forEachBlock(std::size_t services, Function function) {
+    const std::size_t count = (services + kServicesOfBlock - 1) / kServicesOfBlock;
     std::size_t begin = 0;
     for (std::size_t i = 1; i <= count; ++i) {
-        const std::size_t end = services.size() * i / count;
-        blocks.push_back(
-            std::make_shared<const ServiceBlock>(services.data() + begin, end - begin));
+        const std::size_t end = services * i / count;
+        function(begin, end);
         begin = end;
     }
 }
@@ -66,7 +69,9 @@ Snapshot::Blocks blocksOf(const std::vector<Service>& services) {
         views.push_back({service.id, service.address});
     }
     Snapshot::Blocks blocks;
-    appendBlocks(blocks, views);
+    forEachBlock(views.size(), [&](std::size_t begin, std::size_t end) {
+        blocks.push_back(std::make_shared<const ServiceBlock>(views.data() + begin, end - begin));
+    });
     return blocks;
 }
 
@@ -78,28 +83,61 @@ std::size_t blocksUpTo(const Snapshot::Blocks& blocks, int32_t id) {
     return static_cast<std::size_t>(after - blocks.begin());
 }
 
-// Appends the services of [first, last) of a block.
-void appendServices(std::vector<ServiceView>& services, const ServiceBlock& block,
-                    std::size_t first, std::size_t last) {
-    for (; first < last; ++first) {
-        services.push_back(block[first]);
-    }
-}
-
-// Appends the services of a block with the edits, which are in the block's range.
-void appendEdited(std::vector<ServiceView>& services, const ServiceBlock& block,
-                  Edits::const_iterator edit, Edits::const_iterator end) {
+// Walks over the services of a block with the edits, which are in the block's range. Calls
+// old(first, last) for services of the block, and edited(ServiceView) for one that an edit gives.
+template <typename Old, typename Edited>
+void walkEdited(const ServiceBlock& block, Edits::const_iterator edit, Edits::const_iterator end,
+                Old old, Edited edited) {
     std::size_t next = 0;
     for (; edit != end; ++edit) {
         const auto& [id, address] = *edit;
         const std::size_t position = block.lowerBound(id);
-        appendServices(services, block, next, position);
+        old(next, position);
         next = position < block.size() && block[position].id == id ? position + 1 : position;
         if (address) {
-            services.push_back({id, *address});
+            edited(ServiceView{id, *address});
         }
     }
-    appendServices(services, block, next, block.size());
+    old(next, block.size());
+}
+
+ServiceBlock editedBlock(const ServiceBlock& block, Edits::const_iterator edit,
+                         Edits::const_iterator end) {
+    std::size_t count = 0;
+    std::size_t bytes = 0;
+    walkEdited(
+        block, edit, end,
+        [&](std::size_t first, std::size_t last) {
+            count += last - first;
+            bytes += block.entries(first, last).size();
+        },
+        [&](const ServiceView& service) {
+            ++count;
+            bytes += sizeOfEntry(service);
+        });
+    ServiceBlock result;
+    result.reserve(count, bytes);
+    walkEdited(
+        block, edit, end,
+        [&](std::size_t first, std::size_t last) { result.append(block, first, last); },
+        [&](const ServiceView& service) { result.append(service); });
+    return result;
+}
+
+// Appends the services of a block, as blocks of nearly the same size.
+void appendBlock(Snapshot::Blocks& blocks, ServiceBlock block) {
+    if (block.size() <= kServicesOfBlock) {
+        if (block.size() != 0) {
+            blocks.push_back(std::make_shared<const ServiceBlock>(std::move(block)));
+        }
+        return;
+    }
+    forEachBlock(block.size(), [&](std::size_t begin, std::size_t end) {
+        ServiceBlock part;
+        part.reserve(end - begin, block.entries(begin, end).size());
+        part.append(block, begin, end);
+        blocks.push_back(std::make_shared<const ServiceBlock>(std::move(part)));
+    });
 }
 
 // Joins the last blocks as long as they have few services.
@@ -110,12 +148,12 @@ void joinLast(Snapshot::Blocks& blocks) {
         if (other.size() + last.size() > kServicesOfJoinedBlock) {
             return;
         }
-        std::vector<ServiceView> services;
-        appendServices(services, other, 0, other.size());
-        appendServices(services, last, 0, last.size());
-        auto joined = std::make_shared<const ServiceBlock>(services.data(), services.size());
+        ServiceBlock joined;
+        joined.reserve(other.size() + last.size(), other.bytes().size() + last.bytes().size());
+        joined.append(other, 0, other.size());
+        joined.append(last, 0, last.size());
         blocks.pop_back();
-        blocks.back() = std::move(joined);
+        blocks.back() = std::make_shared<const ServiceBlock>(std::move(joined));
     }
 }
 
@@ -161,25 +199,43 @@ class Cursor {
 }  // namespace
 
 ServiceBlock::ServiceBlock(const ServiceView* services, std::size_t count) {
-    std::size_t size = 0;
+    std::size_t bytes = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        size += sizeOfEntry(services[i]);
+        bytes += sizeOfEntry(services[i]);
     }
+    reserve(count, bytes);
+    for (std::size_t i = 0; i < count; ++i) {
+        append(services[i]);
+    }
+}
+
+void ServiceBlock::reserve(std::size_t count, std::size_t bytes) {
     // An entry's offset has 32 bits.
-    if (size > std::numeric_limits<uint32_t>::max()) {
+    if (bytes > std::numeric_limits<uint32_t>::max()) {
         throw std::bad_alloc();
     }
-    bytes_.resize(size);
     entries_.reserve(count);
-    auto* const begin = reinterpret_cast<uint8_t*>(bytes_.data());
-    uint8_t* target = begin;
-    for (std::size_t i = 0; i < count; ++i) {
-        const auto& [id, address] = services[i];
-        target = writeUpToAddress(services[i], target);
-        entries_.push_back(
-            {id, static_cast<uint32_t>(target - begin), static_cast<uint32_t>(address.size())});
-        target = std::copy(address.begin(), address.end(), target);
-        addressBytes_ += address.size();
+    bytes_.reserve(bytes);
+}
+
+void ServiceBlock::append(const ServiceView& service) {
+    uint8_t start[kMostBytesBeforeAddress];
+    const uint8_t* const end = writeUpToAddress(service, start);
+    bytes_.append(reinterpret_cast<const char*>(start), static_cast<std::size_t>(end - start));
+    entries_.push_back({service.id, static_cast<uint32_t>(bytes_.size()),
+                        static_cast<uint32_t>(service.address.size())});
+    bytes_.append(service.address);
+    addressBytes_ += service.address.size();
+}
+
+void ServiceBlock::append(const ServiceBlock& other, std::size_t first, std::size_t last) {
+    // Unsigned numbers wrap, so the difference may be negative.
+    const auto shift = static_cast<uint32_t>(bytes_.size() - other.endOf(first));
+    bytes_.append(other.entries(first, last));
+    for (; first < last; ++first) {
+        const Entry& entry = other.entries_[first];
+        entries_.push_back({entry.id, entry.offset + shift, entry.length});
+        addressBytes_ += entry.length;
     }
 }
 
@@ -275,7 +331,7 @@ bool NextSnapshot::remove(int32_t id) {
 
 SnapshotPointer NextSnapshot::finish(int64_t revision) const {
     const Snapshot::Blocks& old = base_->blocks();
-    const ServiceBlock none(nullptr, 0);
+    const ServiceBlock none;
     Snapshot::Blocks blocks;
     blocks.reserve(old.size() + 1);
     std::size_t next = 0;  // of the old blocks, the first that the new ones do not have yet
@@ -287,9 +343,7 @@ SnapshotPointer NextSnapshot::finish(int64_t revision) const {
         const auto end =
             after < old.size() ? edits_.lower_bound((*old[after])[0].id) : edits_.end();
         appendShared(blocks, old, next, touched);
-        std::vector<ServiceView> services;
-        appendEdited(services, after == 0 ? none : *old[touched], edit, end);
-        appendBlocks(blocks, services);
+        appendBlock(blocks, editedBlock(after == 0 ? none : *old[touched], edit, end));
         joinLast(blocks);
         next = after;
         edit = end;

@@ -39,8 +39,19 @@ constexpr std::size_t kServicesOfBlock = 128;
 
 class ServiceBlock {
   public:
+    ServiceBlock() = default;
+
     // Copies `count` services, ascending by identifier. Throws std::bad_alloc.
     ServiceBlock(const ServiceView* services, std::size_t count);
+
+    // Makes room for so many services, whose entries have so many bytes. Throws std::bad_alloc.
+    void reserve(std::size_t count, std::size_t bytes);
+
+    // Append a service, and the services of [first, last) of another block. Their identifiers are
+    // greater than those before. To copy services from a block costs much less than to serialise
+    // them. Throw std::bad_alloc.
+    void append(const ServiceView& service);
+    void append(const ServiceBlock& other, std::size_t first, std::size_t last);
 
     std::size_t size() const { return entries_.size(); }
     ServiceView operator[](std::size_t index) const {
@@ -54,13 +65,13 @@ class ServiceBlock {
     // Returns the services as entries of a serialised ServiceInfoArray.
     std::string_view bytes() const { return bytes_; }
 
-    // Returns the entry of one service.
-    std::string_view entry(std::size_t index) const {
-        const std::size_t begin =
-            index == 0 ? 0 : entries_[index - 1].offset + entries_[index - 1].length;
-        const Entry& last = entries_[index];
-        return std::string_view(bytes_).substr(begin, last.offset + last.length - begin);
+    // Returns the entries of the services of [first, last).
+    std::string_view entries(std::size_t first, std::size_t last) const {
+        return std::string_view(bytes_).substr(endOf(first), endOf(last) - endOf(first));
     }
+
+    // Returns the entry of one service.
+    std::string_view entry(std::size_t index) const { return entries(index, index + 1); }
 
     // Returns the bytes of all addresses.
     std::size_t addressBytes() const { return addressBytes_; }
@@ -71,6 +82,12 @@ class ServiceBlock {
         uint32_t offset;  // of the address in bytes_
         uint32_t length;
     };
+
+    // Returns where the entries of the first `count` services end.
+    std::size_t endOf(std::size_t count) const {
+        return count == 0 ? 0
+                          : std::size_t{entries_[count - 1].offset} + entries_[count - 1].length;
+    }
 
     std::vector<Entry> entries_;
     std::string bytes_;

@@ -66,7 +66,7 @@ TEST(SnapshotShortage, FailedCommitLeavesBaseAndEdits) {
         EXPECT_EQ(tests::modelOf(*base), model);
         EXPECT_EQ(difference(*base, *expected), next.edits());
     });
-    EXPECT_GE(allocations, 10);
+    EXPECT_GE(allocations, 6);
 }
 
 TEST(SnapshotShortage, FailedDifferenceLosesNoMemory) {
