@@ -33,7 +33,7 @@ class Batch : public ChangeBatch {
             item.isDecided = item.outcome.code != QV_OK;
         }
     }
-    void answered() noexcept override { promise_.set_value(); }
+    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
     void wait() { promise_.get_future().wait(); }
 
   private:

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/post.hpp>
@@ -28,6 +29,9 @@ namespace qv::host {
 namespace {
 
 using Clock = ConnectedClient::Clock;
+
+// So many bytes are received while the host waits for a request. Most requests are shorter.
+constexpr std::size_t kFirstBytes = 512;
 
 // A client that changes nothing keeps memory for this many changes.
 constexpr std::size_t kIdleChanges = 16;
@@ -66,7 +70,15 @@ class Conversation : public Sleeper,
       public:
         explicit Batch(Conversation& conversation) : conversation_(conversation) {}
 
-        void answered() noexcept override { conversation_.wake(); }
+        // To send one answer costs less than to wake the client's thread. Many answers are sent by
+        // the threads of their clients, while the recorder makes the next commit.
+        void answered(bool isOnly) noexcept override {
+            if (isOnly && conversation_.isReadyForOutcomes()) {
+                conversation_.answerOnly();
+            } else {
+                conversation_.wake();
+            }
+        }
 
       private:
         Conversation& conversation_;
@@ -82,17 +94,22 @@ class Conversation : public Sleeper,
     using Step = void (Conversation::*)();
 
     void go(Step step) noexcept;
+    template <typename Function>
+    void attempt(Function function) noexcept;
     void post(Step step);
     void wake() noexcept { thread_.wake(shared_from_this()); }
     void wokenUp() noexcept override { go(&Conversation::resume); }
     void granted(std::shared_ptr<Waiter> /*self*/) noexcept override { wake(); }
 
     void await();
+    void receiveFirst();
     void receive();
     void resume();
     void run();
     void execute();
     void takeOutcomes();
+    bool isReadyForOutcomes() const;
+    void answerOnly() noexcept;
     bool answer(const Frame& request);
     bool begin();
     void subscribe(const Frame& request);
@@ -109,6 +126,8 @@ class Conversation : public Sleeper,
     const ServingParts parts_;
     const Asker asker_;
     FrameReader reader_;
+    std::array<char, kFirstBytes> first_ = {};
+    std::size_t firstBytes_ = 0;
     Batch batch_{*this};
     Wait wait_ = Wait::None;
     // The request whose answer comes later, and that answer.
@@ -120,13 +139,25 @@ class Conversation : public Sleeper,
     bool refused_ = false;
 };
 
-// Takes a step. If memory runs out for this client, ends the connection, but not the thread. There
-// may be no memory to tell the client.
+// Takes a step on the client's thread. Submits the changes last, if there are any.
 void Conversation::go(Step step) noexcept {
-    try {
+    attempt([this, step] {
         (this->*step)();
         // Another client uses the thread's memory next.
         reader_.keep();
+        if (wait_ == Wait::Commit) {
+            // The recorder may answer at once, on its own thread.
+            parts_.commands.submit({shared_from_this(), &batch_});
+        }
+    });
+}
+
+// Calls the function. If memory runs out for this client, ends the connection, but not the thread.
+// There may be no memory to tell the client.
+template <typename Function>
+void Conversation::attempt(Function function) noexcept {
+    try {
+        function();
     } catch (const std::exception&) {
         // Whatever the conversation still waits for, it can neither read nor send afterwards.
         if (connection_ != nullptr) {
@@ -141,7 +172,8 @@ void Conversation::post(Step step) {
                [self = shared_from_this(), step] { self->go(step); });
 }
 
-// Waits for the client to send something.
+// Waits for the client to send something. Comes last, because the client's thread may go on at
+// once.
 void Conversation::await() {
     if (reader_.empty()) {
         const std::chrono::milliseconds idle = parts_.limits.idleTimeout;
@@ -152,12 +184,35 @@ void Conversation::await() {
         }
         connection_->client.reads(after(partSince_, parts_.limits.frameTimeout));
     }
+    if (reader_.empty()) {
+        // Waiting without reading would take one more system call for each request.
+        connection_->socket.async_receive(
+            asio::buffer(first_),
+            [self = shared_from_this()](const asio::error_code& error, std::size_t count) {
+                self->connection_->client.works();
+                self->firstBytes_ = count;
+                self->go(error ? &Conversation::end : &Conversation::receiveFirst);
+            });
+        return;
+    }
     connection_->socket.async_wait(asio::socket_base::wait_read,
                                    [self = shared_from_this()](const asio::error_code& /*error*/) {
                                        // Reading tells of an error again.
                                        self->connection_->client.works();
                                        self->go(&Conversation::receive);
                                    });
+}
+
+// Takes the first bytes that the client has sent since the last request.
+void Conversation::receiveFirst() {
+    reader_.take({first_.data(), firstBytes_});
+    if (firstBytes_ == first_.size()) {
+        // More has arrived, and changes that arrive together are one commit.
+        reader_.keep();
+        receive();
+    } else {
+        run();
+    }
 }
 
 void Conversation::receive() {
@@ -173,7 +228,7 @@ void Conversation::receive() {
     const std::size_t count =
         connection_->socket.read_some(asio::buffer(space.bytes, space.size), error);
     if (error == asio::error::would_block) {
-        await();
+        run();
     } else if (error) {
         end();
     } else {
@@ -218,6 +273,23 @@ void Conversation::takeOutcomes() {
     if (batch_.items.capacity() > kIdleChanges) {
         batch_.items = {};
     }
+}
+
+// Tells whether the conversation only has to send the outcomes and to wait for the next request.
+bool Conversation::isReadyForOutcomes() const {
+    return reader_.empty() && !unanswered_ && connection_->account.held() == 0;
+}
+
+// Sends the outcomes on the recorder's thread. The conversation belongs to that thread until it
+// waits for the client again.
+void Conversation::answerOnly() noexcept {
+    attempt([this] {
+        wait_ = Wait::None;
+        takeOutcomes();
+        if (send()) {
+            await();
+        }
+    });
 }
 
 // Carries out the requests that have arrived, up to one that has to wait.
@@ -328,7 +400,6 @@ void Conversation::proceed() {
         return;
     }
     if (!batch_.items.empty()) {
-        parts_.commands.submit({shared_from_this(), &batch_});
         wait_ = Wait::Commit;
         return;
     }

@@ -48,9 +48,14 @@ class FrameReader {
     explicit FrameReader(std::size_t maxLength) : maxLength_(maxLength) {}
 
     // Returns the space for the next bytes, which is never empty. Call it after keep(), and only if
-    // next() returns nothing and the next request is not too long. Throws std::bad_alloc and keeps
-    // the bytes that have arrived.
+    // the bytes that have arrived are less than the shared memory or next() returns nothing, and if
+    // the next request is not too long. Throws std::bad_alloc and keeps the bytes that have
+    // arrived.
     Space space(Shared& shared);
+
+    // Takes bytes that were read into other memory, which must stay until keep() is called. Call it
+    // only if the reader is empty.
+    void take(std::string_view bytes) { rest_ = bytes; }
 
     void received(std::size_t count) { rest_ = {rest_.data(), rest_.size() + count}; }
 

@@ -426,7 +426,7 @@ void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noe
                 assign(item.outcome.bytes, reason_.c_str());
             }
         }
-        batch->answered();
+        batch->answered(job.batches.size() == 1);
     }
     if (!job.wishes.empty()) {
         const system::MutexLock lock(mutex_);

@@ -47,8 +47,9 @@ class ChangeBatch {
     ChangeBatch(const ChangeBatch&) = delete;
     ChangeBatch& operator=(const ChangeBatch&) = delete;
 
-    // The recorder's thread calls this when every item has its outcome. Must not throw.
-    virtual void answered() noexcept = 0;
+    // The recorder's thread calls this when every item has its outcome. `isOnly` tells that the
+    // commit had no other batch, so no other client waits for the function. Must not throw.
+    virtual void answered(bool isOnly) noexcept = 0;
 
     std::vector<Item> items;
 };

@@ -40,7 +40,7 @@ class Batch : public host::ChangeBatch {
             items.back().change.edits = {{id, address == nullptr ? "" : address}};
         }
     }
-    void answered() noexcept override { promise_.set_value(); }
+    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
     void wait() { promise_.get_future().wait(); }
 
   private:

@@ -33,15 +33,24 @@ class Client {
     }
     std::size_t give(const std::string& bytes) { return give(bytes, bytes.size()); }
 
+    // Gives the reader, which is empty, up to `count` of the bytes in other memory.
+    std::size_t giveFirst(const std::string& bytes, std::size_t count) {
+        first_ = bytes.substr(0, count);
+        reader.take(first_);
+        return first_.size();
+    }
+
     // Lets another client use the shared memory.
     void keep() {
         reader.keep();
         shared_->fill('?');
+        std::fill(first_.begin(), first_.end(), '?');
     }
 
     FrameReader reader;
 
   private:
+    std::string first_;
     std::unique_ptr<FrameReader::Shared> shared_ = std::make_unique<FrameReader::Shared>();
 };
 
@@ -52,12 +61,16 @@ std::string textOf(const Frame& frame) {
 }
 
 // Returns the frames of bytes that arrive in pieces of this size. Up to `atOnce` frames are taken
-// before another client has its turn.
-std::vector<std::string> framesOf(const std::string& bytes, std::size_t piece, int atOnce) {
+// before another client has its turn. With `isFirstElsewhere` an empty reader gets bytes in memory
+// that is not shared.
+std::vector<std::string> framesOf(const std::string& bytes, std::size_t piece, int atOnce,
+                                  bool isFirstElsewhere = false) {
     Client client;
     std::vector<std::string> frames;
     for (std::size_t at = 0; at < bytes.size();) {
-        at += client.give(bytes.substr(at, piece), piece);
+        const std::string next = bytes.substr(at, piece);
+        at += isFirstElsewhere && client.reader.empty() ? client.giveFirst(next, piece)
+                                                        : client.give(next, piece);
         int taken = 0;
         while (const std::optional<Frame> frame = client.reader.next()) {
             frames.push_back(textOf(*frame));
@@ -87,6 +100,7 @@ TEST(FrameReader, FramesAreTheSameHoweverTheirBytesArrive) {
         for (const int atOnce : {1, 1000}) {
             // A failure must not print the bytes.
             EXPECT_TRUE(framesOf(bytes, piece, atOnce) == frames) << piece << ' ' << atOnce;
+            EXPECT_TRUE(framesOf(bytes, piece, atOnce, true) == frames) << piece << ' ' << atOnce;
         }
     }
 }

@@ -42,7 +42,7 @@ class Batch : public ChangeBatch {
         items.back().change = std::move(change);
         return *this;
     }
-    void answered() noexcept override { promise_.set_value(); }
+    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
 
     // Waits for the answers and returns their codes.
     std::vector<uint32_t> codes() {
