@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <string_view>
 #include <utility>
@@ -9,6 +11,8 @@
 
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
+#include "cli/OptionValues.h"
+#include "cli/Quotation.h"
 #include "cli/Suggestion.h"
 #include "cli/UsageError.h"
 
@@ -61,22 +65,83 @@ std::vector<std::string> optionNames(const CLI::App& app) {
     return names;
 }
 
-UsageError unknownWord(const std::string& kind, const std::string& word,
-                       const std::vector<std::string>& known) {
-    const std::string_view closest = closestWord(word, {known.begin(), known.end()});
-    return UsageError(fmt::format("unknown {} '{}' ({})", kind, word,
-                                  closest.empty() ? std::string("see qvhost --help")
-                                                  : fmt::format("did you mean '{}'?", closest)));
+// The library splits an argument in brackets, and reads an argument that begins with - as an option
+// even after a lone --, once it has as many words as it needs. It leaves an argument alone that
+// begins with this character, which no argument of a process holds.
+constexpr char kLiteral = '\0';
+
+// Returns the arguments in the library's order, which is from the last to the first. Marks those
+// that the library would not leave alone, and leaves the first lone -- out.
+std::vector<std::string> libraryArguments(int argc, char** argv) {
+    std::vector<std::string> arguments;
+    bool isAfterMark = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (!isAfterMark && argument == "--") {
+            isAfterMark = true;
+        } else if (isAfterMark || argument.substr(0, 1) == "[" || argument == "++") {
+            arguments.push_back(kLiteral + std::string(argument));
+        } else {
+            arguments.emplace_back(argument);
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
+}
+
+bool isLiteral(const std::string& word) {
+    return !word.empty() && word.front() == kLiteral;
+}
+
+std::string withoutMark(const std::string& word) {
+    return isLiteral(word) ? word.substr(1) : word;
+}
+
+// Makes the options of a subcommand, and its words, take arguments without their mark.
+void removeMarks(CLI::App& app) {
+    for (CLI::Option* const option : app.get_options()) {
+        if (option->get_items_expected_max() > 0) {
+            option->transform(withoutMark, "");
+        }
+    }
+}
+
+std::string hint(const CLI::App* subcommand) {
+    return subcommand == nullptr ? "see qvhost --help"
+                                 : fmt::format("see qvhost {} --help", subcommand->get_name());
+}
+
+// Returns the words that a subcommand needs and did not get.
+std::vector<std::string> missingWords(const CLI::App& subcommand) {
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : subcommand.get_options()) {
+        if (option->get_required() && option->count() == 0) {
+            names.push_back(option->get_name());
+        }
+    }
+    return names;
+}
+
+// Tells a mistake that the library found, in the words of this program. The library names an option
+// before a colon. If a validator refused a value, the validator's text follows.
+std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
+    const std::string text = error.what();
+    const std::string option = text.substr(0, text.find(':'));
+    if (error.get_name() == "RequiredError") {
+        return fmt::format("{} needs {}", app.get_name(), fmt::join(missingWords(app), " and "));
+    }
+    if (error.get_name() == "ArgumentMismatch") {
+        return option + (app.count(option) > 1 ? " is given more than once" : " needs a value");
+    }
+    if (error.get_name() == "ConversionError") {
+        // Only a flag comes here, because each value has a validator.
+        const std::size_t begin = text.find("--");
+        return text.substr(begin, text.find(' ', begin) - begin) + " takes no value";
+    }
+    return text;
 }
 
 }  // namespace
-
-CLI::Validator notEmpty() {
-    return {[](const std::string& value) {
-                return value.empty() ? std::string("the name is empty") : std::string();
-            },
-            ""};
-}
 
 CommandLine::CommandLine() : app_(kDescription, "qvhost") {
     app_.footer(kFooter);
@@ -130,31 +195,42 @@ CLI::App& CommandLine::add(const std::string& name, const std::string& descripti
 // would report a misspelt option or subcommand as a missing subcommand.
 void CommandLine::refuse(const CLI::ParseError& error) const {
     const std::vector<CLI::App*> subcommands = app_.get_subcommands();
+    const CLI::App* const subcommand = subcommands.empty() ? nullptr : subcommands.front();
+    const CLI::App& app = subcommand == nullptr ? app_ : *subcommand;
     constexpr bool kOfSubcommandsToo = true;
     const std::vector<std::string> extras = app_.remaining(kOfSubcommandsToo);
+    std::string problem;
     if (extras.empty()) {
-        throw UsageError(
-            subcommands.empty() && error.get_name() == "RequiredError"
-                ? fmt::format("no subcommand; the subcommands are {} (see qvhost --help)",
-                              fmt::join(subcommandNames(app_), ", "))
-                : fmt::format("{} (see qvhost --help)", error.what()));
+        problem = subcommand == nullptr && error.get_name() == "RequiredError"
+                      ? fmt::format("no subcommand; the subcommands are {}",
+                                    fmt::join(subcommandNames(app_), ", "))
+                      : problemOf(error, app);
+    } else {
+        const std::string word = withoutMark(extras.front());
+        const bool isOption = !isLiteral(extras.front()) && word.substr(0, 1) == "-";
+        if (!isOption && subcommand != nullptr) {
+            problem = fmt::format("{} is one argument too many", quotation(word));
+        } else {
+            const std::vector<std::string> known =
+                isOption ? optionNames(app) : subcommandNames(app_);
+            const std::string_view closest = closestWord(word, {known.begin(), known.end()});
+            problem =
+                fmt::format("unknown {} {}", isOption ? "option" : "subcommand", quotation(word));
+            if (!closest.empty() && closest != word) {
+                throw UsageError(fmt::format("{} (did you mean '{}'?)", problem, closest));
+            }
+        }
     }
-    // The argument after a lone -- is a word, whatever it begins with.
-    const std::string& word =
-        extras.front() == "--" && extras.size() > 1 ? extras[1] : extras.front();
-    if (word.substr(0, 1) == "-") {
-        throw unknownWord("option", word,
-                          optionNames(subcommands.empty() ? app_ : *subcommands.front()));
-    }
-    if (subcommands.empty()) {
-        throw unknownWord("subcommand", word, subcommandNames(app_));
-    }
-    throw UsageError(fmt::format("'{}' is one argument too many (see qvhost --help)", word));
+    throw UsageError(fmt::format("{} ({})", problem, hint(subcommand)));
 }
 
 int CommandLine::run(int argc, char** argv) {
+    removeMarks(app_);
+    for (CLI::App* const subcommand : app_.get_subcommands(nullptr)) {
+        removeMarks(*subcommand);
+    }
     try {
-        app_.parse(argc, argv);
+        app_.parse(libraryArguments(argc, argv));
     } catch (const CLI::CallForHelp&) {
         writeOutput(stdout, app_.help());
         return kSuccess;

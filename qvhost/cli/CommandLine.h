@@ -6,7 +6,8 @@
 //     ...
 //     return line.run(argc, argv);
 //
-// The options of a subcommand stand after its name. Shared options may also stand before it.
+// The options of a subcommand stand after its name. Shared options may also stand before it. The
+// arguments after a lone -- are no options, whatever they begin with.
 #ifndef QVHOST_CLI_COMMAND_LINE_H
 #define QVHOST_CLI_COMMAND_LINE_H
 
@@ -57,10 +58,6 @@ class CommandLine {
     CommonOptions options_;
     std::function<int()> chosen_;
 };
-
-// Refuses an empty name, which is probably a shell variable that is not set. The default would be a
-// surprise.
-CLI::Validator notEmpty();
 
 }  // namespace qv::host
 

@@ -11,6 +11,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/Listing.h"
+#include "cli/OptionValues.h"
 #include "cli/Subcommands.h"
 #include "cli/TextFormat.h"
 #include "server/NewFile.h"

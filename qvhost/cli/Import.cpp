@@ -11,6 +11,7 @@
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
+#include "cli/OptionValues.h"
 #include "cli/Progress.h"
 #include "cli/ServiceFile.h"
 #include "cli/Subcommands.h"

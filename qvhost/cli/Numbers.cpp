@@ -19,33 +19,45 @@ bool consistsOf(std::string_view text, std::string_view characters) {
     return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-// `what` names the number and `range` the numbers that may be written, both for the message.
-int32_t parseNumber(std::string_view text, std::string_view what, std::string_view range) {
+// Stores the number. Returns std::errc() or what is wrong with the text.
+std::errc parseNumber(std::string_view text, int32_t& number) {
     const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
     const bool negative = text.substr(0, 1) == "-";
     const std::string_view digits = text.substr(hexadecimal ? 2 : (negative ? 1 : 0));
     if (!consistsOf(digits, hexadecimal ? kHexDigits : kDigits)) {
-        throw InputError(
-            fmt::format("{} must be a number ({}), not {}", what, range, quotation(text)));
+        return std::errc::invalid_argument;
     }
-    const std::string_view number = hexadecimal ? digits : text;
-    int32_t value = 0;
-    const std::from_chars_result result =
-        std::from_chars(number.data(), number.data() + number.size(), value, hexadecimal ? 16 : 10);
-    if (result.ec != std::errc()) {
-        throw InputError(fmt::format("{} {} is out of range ({})", what, quotation(text), range));
-    }
-    return value;
+    const std::string_view signedDigits = hexadecimal ? digits : text;
+    return std::from_chars(signedDigits.data(), signedDigits.data() + signedDigits.size(), number,
+                           hexadecimal ? 16 : 10)
+        .ec;
 }
 
 }  // namespace
 
 int32_t parseIdentifier(std::string_view text) {
-    return parseNumber(text, "identifier", "-2147483648 to 2147483647, or 0x0 to 0x7fffffff");
+    constexpr char kRange[] = "-2147483648 to 2147483647, or 0x0 to 0x7fffffff";
+    int32_t number = 0;
+    const std::errc problem = parseNumber(text, number);
+    if (problem == std::errc::invalid_argument) {
+        throw InputError(
+            fmt::format("identifier must be a number ({}), not {}", kRange, quotation(text)));
+    }
+    if (problem != std::errc()) {
+        throw InputError(
+            fmt::format("identifier {} is out of range ({})", quotation(text), kRange));
+    }
+    return number;
 }
 
 int32_t parseLevel(std::string_view text) {
-    return parseNumber(text, "level", "0 to 7");
+    constexpr int32_t kMost = 7;
+    int32_t number = 0;
+    if (parseNumber(text, number) != std::errc() || number < 0 || number > kMost) {
+        throw InputError(
+            fmt::format("a level is a number from 0 to {}, not {}", kMost, quotation(text)));
+    }
+    return number;
 }
 
 }  // namespace qv::host

@@ -11,7 +11,7 @@ namespace qv::host {
 // Returns the number. Throws InputError if the text is not a 32-bit number.
 int32_t parseIdentifier(std::string_view text);
 
-// Does the same for a debug level. The plug-in decides which levels exist.
+// Returns the debug level. Throws InputError if the text is not a number from 0 to 7.
 int32_t parseLevel(std::string_view text);
 
 }  // namespace qv::host

@@ -22,9 +22,8 @@ namespace {
 constexpr char kRegisterFooter[] =
     "Registers all services with one request. If an identifier is registered already, the new\n"
     "address replaces the old one. An identifier is a signed 32-bit number, decimal or from 0x0\n"
-    "to 0x7fffffff. If an address begins with a -, put -- before the first identifier. An\n"
-    "address is UTF-8 of 1 to 4096 bytes without a zero byte, and without a byte order mark at\n"
-    "its beginning.\n"
+    "to 0x7fffffff. If an address begins with a -, put -- before it. An address is UTF-8 of 1 to\n"
+    "4096 bytes without a zero byte, and without a byte order mark at its beginning.\n"
     "\n"
     "On success, the services are on the host's disk and outlive a power failure. If the host\n"
     "cannot write to its disk, qvhost says that the services are registered but not kept, and\n"

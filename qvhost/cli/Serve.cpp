@@ -16,6 +16,7 @@
 
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
+#include "cli/OptionValues.h"
 #include "cli/PluginUse.h"
 #include "cli/Subcommands.h"
 #include "cli/Times.h"
@@ -136,21 +137,21 @@ void addServe(CommandLine& line) {
         .add_option("--threads", options->threads,
                     "Threads that serve the clients; by default one for each processor, 2 to 8")
         ->type_name("N")
-        ->check(CLI::Range(1, 1024));
+        ->check(isWholeNumber(1, 1024));
     subcommand.add_option("--max-message", options->maxMessage, "Longest request in bytes")
         ->type_name("BYTES")
-        ->check(CLI::Range(uint32_t{0}, uint32_t{std::numeric_limits<int>::max()}))
+        ->check(isWholeNumber(0, std::numeric_limits<int>::max()))
         ->capture_default_str();
     subcommand.add_option("--max-clients", options->maxClients, "Clients connected at once")
         ->type_name("N")
-        ->check(CLI::Range(1, 1'000'000))
+        ->check(isWholeNumber(1, 1'000'000))
         ->capture_default_str();
     constexpr std::size_t kLeastMemory = std::size_t{1} << 20;
     subcommand
         .add_option("--max-memory", options->maxMemory,
                     "Bytes of the requests and answers of all clients together")
         ->type_name("BYTES")
-        ->check(CLI::Range(kLeastMemory, std::numeric_limits<std::size_t>::max() / 2))
+        ->check(isWholeNumber(kLeastMemory, std::numeric_limits<std::size_t>::max() / 2))
         ->capture_default_str();
     subcommand
         .add_option("--idle-timeout", options->idleTimeout,

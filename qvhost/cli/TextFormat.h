@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "cli/OptionValues.h"
 #include "cli/Output.h"
 
 namespace qv::host {
@@ -14,7 +15,7 @@ namespace qv::host {
 inline void addFormatOption(CLI::App& subcommand, std::string& name, const std::string& otherwise) {
     subcommand.add_option("--format", name, "csv or json; by default, " + otherwise)
         ->type_name("FORMAT")
-        ->check(CLI::IsMember({"csv", "json"}).description(""));
+        ->check(isOneOf({"csv", "json"}));
 }
 
 inline std::optional<Format> formatNamed(const std::string& name) {

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "cli/Quotation.h"
+
 namespace qv::host {
 
 namespace {
@@ -21,8 +23,8 @@ CLI::Validator isTime(double shortest) {
                 const bool good =
                     !value.empty() && *end == '\0' && seconds >= shortest && seconds <= kLongest;
                 return good ? std::string()
-                            : fmt::format("a number of seconds from {} to {:.0f} is needed",
-                                          shortest, kLongest);
+                            : fmt::format("a number of seconds from {} to {:.0f} is needed, not {}",
+                                          shortest, kLongest, quotation(value));
             },
             ""};
 }

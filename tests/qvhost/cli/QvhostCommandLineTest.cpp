@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qvhost/ProgramRun.h"
@@ -48,6 +49,33 @@ TEST(QvhostCommandLine, MisspeltOptionsAndSubcommandsGetSuggestions) {
     EXPECT_THAT(program.run({"initt"}).err, HasSubstr("did you mean 'init'?"));
     EXPECT_THAT(program.run({"list", "--jsn"}).err, HasSubstr("did you mean '--json'?"));
     EXPECT_THAT(program.run({"--plugni", "x", "info"}).err, HasSubstr("did you mean '--plugin'?"));
+}
+
+TEST(QvhostCommandLine, MistakesInOptionsAreToldInOwnWords) {
+    const std::pair<std::vector<std::string>, const char*> wrong[] = {
+        {{"--plugin"}, "--plugin needs a value (see qvhost --help)"},
+        {{"list", "--socket"}, "--socket needs a value (see qvhost list --help)"},
+        {{"list", "--socket="}, "--socket needs a value (see qvhost list --help)"},
+        {{"list", "--socket", ""}, "--socket: the name is empty (see qvhost list --help)"},
+        {{"list", "--socket", "a", "--socket", "b"},
+         "--socket is given more than once (see qvhost list --help)"},
+        {{"serve", "--threads", "0"},
+         "--threads: a number from 1 to 1024 is needed, not '0' (see qvhost serve --help)"},
+        {{"serve", "--threads", "2x"},
+         "--threads: a number from 1 to 1024 is needed, not '2x' (see qvhost serve --help)"},
+        {{"serve", "--max-message", "99999999999999999999"},
+         "--max-message: a number from 0 to 2147483647 is needed, not '99999999999999999999' (see "
+         "qvhost serve --help)"},
+        {{"serve", "--idle-timeout", "soon"},
+         "--idle-timeout: a number of seconds from 0 to 1000000 is needed, not 'soon' (see qvhost "
+         "serve --help)"},
+    };
+    for (const auto& [arguments, message] : wrong) {
+        ProgramRun program;
+        const ProgramOutcome outcome = program.run(arguments);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.err, std::string("qvhost: ") + message + '\n');
+    }
 }
 
 TEST(QvhostCommandLine, MessageDrivesNoTerminal) {
