@@ -1,5 +1,7 @@
 #include "cli/CsvReader.h"
 
+#include <utility>
+
 namespace qv::host {
 
 bool CsvReader::takeLineEnd() {
@@ -50,8 +52,11 @@ bool CsvReader::next(Record& record) {
     }
     record.line = line_;
     record.fields.clear();
-    while (true) {
-        record.fields.push_back(takeField());
+    for (record.count = 1;; ++record.count) {
+        std::string field = takeField();
+        if (record.count <= kMostFields) {
+            record.fields.push_back(std::move(field));
+        }
         if (rest_.empty() || takeLineEnd()) {
             return true;
         }

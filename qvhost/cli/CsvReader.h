@@ -18,9 +18,14 @@ namespace qv::host {
 
 class CsvReader {
   public:
+    // A record keeps as many fields, one more than a service has. A file of nothing but commas
+    // must not fill the memory.
+    static constexpr std::size_t kMostFields = 3;
+
     struct Record {
         std::size_t line = 0;  // the line where the record begins, from 1
         std::vector<std::string> fields;
+        std::size_t count = 0;  // of all fields, those that are not kept included
     };
 
     // Names the line where the text stops being CSV. Do not use the reader afterwards.

@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <system_error>
+#include <unordered_set>
 
 #include "cli/InputError.h"
 #include "cli/Quotation.h"
@@ -48,6 +49,19 @@ int32_t parseIdentifier(std::string_view text) {
             fmt::format("identifier {} is out of range ({})", quotation(text), kRange));
     }
     return number;
+}
+
+std::vector<int32_t> parseIdentifiers(const std::vector<std::string>& texts) {
+    std::vector<int32_t> numbers;
+    numbers.reserve(texts.size());
+    std::unordered_set<int32_t> known;
+    for (const std::string& text : texts) {
+        numbers.push_back(parseIdentifier(text));
+        if (!known.insert(numbers.back()).second) {
+            throw InputError(fmt::format("identifier {} occurs twice", numbers.back()));
+        }
+    }
+    return numbers;
 }
 
 int32_t parseLevel(std::string_view text) {

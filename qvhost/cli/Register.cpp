@@ -21,7 +21,8 @@ namespace {
 
 constexpr char kRegisterFooter[] =
     "Registers all services with one request. If an identifier is registered already, the new\n"
-    "address replaces the old one. An identifier is a signed 32-bit number, decimal or from 0x0\n"
+    "address replaces the old one. An identifier may occur only once in a call. An identifier is a "
+    "signed 32-bit number, decimal or from 0x0\n"
     "to 0x7fffffff. If an address begins with a -, put -- before it. An address is UTF-8 of 1 to\n"
     "4096 bytes without a zero byte, and without a byte order mark at its beginning.\n"
     "\n"
@@ -46,14 +47,17 @@ int registerServices(const std::vector<std::string>& words, bool sync,
             "register needs an address after each identifier (see qvhost register "
             "--help)");
     }
-    std::vector<Service> services;
-    services.reserve(words.size() / 2);
+    std::vector<std::string> identifiers;
     for (std::size_t i = 0; i < words.size(); i += 2) {
-        const int32_t id = parseIdentifier(words[i]);
-        if (const char* const problem = problemOfAddress(words[i + 1])) {
+        identifiers.push_back(words[i]);
+    }
+    std::vector<Service> services;
+    for (const int32_t id : parseIdentifiers(identifiers)) {
+        const std::string& address = words[2 * services.size() + 1];
+        if (const char* const problem = problemOfAddress(address)) {
             throw UsageError(fmt::format("the address of {} {}", id, problem));
         }
-        services.push_back({id, words[i + 1]});
+        services.push_back({id, address});
     }
     client::Client host = connectToHost(options);
     const int status =
@@ -66,11 +70,7 @@ int registerServices(const std::vector<std::string>& words, bool sync,
 }
 
 int unregisterServices(const std::vector<std::string>& words, const CommonOptions& options) {
-    std::vector<int32_t> ids;
-    ids.reserve(words.size());
-    for (const std::string& word : words) {
-        ids.push_back(parseIdentifier(word));
-    }
+    const std::vector<int32_t> ids = parseIdentifiers(words);
     return reportChange(connectToHost(options).unregisterServices(ids),
                         "the services are removed, but a restart of the host may bring them back");
 }

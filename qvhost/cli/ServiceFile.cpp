@@ -76,11 +76,11 @@ class Collector {
 };
 
 void addRecord(CsvReader::Record& record, Collector& collector) {
-    if (record.fields.size() != 2) {
+    if (record.count != 2) {
         collector.problem(record.line,
                           fmt::format("a line has an identifier and an address, but this one has "
                                       "{} field{}",
-                                      record.fields.size(), record.fields.size() == 1 ? "" : "s"));
+                                      record.count, record.count == 1 ? "" : "s"));
         return;
     }
     try {

@@ -76,6 +76,19 @@ TEST(CsvReader, RecordKnowsItsFirstLine) {
     EXPECT_THAT(lines, ElementsAre(1, 3, 6));
 }
 
+TEST(CsvReader, KeepsFewFieldsOfARecordAndCountsAll) {
+    const std::string text = std::string(100000, ',') + "\"x\ny\"\na,b\n";
+    CsvReader reader(text);
+    CsvReader::Record record;
+    ASSERT_TRUE(reader.next(record));
+    EXPECT_EQ(record.count, 100001U);
+    EXPECT_THAT(record.fields, testing::SizeIs(std::size_t{CsvReader::kMostFields}));
+    ASSERT_TRUE(reader.next(record));
+    EXPECT_EQ(record.line, 3U);
+    EXPECT_EQ(record.count, 2U);
+    EXPECT_THAT(record.fields, ElementsAre("a", "b"));
+}
+
 TEST(CsvReader, ErrorNamesTheLine) {
     EXPECT_EQ(errorOf("a\n\"b\nc").first, 2U);
     EXPECT_THAT(errorOf("a\n\"b\nc").second, HasSubstr("does not end"));

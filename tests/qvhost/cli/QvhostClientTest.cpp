@@ -92,6 +92,8 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"register"}, "register needs ID-ADDRESS (see qvhost register --help)"},
         {{"register", "1", "a", "2", "b\xff"}, "the address of 2 is not UTF-8"},
         {{"register", "1", ""}, "the address of 1 is empty"},
+        {{"register", "1", "a", "2", "b", "0x1", "a"}, "identifier 1 occurs twice"},
+        {{"unregister", "-1", "1", "-1"}, "identifier -1 occurs twice"},
         {{"unregister"}, "unregister needs ID (see qvhost unregister --help)"},
         {{"unregister", "1", "2147483648"}, "identifier '2147483648' is out of range"},
         {{"level"}, "level needs N (see qvhost level --help)"},
