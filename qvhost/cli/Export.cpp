@@ -21,10 +21,10 @@ namespace qv::host {
 namespace {
 
 constexpr char kFooter[] =
-    "Writes what `qvhost import` reads: CSV by RFC 4180 whose first line is id,address, or a\n"
-    "JSON array of objects with id and address. A new file is complete or does not exist, and\n"
-    "has the mode 0600. If something stands there already, qvhost leaves it alone and\n"
-    "fails.\n"
+    "Writes what `qvhost import` reads: CSV whose first line is id,address, or a JSON array of\n"
+    "objects with id and address. In CSV, a line feed ends each line, and fields are quoted by\n"
+    "RFC 4180. A new file is complete or does not exist, and has the mode 0600. If something\n"
+    "stands there already, qvhost leaves it alone and fails.\n"
     "\n"
     "An address may hold any bytes, but these formats hold UTF-8 only. If an address is not\n"
     "UTF-8, qvhost names its service and writes nothing. With --replace it writes U+FFFD\n"

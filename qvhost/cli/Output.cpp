@@ -42,9 +42,9 @@ std::string formatServices(const std::vector<Service>& services, Format format) 
         return jsonLine(array);
     }
     if (format == Format::Csv) {
-        std::string csv = "id,address\r\n";
+        std::string csv = "id,address\n";
         for (const Service& service : services) {
-            csv += fmt::format("{},{}\r\n", service.id,
+            csv += fmt::format("{},{}\n", service.id,
                                csvField(system::withReplacements(service.address)));
         }
         return csv;

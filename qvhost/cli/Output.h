@@ -16,8 +16,8 @@ namespace qv::host {
 enum class Format { Table, Json, Csv };
 
 // Formats services. A table has the columns ID and ADDRESS, or is a line that says that there are
-// none. JSON is one array on one line, [{"id":1,"address":"..."}]. CSV follows RFC 4180 and has the
-// header id,address.
+// none. JSON is one array on one line, [{"id":1,"address":"..."}]. In CSV, a line
+// feed ends each line, the header is id,address, and fields are quoted by RFC 4180.
 std::string formatServices(const std::vector<Service>& services, Format format);
 
 // Formats the plug-in's path, identifier and command table. JSON is one object on one line,

@@ -168,7 +168,7 @@ TEST(ChangesWithoutADisk, FailTheCommandsThatMakeThem) {
         EXPECT_THAT(outcome.err, StartsWith("qvhost: not kept: ")) << words.front();
     }
     EXPECT_EQ(ProgramRun().run({"--socket", host.socket(), "list", "--csv"}).out,
-              "id,address\r\n3,c\r\n");
+              "id,address\n3,c\n");
     EXPECT_EQ(ProgramRun().run({"--socket", host.socket(), "status"}).status, 1);
 }
 

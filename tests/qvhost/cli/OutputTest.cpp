@@ -56,20 +56,19 @@ TEST(FormatServices, JsonDrivesNoTerminal) {
     }
 }
 
-TEST(FormatServices, CsvHasAHeaderAndTheEndingsOfItsStandard) {
-    EXPECT_EQ(formatServices({}, Format::Csv), "id,address\r\n");
-    EXPECT_EQ(formatServices({{-1, "a b"}, {2, ""}}, Format::Csv),
-              "id,address\r\n-1,a b\r\n2,\r\n");
+TEST(FormatServices, CsvHasAHeaderAndEndsItsLinesWithLineFeeds) {
+    EXPECT_EQ(formatServices({}, Format::Csv), "id,address\n");
+    EXPECT_EQ(formatServices({{-1, "a b"}, {2, ""}}, Format::Csv), "id,address\n-1,a b\n2,\n");
 }
 
 TEST(FormatServices, CsvQuotesWhatNeedsIt) {
     EXPECT_EQ(formatServices({{1, "a,b"}, {2, "\"c\""}, {3, "d\ne"}, {4, "f\r"}}, Format::Csv),
-              "id,address\r\n1,\"a,b\"\r\n2,\"\"\"c\"\"\"\r\n3,\"d\ne\"\r\n4,\"f\r\"\r\n");
+              "id,address\n1,\"a,b\"\n2,\"\"\"c\"\"\"\n3,\"d\ne\"\n4,\"f\r\"\n");
 }
 
 TEST(FormatServices, CsvReplacesBytesThatAreNotUtf8) {
     EXPECT_EQ(formatServices({{1, "a\xff\xc3\xa9"}}, Format::Csv),
-              "id,address\r\n1,a\xef\xbf\xbd\xc3\xa9\r\n");
+              "id,address\n1,a\xef\xbf\xbd\xc3\xa9\n");
 }
 
 TEST(FormatInfo, TableShowsPathIdAndCommandsInHexadecimal) {

@@ -42,7 +42,7 @@ TEST(QvhostAnswers, ListsAddressesThatNobodyCouldRegister) {
     const ScriptedServer::Script script =
         answering(QV_OK, listOf({{1, "a,b"}, {2, "\x1b\xff"}, {3, ""}}));
     EXPECT_EQ(runWith(script, {"list", "--csv"}).out,
-              "id,address\r\n1,\"a,b\"\r\n2,\x1b\xef\xbf\xbd\r\n3,\r\n");
+              "id,address\n1,\"a,b\"\n2,\x1b\xef\xbf\xbd\n3,\n");
     EXPECT_EQ(json::parse(runWith(script, {"--json", "list"}).out),
               json::array({{{"id", 1}, {"address", "a,b"}},
                            {{"id", 2}, {"address", "\x1b\xef\xbf\xbd"}},
@@ -64,7 +64,7 @@ TEST(QvhostAnswers, ExportLosesNoBytesUntold) {
         EXPECT_FALSE(std::filesystem::exists(files.path("out.txt")));
     }
     EXPECT_EQ(runWith(script, {"export", "--replace"}).out,
-              "id,address\r\n1,a\r\n5,b\xef\xbf\xbd\r\n9,\xef\xbf\xbd\r\n");
+              "id,address\n1,a\n5,b\xef\xbf\xbd\n9,\xef\xbf\xbd\n");
 }
 
 TEST(QvhostAnswers, ChangeThatIsNotKeptIsToldAndFails) {
@@ -97,9 +97,9 @@ ScriptedServer::Script recording(std::vector<uint32_t>& commands,
 }
 
 std::string manyServices(int count) {
-    std::string csv = "id,address\r\n";
+    std::string csv = "id,address\n";
     for (int id = 1; id <= count; ++id) {
-        csv += std::to_string(id) + ",a\r\n";
+        csv += std::to_string(id) + ",a\n";
     }
     return csv;
 }

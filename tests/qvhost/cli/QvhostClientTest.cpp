@@ -6,7 +6,6 @@
 #include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -66,9 +65,9 @@ TEST_F(QvhostClient, RegistersListsAndUnregisters) {
 TEST_F(QvhostClient, TakesNegativeIdentifiersAndAddressesLikeOptions) {
     done({"register", "-1", "a", "-2147483648", "b"});
     done({"register", "--", "5", "--json"});
-    EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n-2147483648,b\r\n-1,a\r\n5,--json\r\n");
+    EXPECT_EQ(done({"list", "--csv"}), "id,address\n-2147483648,b\n-1,a\n5,--json\n");
     done({"unregister", "-1", "5"});
-    EXPECT_EQ(done({"list", "--csv"}), "id,address\r\n-2147483648,b\r\n");
+    EXPECT_EQ(done({"list", "--csv"}), "id,address\n-2147483648,b\n");
 }
 
 TEST_F(QvhostClient, TakesAnyWordsAfterALoneDoubleDash) {
@@ -220,12 +219,11 @@ TEST_F(QvhostClient, ImportsEitherFormatFromAFileOrStandardInput) {
 TEST_F(QvhostClient, ImportsTheExample) {
     const std::string example = readFile(QVHOST_EXAMPLES_DIR "/services.csv");
     EXPECT_EQ(done({"import", QVHOST_EXAMPLES_DIR "/services.csv"}), "registered 19 services\n");
-    const std::string listing = done({"list", "--csv"});
-    EXPECT_EQ(std::regex_replace(listing, std::regex("\r"), ""), example);
+    EXPECT_EQ(done({"list", "--csv"}), example);
 }
 
 TEST_F(QvhostClient, LongestAddressArrivesWhole) {
-    const std::string csv = "id,address\r\n1," + std::string(4096, 'x') + "\r\n";
+    const std::string csv = "id,address\n1," + std::string(4096, 'x') + "\n";
     done({"import", "-"}, csv);
     EXPECT_TRUE(done({"export"}) == csv);
 }
@@ -246,9 +244,9 @@ TEST_F(QvhostClient, ImportOfAFileWithAMistakeRegistersNothing) {
 }
 
 std::string manyServices(int count) {
-    std::string csv = "id,address\r\n";
+    std::string csv = "id,address\n";
     for (int id = 1; id <= count; ++id) {
-        csv += std::to_string(id) + ",/run/" + std::to_string(id) + ".sock\r\n";
+        csv += std::to_string(id) + ",/run/" + std::to_string(id) + ".sock\n";
     }
     return csv;
 }
@@ -276,7 +274,7 @@ TEST_F(QvhostClient, ImportSaysHowFarItCame) {
     ASSERT_TRUE(narrow.start({"--max-message", "40000"}));
     std::string csv = manyServices(1000);
     for (int id = 5000; id < 5011; ++id) {
-        csv += std::to_string(id) + ',' + std::string(4096, 'x') + "\r\n";
+        csv += std::to_string(id) + ',' + std::string(4096, 'x') + "\n";
     }
     const ProgramOutcome outcome = program_.run({"import", "-", "--socket", narrow.socket()}, csv);
     EXPECT_EQ(outcome.status, 1);
@@ -287,7 +285,7 @@ TEST_F(QvhostClient, ImportSaysHowFarItCame) {
 TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
     done({"register", "1", "a", "2", "b"});
     EXPECT_EQ(done({"export", path("new/a.csv")}), "");
-    EXPECT_EQ(readFile(path("new/a.csv")), "id,address\r\n1,a\r\n2,b\r\n");
+    EXPECT_EQ(readFile(path("new/a.csv")), "id,address\n1,a\n2,b\n");
     EXPECT_EQ(tests::modeOf(path("new/a.csv")), 0600U);
     done({"export", path("a.json")});
     EXPECT_EQ(readFile(path("a.json")), done({"list", "--json"}));
@@ -331,14 +329,14 @@ TEST_F(QvhostClient, WatchWaitsForAHostThatGoesAway) {
     watching.setErrors(errors.path());
     done({"register", "1", "a"});
     watching.start(withSocket({"list", "--watch", "--interval", "0.01", "--csv"}));
-    watching.readUntil("1,a\r\n");
+    watching.readUntil("1,a\n");
     host_.signal(SIGTERM);
     EXPECT_EQ(host_.wait(), 0);
     EXPECT_THAT(errors.readUntil("\n"), EndsWith("; trying again\r\n"));
     ASSERT_TRUE(host_.start());
     EXPECT_THAT(errors.readUntil("\n"), "qvhost: connected again\r\n");
     done({"register", "2", "b"});
-    EXPECT_EQ(watching.readUntil("2,b\r\n"), "id,address\r\n1,a\r\n2,b\r\n");
+    EXPECT_EQ(watching.readUntil("2,b\n"), "id,address\n1,a\n2,b\n");
     watching.interrupt();
     EXPECT_EQ(watching.finish().status, 0);
 }

@@ -118,7 +118,7 @@ TEST_F(QvhostOffline, EmptyDirectoryIsSaidInWords) {
 TEST_F(QvhostOffline, PrintsTheSameFormatsAsTheHost) {
     EXPECT_EQ(list({"--json"}).out, "[]\n");
     tests::writeFile(file(), tests::documentOf({{5, "a,b"}, {6, "c"}}));
-    EXPECT_EQ(list({"--csv"}).out, "id,address\r\n5,\"a,b\"\r\n6,c\r\n");
+    EXPECT_EQ(list({"--csv"}).out, "id,address\n5,\"a,b\"\n6,c\n");
     EXPECT_EQ(json::parse(list({"--json"}).out),
               json::array({{{"id", 5}, {"address", "a,b"}}, {{"id", 6}, {"address", "c"}}}));
 }
