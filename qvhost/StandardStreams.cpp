@@ -39,7 +39,12 @@ void guardStandardStreams() {
 
 void writeOutput(std::FILE* out, std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), out) != text.size() || std::fflush(out) != 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+        const std::error_code error(errno, std::generic_category());
+        constexpr char kAttempt[] = "cannot write to standard output";
+        if (error == std::errc::broken_pipe) {
+            throw OutputClosed(error, kAttempt);
+        }
+        throw std::system_error(error, kAttempt);
     }
 }
 

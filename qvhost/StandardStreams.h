@@ -4,8 +4,15 @@
 
 #include <cstdio>
 #include <string_view>
+#include <system_error>
 
 namespace qv::host {
+
+// Tells that standard output is a pipe that nobody reads any more.
+class OutputClosed : public std::system_error {
+  public:
+    using std::system_error::system_error;
+};
 
 // Prepares the standard streams. Call first in main(). The next file to be opened would take a
 // descriptor 0, 1 or 2 that is closed, and a listing would be written into that file. This keeps
@@ -13,7 +20,8 @@ namespace qv::host {
 // limit of size, cause an error instead of a signal.
 void guardStandardStreams();
 
-// Writes the whole text and flushes it. Throws std::system_error if that fails.
+// Writes the whole text and flushes it. Throws OutputClosed if nobody reads it, and otherwise
+// std::system_error if that fails.
 void writeOutput(std::FILE* out, std::string_view text);
 
 // Writes a line to standard error: "qvhost: " and the message with its control characters escaped.

@@ -1,5 +1,6 @@
 // qvhost runs the naming service as a resident host and is a client of it. Each subcommand has a
 // file in cli/; the resident host is in server/.
+#include <csignal>
 #include <exception>
 #include <new>
 
@@ -7,6 +8,7 @@
 #include "cli/CommandLine.h"
 #include "cli/ExitStatus.h"
 #include "cli/InputError.h"
+#include "cli/Signals.h"
 #include "cli/Subcommands.h"
 #include "cli/UsageError.h"
 
@@ -34,6 +36,9 @@ int main(int argc, char** argv) {
     } catch (const InputError& error) {
         reportError(error.what());
         return kWrongUse;
+    } catch (const OutputClosed&) {
+        // A reader that has seen enough, such as head, is no failure that a person must know of.
+        endBySignal(SIGPIPE);
     } catch (const std::bad_alloc&) {
         reportError("out of memory");
         return kFailure;

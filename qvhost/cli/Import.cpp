@@ -14,6 +14,7 @@
 #include "cli/OptionValues.h"
 #include "cli/Progress.h"
 #include "cli/ServiceFile.h"
+#include "cli/Signals.h"
 #include "cli/Subcommands.h"
 #include "cli/TextFormat.h"
 
@@ -30,7 +31,9 @@ constexpr char kFooter[] =
     "or an address that is not UTF-8, qvhost names each place and registers nothing. A\n"
     "service that is registered already gets the new address. Services that the file does not\n"
     "name stay. If the host cannot write to its disk, qvhost says how many services are\n"
-    "registered but not kept, and exits with 1.\n"
+    "registered but not kept, and exits with 1. After Ctrl-C, qvhost waits for the answer to the\n"
+    "services that it has sent, up to 1000, and says how many are registered. The same import\n"
+    "may run again.\n"
     "\n"
     "  qvhost import services.csv\n"
     "  qvhost import - < services.json";
@@ -53,41 +56,49 @@ std::size_t batchSize(const std::vector<Service>& services, std::size_t first) {
     return count;
 }
 
-// The services that are registered although the host cannot keep them.
-struct NotKept {
-    std::size_t count = 0;
-    std::string reason;
+// How far an import has come.
+struct Imported {
+    std::size_t total = 0;
+    std::size_t done = 0;
+    std::size_t notKept = 0;  // of those that are done
+    std::string reason;       // why they are not kept
 };
 
-NotKept registerAll(std::vector<Service> services, client::Client& host) {
+// Says how many services are registered, for a message about an import that ends early.
+std::string extent(const Imported& imported) {
+    return fmt::format("{} of {} are registered{}", imported.done, imported.total,
+                       imported.notKept == 0 ? ""
+                                             : fmt::format(", {} of them are not kept: {}",
+                                                           imported.notKept, imported.reason));
+}
+
+// Registers the services, until the interruption.
+Imported registerAll(std::vector<Service> services, client::Client& host,
+                     const Interruption& interruption) {
     Progress progress(services.size());
-    NotKept notKept;
-    std::size_t done = 0;
-    while (done < services.size()) {
-        const std::size_t count = batchSize(services, done);
-        const auto first = services.begin() + static_cast<std::ptrdiff_t>(done);
+    Imported imported;
+    imported.total = services.size();
+    while (imported.done < imported.total && interruption.signal() == 0) {
+        const std::size_t count = batchSize(services, imported.done);
+        const auto first = services.begin() + static_cast<std::ptrdiff_t>(imported.done);
         const auto last = first + static_cast<std::ptrdiff_t>(count);
         try {
             client::ChangeResult result = host.registerServices(
                 {std::make_move_iterator(first), std::make_move_iterator(last)});
             if (!result.isKept) {
-                notKept.count += count;
-                notKept.reason = std::move(result.reason);
+                imported.notKept += count;
+                imported.reason = std::move(result.reason);
             }
         } catch (const client::Error& error) {
-            throw client::Error(
-                error.kind(), error.code(),
-                fmt::format("{}; {} of {} are registered{}", error.what(), done, services.size(),
-                            notKept.count == 0 ? ""
-                                               : fmt::format(", {} of them are not kept: {}",
-                                                             notKept.count, notKept.reason)));
+            throw client::Error(error.kind(), error.code(),
+                                fmt::format("{}; {}", error.what(), extent(imported)));
         }
-        done += count;
-        if (services.size() > kMostServices) {
-            progress.show(done);
+        imported.done += count;
+        if (imported.total > kMostServices) {
+            progress.show(imported.done);
         }
     }
-    return notKept;
+    return imported;
 }
 
 int importServices(const std::string& path, const std::string& format,
@@ -103,13 +114,18 @@ int importServices(const std::string& path, const std::string& format,
         return kWrongUse;
     }
     client::Client host = connectToHost(options);
-    const std::size_t count = read.services.size();
-    const NotKept notKept = registerAll(std::move(read.services), host);
-    writeOutput(stdout, fmt::format("registered {} service{}\n", count, count == 1 ? "" : "s"));
+    const Interruption interruption;
+    const Imported imported = registerAll(std::move(read.services), host, interruption);
+    if (interruption.signal() != 0) {
+        reportError("interrupted; " + extent(imported));
+        endBySignal(interruption.signal());
+    }
+    writeOutput(stdout, fmt::format("registered {} service{}\n", imported.total,
+                                    imported.total == 1 ? "" : "s"));
     return reportChange(
-        {notKept.count == 0, notKept.reason},
+        {imported.notKept == 0, imported.reason},
         fmt::format("{} of {} services are registered, but a restart of the host may lose them",
-                    notKept.count, count));
+                    imported.notKept, imported.total));
 }
 
 }  // namespace

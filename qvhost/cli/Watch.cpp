@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstdio>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -53,10 +52,7 @@ bool write(const std::vector<Service>& services, Format format) {
         }
         writeListing(services, format);
         return true;
-    } catch (const std::system_error& error) {
-        if (error.code() != std::errc::broken_pipe) {
-            throw;
-        }
+    } catch (const OutputClosed&) {
         return false;
     }
 }

@@ -4,8 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -126,6 +128,29 @@ TEST(QvhostAnswers, ImportThatFailsTellsWhatIsNotKept) {
     EXPECT_EQ(outcome.err,
               "qvhost: cannot register 500 services: the host refused: the disk is full; 2000 of "
               "2500 are registered, 1000 of them are not kept: the disk is full\n");
+}
+
+TEST(QvhostAnswers, ImportThatIsInterruptedSaysHowFarItCame) {
+    std::promise<void> received;
+    std::promise<void> interrupted;
+    const ScriptedServer server({[&](Peer& peer) {
+        const Request first = peer.receive();
+        received.set_value();
+        interrupted.get_future().wait();
+        peer.answer(QV_HOST_ERROR_NOT_KEPT, "the disk is full", first.number);
+        EXPECT_EQ(peer.receive().number, 0U);
+    }});
+    const TestFiles files;
+    ProgramRun program;
+    program.start({"--socket", server.path(), "import", files.write("a.csv", manyServices(2500))});
+    received.get_future().wait();
+    program.interrupt();
+    interrupted.set_value();
+    const ProgramOutcome outcome = program.finish();
+    EXPECT_EQ(outcome.status, 128 + SIGINT);
+    EXPECT_EQ(outcome.err,
+              "qvhost: interrupted; 1000 of 2500 are registered, 1000 of them are not kept: the "
+              "disk is full\n");
 }
 
 TEST(QvhostAnswers, RegistrationWaitsForTheFileIfToldTo) {
