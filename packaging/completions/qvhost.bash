@@ -3,19 +3,18 @@
 
 # Prints the options of a subcommand. Without a subcommand, prints those that may stand before one.
 _qvhost_options() {
-    local help='--help --version' plugin='--config-dir --plugin --log-dir'
+    local help='--help --version' plugin='--config-dir --plugin --log-dir' host='--socket --timeout'
     case $1 in
         serve) echo "$help $plugin --socket --threads --max-message --max-clients --max-memory" \
             "--idle-timeout --frame-timeout --stop-timeout --allow-user --allow-group" ;;
-        register) echo "$help --socket --sync" ;;
-        unregister | level | ping) echo "$help --socket" ;;
-        status) echo "$help --socket --json --timeout" ;;
-        sync) echo "$help --socket --timeout" ;;
-        list) echo "$help --config-dir --socket --json --csv --offline --watch --interval" ;;
-        import) echo "$help --socket --format" ;;
-        export) echo "$help --socket --format --replace" ;;
+        register) echo "$help $host --sync" ;;
+        unregister | level | ping | sync) echo "$help $host" ;;
+        status) echo "$help $host --json" ;;
+        list) echo "$help --config-dir $host --json --csv --offline --watch --interval" ;;
+        import) echo "$help $host --format" ;;
+        export) echo "$help $host --format --replace" ;;
         init | info) echo "$help $plugin --json" ;;
-        "") echo "$help $plugin --socket --json" ;;
+        "") echo "$help $plugin $host --json" ;;
     esac
 }
 

@@ -14,6 +14,7 @@
 #include "cli/OptionValues.h"
 #include "cli/Quotation.h"
 #include "cli/Suggestion.h"
+#include "cli/Times.h"
 #include "cli/UsageError.h"
 
 namespace qv::host {
@@ -146,7 +147,7 @@ std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
 CommandLine::CommandLine() : app_(kDescription, "qvhost") {
     app_.footer(kFooter);
     app_.require_subcommand(1);
-    addShared(app_, kConfigurationOption | kPluginOptions | kSocketOption | kJsonOption);
+    addShared(app_, kConfigurationOption | kPluginOptions | kHostOptions | kJsonOption);
 }
 
 // Adds shared options to the program or to one of its subcommands. Both get them, so that either
@@ -175,6 +176,13 @@ void CommandLine::addShared(CLI::App& app, unsigned shared) {
                        "The resident host's socket, instead of the default")
             ->type_name("PATH")
             ->check(notEmpty());
+    }
+    if ((shared & kTimeoutOption) != 0) {
+        constexpr double kShortest = 0.001;
+        app.add_option("--timeout", options_.timeout,
+                       "How many seconds the host may take to answer; 30 when not given")
+            ->type_name("SECONDS")
+            ->check(isTime(kShortest));
     }
     if ((shared & kJsonOption) != 0) {
         app.add_flag("--json", options_.json, "Print JSON instead of a table");

@@ -22,6 +22,7 @@ struct CommonOptions {
     std::string configDirectory;
     std::string logDirectory;
     std::string socket;
+    std::string timeout;  // empty if it is not given
     bool json = false;
 };
 
@@ -32,7 +33,11 @@ class CommandLine {
         kConfigurationOption = 1,  // --config-dir
         kPluginOptions = 2,        // --plugin, --log-dir
         kSocketOption = 4,
-        kJsonOption = 8,
+        kTimeoutOption = 8,
+        kJsonOption = 16,
+
+        // Of those that ask the resident host.
+        kHostOptions = kSocketOption | kTimeoutOption,
     };
 
     CommandLine();

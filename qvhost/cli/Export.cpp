@@ -81,7 +81,7 @@ int exportServices(const ExportOptions& own, const CommonOptions& options) {
 void addExport(CommandLine& line) {
     const auto own = std::make_shared<ExportOptions>();
     CLI::App& subcommand = line.add(
-        "export", "Write the directory of services to a file", kFooter, CommandLine::kSocketOption,
+        "export", "Write the directory of services to a file", kFooter, CommandLine::kHostOptions,
         [own, &options = line.options()] { return exportServices(*own, options); });
     subcommand.add_option("FILE", own->path, "The file. The default, and -, is standard output")
         ->type_name("")

@@ -4,6 +4,7 @@
 
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
+#include "cli/Times.h"
 
 namespace qv::host {
 
@@ -11,9 +12,11 @@ std::string socketPath(const CommonOptions& options) {
     return options.socket.empty() ? client::defaultSocketPath() : options.socket;
 }
 
-client::Client connectToHost(const CommonOptions& options, std::chrono::milliseconds timeout) {
+client::Client connectToHost(const CommonOptions& options) {
     try {
-        return client::Client(socketPath(options), timeout);
+        return client::Client(socketPath(options), options.timeout.empty()
+                                                       ? client::kDefaultTimeout
+                                                       : milliseconds(options.timeout));
     } catch (const client::Error& error) {
         const bool isAbsent = error.kind() == client::Error::Kind::CannotConnect &&
                               (error.code() == ENOENT || error.code() == ECONNREFUSED);

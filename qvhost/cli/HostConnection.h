@@ -4,7 +4,6 @@
 
 #include <QvClient.h>
 
-#include <chrono>
 #include <string>
 
 #include "cli/CommandLine.h"
@@ -14,8 +13,7 @@ namespace qv::host {
 std::string socketPath(const CommonOptions& options);
 
 // Throws client::Error, which tells what to do if no host is there.
-client::Client connectToHost(const CommonOptions& options,
-                             std::chrono::milliseconds timeout = client::kDefaultTimeout);
+client::Client connectToHost(const CommonOptions& options);
 
 // Says on standard error that the host has made a change but cannot keep it. `effect` says what the
 // change has done and what a restart may do. Does nothing if the change is kept. Returns the exit

@@ -134,7 +134,7 @@ void addImport(CommandLine& line) {
     const auto path = std::make_shared<std::string>();
     const auto format = std::make_shared<std::string>();
     CLI::App& subcommand =
-        line.add("import", "Register the services of a file", kFooter, CommandLine::kSocketOption,
+        line.add("import", "Register the services of a file", kFooter, CommandLine::kHostOptions,
                  [path, format, &options = line.options()] {
                      return importServices(*path, *format, options);
                  });

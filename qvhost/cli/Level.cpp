@@ -22,7 +22,7 @@ constexpr char kFooter[] =
 void addLevel(CommandLine& line) {
     const auto level = std::make_shared<std::string>();
     line.add("level", "Set the debug level of the plug-in's log", kFooter,
-             CommandLine::kSocketOption,
+             CommandLine::kHostOptions,
              [level, &options = line.options()] {
                  const int32_t number = parseLevel(*level);
                  connectToHost(options).setDebugLevel(number);

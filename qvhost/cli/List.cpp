@@ -46,9 +46,10 @@ int list(const ListOptions& own, const CommonOptions& common) {
     }
     const Format format = own.csv ? Format::Csv : common.json ? Format::Json : Format::Table;
     if (own.offline) {
-        if (!common.socket.empty() || own.watch) {
+        if (!common.socket.empty() || !common.timeout.empty() || own.watch) {
             throw UsageError(
-                "--offline asks no resident host, so --socket and --watch cannot stand with it");
+                "--offline asks no resident host, so --socket, --timeout and --watch cannot stand "
+                "with it");
         }
         const StoredFile::Contents listing =
             StoredFile(configurationFile(common.configDirectory)).read();
@@ -74,7 +75,7 @@ void addList(CommandLine& line) {
     const auto own = std::make_shared<ListOptions>();
     CLI::App& subcommand = line.add(
         "list", "Print the directory of services", kFooter,
-        CommandLine::kConfigurationOption | CommandLine::kSocketOption | CommandLine::kJsonOption,
+        CommandLine::kConfigurationOption | CommandLine::kHostOptions | CommandLine::kJsonOption,
         [own, &options = line.options()] { return list(*own, options); });
     subcommand.add_flag("--csv", own->csv, "Print CSV instead of a table");
     subcommand.add_flag("--offline", own->offline,

@@ -33,7 +33,7 @@ int ping(const CommonOptions& options) {
 }  // namespace
 
 void addPing(CommandLine& line) {
-    line.add("ping", "Check that the resident host answers", kFooter, CommandLine::kSocketOption,
+    line.add("ping", "Check that the resident host answers", kFooter, CommandLine::kHostOptions,
              [&options = line.options()] { return ping(options); });
 }
 

@@ -82,7 +82,7 @@ void addRegister(CommandLine& line) {
     const auto sync = std::make_shared<bool>(false);
     CLI::App& subcommand =
         line.add("register", "Bind addresses to identifiers", kRegisterFooter,
-                 CommandLine::kSocketOption, [words, sync, &options = line.options()] {
+                 CommandLine::kHostOptions, [words, sync, &options = line.options()] {
                      return registerServices(*words, *sync, options);
                  });
     subcommand.add_option("ID-ADDRESS", *words, "Identifiers, each followed by its address")
@@ -93,7 +93,7 @@ void addRegister(CommandLine& line) {
 
 void addUnregister(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    line.add("unregister", "Remove services", kUnregisterFooter, CommandLine::kSocketOption,
+    line.add("unregister", "Remove services", kUnregisterFooter, CommandLine::kHostOptions,
              [words, &options = line.options()] { return unregisterServices(*words, options); })
         .add_option("ID", *words, "The services' identifiers")
         ->type_name("")

@@ -1,13 +1,10 @@
 #include <cstdio>
-#include <memory>
-#include <string>
 
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/StatusOutput.h"
 #include "cli/Subcommands.h"
-#include "cli/Times.h"
 
 namespace qv::host {
 
@@ -24,8 +21,8 @@ constexpr char kFooter[] =
     "\n"
     "  qvhost status --timeout 5";
 
-int showStatus(const std::string& timeout, const CommonOptions& options) {
-    const client::HostStatus status = connectToHost(options, milliseconds(timeout)).status();
+int showStatus(const CommonOptions& options) {
+    const client::HostStatus status = connectToHost(options).status();
     writeOutput(stdout, formatStatus(status, options.json ? Format::Json : Format::Table));
     return status.isKept ? kSuccess : kFailure;
 }
@@ -33,12 +30,9 @@ int showStatus(const std::string& timeout, const CommonOptions& options) {
 }  // namespace
 
 void addStatus(CommandLine& line) {
-    const auto timeout = std::make_shared<std::string>("30");
-    CLI::App& subcommand =
-        line.add("status", "Show the state of the resident host", kFooter,
-                 CommandLine::kSocketOption | CommandLine::kJsonOption,
-                 [timeout, &options = line.options()] { return showStatus(*timeout, options); });
-    addTimeoutOption(subcommand, *timeout);
+    line.add("status", "Show the state of the resident host", kFooter,
+             CommandLine::kHostOptions | CommandLine::kJsonOption,
+             [&options = line.options()] { return showStatus(options); });
 }
 
 }  // namespace qv::host

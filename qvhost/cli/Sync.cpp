@@ -1,10 +1,6 @@
-#include <memory>
-#include <string>
-
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/Subcommands.h"
-#include "cli/Times.h"
 
 namespace qv::host {
 
@@ -20,14 +16,11 @@ constexpr char kFooter[] =
 }  // namespace
 
 void addSync(CommandLine& line) {
-    const auto timeout = std::make_shared<std::string>("30");
-    CLI::App& subcommand =
-        line.add("sync", "Wait until the plug-in's file holds the directory", kFooter,
-                 CommandLine::kSocketOption, [timeout, &options = line.options()] {
-                     connectToHost(options, milliseconds(*timeout)).sync();
-                     return int{kSuccess};
-                 });
-    addTimeoutOption(subcommand, *timeout);
+    line.add("sync", "Wait until the plug-in's file holds the directory", kFooter,
+             CommandLine::kHostOptions, [&options = line.options()] {
+                 connectToHost(options).sync();
+                 return int{kSuccess};
+             });
 }
 
 }  // namespace qv::host

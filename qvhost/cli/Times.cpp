@@ -34,12 +34,4 @@ std::chrono::milliseconds milliseconds(const std::string& seconds) {
         static_cast<int64_t>(std::ceil(std::strtod(seconds.c_str(), nullptr) * 1000)));
 }
 
-void addTimeoutOption(CLI::App& subcommand, std::string& text) {
-    constexpr double kShortest = 0.001;
-    subcommand.add_option("--timeout", text, "How many seconds the host may take to answer")
-        ->type_name("SECONDS")
-        ->check(isTime(kShortest))
-        ->capture_default_str();
-}
-
 }  // namespace qv::host

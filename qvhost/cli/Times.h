@@ -14,10 +14,6 @@ CLI::Validator isTime(double shortest);
 // Returns the time that isTime() has accepted, rounded up, because 0 stands for no bound.
 std::chrono::milliseconds milliseconds(const std::string& seconds);
 
-// Adds the option --timeout of a subcommand that asks the resident host once. `text` has the time
-// that holds without the option.
-void addTimeoutOption(CLI::App& subcommand, std::string& text);
-
 }  // namespace qv::host
 
 #endif  // QVHOST_CLI_TIMES_H

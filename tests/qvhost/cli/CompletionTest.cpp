@@ -98,7 +98,7 @@ Words completed(const std::string& words) {
 TEST(HelpOfQvhost, HasTheFormThatTheseTestsRead) {
     EXPECT_THAT(subcommandNames(), Contains("serve"));
     EXPECT_THAT(subcommandNames(), Contains("info"));
-    EXPECT_EQ(optionsOf({"ping"}), (Words{"--help", "--version", "--socket"}));
+    EXPECT_EQ(optionsOf({"ping"}), (Words{"--help", "--version", "--socket", "--timeout"}));
 }
 
 TEST(BashCompletion, KnowsEverySubcommand) {
@@ -154,7 +154,7 @@ Words zshOptions(const std::string& script, const std::string& subcommand) {
     }
     std::string text = script.substr(start, script.find(";;", start) - start);
     for (const char* group :
-         {"help", "configuration", "plugin", "host", "json", "format", "timeout"}) {
+         {"help", "configuration", "plugin", "host", "socket", "json", "format"}) {
         if (text.find(std::string("$") + group) != std::string::npos) {
             const std::size_t place = script.find(std::string("\n    ") + group + "=(");
             const std::size_t lineEnd = script.find('\n', place + 1);

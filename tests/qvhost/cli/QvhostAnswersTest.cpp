@@ -225,12 +225,22 @@ TEST(QvhostAnswers, StatusFailsIfTheDirectoryIsNotKept) {
     EXPECT_EQ(status.at("notKeptReason"), "the disk is full");
 }
 
-TEST(QvhostAnswers, StatusFailsIfTheHostDoesNotAnswerInTime) {
-    for (const char* subcommand : {"status", "sync"}) {
+TEST(QvhostAnswers, EveryCommandBoundsTheTimeOfTheHost) {
+    for (const Arguments& arguments : std::vector<Arguments>{{"status"},
+                                                             {"sync"},
+                                                             {"ping"},
+                                                             {"list"},
+                                                             {"export"},
+                                                             {"register", "1", "a"},
+                                                             {"unregister", "1"},
+                                                             {"level", "1"},
+                                                             {"import", "-"}}) {
+        Arguments bounded = {"--timeout", "0.02"};
+        bounded.insert(bounded.end(), arguments.begin(), arguments.end());
         const ProgramOutcome outcome =
-            runWith([](Peer& peer) { peer.waitForEnd(); }, {subcommand, "--timeout", "0.02"});
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_EQ(outcome.out, "");
+            runWith([](Peer& peer) { peer.waitForEnd(); }, bounded, "id,address\n1,a\n");
+        EXPECT_EQ(outcome.status, 1) << arguments.front();
+        EXPECT_EQ(outcome.out, "") << arguments.front();
         EXPECT_THAT(outcome.err, HasSubstr("the host did not answer in time"));
     }
 }

@@ -113,7 +113,7 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"--config-dir", "d", "register", "1", "a"}, "register takes no --config-dir"},
         {{"--json", "ping"}, "ping takes no --json"},
         {{"info"}, "info takes no --socket"},
-        {{"register", "--timeout", "1", "1", "a"}, "--timeout"},
+        {{"serve", "--timeout", "1"}, "unknown option '--timeout'"},
         {{"status", "--timeout", "0"}, "a number of seconds from 0.001 to 1000000 is needed"},
         {{"status", "--timeout", "soon"}, "a number of seconds"},
         {{"status", "--timeout", ""}, "a number of seconds"},

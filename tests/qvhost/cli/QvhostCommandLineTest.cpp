@@ -28,6 +28,7 @@ TEST(QvhostCommandLine, WrongUseExitsWithTwoAndRunsNothing) {
         {"list", "more"},
         {"--plugin"},
         {"list", "info"},
+        {"list", "--offline", "--timeout", "1"},
         {"init", "x"},
         {"info", "-x"},
         {"run"},
