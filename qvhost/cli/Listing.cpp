@@ -1,8 +1,11 @@
 #include "cli/Listing.h"
 
+#include <QvSystem/Utf8.h>
 #include <QvText.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -21,6 +24,38 @@ bool hasColours() {
            std::string_view(terminal) != "dumb";
 }
 
+// Returns the width of the terminal in characters, or 0 if the terminal does not tell.
+std::size_t terminalWidth() {
+    winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+// Returns the line, or the beginning of a long one and an ellipsis.
+std::string fitted(std::string_view line, std::size_t width) {
+    std::size_t length = 0;
+    std::size_t fitting = 0;  // bytes that leave a place for the ellipsis
+    for (std::size_t count = 0; length < line.size(); ++count) {
+        if (count + 1 == width) {
+            fitting = length;
+        }
+        if (count == width) {
+            return std::string(line.substr(0, fitting)) + "\xe2\x80\xa6";
+        }
+        length += system::firstCharacter(line.substr(length)).length;
+    }
+    return std::string(line);
+}
+
+std::string fittedLines(std::string_view text, std::size_t width) {
+    std::string lines;
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        lines += fitted(text.substr(0, end), width) + '\n';
+        text.remove_prefix(end + 1);
+    }
+    return lines;
+}
+
 std::string formatForTerminal(std::vector<Service> services, Format format) {
     if (format == Format::Csv) {
         for (Service& service : services) {
@@ -28,6 +63,10 @@ std::string formatForTerminal(std::vector<Service> services, Format format) {
         }
     }
     std::string listing = formatServices(services, format);
+    const std::size_t width = terminalWidth();
+    if (format == Format::Table && width > 0) {
+        listing = fittedLines(listing, width);
+    }
     if (format == Format::Table && !services.empty() && hasColours()) {
         listing.insert(listing.find('\n'), "\x1b[0m");
         listing.insert(0, "\x1b[1m");

@@ -12,8 +12,8 @@ namespace qv::host {
 bool isTerminal(int descriptor);
 
 // Prints the services as formatServices() returns them. On a terminal, a table has a bold heading
-// unless NO_COLOR in the environment is set, and CSV shows control characters escaped. Throws
-// std::system_error.
+// unless NO_COLOR in the environment is set, a line of a table is cut at the width of the terminal,
+// and CSV shows control characters escaped. Throws std::system_error.
 void writeListing(const std::vector<Service>& services, Format format);
 
 }  // namespace qv::host

@@ -1,6 +1,7 @@
 #include "qvhost/PseudoTerminal.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +24,14 @@ PseudoTerminal::PseudoTerminal() : screen_(::posix_openpt(O_RDWR | O_NOCTTY | O_
 PseudoTerminal::~PseudoTerminal() {
     ::close(kept_);
     ::close(screen_);
+}
+
+void PseudoTerminal::setWidth(unsigned short columns) const {
+    winsize size = {};
+    size.ws_col = columns;
+    if (::ioctl(screen_, TIOCSWINSZ, &size) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot set the terminal's width");
+    }
 }
 
 std::string PseudoTerminal::readUntil(const std::string& text) const {

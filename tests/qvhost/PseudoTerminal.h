@@ -18,6 +18,9 @@ class PseudoTerminal {
     // Returns the file that a program opens to write to the terminal.
     const std::string& path() const { return path_; }
 
+    // Sets how many characters a line has. At first the terminal does not tell.
+    void setWidth(unsigned short columns) const;
+
     // Returns what was written to the terminal up to `text`.
     std::string readUntil(const std::string& text) const;
 
