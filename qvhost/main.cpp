@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
         addServe(line);
         addRegister(line);
         addUnregister(line);
+        addRun(line);
         addList(line);
         addLevel(line);
         addImport(line);

@@ -8,7 +8,7 @@ _qvhost_options() {
         serve) echo "$help $plugin --socket --threads --max-message --max-clients --max-memory" \
             "--idle-timeout --frame-timeout --stop-timeout --allow-user --allow-group" ;;
         register) echo "$help $host --sync" ;;
-        unregister | level | ping | sync) echo "$help $host" ;;
+        unregister | run | level | ping | sync) echo "$help $host" ;;
         status) echo "$help $host --json" ;;
         list) echo "$help --config-dir $host --json --csv --offline --watch --interval" ;;
         import) echo "$help $host --format" ;;
@@ -33,7 +33,7 @@ _qvhost_value() {
 }
 
 _qvhost() {
-    local subcommands='serve register unregister list level import export ping status sync init info'
+    local subcommands='serve register unregister run list level import export ping status sync init info'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local subcommand='' word position values
     COMPREPLY=()

@@ -16,6 +16,7 @@ void addServe(CommandLine& line);
 // These ask the resident host. List can also read the configuration file.
 void addRegister(CommandLine& line);
 void addUnregister(CommandLine& line);
+void addRun(CommandLine& line);
 void addList(CommandLine& line);
 void addLevel(CommandLine& line);
 void addImport(CommandLine& line);

@@ -186,8 +186,8 @@ std::string ProgramRun::readUntil(const std::string& text) const {
     return output;
 }
 
-void ProgramRun::interrupt() const {
-    check(kill(child_, SIGINT) == 0, "cannot interrupt the program");
+void ProgramRun::signal(int number) const {
+    check(kill(child_, number) == 0, "cannot send the program a signal");
 }
 
 void ProgramRun::closeOutput() {

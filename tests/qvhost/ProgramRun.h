@@ -64,7 +64,7 @@ class ProgramRun {
     // Reads output until `text` appears or the output ends. Returns what was read.
     std::string readUntil(const std::string& text) const;
     void closeOutput();
-    void interrupt() const;
+    void signal(int number) const;
     // Ends the input and waits for the program.
     ProgramOutcome finish();
 

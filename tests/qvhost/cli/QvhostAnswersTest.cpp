@@ -70,18 +70,18 @@ TEST(QvhostAnswers, ExportLosesNoBytesUntold) {
 }
 
 TEST(QvhostAnswers, ChangeThatIsNotKeptIsToldAndFails) {
-    const ScriptedServer::Script script = answering(QV_HOST_ERROR_NOT_KEPT, "the disk\nis full");
+    const ScriptedServer::Script script = answering(QV_HOST_ERROR_NOT_KEPT, "the disk is full");
     const ProgramOutcome registered = runWith(script, {"register", "1", "a"});
     EXPECT_EQ(registered.status, 1);
     EXPECT_EQ(registered.out, "");
     EXPECT_EQ(registered.err,
-              "qvhost: not kept: the disk\\nis full; the services are registered, but a restart of "
+              "qvhost: not kept: the disk is full; the services are registered, but a restart of "
               "the host may lose them\n");
     const ProgramOutcome removed = runWith(script, {"unregister", "1"});
     EXPECT_EQ(removed.status, 1);
     EXPECT_EQ(
         removed.err,
-        "qvhost: not kept: the disk\\nis full; the services are removed, but a restart of the "
+        "qvhost: not kept: the disk is full; the services are removed, but a restart of the "
         "host may bring them back\n");
 }
 
@@ -144,7 +144,7 @@ TEST(QvhostAnswers, ImportThatIsInterruptedSaysHowFarItCame) {
     ProgramRun program;
     program.start({"--socket", server.path(), "import", files.write("a.csv", manyServices(2500))});
     received.get_future().wait();
-    program.interrupt();
+    program.signal(SIGINT);
     interrupted.set_value();
     const ProgramOutcome outcome = program.finish();
     EXPECT_EQ(outcome.status, 128 + SIGINT);

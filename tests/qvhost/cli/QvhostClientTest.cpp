@@ -1,58 +1,25 @@
-#include <QvClient.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "qvhost/HostProcess.h"
-#include "qvhost/ProgramRun.h"
 #include "qvhost/PseudoTerminal.h"
+#include "qvhost/cli/QvhostClient.h"
 #include "support/FileModes.h"
 
 namespace qv::host {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
-using Arguments = std::vector<std::string>;
-
-// Runs the program as a client of a host of its own.
-class QvhostClient : public testing::Test {
-  protected:
-    void SetUp() override { ASSERT_TRUE(host_.start()) << host_.errors(); }
-
-    Arguments withSocket(Arguments arguments) const {
-        arguments.insert(arguments.begin(), {"--socket", host_.socket()});
-        return arguments;
-    }
-
-    ProgramOutcome run(const Arguments& arguments, const std::string& input = "") {
-        return program_.run(withSocket(arguments), input);
-    }
-
-    // Expects success and nothing on standard error. Returns the output.
-    std::string done(const Arguments& arguments, const std::string& input = "") {
-        const ProgramOutcome outcome = run(arguments, input);
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.err, "");
-        return outcome.out;
-    }
-
-    std::string path(const std::string& name) const { return program_.files().path(name); }
-
-    HostProcess host_;
-    ProgramRun program_;
-};
 
 TEST_F(QvhostClient, RegistersListsAndUnregisters) {
     EXPECT_EQ(done({"list"}), "no services\n");
@@ -307,7 +274,7 @@ TEST_F(QvhostClient, WatchPrintsEachDirectoryOnce) {
     EXPECT_EQ(watching.readUntil("a\n"), "ID  ADDRESS\n 1  a\n");
     done({"register", "1", "b"});
     EXPECT_EQ(watching.readUntil("b\n"), "ID  ADDRESS\n 1  b\n");
-    watching.interrupt();
+    watching.signal(SIGINT);
     const ProgramOutcome outcome = watching.finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
@@ -337,7 +304,7 @@ TEST_F(QvhostClient, WatchWaitsForAHostThatGoesAway) {
     EXPECT_THAT(errors.readUntil("\n"), "qvhost: connected again\r\n");
     done({"register", "2", "b"});
     EXPECT_EQ(watching.readUntil("2,b\n"), "id,address\n1,a\n2,b\n");
-    watching.interrupt();
+    watching.signal(SIGINT);
     EXPECT_EQ(watching.finish().status, 0);
 }
 
@@ -349,7 +316,7 @@ TEST_F(QvhostClient, WatchDrawsATerminalAnew) {
     ProgramRun other;
     EXPECT_EQ(other.run(withSocket({"register", "1", "a"})).status, 0);
     EXPECT_EQ(terminal.readUntil("a\r\n"), "\x1b[H\x1b[2JID  ADDRESS\r\n 1  a\r\n");
-    program_.interrupt();
+    program_.signal(SIGINT);
     EXPECT_EQ(program_.finish().status, 0);
 }
 

@@ -32,6 +32,7 @@ TEST(QvhostCommandLine, WrongUseExitsWithTwoAndRunsNothing) {
         {"init", "x"},
         {"info", "-x"},
         {"run"},
+        {"wake"},
         {"--log-dir="},
     };
     for (const std::vector<std::string>& arguments : wrong) {

@@ -121,7 +121,7 @@ TEST(QvhostInit, InterruptionLeavesAWholeFileOrNothing) {
         const std::string directory = program.files().path("new");
         program.start({"init", "--config-dir", directory});
         usleep(delay);
-        program.interrupt();
+        program.signal(SIGINT);
         program.finish();
         if (fs::exists(directory)) {
             EXPECT_EQ(readFile(directory + kName), readFile(whole.configuration()));
