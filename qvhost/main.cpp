@@ -21,6 +21,9 @@ int main(int argc, char** argv) {
         addRegister(line);
         addUnregister(line);
         addRun(line);
+        addGet(line);
+        addWait(line);
+        addWatch(line);
         addList(line);
         addLevel(line);
         addImport(line);

@@ -8,9 +8,9 @@ _qvhost_options() {
         serve) echo "$help $plugin --socket --threads --max-message --max-clients --max-memory" \
             "--idle-timeout --frame-timeout --stop-timeout --allow-user --allow-group" ;;
         register) echo "$help $host --sync" ;;
-        unregister | run | level | ping | sync) echo "$help $host" ;;
-        status) echo "$help $host --json" ;;
-        list) echo "$help --config-dir $host --json --csv --offline --watch --interval" ;;
+        unregister | run | get | wait | level | ping | sync) echo "$help $host" ;;
+        status | watch) echo "$help $host --json" ;;
+        list) echo "$help --config-dir $host --json --csv --offline --match" ;;
         import) echo "$help $host --format" ;;
         export) echo "$help $host --format --replace" ;;
         init | info) echo "$help $plugin --json" ;;
@@ -27,13 +27,28 @@ _qvhost_value() {
         --allow-user) compgen -u -- "$2" ;;
         --allow-group) compgen -g -- "$2" ;;
         --threads | --max-message | --max-clients | --max-memory | --idle-timeout | \
-            --frame-timeout | --stop-timeout | --interval | --timeout) ;;
+            --frame-timeout | --stop-timeout | --timeout | --match) ;;
         *) return 1 ;;
     esac
 }
 
+# Prints the registered identifiers. Asks the host that the command line names.
+_qvhost_identifiers() {
+    local -a named
+    local position
+    for ((position = 1; position < COMP_CWORD; ++position)); do
+        case ${COMP_WORDS[position]} in
+            --socket)
+                named=(--socket "${COMP_WORDS[position + 1]}")
+                [ "${named[1]}" = = ] && named[1]=${COMP_WORDS[position + 2]}
+                ;;
+        esac
+    done
+    "${COMP_WORDS[0]}" "${named[@]}" list --json --timeout 1 2>/dev/null | grep -o '{"id":[-0-9]*' | cut -d : -f 2
+}
+
 _qvhost() {
-    local subcommands='serve register unregister run list level import export ping status sync init info'
+    local subcommands='serve register unregister run get wait watch list level import export ping status sync init info'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local subcommand='' word position values
     COMPREPLY=()
@@ -60,12 +75,13 @@ _qvhost() {
 
     if values=$(_qvhost_value "$previous" "$current"); then
         :
-    elif [ "${current#-}" != "$current" ]; then
+    elif [ "${current#-}" != "$current" ] && [ "${current#-[0-9]}" = "$current" ]; then
         values=$(compgen -W "$(_qvhost_options "$subcommand")" -- "$current")
     else
         case $subcommand in
             "") values=$(compgen -W "$subcommands" -- "$current") ;;
             level) values=$(compgen -W '0 1 2 3 4 5 6 7' -- "$current") ;;
+            get | wait | watch | unregister) values=$(compgen -W "$(_qvhost_identifiers)" -- "$current") ;;
             import | export) values=$(compgen -f -- "$current") ;;
         esac
     fi

@@ -1,14 +1,18 @@
-#include <chrono>
+#include <fnmatch.h>
+
+#include <algorithm>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "StandardStreams.h"
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/HostPaths.h"
 #include "cli/Listing.h"
+#include "cli/OptionValues.h"
 #include "cli/Subcommands.h"
 #include "cli/UsageError.h"
-#include "cli/Watch.h"
 #include "server/StoredFile.h"
 
 namespace qv::host {
@@ -28,17 +32,32 @@ constexpr char kFooter[] =
     "\n"
     "  [{\"id\":1,\"address\":\"/run/a.sock\"},{\"id\":2,\"address\":\"tcp://127.0.0.1:9000\"}]\n"
     "\n"
-    "With --watch, prints the directory again whenever it has changed. A terminal shows only\n"
-    "the latest. If the host goes away, waits until it is back. Ctrl-C ends qvhost:\n"
+    "With --match, prints only the services whose address as a whole fits the pattern. As in a\n"
+    "shell, * stands for any characters, ? for one, and [...] for one of those in brackets. They\n"
+    "stand for a slash and for a leading dot as well:\n"
     "\n"
-    "  qvhost list --watch --interval 0.5";
+    "  qvhost list --match 'tcp://*'\n"
+    "\n"
+    "`qvhost watch` prints each change.";
 
 struct ListOptions {
     bool offline = false;
     bool csv = false;
-    bool watch = false;
-    double interval = 2;
+    std::string match;
 };
+
+// Returns the services whose address fits the pattern, or all if there is none.
+std::vector<Service> fitting(std::vector<Service> services, const std::string& pattern) {
+    if (!pattern.empty()) {
+        services.erase(std::remove_if(services.begin(), services.end(),
+                                      [&](const Service& service) {
+                                          return fnmatch(pattern.c_str(), service.address.c_str(),
+                                                         0) != 0;
+                                      }),
+                       services.end());
+    }
+    return services;
+}
 
 int list(const ListOptions& own, const CommonOptions& common) {
     if (own.csv && common.json) {
@@ -46,26 +65,20 @@ int list(const ListOptions& own, const CommonOptions& common) {
     }
     const Format format = own.csv ? Format::Csv : common.json ? Format::Json : Format::Table;
     if (own.offline) {
-        if (!common.socket.empty() || !common.timeout.empty() || own.watch) {
+        if (!common.socket.empty() || !common.timeout.empty()) {
             throw UsageError(
-                "--offline asks no resident host, so --socket, --timeout and --watch cannot stand "
-                "with it");
+                "--offline asks no resident host, so --socket and --timeout cannot stand with it");
         }
         const StoredFile::Contents listing =
             StoredFile(configurationFile(common.configDirectory)).read();
         reportError(listing.source);
-        writeListing(listing.services, format);
+        writeListing(fitting(listing.services, own.match), format);
         return kSuccess;
     }
     if (!common.configDirectory.empty()) {
         throw UsageError("list asks the resident host; --config-dir needs --offline");
     }
-    if (own.watch) {
-        watchServices(common, format,
-                      std::chrono::milliseconds(static_cast<int>(own.interval * 1000)));
-    } else {
-        writeListing(connectToHost(common).services(), format);
-    }
+    writeListing(fitting(connectToHost(common).services(), own.match), format);
     return kSuccess;
 }
 
@@ -80,16 +93,10 @@ void addList(CommandLine& line) {
     subcommand.add_flag("--csv", own->csv, "Print CSV instead of a table");
     subcommand.add_flag("--offline", own->offline,
                         "Read the configuration file instead of asking the host");
-    CLI::Option* const watch =
-        subcommand.add_flag("--watch", own->watch, "Print the directory whenever it has changed");
-    constexpr double kShortest = 0.01;
-    constexpr double kLongest = 86400;
     subcommand
-        .add_option("--interval", own->interval,
-                    "How often --watch looks, 0.01 to 86400; 2 when not given")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(kShortest, kLongest).description(""))
-        ->needs(watch);
+        .add_option("--match", own->match, "Print only services whose address fits the pattern")
+        ->type_name("GLOB")
+        ->check(notEmpty());
 }
 
 }  // namespace qv::host

@@ -40,7 +40,7 @@ constexpr char kFooter[] =
     "\n"
     "SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1 and SIGUSR2 go on to the command.\n"
     "\n"
-    "  qvhost run 7 /run/a.sock -- my-server --socket /run/a.sock";
+    "  qvhost run 7 /run/a.sock -- my-server /run/a.sock";
 
 constexpr int kCannotRun = 126;
 constexpr int kNoSuchCommand = 127;

@@ -37,6 +37,9 @@ constexpr Name kCommands[] = {
     {QV_HOST_COMMAND_STATUS, "status", "status"},
     {QV_HOST_COMMAND_SYNC, "sync", "sync"},
     {QV_COMMAND_SET_DEBUG_LEVEL, "level", "level"},
+    {QV_HOST_COMMAND_HELLO, "hello", "hello"},
+    {QV_HOST_COMMAND_FIND, "find", "find"},
+    {QV_HOST_COMMAND_SUBSCRIBE, "subscribe", "subscribe"},
     {QV_COMMAND_REGISTER_SERVICES, "register", "register"},
     {QV_COMMAND_UNREGISTER_SERVICES, "unregister", "unregister"},
     {QV_COMMAND_GET_SERVICES, "list", "list"},
@@ -56,6 +59,7 @@ constexpr Name kResults[] = {
     {QV_HOST_ERROR_NOT_KEPT, "notKept", "not kept"},
     {QV_HOST_ERROR_FILE, "fileBehind", "file behind"},
     {QV_HOST_ERROR_PRIVILEGE, "notPrivileged", "not privileged"},
+    {QV_HOST_ERROR_SUBSCRIBED, "subscribed", "subscribed already"},
 };
 
 template <typename Names>

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "qvhost/HostProcess.h"
 #include "qvhost/ProgramRun.h"
 
 namespace qv::host {
@@ -75,8 +76,9 @@ Words subcommandNames() {
 }
 
 // Returns the completions of the last word.
-Words completed(const std::string& words) {
-    const std::string script = std::string("source ") + kBash + "; COMP_WORDS=(qvhost " + words +
+Words completed(const std::string& words, const std::string& program = "qvhost") {
+    const std::string script = std::string("source ") + kBash + "; COMP_WORDS=(" + program + ' ' +
+                               words +
                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _qvhost;"
                                " printf '%s\\n' \"${COMPREPLY[@]}\"";
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(
@@ -115,7 +117,7 @@ TEST(BashCompletion, KnowsEveryOptionOfEverySubcommand) {
         EXPECT_EQ(completed("--json " + subcommand + " --socket x --"), optionsOf({subcommand}))
             << subcommand;
     }
-    EXPECT_THAT(completed("list --wa"), ElementsAre("--watch"));
+    EXPECT_THAT(completed("list --ma"), ElementsAre("--match"));
 }
 
 TEST(BashCompletion, KnowsWhichOptionsTakeAValue) {
@@ -145,13 +147,32 @@ TEST(BashCompletion, OffersValues) {
     EXPECT_THAT(completed("--config-dir " + files.path("")), ElementsAre(files.path("directory")));
 }
 
+TEST(BashCompletion, OffersRegisteredIdentifiers) {
+    HostProcess host;
+    ASSERT_TRUE(host.start()) << host.errors();
+    ProgramRun program;
+    program.run({"--socket", host.socket(), "register", "7", "{\"id\":8", "71", "a\nb", "-7", "c"});
+    for (const std::string subcommand : {"get", "wait", "watch", "unregister"}) {
+        const std::string words = "--socket " + host.socket() + ' ' + subcommand;
+        EXPECT_THAT(completed(words + " \"\"", QVHOST_PROGRAM), ElementsAre("-7", "7", "71"));
+        EXPECT_THAT(completed(words + " 71 7", QVHOST_PROGRAM), ElementsAre("7", "71"));
+        EXPECT_THAT(completed(words + " -7", QVHOST_PROGRAM), ElementsAre("-7"));
+        EXPECT_THAT(completed(subcommand + " --socket = " + host.socket() + " 71", QVHOST_PROGRAM),
+                    ElementsAre("71"));
+        EXPECT_THAT(completed(subcommand + " --socket none \"\"", QVHOST_PROGRAM), IsEmpty());
+    }
+}
+
 // Returns the options that the zsh completion has for a subcommand, those of its groups included.
 Words zshOptions(const std::string& script, const std::string& subcommand) {
     static const std::regex kOption("[('{,* \"](--[a-z-]+)[=\\[}]");
-    const std::size_t start = script.find("\n                " + subcommand + ")");
-    if (start == std::string::npos) {
+    std::smatch label;
+    if (!std::regex_search(
+            script, label,
+            std::regex("\n                (?:[a-z| ]+ )?" + subcommand + "[a-z| ]*\\)"))) {
         return {};
     }
+    const auto start = static_cast<std::size_t>(label.position());
     std::string text = script.substr(start, script.find(";;", start) - start);
     for (const char* group :
          {"help", "configuration", "plugin", "host", "socket", "json", "format"}) {

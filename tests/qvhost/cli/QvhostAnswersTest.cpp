@@ -79,10 +79,9 @@ TEST(QvhostAnswers, ChangeThatIsNotKeptIsToldAndFails) {
               "the host may lose them\n");
     const ProgramOutcome removed = runWith(script, {"unregister", "1"});
     EXPECT_EQ(removed.status, 1);
-    EXPECT_EQ(
-        removed.err,
-        "qvhost: not kept: the disk is full; the services are removed, but a restart of the "
-        "host may bring them back\n");
+    EXPECT_EQ(removed.err,
+              "qvhost: not kept: the disk is full; the services are removed, but a restart of the "
+              "host may bring them back\n");
 }
 
 // Returns a function that answers the requests with these results and records their commands.

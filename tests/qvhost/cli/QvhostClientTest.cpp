@@ -71,8 +71,13 @@ TEST_F(QvhostClient, WrongUseReachesNoHost) {
         {{"ping", "-x"}, "unknown option '-x' (see qvhost ping --help)"},
         {{"list", "--json=x"}, "--json takes no value (see qvhost list --help)"},
         {{"list", "--csv", "--json"}, "exclude each other"},
-        {{"list", "--interval", "1"}, "--watch"},
-        {{"list", "--watch", "--interval", "0"}, "--interval"},
+        {{"list", "--match", ""}, "--match: the name is empty (see qvhost list --help)"},
+        {{"get"}, "get needs ID (see qvhost get --help)"},
+        {{"get", "7", "x"}, "identifier must be a number"},
+        {{"get", "7", "7"}, "identifier 7 occurs twice"},
+        {{"wait", "7", "7"}, "identifier 7 occurs twice"},
+        {{"wait", "7", "--timeout", "0"}, "--timeout: a number of seconds from 0.001"},
+        {{"watch", "7", "7"}, "identifier 7 occurs twice"},
         {{"list", "--offline"}, "--offline asks no resident host"},
         {{"list", "--config-dir", "d"}, "--config-dir needs --offline"},
         {{"list", "--log-dir", "d"}, "--log-dir"},
@@ -108,6 +113,20 @@ TEST_F(QvhostClient, ListShowsTheSameAsOfflineAfterwards) {
     EXPECT_EQ(host_.wait(), 0);
     EXPECT_EQ(program_.run({"list", "--offline", "--config-dir", host_.files().path("config")}).out,
               listing);
+}
+
+TEST_F(QvhostClient, ListMatchesWholeAddresses) {
+    done({"register", "1", "tcp://a:1", "2", "/run/.tcp", "3", "xtcp://b", "4", "TCP://c"});
+    EXPECT_EQ(done({"list", "--match", "tcp:*"}), "ID  ADDRESS\n 1  tcp://a:1\n");
+    EXPECT_EQ(done({"list", "--match", "*tcp", "--csv"}), "id,address\n2,/run/.tcp\n");
+    EXPECT_EQ(done({"list", "--match", "[Tt]??://?"}), "ID  ADDRESS\n 4  TCP://c\n");
+    EXPECT_EQ(done({"list", "--match", "tcp", "--json"}), "[]\n");
+    done({"sync"});
+    EXPECT_EQ(program_
+                  .run({"list", "--offline", "--config-dir", host_.files().path("config"),
+                        "--match", "/*"})
+                  .out,
+              "ID  ADDRESS\n 2  /run/.tcp\n");
 }
 
 TEST_F(QvhostClient, SetsTheLevelOfTheHostsLog) {
@@ -146,7 +165,9 @@ TEST(QvhostClientAlone, HostKeepsServicesInTheFileThatInitMade) {
 TEST(QvhostClientAlone, SaysThatThereIsNoHostAndWhatToDo) {
     for (const Arguments& arguments : std::vector<Arguments>{{"ping"},
                                                              {"list"},
-                                                             {"list", "--watch"},
+                                                             {"get", "1"},
+                                                             {"wait", "1"},
+                                                             {"watch"},
                                                              {"register", "1", "a"},
                                                              {"unregister", "1"},
                                                              {"level", "1"},
@@ -266,60 +287,6 @@ TEST_F(QvhostClient, ExportsToAFileThatWasNotThere) {
     EXPECT_EQ(readFile(path("there")), "mine");
 }
 
-TEST_F(QvhostClient, WatchPrintsEachDirectoryOnce) {
-    ProgramRun watching;
-    watching.start(withSocket({"list", "--watch", "--interval", "0.01"}));
-    EXPECT_EQ(watching.readUntil("no services\n"), "no services\n");
-    done({"register", "1", "a"});
-    EXPECT_EQ(watching.readUntil("a\n"), "ID  ADDRESS\n 1  a\n");
-    done({"register", "1", "b"});
-    EXPECT_EQ(watching.readUntil("b\n"), "ID  ADDRESS\n 1  b\n");
-    watching.signal(SIGINT);
-    const ProgramOutcome outcome = watching.finish();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-}
-
-TEST_F(QvhostClient, WatchEndsWhenNobodyReads) {
-    ProgramRun watching;
-    watching.start(withSocket({"list", "--watch", "--interval", "86400"}));
-    watching.readUntil("no services\n");
-    watching.closeOutput();
-    const ProgramOutcome outcome = watching.finish();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-}
-
-TEST_F(QvhostClient, WatchWaitsForAHostThatGoesAway) {
-    const PseudoTerminal errors;
-    ProgramRun watching;
-    watching.setErrors(errors.path());
-    done({"register", "1", "a"});
-    watching.start(withSocket({"list", "--watch", "--interval", "0.01", "--csv"}));
-    watching.readUntil("1,a\n");
-    host_.signal(SIGTERM);
-    EXPECT_EQ(host_.wait(), 0);
-    EXPECT_THAT(errors.readUntil("\n"), EndsWith("; trying again\r\n"));
-    ASSERT_TRUE(host_.start());
-    EXPECT_THAT(errors.readUntil("\n"), "qvhost: connected again\r\n");
-    done({"register", "2", "b"});
-    EXPECT_EQ(watching.readUntil("2,b\n"), "id,address\n1,a\n2,b\n");
-    watching.signal(SIGINT);
-    EXPECT_EQ(watching.finish().status, 0);
-}
-
-TEST_F(QvhostClient, WatchDrawsATerminalAnew) {
-    const PseudoTerminal terminal;
-    program_.setOutput(terminal.path().c_str());
-    program_.start(withSocket({"list", "--watch", "--interval", "0.01"}), ProgramRun::kOutputFile);
-    EXPECT_EQ(terminal.readUntil("services\r\n"), "\x1b[H\x1b[2Jno services\r\n");
-    ProgramRun other;
-    EXPECT_EQ(other.run(withSocket({"register", "1", "a"})).status, 0);
-    EXPECT_EQ(terminal.readUntil("a\r\n"), "\x1b[H\x1b[2JID  ADDRESS\r\n 1  a\r\n");
-    program_.signal(SIGINT);
-    EXPECT_EQ(program_.finish().status, 0);
-}
-
 TEST_F(QvhostClient, HeadingStandsOutOnATerminalThatCanAndMay) {
     done({"register", "1", "a"});
     struct Case {
@@ -374,9 +341,10 @@ TEST_F(QvhostClient, CsvDrivesNoTerminal) {
 }
 
 TEST_F(QvhostClient, OutputThatCannotBeWrittenIsAFailure) {
+    done({"register", "1", "a"});
     program_.setOutput("/dev/full");
     for (const Arguments& arguments :
-         std::vector<Arguments>{{"list"}, {"list", "--watch"}, {"export"}, {"ping"}}) {
+         std::vector<Arguments>{{"list"}, {"get", "1"}, {"watch"}, {"export"}, {"ping"}}) {
         const ProgramOutcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, 1);
         EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
