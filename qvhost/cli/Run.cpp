@@ -130,8 +130,8 @@ class Command {
         }
     }
 
-    sigset_t awaited_;
-    sigset_t before_;
+    sigset_t awaited_ = {};
+    sigset_t before_ = {};
     pid_t process_ = -1;
 };
 
