@@ -357,7 +357,7 @@ bool Decoder::decodeLatin1(std::string_view bytes) {
 }
 
 bool Decoder::decodeWith(const char* converter, std::string_view bytes) {
-    void* const handle = ::iconv_open("UTF-8", converter);
+    iconv_t handle = ::iconv_open("UTF-8", converter);
     if (reinterpret_cast<std::intptr_t>(handle) == -1) {
         return fail(errno == ENOMEM ? kOutOfMemory : kUnknownEncoding);
     }
