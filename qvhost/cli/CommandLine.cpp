@@ -126,7 +126,7 @@ std::vector<std::string> missingWords(const CLI::App& subcommand) {
 // Tells a mistake that the library found, in the words of this program. The library names an option
 // before a colon. If a validator refused a value, the validator's text follows.
 std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
-    const std::string text = error.what();
+    std::string text = error.what();
     const std::string option = text.substr(0, text.find(':'));
     if (error.get_name() == "RequiredError") {
         return fmt::format("{} needs {}", app.get_name(), fmt::join(missingWords(app), " and "));

@@ -14,7 +14,7 @@ namespace qv::host {
 int32_t parseIdentifier(std::string_view text);
 
 // Returns the numbers of one call. Throws InputError also if a number occurs twice, which is
-// probably a slip of the pen.
+// probably a mistake.
 std::vector<int32_t> parseIdentifiers(const std::vector<std::string>& texts);
 
 // Returns the debug level. Throws InputError if the text is not a number from 0 to 7.
