@@ -15,6 +15,7 @@ add_library(qv_corefoundation INTERFACE)
 
 if(QV_COREFOUNDATION STREQUAL "bundled")
   target_link_libraries(qv_corefoundation INTERFACE QvCoreFoundation)
+  target_compile_definitions(qv_corefoundation INTERFACE QV_COREFOUNDATION_BUNDLED)
 elseif(NOT QV_COREFOUNDATION STREQUAL "system")
   message(FATAL_ERROR "QV_COREFOUNDATION is \"${QV_COREFOUNDATION}\"; it can be bundled or system")
 elseif(APPLE)

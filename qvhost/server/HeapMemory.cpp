@@ -1,5 +1,7 @@
 #include "server/HeapMemory.h"
 
+#include <QvCFMemory.h>
+
 #include <cstdlib>  // defines __GLIBC__
 
 #ifdef __GLIBC__
@@ -18,6 +20,8 @@ void giveBackLargePieces() {
 }
 
 void giveBackFreeMemory() {
+    // Small objects of a freed tree lie between its texts, whose pages could not go back.
+    qor::kevra::freeKeptObjects();
 #ifdef __GLIBC__
     static_cast<void>(malloc_trim(0));
 #endif

@@ -67,15 +67,17 @@ class KeptBlocks {
         return true;
     }
 
+    // Frees all kept blocks, unless another thread is in here.
+    void release() {
+        const Entry entry(*this);
+        if (entry) {
+            freeAll();
+        }
+    }
+
     // Frees all kept blocks, and sets whether blocks are kept. No other thread may be in here.
     void keep(bool isWanted) {
-        for (Block*& list : lists_) {
-            while (list != nullptr) {
-                Block* const next = list->next;
-                std::free(list);
-                list = next;
-            }
-        }
+        freeAll();
         room_ = isWanted ? kMostKeptBytes : 0;
     }
 
@@ -100,6 +102,17 @@ class KeptBlocks {
         KeptBlocks& blocks_;
         const bool isGranted_;
     };
+
+    void freeAll() {
+        for (std::size_t sizeClass = 0; sizeClass < kClasses; ++sizeClass) {
+            while (lists_[sizeClass] != nullptr) {
+                Block* const next = lists_[sizeClass]->next;
+                std::free(lists_[sizeClass]);
+                lists_[sizeClass] = next;
+                room_ += sizeOf(sizeClass);
+            }
+        }
+    }
 
     std::atomic_flag isBusy_ = ATOMIC_FLAG_INIT;
 
@@ -148,3 +161,7 @@ void keepFreedObjects(bool keep) {
 }
 
 }  // namespace cf
+
+void QvCFFreeKeptObjects() {
+    cf::g_blocks.release();
+}

@@ -11,6 +11,12 @@
 
 #include <cstddef>
 
+// Frees the kept blocks. A program calls this before it gives free memory back to the system: a
+// kept block lies between pieces of freed trees, whose pages could not be given back. Does nothing
+// while another thread allocates or frees an object. The interface has no such function, so
+// programs use QvCFMemory.h.
+extern "C" __attribute__((visibility("default"))) void QvCFFreeKeptObjects();
+
 namespace cf {
 
 // Allocates memory for an object. Returns null if memory runs out. Any thread may call this

@@ -2,9 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdlib>  // defines __GLIBC__
 #include <cstring>
 #include <thread>
 #include <vector>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace {
 
@@ -80,6 +86,25 @@ TEST_F(ObjectMemory, BlocksBeyondTheLimitAreFreed) {
     }
     allocateAndFree(2, 10);
 }
+
+// Other systems and the sanitizers have allocators of their own.
+#if defined(__GLIBC__) && !defined(QV_SANITIZED)
+TEST_F(ObjectMemory, KeptBlocksAreFreedOnRequest) {
+    for (int round = 0; round < 2; ++round) {
+        std::vector<void*> blocks(1000);
+        for (void*& block : blocks) {
+            block = cf::allocateObject(88);
+        }
+        const std::size_t inUse = mallinfo2().uordblks;
+        for (void* const block : blocks) {
+            fillAndFree(block, 88, 1);
+        }
+        EXPECT_EQ(mallinfo2().uordblks, inUse);
+        QvCFFreeKeptObjects();
+        EXPECT_LT(mallinfo2().uordblks, inUse - 500 * std::size_t{88});
+    }
+}
+#endif
 
 TEST_F(ObjectMemory, WorksWithoutKeptBlocks) {
     void* const before = cf::allocateObject(24);
