@@ -16,11 +16,9 @@ Object g_null(Type::Null, Object::kImmortal);
 Object g_true(Type::Boolean, Object::kImmortal);
 Object g_false(Type::Boolean, Object::kImmortal);
 
-void endConstant(Object& /*object*/, Ending& /*ending*/) {}
-
 }  // namespace
 
-const TypeBehavior kNullBehavior = {endConstant, nullptr, nullptr};
+const TypeBehavior kNullBehavior = {nullptr, nullptr, nullptr};
 const TypeBehavior kAllocatorBehavior = kNullBehavior;
 const TypeBehavior kBooleanBehavior = kNullBehavior;
 

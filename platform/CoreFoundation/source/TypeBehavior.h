@@ -12,7 +12,8 @@ class Comparison;
 class Ending;
 
 struct TypeBehavior {
-    // Frees the object, and releases the objects that it refers to through the Ending.
+    // Frees the object, and releases the objects that it refers to through the Ending. This is null
+    // if no object of the type ever ends.
     void (*end)(Object&, Ending&);
     // Returns whether two objects of the type have the same contents. Compares the objects that
     // they refer to through the Comparison. If this is null, an object equals only itself.

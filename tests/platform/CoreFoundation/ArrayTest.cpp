@@ -105,6 +105,15 @@ TEST(CFArray, GrowsAndRetainsAppendedValues) {
     EXPECT_EQ(CFGetRetainCount(string.get()), 1);
 }
 
+// A host may use the callbacks with containers of its own.
+TEST(CFArray, CallBacksForObjectsRetainAndRelease) {
+    const auto string = makeString("text");
+    EXPECT_EQ(kCFTypeArrayCallBacks.retain(kCFAllocatorDefault, string.get()), string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+    kCFTypeArrayCallBacks.release(kCFAllocatorDefault, string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+}
+
 TEST(CFArray, EqualsAnArrayOfEqualElementsInTheSameOrder) {
     const auto make = [](const std::vector<std::string>& texts) {
         auto array = makeArray();

@@ -118,6 +118,19 @@ TEST_F(CFDictionary, KnowsTheCallBacksForObjectsAndCopiesOfThem) {
     EXPECT_FALSE(create(&keys, &otherValues));
 }
 
+// A host may use the callbacks with containers of its own.
+TEST_F(CFDictionary, CallBacksForObjectsRetainAndRelease) {
+    const auto string = makeString("text");
+    EXPECT_EQ(kCFTypeDictionaryKeyCallBacks.retain(kCFAllocatorDefault, string.get()),
+              string.get());
+    EXPECT_EQ(kCFTypeDictionaryValueCallBacks.retain(kCFAllocatorDefault, string.get()),
+              string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 3);
+    kCFTypeDictionaryKeyCallBacks.release(kCFAllocatorDefault, string.get());
+    kCFTypeDictionaryValueCallBacks.release(kCFAllocatorDefault, string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+}
+
 TEST_F(CFDictionary, WithoutCallBacksHoldsAnyPointers) {
     const auto dictionary =
         own(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, nullptr, nullptr));

@@ -90,6 +90,13 @@ TEST(Nesting, LeafAtTheDeepestLevelIsLoaded) {
     });
 }
 
+TEST(Nesting, KeyThatIsItsOwnValueIsALeaf) {
+    onSmallStack([] {
+        EXPECT_TRUE(readDocument(repeated("(", 511) + "{key;}" + repeated(")", 511)));
+        EXPECT_FALSE(readDocument(repeated("(", 512) + "{key;}" + repeated(")", 512)));
+    });
+}
+
 // A UID is written as a dictionary, which adds a level.
 TEST(Nesting, WrittenDocumentCanBeRead) {
     onSmallStack([] {

@@ -324,6 +324,15 @@ TEST(PropertyListReading, OldStyleDataReadsTheLowByteOfACharacter) {
     EXPECT_FALSE(readDocument("<\u0120>"));
 }
 
+TEST(PropertyListReading, BooleanMayHaveAnEndTag) {
+    const auto tree = readDocument("<array><true></true><false></false></array>");
+    ASSERT_TRUE(tree);
+    const auto array = static_cast<CFArrayRef>(tree.get());
+    EXPECT_EQ(CFArrayGetValueAtIndex(array, 0), kCFBooleanTrue);
+    EXPECT_EQ(CFArrayGetValueAtIndex(array, 1), kCFBooleanFalse);
+    EXPECT_FALSE(readDocument("<array><false></true></array>"));
+}
+
 TEST(PropertyListReading, RealMayFollowWideSpaces) {
     for (const std::string space :
          {" ", "\u2000", "\u200b", "\u3000", "\u0080", "\u00a0", "\x7f", "&#1;"}) {
