@@ -191,6 +191,7 @@ Json jsonOf(const HostStatus& status) {
           {"underWayMicroseconds", jsonOf(saves.underWay)}}},
         {"clients", status.clients},
         {"clientLimit", status.clientLimit},
+        {"subscribers", status.subscribers},
         {"memory", status.memory},
         {"memoryLimit", status.memoryLimit},
         {"level", status.level ? Json(*status.level) : Json()},
@@ -214,7 +215,8 @@ std::string tableOf(const HostStatus& status) {
                          textOf(commits.longest), underWayTextOf(commits.underWay));
     table += fmt::format("saves     {}, the longest {}{}\n", saves.count, textOf(saves.longest),
                          underWayTextOf(saves.underWay));
-    table += fmt::format("clients   {} of {}\n", status.clients, status.clientLimit);
+    table += fmt::format("clients   {} of {}, {} subscribed\n", status.clients, status.clientLimit,
+                         status.subscribers);
     table += fmt::format("memory    {} of {}\n", sizeTextOf(status.memory),
                          sizeTextOf(status.memoryLimit));
     if (status.level) {

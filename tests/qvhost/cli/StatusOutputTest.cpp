@@ -40,6 +40,7 @@ HostStatus healthy() {
     status.saves = {30, microseconds(12000), {}};
     status.clients = 3;
     status.clientLimit = 1024;
+    status.subscribers = 2;
     status.memory = 512;
     status.memoryLimit = uint64_t{256} << 20;
     status.level = 6;
@@ -71,7 +72,7 @@ TEST(FormatStatus, TableSaysEverythingInOneLineEach) {
               "file      /state/namingService.conf.plist holds the directory\n"
               "commits   40 with 77 changes, at most 12 in one, the longest 2.150 ms\n"
               "saves     30, the longest 12.000 ms\n"
-              "clients   3 of 1024\n"
+              "clients   3 of 1024, 2 subscribed\n"
               "memory    512 bytes of 256.0 MiB\n"
               "level     6\n"
               "requests  ping 4, list 7\n"
@@ -145,6 +146,7 @@ TEST(FormatStatus, JsonHoldsEverything) {
                      {{"count", 30}, {"longestMicroseconds", 12000}, {"underWayMicroseconds", 20}}},
                     {"clients", 3},
                     {"clientLimit", 1024},
+                    {"subscribers", 2},
                     {"memory", 512},
                     {"memoryLimit", 268435456},
                     {"level", 6},
