@@ -4,7 +4,7 @@
 The stub lists the functions and constants that the headers declare and the sources use. Nothing of the library
 itself is needed.
 
-    macos_stub.py INSTALL_NAME --headers FILE... --sources FILE...
+    text_stub.py INSTALL_NAME --headers FILE... --sources FILE...
 """
 import argparse
 import pathlib
