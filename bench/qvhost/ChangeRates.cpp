@@ -8,7 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
-#include <exception>
+#include <deque>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -16,10 +16,9 @@
 #include <system_error>
 #include <vector>
 
-#include "Driver.h"
 #include "HostSubject.h"
-#include "OneProcessor.h"
 #include "Quantile.h"
+#include "Rate.h"
 #include "RedisSubject.h"
 #include "Subject.h"
 
@@ -32,63 +31,20 @@ constexpr int kClients[] = {1, kMostClients};
 
 using Clock = std::chrono::steady_clock;
 
-// Returns how many times a second `action` does its work. It does so repeatedly, and returns how
-// many times.
-template <class Action>
-double perSecond(Action action) {
-    const auto start = Clock::now();
-    const auto times = static_cast<double>(action());
-    return times / std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// Measures the changes of some clients in a directory.
-class Rate {
-  public:
-    Rate(Subject& subject, int clients)
-        : subject_(&subject),
-          clients_(clients),
-          driver_(std::make_unique<Driver>(subject, Work::Change, clients)) {}
-
-    void measure(Clock::duration time) {
-        std::optional<OneProcessor> together;
-        if (clients_ == 1) {
-            together.emplace(subject_->process().id());
-        }
-        rounds_.push_back(perSecond([&] { return driver_->runFor(time); }));
-    }
-
-    double median() const { return quantile(rounds_, 0.5); }
-
-    double medianRatioTo(const Rate& other) const {
-        std::vector<double> ratios;
-        for (std::size_t round = 0; round < rounds_.size(); ++round) {
-            ratios.push_back(rounds_[round] / other.rounds_[round]);
-        }
-        return quantile(ratios, 0.5);
-    }
-
-  private:
-    Subject* subject_;
-    int clients_;
-    std::unique_ptr<Driver> driver_;
-    std::vector<double> rounds_;
-};
-
 // Measures how often the disk flushes the bytes of one change.
 class FlushRate {
   public:
     void measure(Clock::duration time) {
         const std::string bytes(100, 'a');
-        rounds_.push_back(perSecond([&] {
-            int times = 0;
-            for (const auto end = Clock::now() + time; Clock::now() < end; ++times) {
-                if (write(file_.get(), bytes.data(), bytes.size()) == -1 ||
-                    fdatasync(file_.get()) == -1) {
-                    throw std::system_error(errno, std::generic_category(), "cannot flush a file");
-                }
+        const auto start = Clock::now();
+        int times = 0;
+        for (; Clock::now() < start + time; ++times) {
+            if (write(file_.get(), bytes.data(), bytes.size()) == -1 ||
+                fdatasync(file_.get()) == -1) {
+                throw std::system_error(errno, std::generic_category(), "cannot flush a file");
             }
-            return times;
-        }));
+        }
+        rounds_.push_back(times / std::chrono::duration<double>(Clock::now() - start).count());
     }
 
     double median() const { return quantile(rounds_, 0.5); }
@@ -101,21 +57,14 @@ class FlushRate {
 };
 
 struct Row {
-    int services = 0;
-    int clients = 0;
+    Row(int serviceCount, int clientCount, Subject& subject)
+        : services(serviceCount), clients(clientCount), host(subject, Work::Change, clientCount) {}
+
+    int services;
+    int clients;
     Rate host;
     std::optional<Rate> redis;
 };
-
-std::unique_ptr<Subject> startRedis() {
-    try {
-        return std::make_unique<RedisSubject>();
-    } catch (const std::exception& error) {
-        static_cast<void>(
-            std::fprintf(stderr, "disk_bench: Redis does not run: %s\n", error.what()));
-        return nullptr;
-    }
-}
 
 void print(const Row& row, const Row& smallest) {
     std::printf("| %d services, %d client%s | %.0f |", row.services, row.clients,
@@ -132,19 +81,19 @@ void print(const Row& row, const Row& smallest) {
 
 void printChangeRates(int rounds, std::chrono::steady_clock::duration slice) {
     std::vector<std::unique_ptr<Subject>> servers;
-    std::vector<Row> rows;
+    std::deque<Row> rows;
     for (const int services : kSizes) {
         Subject& host =
             *servers.emplace_back(std::make_unique<HostSubject>(kHostThreads, Place::Kind::Disk));
         host.hold(services);
-        Subject* const redis = servers.emplace_back(startRedis()).get();
+        Subject* const redis = servers.emplace_back(startRedis("disk_bench")).get();
         if (redis != nullptr) {
             redis->hold(services);
         }
         for (const int clients : kClients) {
-            Row& row = rows.emplace_back(Row{services, clients, Rate(host, clients), {}});
+            Row& row = rows.emplace_back(services, clients, host);
             if (redis != nullptr) {
-                row.redis.emplace(*redis, clients);
+                row.redis.emplace(*redis, Work::Change, clients);
             }
         }
     }

@@ -1,5 +1,7 @@
 #include "Changes.h"
 
+#include <cstddef>
+
 #include "Subject.h"
 #include "support/Services.h"
 
@@ -13,12 +15,20 @@ std::string otherAddressOf(int id) {
 
 }  // namespace
 
-std::vector<Change> changesOf(int client, int services) {
+std::vector<int> ownServices(int client, int services) {
     const int own = (services - client + kMostClients - 1) / kMostClients;
     const int first = client * own / kMostClients;
-    std::vector<Change> changes;
+    std::vector<int> ids;
+    ids.reserve(static_cast<std::size_t>(own));
     for (int i = 0; i < own; ++i) {
-        const int id = client + (first + i) % own * kMostClients;
+        ids.push_back(client + (first + i) % own * kMostClients);
+    }
+    return ids;
+}
+
+std::vector<Change> changesOf(int client, int services) {
+    std::vector<Change> changes;
+    for (const int id : ownServices(client, services)) {
         changes.push_back({id, otherAddressOf(id)});
         changes.push_back({id, addressOf(id)});
     }

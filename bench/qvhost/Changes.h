@@ -1,4 +1,4 @@
-// Says which services of a directory a client of a benchmark changes.
+// Says which services of a directory a client of a benchmark uses, and how it changes them.
 #ifndef QV_BENCH_CHANGES_H
 #define QV_BENCH_CHANGES_H
 
@@ -7,16 +7,20 @@
 
 namespace qv::bench {
 
+// Returns the services that only this client uses in a directory with the services 0 to `services`
+// -
+// 1. Clients start far apart in the directory, so that a server gains nothing from services that
+// lie side by side. There are at least kMostClients services.
+std::vector<int> ownServices(int client, int services);
+
 struct Change {
     int id = 0;
     std::string address;
 };
 
-// Returns the changes that a client makes in a directory with the services 0 to `services` - 1, in
-// turn and repeatedly. Each gives another address, of the same length, to a service that no other
-// client changes. Two changes in a row leave the directory as it was. Clients start far apart in
-// the directory, so that a server gains nothing from changes that lie side by side. There are at
-// least kMostClients services.
+// Returns the changes that a client makes to its own services, in turn and repeatedly. Each gives
+// another address, of the same length, to a service. Two changes in a row leave the directory as it
+// was.
 std::vector<Change> changesOf(int client, int services);
 
 }  // namespace qv::bench

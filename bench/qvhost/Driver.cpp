@@ -27,22 +27,35 @@ constexpr std::size_t kBufferSize = 65'536;
 // The number of bytes of an answer that are compared at once.
 constexpr std::size_t kCompared = 64;
 
-// Returns the answer that all the requests have. The first two leave the directory as it was.
-std::string answerTo(Subject& subject, const std::vector<std::string>& requests) {
-    std::string answer = subject.ask(requests.front());
-    if (requests.size() > 1) {
-        answer = subject.ask(requests[1]);
+using Strings = std::vector<std::string>;
+
+// Returns the answer of each find, or the one answer that all the other requests have.
+Strings answersTo(Subject& subject, Work work, const Strings& requests) {
+    Strings answers;
+    if (work == Work::Find) {
+        for (const std::string& request : requests) {
+            answers.push_back(subject.ask(request));
+        }
+    } else {
+        answers.push_back(subject.ask(requests.front()));
+        // The first two requests leave the directory as it was.
+        if (requests.size() > 1) {
+            answers.front() = subject.ask(requests[1]);
+        }
     }
-    return answer;
+    return answers;
 }
 
 }  // namespace
 
 class Driver::Client {
   public:
-    Client(asio::io_context& context, const std::string& path, std::vector<std::string> requests,
-           const std::string& answer, std::int64_t& unsent)
-        : socket_(context), requests_(std::move(requests)), answer_(answer), unsent_(unsent) {
+    Client(asio::io_context& context, const std::string& path, Strings requests, Strings answers,
+           std::int64_t& unsent)
+        : socket_(context),
+          requests_(std::move(requests)),
+          answers_(std::move(answers)),
+          unsent_(unsent) {
         socket_.connect(Protocol::endpoint(path));
     }
 
@@ -52,6 +65,7 @@ class Driver::Client {
         }
         --unsent_;
         asio::write(socket_, asio::buffer(requests_[turn_]));
+        answer_ = &answers_[turn_ % answers_.size()];
         turn_ = (turn_ + 1) % requests_.size();
         read();
     }
@@ -68,13 +82,13 @@ class Driver::Client {
     }
 
     void received(std::size_t count) {
-        if (count > answer_.size() - received_ ||
-            std::memcmp(buffer_.data(), answer_.data() + received_, std::min(count, kCompared)) !=
+        if (count > answer_->size() - received_ ||
+            std::memcmp(buffer_.data(), answer_->data() + received_, std::min(count, kCompared)) !=
                 0) {
             throw std::runtime_error("a server gave another answer than before");
         }
         received_ += count;
-        if (received_ == answer_.size()) {
+        if (received_ == answer_->size()) {
             received_ = 0;
             send();
         } else {
@@ -83,23 +97,24 @@ class Driver::Client {
     }
 
     Socket socket_;
-    const std::vector<std::string> requests_;
+    const Strings requests_;
+    const Strings answers_;
     std::size_t turn_ = 0;
-    const std::string answer_;
+    const std::string* answer_ = nullptr;  // of the request under way
     std::size_t received_ = 0;
     std::int64_t& unsent_;
     std::array<char, kBufferSize> buffer_ = {};
 };
 
 Driver::Driver(Subject& subject, Work work, int clients) {
-    std::string answer;
+    Strings answers;
     for (int client = 0; client < clients; ++client) {
-        std::vector<std::string> requests = subject.requests(work, client);
-        if (client == 0) {
-            answer = answerTo(subject, requests);
+        Strings requests = subject.requests(work, client);
+        if (client == 0 || work == Work::Find) {
+            answers = answersTo(subject, work, requests);
         }
         clients_.push_back(std::make_unique<Client>(context_, subject.path(), std::move(requests),
-                                                    answer, unsent_));
+                                                    answers, unsent_));
     }
 }
 

@@ -15,8 +15,8 @@ namespace qv::bench {
 
 class Driver {
   public:
-    // Connects clients that do this work. All requests of the work have the same answer. Any other
-    // answer makes run() and runFor() throw std::runtime_error.
+    // Connects clients that do this work, and asks for the answers that the clients expect. Any
+    // other answer makes run() and runFor() throw std::runtime_error.
     Driver(Subject& subject, Work work, int clients);
     ~Driver();
 

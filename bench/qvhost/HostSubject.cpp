@@ -7,12 +7,16 @@
 #include <stdexcept>
 
 #include "Changes.h"
+#include "QvHost.pb.h"
 #include "namingService.pb.h"
 #include "support/Services.h"
 
 namespace qv::bench {
 
 namespace {
+
+// More than any benchmark connects.
+constexpr char kMaxClients[] = "4096";
 
 using Services = qor::kevra::ServiceInfoArray;
 
@@ -29,7 +33,7 @@ const Place& withFile(const Place& place) {
 HostSubject::HostSubject(int threads, Place::Kind kind)
     : place_(kind),
       process_({QVHOST_PROGRAM, "--config-dir", withFile(place_).path(), "--log-dir", place_.path(),
-                "serve", "--threads", std::to_string(threads)},
+                "serve", "--threads", std::to_string(threads), "--max-clients", kMaxClients},
                listenOn(path_)),
       connection_(path_) {}
 
@@ -47,6 +51,15 @@ std::vector<std::string> HostSubject::requests(Work work, int client) {
     switch (work) {
         case Work::Ping:
             return {frame(QV_HOST_COMMAND_PING, "")};
+        case Work::Find: {
+            std::vector<std::string> requests;
+            for (const int id : ownServices(client, held_)) {
+                host::wire::HostFind wanted;
+                wanted.add_ids(id);
+                requests.push_back(frame(QV_HOST_COMMAND_FIND, wanted.SerializeAsString()));
+            }
+            return requests;
+        }
         case Work::Listing:
             return {frame(QV_COMMAND_GET_SERVICES, "")};
         case Work::UnchangedRegistration:
@@ -59,6 +72,8 @@ std::vector<std::string> HostSubject::requests(Work work, int client) {
             }
             return requests;
         }
+        case Work::Publication:
+            break;
     }
     throw std::logic_error("no such work");
 }

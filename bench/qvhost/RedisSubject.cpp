@@ -3,12 +3,18 @@
 #include <unistd.h>
 
 #include <asio/buffer.hpp>
+#include <asio/completion_condition.hpp>
 #include <asio/error.hpp>
+#include <asio/read.hpp>
 #include <asio/read_until.hpp>
 #include <asio/system_error.hpp>
 #include <asio/write.hpp>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -80,27 +86,52 @@ void RedisSubject::hold(int count) {
 }
 
 std::vector<std::string> RedisSubject::requests(Work work, int client) {
-    if (work == Work::Ping) {
-        return {resp::command({"PING"})};
-    }
-    if (work != Work::Change) {
-        throw std::logic_error("Redis is measured with pings and changes");
-    }
     std::vector<std::string> requests;
-    for (const Change& change : changesOf(client, held_)) {
-        requests.push_back(resp::command({"SET", keyOf(change.id), change.address}));
+    switch (work) {
+        case Work::Ping:
+            return {resp::command({"PING"})};
+        case Work::Find:
+            for (const int id : ownServices(client, held_)) {
+                requests.push_back(resp::command({"GET", keyOf(id)}));
+            }
+            return requests;
+        case Work::Change:
+            for (const Change& change : changesOf(client, held_)) {
+                requests.push_back(resp::command({"SET", keyOf(change.id), change.address}));
+            }
+            return requests;
+        case Work::Publication:
+            return {resp::command({"PUBLISH", kChannel, addressOf(held_ - 1)})};
+        case Work::Listing:
+        case Work::UnchangedRegistration:
+            break;
     }
-    return requests;
+    throw std::logic_error("Redis is not measured with this work");
 }
 
 std::string RedisSubject::ask(const std::string& request) {
     asio::write(socket_, asio::buffer(request));
     std::string answer;
-    asio::read_until(socket_, asio::dynamic_buffer(answer), resp::kEnd);
-    if (answer.front() == resp::kError) {
+    const std::size_t line = asio::read_until(socket_, asio::dynamic_buffer(answer), resp::kEnd);
+    if (answer.front() == resp::kError || answer == resp::kNothing) {
         throw std::runtime_error("Redis refused a command: " + answer);
     }
+    if (answer.front() == resp::kString) {
+        const std::size_t size = line + std::stoul(answer.substr(1)) + std::strlen(resp::kEnd);
+        asio::read(socket_, asio::dynamic_buffer(answer),
+                   asio::transfer_exactly(size - answer.size()));
+    }
     return answer;
+}
+
+std::unique_ptr<RedisSubject> startRedis(const char* program) {
+    try {
+        return std::make_unique<RedisSubject>();
+    } catch (const std::exception& error) {
+        static_cast<void>(
+            std::fprintf(stderr, "%s: Redis does not run: %s\n", program, error.what()));
+        return nullptr;
+    }
 }
 
 }  // namespace qv::bench

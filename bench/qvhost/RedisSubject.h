@@ -5,6 +5,7 @@
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,15 +14,17 @@
 
 namespace qv::bench {
 
+// Work::Publication is a message to this channel.
+constexpr char kChannel[] = "services";
+
 class RedisSubject : public Subject {
   public:
     // Throws std::exception if Redis is not installed or does not start.
     RedisSubject();
 
     void hold(int count) override;
-    // Knows pings and changes. Throws std::logic_error for other work.
     std::vector<std::string> requests(Work work, int client) override;
-    // Reads answers of one line.
+    // Reads answers of one line, and strings.
     std::string ask(const std::string& request) override;
     const std::string& path() const override { return path_; }
     const ServerProcess& process() const override { return process_; }
@@ -36,6 +39,10 @@ class RedisSubject : public Subject {
     asio::local::stream_protocol::socket socket_{context_};
     int held_ = 0;
 };
+
+// Starts Redis. If that fails, says why on standard error, in the name of the benchmark's program,
+// and returns null.
+std::unique_ptr<RedisSubject> startRedis(const char* program);
 
 }  // namespace qv::bench
 

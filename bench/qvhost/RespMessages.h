@@ -22,6 +22,12 @@ inline std::string command(const std::vector<std::string>& words) {
 // The first byte of an answer that reports an error.
 constexpr char kError = '-';
 
+// The first byte of an answer that is a string: its length, a line's end, its bytes, a line's end.
+constexpr char kString = '$';
+
+// Is the answer in place of a string that does not exist.
+constexpr char kNothing[] = "$-1\r\n";
+
 }  // namespace qv::bench::resp
 
 #endif  // QV_BENCH_RESP_MESSAGES_H

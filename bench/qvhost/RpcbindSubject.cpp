@@ -60,6 +60,9 @@ std::vector<std::string> RpcbindSubject::requests(Work work, int client) {
             return {rpc::set(client, addressOf(client))};
         case Work::Change:
             return {rpc::unset(client), rpc::set(client, addressOf(client))};
+        case Work::Find:
+        case Work::Publication:
+            break;
     }
     throw std::logic_error("no such work");
 }

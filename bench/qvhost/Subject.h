@@ -9,7 +9,7 @@
 
 namespace qv::bench {
 
-enum class Work { Ping, Listing, UnchangedRegistration, Change };
+enum class Work { Ping, Find, Listing, UnchangedRegistration, Change, Publication };
 
 // Each client changes services of its own.
 constexpr int kMostClients = 64;
@@ -24,8 +24,10 @@ class Subject {
     // Puts `count` services into the directory and removes all others.
     virtual void hold(int count) = 0;
 
-    // Returns the requests that a client sends for this work, in turn and repeatedly. All have the
-    // same answer. The first two leave the directory as it was.
+    // Returns the requests that a client sends for this work, in turn and repeatedly. Each find has
+    // an answer of its own. All requests of other work have the same answer, and the first two
+    // leave the directory as it was. Throws std::logic_error if the server is not measured with
+    // this work.
     virtual std::vector<std::string> requests(Work work, int client) = 0;
 
     // Sends a request and returns its answer. Throws std::runtime_error if the server did not carry
