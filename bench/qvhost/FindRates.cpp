@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "EchoSubject.h"
 #include "HostSubject.h"
 #include "Rate.h"
 #include "RedisSubject.h"
@@ -17,23 +18,31 @@ namespace {
 constexpr int kServices = 10'000;
 
 struct Row {
-    Row(int clientCount, Subject& subject)
-        : clients(clientCount), host(subject, Work::Find, clientCount) {}
+    Row(int clientCount, Subject& hostSubject, Subject& echoSubject)
+        : clients(clientCount),
+          host(hostSubject, Work::Find, clientCount),
+          echo(echoSubject, Work::Find, clientCount) {}
 
     int clients;
     Rate host;
+    Rate echo;
     std::optional<Rate> redis;
 };
 
 void print(const Row& row) {
-    std::printf("| find, %d client%s | %.0f |", row.clients, row.clients == 1 ? "" : "s",
-                row.host.median());
+    std::printf("| find, %d client%s | %.0f | %.0f | %.2f |", row.clients,
+                row.clients == 1 ? "" : "s", row.host.median(), row.echo.median(),
+                row.host.medianRatioTo(row.echo));
     if (row.redis) {
-        std::printf(" %.0f | %.2f | %.1f µs | %.1f µs |\n", row.redis->median(),
-                    row.host.medianRatioTo(*row.redis), row.host.medianCost(),
-                    row.redis->medianCost());
+        std::printf(" %.0f | %.2f |", row.redis->median(), row.host.medianRatioTo(*row.redis));
     } else {
-        std::printf("  |  | %.1f µs |  |\n", row.host.medianCost());
+        std::printf("  |  |");
+    }
+    std::printf(" %.1f µs | %.1f µs |", row.host.medianCost(), row.echo.medianCost());
+    if (row.redis) {
+        std::printf(" %.1f µs |\n", row.redis->medianCost());
+    } else {
+        std::printf("  |\n");
     }
 }
 
@@ -42,13 +51,14 @@ void print(const Row& row) {
 void printFindRates(int rounds, std::chrono::steady_clock::duration slice) {
     HostSubject host(kHostThreads, Place::Kind::Memory);
     host.hold(kServices);
+    EchoSubject echo(host, kHostThreads);
     const std::unique_ptr<RedisSubject> redis = startRedis("component_bench");
     if (redis) {
         redis->hold(kServices);
     }
     std::deque<Row> rows;
     for (const int clients : {1, kMostClients}) {
-        Row& row = rows.emplace_back(clients, host);
+        Row& row = rows.emplace_back(clients, host, echo);
         if (redis) {
             row.redis.emplace(*redis, Work::Find, clients);
         }
@@ -56,14 +66,17 @@ void printFindRates(int rounds, std::chrono::steady_clock::duration slice) {
     for (int round = 0; round < rounds; ++round) {
         for (Row& row : rows) {
             row.host.measure(slice);
+            row.echo.measure(slice);
             if (row.redis) {
                 row.redis->measure(slice);
             }
         }
     }
-    std::printf("| one of %d services | a second | Redis | ratio | processor time | Redis |\n",
-                kServices);
-    std::printf("|---|---|---|---|---|---|\n");
+    std::printf(
+        "| one of %d services | a second | bare sockets | ratio | Redis | ratio | processor time | "
+        "bare sockets | Redis |\n",
+        kServices);
+    std::printf("|---|---|---|---|---|---|---|---|---|\n");
     for (const Row& row : rows) {
         print(row);
     }

@@ -1,4 +1,5 @@
-// Compares how many services a second the resident host and Redis find.
+// Compares how many services a second the resident host and Redis find, and how many answers as
+// long as the host's the bare sockets send.
 #ifndef QV_BENCH_FIND_RATES_H
 #define QV_BENCH_FIND_RATES_H
 
