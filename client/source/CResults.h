@@ -42,6 +42,8 @@ inline std::vector<int32_t> idsOf(const int32_t* ids, std::size_t count) {
 class ServicesForC {
   public:
     explicit ServicesForC(std::vector<Service> services);
+    ~ServicesForC() = default;
+
     ServicesForC(const ServicesForC&) = delete;
     ServicesForC& operator=(const ServicesForC&) = delete;
 
