@@ -1,6 +1,6 @@
 """Runs the session and the programs that README.md shows.
 
-    documented_examples.py SOURCE_FOLDER QVHOST CLIENT_LIBRARY C_COMPILER CXX_COMPILER
+    documented_examples.py SOURCE_FOLDER QVHOST CLIENT_LIBRARY GENERATED_HEADERS C_COMPILER CXX_COMPILER
 
 Types the lines of the session that begin with "$ " into a shell, and compares what the shell prints with the lines
 between them. Then builds and runs each program, in the order of the page, with one resident host. Each program must
@@ -17,8 +17,8 @@ import tempfile
 
 from resident_host import ResidentHost
 
-SOURCE, QVHOST, LIBRARY = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
-C_COMPILER, CXX_COMPILER = sys.argv[4:6]
+SOURCE, QVHOST, LIBRARY, GENERATED_HEADERS = (pathlib.Path(argument).resolve() for argument in sys.argv[1:5])
+C_COMPILER, CXX_COMPILER = sys.argv[5:7]
 WARNINGS = ["-Wall", "-Wextra", "-Werror"]
 
 
@@ -62,8 +62,8 @@ def command_of(language, text, folder):
     source = "program." + language
     (folder / source).write_text(text)
     compiler = [C_COMPILER, "-std=c99"] if language == "c" else [CXX_COMPILER, "-std=c++17"]
-    subprocess.run([*compiler, *WARNINGS, source, "-o", language, "-I", SOURCE / "client/include", LIBRARY,
-                    f"-Wl,-rpath,{LIBRARY.parent}"], cwd=folder, check=True)
+    subprocess.run([*compiler, *WARNINGS, source, "-o", language, "-I", SOURCE / "client/include",
+                    "-I", GENERATED_HEADERS, LIBRARY, f"-Wl,-rpath,{LIBRARY.parent}"], cwd=folder, check=True)
     return [folder / language]
 
 
