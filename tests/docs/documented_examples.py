@@ -2,9 +2,8 @@
 
     documented_examples.py SOURCE_FOLDER QVHOST CLIENT_LIBRARY GENERATED_HEADERS C_COMPILER CXX_COMPILER
 
-Types the lines of the session that begin with "$ " into a shell, and compares what the shell prints with the lines
-between them. Then builds and runs each program, in the order of the page, with one resident host. Each program must
-print the line that its comment "prints:" names. Does not run the project's scripts, which would build everything
+Plays the session. Then builds and runs each program, in the order of the page, with one resident host. Each program
+must print the line that its comment "prints:" names. Does not run the project's scripts, which would build everything
 again.
 """
 
@@ -16,6 +15,7 @@ import sys
 import tempfile
 
 from resident_host import ResidentHost
+from session import Session
 
 SOURCE, QVHOST, LIBRARY, GENERATED_HEADERS = (pathlib.Path(argument).resolve() for argument in sys.argv[1:5])
 C_COMPILER, CXX_COMPILER = sys.argv[5:7]
@@ -27,31 +27,14 @@ def blocks():
     return re.findall(r"^```(\w+)\n(.*?)^```$", (SOURCE / "README.md").read_text(), re.MULTILINE | re.DOTALL)
 
 
-def in_folder(line, folder):
-    return line.replace("/tmp/naming", str(folder / "naming"))
-
-
-def run_session(lines, folder):
-    """Plays the lines in a folder that has build/bin/qvhost."""
+def run_session(text, folder, environment):
+    """Plays the session in a folder that has build/bin/qvhost."""
     (folder / "build/bin").mkdir(parents=True)
     (folder / "build/bin/qvhost").symlink_to(QVHOST)
-    shell = subprocess.Popen(["bash", "--norc"], cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                             stderr=subprocess.STDOUT, text=True, bufsize=1)
-    typed = ""
-    for line in lines:
-        if line.startswith("$ "):
-            typed = line[2:]
-            if not typed.startswith("scripts/"):
-                shell.stdin.write(in_folder(typed, folder) + "\n")
-        elif (printed := shell.stdout.readline()) != in_folder(line, folder) + "\n":
-            shell.kill()
-            sys.exit(f"\"{typed}\" prints \"{printed.rstrip()}\" and not \"{in_folder(line, folder)}\"")
-    # Ends the host, and sees what the session has printed beyond the page.
-    shell.stdin.write("kill $! && wait $!\n")
-    shell.stdin.close()
-    rest = shell.stdout.read()
-    if shell.wait() != 0 or rest:
-        sys.exit(f"the session ends with {shell.returncode} and prints more: {rest}")
+    session = Session(folder, environment)
+    lines = text.replace("/tmp/naming", str(folder / "naming")).splitlines()
+    session.play(line for line in lines if not line.startswith("$ scripts/"))
+    session.end("kill $! && wait $!")
 
 
 def command_of(language, text, folder):
@@ -89,7 +72,7 @@ def main():
         for language, text in blocks():
             languages.append(language)
             if language == "console":
-                run_session(text.splitlines(), folder)
+                run_session(text, folder, environment)
             else:
                 run_program(language, text, folder, environment)
     if languages != ["console", "cpp", "c", "python"]:
