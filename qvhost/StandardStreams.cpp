@@ -62,7 +62,8 @@ void writeJournal(std::string_view message) noexcept {
         // A pipe that is ready takes PIPE_BUF bytes without waiting.
         pollfd errors = {STDERR_FILENO, POLLOUT, 0};
         if (line.size() <= PIPE_BUF && poll(&errors, 1, 0) == 1 && errors.revents == POLLOUT) {
-            static_cast<void>(::write(STDERR_FILENO, line.data(), line.size()));
+            [[maybe_unused]] const ssize_t written =
+                ::write(STDERR_FILENO, line.data(), line.size());
         }
     } catch (const std::exception&) {
         return;
