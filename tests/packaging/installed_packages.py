@@ -8,6 +8,7 @@ import glob
 import grp
 import os
 import pwd
+import re
 import resource
 import signal
 import socket
@@ -18,7 +19,8 @@ import time
 import unittest
 
 PACKAGES, SOURCE = sys.argv[1:3]
-NAMES = ["lorx-naming-service", "lorx-naming-service-host", "lorx-naming-service-dev", "python3-qvclient"]
+NAMES = ["lorx-naming-service", "lorx-naming-service-host", "libqvclient1", "lorx-naming-service-dev",
+         "python3-qvclient"]
 SERVICE, SOCKET_UNIT = "lorx-naming-service.service", "lorx-naming-service.socket"
 STATE = "/var/lib/Vornak/LorxCore"
 CONFIGURATION = STATE + "/namingService.conf.plist"
@@ -116,17 +118,27 @@ def documented(program):
         return [line.strip() for line in page if line.startswith(f"    {program} ")]
 
 
-def packages_of_version(version):
+def packages_of_version(version, library_in_host=False):
+    """Makes packages of another version, as they are or as they were while the host's package had the library."""
     folder = "/tmp/" + version
     os.mkdir(folder)
+    os.mkdir("/tmp/trees")
     for package in glob.glob(PACKAGES + "/*.deb"):
-        run("dpkg-deb", "--raw-extract", package, "/tmp/tree")
-        with open("/tmp/tree/DEBIAN/control", "r+", encoding="utf-8") as control:
-            text = control.read().replace("1.0.0", version)
+        tree = "/tmp/trees/" + os.path.basename(package).split("_", maxsplit=1)[0]
+        run("dpkg-deb", "--raw-extract", package, tree)
+        with open(tree + "/DEBIAN/control", "r+", encoding="utf-8") as control:
+            text = re.sub(r"(Version: |\(= )[0-9.]+-[0-9]+", r"\g<1>" + version, control.read())
+            if library_in_host:
+                text = text.replace("libqvclient1 (", "lorx-naming-service (")
             control.seek(0)
+            control.truncate()
             control.write(text)
-        run("dpkg-deb", "--build", "-Znone", "--root-owner-group", "/tmp/tree", folder)
-        run("rm", "-r", "/tmp/tree")
+    if library_in_host:
+        run("cp", "-a", "/tmp/trees/libqvclient1/usr/lib", f"/tmp/trees/{NAMES[1]}/usr")
+        run("rm", "-r", "/tmp/trees/libqvclient1")
+    for tree in glob.glob("/tmp/trees/*"):
+        run("dpkg-deb", "--build", "-Znone", "--root-owner-group", tree, folder)
+    run("rm", "-r", "/tmp/trees")
     return glob.glob(folder + "/*.deb")
 
 
@@ -326,6 +338,14 @@ class InstalledPackages(unittest.TestCase):
         environment = dict(os.environ, QV_CONFIG_DIR="/tmp/state", QV_LOG_DIR="/tmp/state")
         self.assertEqual(run("/tmp/host/exampleHost", "5", "/run/5.sock", env=environment),
                          "5 /run/5.sock\n")
+        # The package of a program that links the library depends on the library's package.
+        os.makedirs("/tmp/component/debian")
+        with open("/tmp/component/debian/control", "w", encoding="utf-8") as control:
+            control.write("Source: component\n\nPackage: component\nArchitecture: any\n")
+        flags = run("pkg-config", "--cflags", "--libs", "lorx-naming-service").split()
+        run("cc", "-o", "component", SOURCE + "/examples/client/component.c", *flags, cwd="/tmp/component")
+        self.assertIn("libqvclient1 (>= 1.0.0)",
+                      run("dpkg-shlibdeps", "-O", "component", cwd="/tmp/component"))
 
     def test_11_an_upgrade_keeps_the_configuration_and_restarts_the_service(self):
         run("qvhost", "sync")
@@ -422,6 +442,37 @@ class InstalledPackages(unittest.TestCase):
         self.assertEqual(state(SERVICE), ("inactive", "masked"))
         run("dpkg", "--purge", *NAMES)
         systemctl("unmask", SERVICE)
+        self.assertEqual(left(), "")
+
+    def test_21_an_upgrade_takes_the_library_out_of_the_package_of_the_host(self):
+        run("dpkg", "--install", *packages_of_version("1.0.0", library_in_host=True))
+        library = run("find", "/usr/lib", "-name", "libQvClient.so.1").strip()
+        self.assertIn(NAMES[1] + ": ", run("dpkg", "--search", library))
+        run("qvhost", "register", "1", "/run/1.sock")
+        process = main_process()
+        run("apt-get", "install", "--yes", *glob.glob(PACKAGES + "/*.deb"))
+        self.assertIn("libqvclient1: ", run("dpkg", "--search", library))
+        self.assertEqual(run("dpkg", "--audit"), "")
+        self.assertEqual(state(SERVICE), RUNNING)
+        self.assertNotEqual(main_process(), process)
+        self.assertEqual(listing(), ["1,/run/1.sock"])
+        run("dpkg", "--purge", *NAMES)
+        self.assertEqual(left(), "")
+
+    def test_22_a_purge_leaves_the_user_and_what_administrators_made(self):
+        run("dpkg", "--install", *glob.glob(PACKAGES + "/*.deb"))
+        made = [f"/etc/systemd/system/{SERVICE}.d/override.conf", STATE + "/backup/notes"]
+        os.makedirs(os.path.dirname(made[0]))
+        for path in made:
+            with open(path, "w", encoding="utf-8"):
+                pass
+        run("dpkg", "--purge", *NAMES)
+        self.assertEqual(os.listdir(STATE), ["backup"])
+        for path in made:
+            os.remove(path)
+        os.rmdir(os.path.dirname(made[0]))
+        os.removedirs(STATE + "/backup")
+        self.assertEqual(pwd.getpwnam("lorxcore").pw_dir, STATE)
         self.assertEqual(left(), "")
 
 
