@@ -23,11 +23,11 @@ function(expect actual expected)
   endif()
 endfunction()
 
-# build(FOLDER) builds a project against the installed tree.
+# build(FOLDER OPTION...) builds a project against the installed tree.
 function(build folder)
   run(ignored "${CMAKE_COMMAND}" -S "${folder}" -B "${work}/build" -G "${GENERATOR}"
     "-DCMAKE_PREFIX_PATH=${PREFIX}" "-DCMAKE_C_COMPILER=${C_COMPILER}"
-    "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" -DCMAKE_CXX_FLAGS=-Werror)
+    "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" -DCMAKE_CXX_FLAGS=-Werror ${ARGN})
   run(ignored "${CMAKE_COMMAND}" --build "${work}/build")
 endfunction()
 
@@ -41,6 +41,8 @@ if(CASE STREQUAL "EveryFileIsInItsPlace")
   file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/installed-files.txt" expected)
   list(TRANSFORM expected REPLACE "@LIBDIR@" "${LIBDIR}")
   list(TRANSFORM expected REPLACE "@VERSION@" "${VERSION}")
+  string(TOLOWER "${BUILD_TYPE}" buildType)
+  list(TRANSFORM expected REPLACE "@BUILD_TYPE@" "${buildType}")
   if(NOT COREFOUNDATION STREQUAL "bundled")
     list(FILTER expected EXCLUDE REGEX "/libQvCoreFoundation\\.so$")
   endif()
@@ -56,6 +58,22 @@ elseif(CASE STREQUAL "HostProjectLoadsThePlugin")
 
 elseif(CASE STREQUAL "ClientProjectLinksTheLibrary")
   build("${CMAKE_CURRENT_LIST_DIR}/client")
+  run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "${work}/build/client")
+  expect("${path}" "/elsewhere/namingService.sock\n")
+
+elseif(CASE STREQUAL "BuildTreeIsAPackage")
+  set(PREFIX "${BUILD_DIR}")
+  build("${CMAKE_CURRENT_LIST_DIR}/client")
+  run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "${work}/build/client")
+  expect("${path}" "/elsewhere/namingService.sock\n")
+  file(REMOVE_RECURSE "${work}/build")
+  build("${SOURCE_DIR}/examples/host")
+  run(listing "${CMAKE_COMMAND}" -E env "QV_CONFIG_DIR=${work}" "QV_LOG_DIR=${work}"
+    "${work}/build/exampleHost" 1 /run/a.sock)
+  expect("${listing}" "1 /run/a.sock\n")
+
+elseif(CASE STREQUAL "SubprojectHasTheSameNames")
+  build("${CMAKE_CURRENT_LIST_DIR}/subproject" "-DNAMING_SERVICE=${SOURCE_DIR}")
   run(path "${CMAKE_COMMAND}" -E env QV_RUN_DIR=/elsewhere "${work}/build/client")
   expect("${path}" "/elsewhere/namingService.sock\n")
 
