@@ -1,7 +1,7 @@
 /*
  * Lists the services that a resident host keeps, with nothing but sockets and QvFrame.h:
  *
- *     cc -std=c11 -I client/include -o list examples/client/list.c
+ *     cc -std=c11 -o list list.c $(pkg-config --cflags lorx-naming-service)
  *     ./list [SOCKET]
  *
  * The answer is a message of Protocol Buffers. This program reads what a list of services has of
