@@ -1,5 +1,6 @@
 // Kills the modelled host: takes images of its files while it works, and goes on with one of them.
 #include <utility>
+#include <vector>
 
 #include "qvhost/ModelledHost.h"
 #include "qvhost/Possibilities.h"
@@ -45,7 +46,9 @@ void ModelledHost::crashAt(unsigned moment, unsigned tear) {
         isArmed_ = false;
     }
     images_.push_back(stableImage());
+    const std::vector<Tree> keysAfter = known_.keys;
     const std::size_t index = moment % images_.size();
+    const bool isStart = index != 0 && startsWith_ && isDiskGood();
     Image image = std::move(images_[index]);
     if (index == 0) {
         known_ = knownBefore_;
@@ -56,19 +59,20 @@ void ModelledHost::crashAt(unsigned moment, unsigned tear) {
         }
         widen(known.mayHold, known_.mayHold);
         known.progress = Progress::Unsure;
-        if (startsWith_ && isDiskGood()) {
+        // A start tells the record the keys of the file before the plug-in writes. Until then, the
+        // record has the older keys, which count if somebody removes the file.
+        widen(known.keys, keysAfter);
+        if (isStart) {
             // The next start does the same, whatever this one has done.
             known.mustStartWith = startsWith_;
-            known.keys = known_.keys;
-        } else {
-            widen(known.keys, known_.keys);
         }
         known_ = std::move(known);
     }
-    if (index + 1 < images_.size()) {
-        if (tearFile(image, images_[index + 1], tear)) {
-            known_.isTorn = true;
-            known_.edits.clear();
+    if (index + 1 < images_.size() && tearFile(image, images_[index + 1], tear)) {
+        known_.isTorn = true;
+        known_.edits.clear();
+        if (isStart) {
+            known_.keys = keysAfter;
         }
     }
     images_.clear();
