@@ -296,6 +296,10 @@ void ModelledHost::finishTurn(const Found& found) {
         checkCopies(*found.file);
     }
     isNewEdit_ = false;
+    if (!isDiskGood() && !contentIn(found.file.value_or("")).isWhole) {
+        // The host cannot write the file, so the plug-in restores the backup with its keys.
+        known_.keys.clear();
+    }
     followed(problem);
     checkBackup(found.backup);
 }
