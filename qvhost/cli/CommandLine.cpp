@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -142,76 +143,19 @@ std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
     return text;
 }
 
-}  // namespace
-
-CommandLine::CommandLine() : app_(kDescription, "qvhost") {
-    app_.footer(kFooter);
-    app_.require_subcommand(1);
-    addShared(app_, kConfigurationOption | kPluginOptions | kHostOptions | kJsonOption);
-}
-
-// Adds shared options to the program or to one of its subcommands. Both get them, so that either
-// place will do and every --help is complete.
-void CommandLine::addShared(CLI::App& app, unsigned shared) {
-    app.set_help_flag("-h,--help", "Print this help and exit");
-    app.set_version_flag("--version", "qvhost " QVHOST_VERSION "\n", "Print the version and exit");
-    if ((shared & kConfigurationOption) != 0) {
-        app.add_option("--config-dir", options_.configDirectory,
-                       "Directory of the configuration file, instead of QV_CONFIG_DIR")
-            ->type_name("DIR")
-            ->check(notEmpty());
-    }
-    if ((shared & kPluginOptions) != 0) {
-        app.add_option("--plugin", options_.plugin,
-                       "The plug-in's library, instead of looking for it")
-            ->type_name("FILE")
-            ->check(notEmpty());
-        app.add_option("--log-dir", options_.logDirectory,
-                       "Directory of the diagnostic log, instead of QV_LOG_DIR; made if missing")
-            ->type_name("DIR")
-            ->check(notEmpty());
-    }
-    if ((shared & kSocketOption) != 0) {
-        app.add_option("--socket", options_.socket,
-                       "The resident host's socket, instead of the default")
-            ->type_name("PATH")
-            ->check(notEmpty());
-    }
-    if ((shared & kTimeoutOption) != 0) {
-        constexpr double kShortest = 0.001;
-        app.add_option("--timeout", options_.timeout,
-                       "How many seconds the host may take to answer; 30 when not given")
-            ->type_name("SECONDS")
-            ->check(isTime(kShortest));
-    }
-    if ((shared & kJsonOption) != 0) {
-        app.add_flag("--json", options_.json, "Print JSON instead of a table");
-    }
-}
-
-CLI::App& CommandLine::add(const std::string& name, const std::string& description,
-                           const std::string& footer, unsigned shared,
-                           std::function<int()> execute) {
-    CLI::App& subcommand = *app_.add_subcommand(name, description);
-    addShared(subcommand, shared);
-    subcommand.footer(footer);
-    subcommand.final_callback([this, execute = std::move(execute)] { chosen_ = execute; });
-    return subcommand;
-}
-
 // Tells what is wrong with the arguments. The library looks for missing arguments first, so it
 // would report a misspelt option or subcommand as a missing subcommand.
-void CommandLine::refuse(const CLI::ParseError& error) const {
-    const std::vector<CLI::App*> subcommands = app_.get_subcommands();
+[[noreturn]] void refuse(const CLI::ParseError& error, const CLI::App& program) {
+    const std::vector<CLI::App*> subcommands = program.get_subcommands();
     const CLI::App* const subcommand = subcommands.empty() ? nullptr : subcommands.front();
-    const CLI::App& app = subcommand == nullptr ? app_ : *subcommand;
+    const CLI::App& app = subcommand == nullptr ? program : *subcommand;
     constexpr bool kOfSubcommandsToo = true;
-    const std::vector<std::string> extras = app_.remaining(kOfSubcommandsToo);
+    const std::vector<std::string> extras = program.remaining(kOfSubcommandsToo);
     std::string problem;
     if (extras.empty()) {
         problem = subcommand == nullptr && error.get_name() == "RequiredError"
                       ? fmt::format("no subcommand; the subcommands are {}",
-                                    fmt::join(subcommandNames(app_), ", "))
+                                    fmt::join(subcommandNames(program), ", "))
                       : problemOf(error, app);
     } else {
         const std::string word = withoutMark(extras.front());
@@ -220,7 +164,7 @@ void CommandLine::refuse(const CLI::ParseError& error) const {
             problem = fmt::format("{} is one argument too many", quotation(word));
         } else {
             const std::vector<std::string> known =
-                isOption ? optionNames(app) : subcommandNames(app_);
+                isOption ? optionNames(app) : subcommandNames(program);
             const std::string_view closest = closestWord(word, {known.begin(), known.end()});
             problem =
                 fmt::format("unknown {} {}", isOption ? "option" : "subcommand", quotation(word));
@@ -232,25 +176,78 @@ void CommandLine::refuse(const CLI::ParseError& error) const {
     throw UsageError(fmt::format("{} ({})", problem, hint(subcommand)));
 }
 
+}  // namespace
+
+CommandLine::CommandLine() : app_(std::make_unique<CLI::App>(kDescription, "qvhost")) {
+    app_->footer(kFooter);
+    app_->require_subcommand(1);
+    addShared(*app_, kConfigurationOption | kPluginOptions | kHostOptions | kJsonOption);
+}
+
+CommandLine::~CommandLine() = default;
+
+// Adds shared options to the program or to one of its subcommands. Both get them, so that either
+// place will do and every --help is complete.
+void CommandLine::addShared(CLI::App& app, unsigned shared) {
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", "qvhost " QVHOST_VERSION "\n", "Print the version and exit");
+    Subcommand subcommand(app);
+    if ((shared & kConfigurationOption) != 0) {
+        subcommand.option("--config-dir", "DIR", options_.configDirectory,
+                          "Directory of the configuration file, instead of QV_CONFIG_DIR",
+                          notEmpty());
+    }
+    if ((shared & kPluginOptions) != 0) {
+        subcommand.option("--plugin", "FILE", options_.plugin,
+                          "The plug-in's library, instead of looking for it", notEmpty());
+        subcommand.option("--log-dir", "DIR", options_.logDirectory,
+                          "Directory of the diagnostic log, instead of QV_LOG_DIR; made if missing",
+                          notEmpty());
+    }
+    if ((shared & kSocketOption) != 0) {
+        subcommand.option("--socket", "PATH", options_.socket,
+                          "The resident host's socket, instead of the default", notEmpty());
+    }
+    if ((shared & kTimeoutOption) != 0) {
+        constexpr double kShortest = 0.001;
+        subcommand.option("--timeout", "SECONDS", options_.timeout,
+                          "How many seconds the host may take to answer; 30 when not given",
+                          isTime(kShortest));
+    }
+    if ((shared & kJsonOption) != 0) {
+        subcommand.flag("--json", options_.json, "Print JSON instead of a table");
+    }
+}
+
+Subcommand CommandLine::add(const std::string& name, const std::string& description,
+                            const std::string& footer, unsigned shared,
+                            std::function<int()> execute) {
+    CLI::App& subcommand = *app_->add_subcommand(name, description);
+    addShared(subcommand, shared);
+    subcommand.footer(footer);
+    subcommand.final_callback([this, execute = std::move(execute)] { chosen_ = execute; });
+    return Subcommand(subcommand);
+}
+
 int CommandLine::run(int argc, char** argv) {
-    removeMarks(app_);
-    for (CLI::App* const subcommand : app_.get_subcommands(nullptr)) {
+    removeMarks(*app_);
+    for (CLI::App* const subcommand : app_->get_subcommands(nullptr)) {
         removeMarks(*subcommand);
     }
     try {
-        app_.parse(libraryArguments(argc, argv));
+        app_->parse(libraryArguments(argc, argv));
     } catch (const CLI::CallForHelp&) {
-        writeOutput(stdout, app_.help());
+        writeOutput(stdout, app_->help());
         return kSuccess;
     } catch (const CLI::CallForVersion& version) {
         writeOutput(stdout, version.what());
         return kSuccess;
     } catch (const CLI::ParseError& error) {
-        refuse(error);
+        refuse(error, *app_);
     }
-    const CLI::App& subcommand = *app_.get_subcommands().front();
-    for (const std::string& name : optionNames(app_)) {
-        if (app_.count(name) > 0 && subcommand.get_option_no_throw(name) == nullptr) {
+    const CLI::App& subcommand = *app_->get_subcommands().front();
+    for (const std::string& name : optionNames(*app_)) {
+        if (app_->count(name) > 0 && subcommand.get_option_no_throw(name) == nullptr) {
             throw UsageError(fmt::format("{} takes no {} (see qvhost {} --help)",
                                          subcommand.get_name(), name, subcommand.get_name()));
         }

@@ -11,9 +11,11 @@
 #ifndef QVHOST_CLI_COMMAND_LINE_H
 #define QVHOST_CLI_COMMAND_LINE_H
 
-#include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
 #include <string>
+
+#include "cli/Subcommand.h"
 
 namespace qv::host {
 
@@ -41,11 +43,14 @@ class CommandLine {
     };
 
     CommandLine();
+    ~CommandLine();
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
 
     // Adds a subcommand. `execute` carries it out and returns the exit status. The caller adds the
     // subcommand's own options to the returned object.
-    CLI::App& add(const std::string& name, const std::string& description,
-                  const std::string& footer, unsigned shared, std::function<int()> execute);
+    Subcommand add(const std::string& name, const std::string& description,
+                   const std::string& footer, unsigned shared, std::function<int()> execute);
 
     // Returns the shared options. They are filled before a subcommand is executed, and live as long
     // as the command line.
@@ -57,9 +62,8 @@ class CommandLine {
 
   private:
     void addShared(CLI::App& app, unsigned shared);
-    [[noreturn]] void refuse(const CLI::ParseError& error) const;
 
-    CLI::App app_;
+    std::unique_ptr<CLI::App> app_;
     CommonOptions options_;
     std::function<int()> chosen_;
 };

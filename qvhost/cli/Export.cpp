@@ -80,14 +80,13 @@ int exportServices(const ExportOptions& own, const CommonOptions& options) {
 
 void addExport(CommandLine& line) {
     const auto own = std::make_shared<ExportOptions>();
-    CLI::App& subcommand = line.add(
+    Subcommand subcommand = line.add(
         "export", "Write the directory of services to a file", kFooter, CommandLine::kHostOptions,
         [own, &options = line.options()] { return exportServices(*own, options); });
-    subcommand.add_option("FILE", own->path, "The file. The default, and -, is standard output")
-        ->type_name("")
-        ->check(notEmpty());
+    subcommand.word("FILE", own->path, "The file. The default, and -, is standard output",
+                    Subcommand::Need::Optional, notEmpty());
     addFormatOption(subcommand, own->format, "json if FILE ends in .json, otherwise csv");
-    subcommand.add_flag("--replace", own->replace, "Write U+FFFD for bytes that are not UTF-8");
+    subcommand.flag("--replace", own->replace, "Write U+FFFD for bytes that are not UTF-8");
 }
 
 }  // namespace qv::host

@@ -86,8 +86,8 @@ int wait(const std::vector<std::string>& words, const CommonOptions& options) {
     }
 }
 
-void addIdentifiers(CLI::App& subcommand, std::vector<std::string>& words) {
-    subcommand.add_option("ID", words, "The services' identifiers")->type_name("")->required();
+void addIdentifiers(Subcommand subcommand, std::vector<std::string>& words) {
+    subcommand.words("ID", words, "The services' identifiers");
 }
 
 }  // namespace
@@ -102,11 +102,10 @@ void addGet(CommandLine& line) {
 
 void addWait(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    CLI::App& subcommand = line.add(
+    Subcommand subcommand = line.add(
         "wait", "Wait until services are registered", kWaitFooter, CommandLine::kHostOptions,
         [words, &options = line.options()] { return wait(*words, options); });
-    subcommand.get_option("--timeout")
-        ->description("How many seconds to wait; without a bound when not given");
+    subcommand.describe("--timeout", "How many seconds to wait; without a bound when not given");
     addIdentifiers(subcommand, *words);
 }
 

@@ -133,15 +133,13 @@ int importServices(const std::string& path, const std::string& format,
 void addImport(CommandLine& line) {
     const auto path = std::make_shared<std::string>();
     const auto format = std::make_shared<std::string>();
-    CLI::App& subcommand =
+    Subcommand subcommand =
         line.add("import", "Register the services of a file", kFooter, CommandLine::kHostOptions,
                  [path, format, &options = line.options()] {
                      return importServices(*path, *format, options);
                  });
-    subcommand.add_option("FILE", *path, "The file, or - for standard input")
-        ->type_name("")
-        ->required()
-        ->check(notEmpty());
+    subcommand.word("FILE", *path, "The file, or - for standard input", Subcommand::Need::Required,
+                    notEmpty());
     addFormatOption(subcommand, *format, "the beginning of the text tells");
 }
 

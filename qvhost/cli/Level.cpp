@@ -28,9 +28,7 @@ void addLevel(CommandLine& line) {
                  connectToHost(options).setDebugLevel(number);
                  return int{kSuccess};
              })
-        .add_option("N", *level, "0 (least) to 7 (most)")
-        ->type_name("")
-        ->required();
+        .word("N", *level, "0 (least) to 7 (most)");
 }
 
 }  // namespace qv::host

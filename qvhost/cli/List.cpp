@@ -86,17 +86,15 @@ int list(const ListOptions& own, const CommonOptions& common) {
 
 void addList(CommandLine& line) {
     const auto own = std::make_shared<ListOptions>();
-    CLI::App& subcommand = line.add(
+    Subcommand subcommand = line.add(
         "list", "Print the directory of services", kFooter,
         CommandLine::kConfigurationOption | CommandLine::kHostOptions | CommandLine::kJsonOption,
         [own, &options = line.options()] { return list(*own, options); });
-    subcommand.add_flag("--csv", own->csv, "Print CSV instead of a table");
-    subcommand.add_flag("--offline", own->offline,
-                        "Read the configuration file instead of asking the host");
-    subcommand
-        .add_option("--match", own->match, "Print only services whose address fits the pattern")
-        ->type_name("GLOB")
-        ->check(notEmpty());
+    subcommand.flag("--csv", own->csv, "Print CSV instead of a table");
+    subcommand.flag("--offline", own->offline,
+                    "Read the configuration file instead of asking the host");
+    subcommand.option("--match", "GLOB", own->match,
+                      "Print only services whose address fits the pattern", notEmpty());
 }
 
 }  // namespace qv::host

@@ -11,35 +11,36 @@
 
 namespace qv::host {
 
-CLI::Validator notEmpty() {
-    return {[](const std::string& value) {
-                return value.empty() ? std::string("the name is empty") : std::string();
-            },
-            ""};
+ValueCheck isAnything() {
+    return [](const std::string& /*value*/) { return std::string(); };
 }
 
-CLI::Validator isWholeNumber(uint64_t least, uint64_t most) {
-    return {[least, most](const std::string& value) {
-                const char* const end = value.data() + value.size();
-                uint64_t number = 0;
-                const std::from_chars_result result = std::from_chars(value.data(), end, number);
-                const bool good = result.ec == std::errc() && result.ptr == end &&
-                                  number >= least && number <= most;
-                return good ? std::string()
-                            : fmt::format("a number from {} to {} is needed, not {}", least, most,
-                                          quotation(value));
-            },
-            ""};
+ValueCheck notEmpty() {
+    return [](const std::string& value) {
+        return value.empty() ? std::string("the name is empty") : std::string();
+    };
 }
 
-CLI::Validator isOneOf(std::vector<std::string> words) {
-    return {[words = std::move(words)](const std::string& value) {
-                const bool good = std::find(words.begin(), words.end(), value) != words.end();
-                return good ? std::string()
-                            : fmt::format("{} is needed, not {}", fmt::join(words, " or "),
-                                          quotation(value));
-            },
-            ""};
+ValueCheck isWholeNumber(uint64_t least, uint64_t most) {
+    return [least, most](const std::string& value) {
+        const char* const end = value.data() + value.size();
+        uint64_t number = 0;
+        const std::from_chars_result result = std::from_chars(value.data(), end, number);
+        const bool good =
+            result.ec == std::errc() && result.ptr == end && number >= least && number <= most;
+        return good ? std::string()
+                    : fmt::format("a number from {} to {} is needed, not {}", least, most,
+                                  quotation(value));
+    };
+}
+
+ValueCheck isOneOf(std::vector<std::string> words) {
+    return [words = std::move(words)](const std::string& value) {
+        const bool good = std::find(words.begin(), words.end(), value) != words.end();
+        return good ? std::string()
+                    : fmt::format("{} is needed, not {}", fmt::join(words, " or "),
+                                  quotation(value));
+    };
 }
 
 }  // namespace qv::host

@@ -80,24 +80,20 @@ int unregisterServices(const std::vector<std::string>& words, const CommonOption
 void addRegister(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
     const auto sync = std::make_shared<bool>(false);
-    CLI::App& subcommand =
+    Subcommand subcommand =
         line.add("register", "Bind addresses to identifiers", kRegisterFooter,
                  CommandLine::kHostOptions, [words, sync, &options = line.options()] {
                      return registerServices(*words, *sync, options);
                  });
-    subcommand.add_option("ID-ADDRESS", *words, "Identifiers, each followed by its address")
-        ->type_name("")
-        ->required();
-    subcommand.add_flag("--sync", *sync, "Wait until the plug-in's file holds the services");
+    subcommand.words("ID-ADDRESS", *words, "Identifiers, each followed by its address");
+    subcommand.flag("--sync", *sync, "Wait until the plug-in's file holds the services");
 }
 
 void addUnregister(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
     line.add("unregister", "Remove services", kUnregisterFooter, CommandLine::kHostOptions,
              [words, &options = line.options()] { return unregisterServices(*words, options); })
-        .add_option("ID", *words, "The services' identifiers")
-        ->type_name("")
-        ->required();
+        .words("ID", *words, "The services' identifiers");
 }
 
 }  // namespace qv::host

@@ -181,18 +181,14 @@ void addRun(CommandLine& line) {
         std::vector<std::string> command;
     };
     const auto words = std::make_shared<Words>();
-    CLI::App& subcommand =
+    Subcommand subcommand =
         line.add("run", "Run a command while its service is registered", kFooter,
                  CommandLine::kHostOptions, [words, &options = line.options()] {
                      return runCommand(words->id, words->address, words->command, options);
                  });
-    subcommand.add_option("ID", words->id, "The service's identifier")->type_name("")->required();
-    subcommand.add_option("ADDRESS", words->address, "The service's address")
-        ->type_name("")
-        ->required();
-    subcommand.add_option("COMMAND", words->command, "The command and its arguments, after a --")
-        ->type_name("")
-        ->required();
+    subcommand.word("ID", words->id, "The service's identifier");
+    subcommand.word("ADDRESS", words->address, "The service's address");
+    subcommand.words("COMMAND", words->command, "The command and its arguments, after a --");
 }
 
 }  // namespace qv::host

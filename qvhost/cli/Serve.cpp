@@ -57,16 +57,18 @@ constexpr char kFooter[] =
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
 
-// By default, one thread for each processor. A single thread could not execute two requests at
-// once. More threads would wait for each other at the lock of the directory.
-constexpr unsigned kFewestThreadsByDefault = 2;
-constexpr unsigned kMostThreadsByDefault = 8;
+// Returns one thread for each processor. A single thread could not execute two requests at once.
+// More threads would wait for each other at the lock of the directory.
+unsigned defaultThreads() {
+    constexpr unsigned kFewest = 2;
+    constexpr unsigned kMost = 8;
+    return std::clamp(std::thread::hardware_concurrency(), kFewest, kMost);
+}
 
 // The options as the command line has them.
 struct ServeOptions {
-    unsigned threads = std::clamp(std::thread::hardware_concurrency(), kFewestThreadsByDefault,
-                                  kMostThreadsByDefault);
-    uint32_t maxMessage = ClientLimits().maxMessage;
+    std::string threads;  // empty if it is not given
+    std::size_t maxMessage = ClientLimits().maxMessage;
     std::size_t maxClients = ClientLimits().maxClients;
     std::size_t maxMemory = ClientLimits().maxMemory;
     std::string idleTimeout = "0";
@@ -79,8 +81,9 @@ struct ServeOptions {
 ServerSettings settingsOf(const ServeOptions& options, const std::string& socket) {
     ServerSettings settings;
     settings.socket = socket.empty() ? client::defaultSocketPath() : socket;
-    settings.threads = options.threads;
-    settings.limits.maxMessage = options.maxMessage;
+    settings.threads = options.threads.empty() ? defaultThreads()
+                                               : static_cast<unsigned>(std::stoul(options.threads));
+    settings.limits.maxMessage = static_cast<uint32_t>(options.maxMessage);
     settings.limits.maxClients = options.maxClients;
     settings.limits.maxMemory = options.maxMemory;
     settings.limits.idleTimeout = milliseconds(options.idleTimeout);
@@ -128,62 +131,37 @@ int serve(const CommonOptions& common, const ServeOptions& options) {
 
 void addServe(CommandLine& line) {
     const auto options = std::make_shared<ServeOptions>();
-    CLI::App& subcommand =
+    Subcommand subcommand =
         line.add("serve", "Run the resident host", kFooter,
                  CommandLine::kConfigurationOption | CommandLine::kPluginOptions |
                      CommandLine::kSocketOption,
                  [&common = line.options(), options] { return serve(common, *options); });
-    subcommand
-        .add_option("--threads", options->threads,
-                    "Threads that serve the clients; by default one for each processor, 2 to 8")
-        ->type_name("N")
-        ->check(isWholeNumber(1, 1024));
-    subcommand.add_option("--max-message", options->maxMessage, "Longest request in bytes")
-        ->type_name("BYTES")
-        ->check(isWholeNumber(0, std::numeric_limits<int>::max()))
-        ->capture_default_str();
-    subcommand.add_option("--max-clients", options->maxClients, "Clients connected at once")
-        ->type_name("N")
-        ->check(isWholeNumber(1, 1'000'000))
-        ->capture_default_str();
+    subcommand.option("--threads", "N", options->threads,
+                      "Threads that serve the clients; by default one for each processor, 2 to 8",
+                      isWholeNumber(1, 1024));
+    subcommand.option("--max-message", "BYTES", options->maxMessage, "Longest request in bytes",
+                      isWholeNumber(0, std::numeric_limits<int>::max()));
+    subcommand.option("--max-clients", "N", options->maxClients, "Clients connected at once",
+                      isWholeNumber(1, 1'000'000));
     constexpr std::size_t kLeastMemory = std::size_t{1} << 20;
-    subcommand
-        .add_option("--max-memory", options->maxMemory,
-                    "Bytes of the requests and answers of all clients together")
-        ->type_name("BYTES")
-        ->check(isWholeNumber(kLeastMemory, std::numeric_limits<std::size_t>::max() / 2))
-        ->capture_default_str();
-    subcommand
-        .add_option("--idle-timeout", options->idleTimeout,
-                    "How many seconds a client may send nothing; 0 means no limit")
-        ->type_name("SECONDS")
-        ->check(isTime(0))
-        ->capture_default_str();
-    subcommand
-        .add_option("--frame-timeout", options->frameTimeout,
-                    "How many seconds a client may take to send a request or to read its answers; "
-                    "0 means no "
-                    "limit")
-        ->type_name("SECONDS")
-        ->check(isTime(0))
-        ->capture_default_str();
-    subcommand
-        .add_option(
-            "--stop-timeout", options->stopTimeout,
-            "How many seconds the host waits for clients when it stops, and then for the plug-in")
-        ->type_name("SECONDS")
-        ->check(isTime(0.001))
-        ->capture_default_str();
-    subcommand.add_option("--allow-user", options->users, "A user who may connect")
-        ->type_name("NAME|UID")
-        ->check(notEmpty())
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    subcommand.add_option("--allow-group", options->groups, "A group whose members may connect")
-        ->type_name("NAME|GID")
-        ->check(notEmpty())
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    subcommand.option("--max-memory", "BYTES", options->maxMemory,
+                      "Bytes of the requests and answers of all clients together",
+                      isWholeNumber(kLeastMemory, std::numeric_limits<std::size_t>::max() / 2));
+    subcommand.option("--idle-timeout", "SECONDS", options->idleTimeout,
+                      "How many seconds a client may send nothing; 0 means no limit", isTime(0));
+    subcommand.option(
+        "--frame-timeout", "SECONDS", options->frameTimeout,
+        "How many seconds a client may take to send a request or to read its answers; 0 means no "
+        "limit",
+        isTime(0));
+    subcommand.option(
+        "--stop-timeout", "SECONDS", options->stopTimeout,
+        "How many seconds the host waits for clients when it stops, and then for the plug-in",
+        isTime(0.001));
+    subcommand.option("--allow-user", "NAME|UID", options->users, "A user who may connect",
+                      notEmpty());
+    subcommand.option("--allow-group", "NAME|GID", options->groups,
+                      "A group whose members may connect", notEmpty());
 }
 
 }  // namespace qv::host

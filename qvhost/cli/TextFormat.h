@@ -2,20 +2,20 @@
 #ifndef QVHOST_CLI_TEXT_FORMAT_H
 #define QVHOST_CLI_TEXT_FORMAT_H
 
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 
 #include "cli/OptionValues.h"
 #include "cli/Output.h"
+#include "cli/Subcommand.h"
 
 namespace qv::host {
 
 // Adds the option, which sets `name` to "csv" or "json". `otherwise` says what holds without it.
-inline void addFormatOption(CLI::App& subcommand, std::string& name, const std::string& otherwise) {
-    subcommand.add_option("--format", name, "csv or json; by default, " + otherwise)
-        ->type_name("FORMAT")
-        ->check(isOneOf({"csv", "json"}));
+inline void addFormatOption(Subcommand& subcommand, std::string& name,
+                            const std::string& otherwise) {
+    subcommand.option("--format", "FORMAT", name, "csv or json; by default, " + otherwise,
+                      isOneOf({"csv", "json"}));
 }
 
 inline std::optional<Format> formatNamed(const std::string& name) {

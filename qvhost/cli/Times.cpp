@@ -16,17 +16,16 @@ constexpr double kLongest = 1e6;  // seconds
 
 }  // namespace
 
-CLI::Validator isTime(double shortest) {
-    return {[shortest](const std::string& value) {
-                char* end = nullptr;
-                const double seconds = std::strtod(value.c_str(), &end);
-                const bool good =
-                    !value.empty() && *end == '\0' && seconds >= shortest && seconds <= kLongest;
-                return good ? std::string()
-                            : fmt::format("a number of seconds from {} to {:.0f} is needed, not {}",
-                                          shortest, kLongest, quotation(value));
-            },
-            ""};
+ValueCheck isTime(double shortest) {
+    return [shortest](const std::string& value) {
+        char* end = nullptr;
+        const double seconds = std::strtod(value.c_str(), &end);
+        const bool good =
+            !value.empty() && *end == '\0' && seconds >= shortest && seconds <= kLongest;
+        return good ? std::string()
+                    : fmt::format("a number of seconds from {} to {:.0f} is needed, not {}",
+                                  shortest, kLongest, quotation(value));
+    };
 }
 
 std::chrono::milliseconds milliseconds(const std::string& seconds) {

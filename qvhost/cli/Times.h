@@ -2,14 +2,15 @@
 #ifndef QVHOST_CLI_TIMES_H
 #define QVHOST_CLI_TIMES_H
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <string>
+
+#include "cli/OptionValues.h"
 
 namespace qv::host {
 
 // Refuses a text that is not a number of seconds from `shortest` to more than a week.
-CLI::Validator isTime(double shortest);
+ValueCheck isTime(double shortest);
 
 // Returns the time that isTime() has accepted, rounded up, because 0 stands for no bound.
 std::chrono::milliseconds milliseconds(const std::string& seconds);

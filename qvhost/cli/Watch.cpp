@@ -187,8 +187,8 @@ void addWatch(CommandLine& line) {
     line.add("watch", "Print each change of services", kFooter,
              CommandLine::kHostOptions | CommandLine::kJsonOption,
              [words, &options = line.options()]() -> int { watch(*words, options); })
-        .add_option("ID", *words, "The services' identifiers; all services when not given")
-        ->type_name("");
+        .words("ID", *words, "The services' identifiers; all services when not given",
+               Subcommand::Need::Optional);
 }
 
 }  // namespace qv::host
