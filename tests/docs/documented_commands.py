@@ -61,7 +61,7 @@ def check_script(where, command):
     if not os.access(SOURCE / script, os.X_OK):
         sys.exit(f"{where} prints \"{command}\", but {script} is no executable file")
     steps = (SOURCE / ".ci/run").read_text().splitlines()
-    if not any(step.split()[:1] == [script] for step in steps):
+    if not any(step.split()[:2] == ["stage", script] for step in steps):
         sys.exit(f"{where} prints \"{command}\", but .ci/run does not run {script}")
 
 
