@@ -8,11 +8,10 @@ services. Its directory is a temporary one, and systemctl is a function that sto
 
 import os
 import pathlib
-import re
 import sys
 import tempfile
 
-from session import Session
+from session import Session, console_blocks
 
 SOURCE, QVHOST = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
 SYSTEMCTL = """systemctl() {
@@ -24,8 +23,7 @@ SYSTEMCTL = """systemctl() {
 
 
 def main():
-    recipes = re.findall(r"^```console\n(.*?)^```$", (SOURCE / "docs/operations.md").read_text(),
-                         re.MULTILINE | re.DOTALL)
+    recipes = console_blocks(SOURCE / "docs/operations.md")
     if len(recipes) < 7:
         sys.exit(f"only {len(recipes)} recipes were found")
     with tempfile.TemporaryDirectory() as name:

@@ -7,11 +7,19 @@
 Exits if a line prints something else than the document shows, or fails.
 """
 
+import pathlib
+import re
 import subprocess
 import sys
 
 # The shell prints this after a command that does not go on in the background.
 END = "end-of-the-command"
+
+
+def console_blocks(page):
+    """Returns the sessions that a page shows, which are its blocks of the language "console"."""
+    return re.findall(r"^```console\n(.*?)^```$", pathlib.Path(page).read_text(encoding="utf-8"),
+                      re.MULTILINE | re.DOTALL)
 
 
 class Session:
@@ -57,6 +65,7 @@ class Session:
         """Types the last command. Exits if the session has printed more than was played, or failed."""
         self.type(command)
         self._shell.stdin.close()
-        rest = self._shell.stdout.read()
+        with self._shell.stdout as output:
+            rest = output.read()
         if self._shell.wait() != 0 or rest:
             sys.exit(f"the session ends with {self._shell.returncode} and prints more: {rest}")
