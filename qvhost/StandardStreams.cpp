@@ -17,10 +17,7 @@ namespace qv::host {
 namespace {
 
 std::string lineOf(std::string_view message) {
-    std::string line = "qvhost: ";
-    text::appendEscaped(line, message);
-    line += '\n';
-    return line;
+    return "qvhost: " + text::printable(message) + '\n';
 }
 
 }  // namespace

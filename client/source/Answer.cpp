@@ -5,8 +5,6 @@
 #include <QvResult.h>
 #include <QvText.h>
 
-#include <cstddef>
-#include <string_view>
 #include <utility>
 
 namespace qv::client {
@@ -25,7 +23,7 @@ std::string bytesOf(Answer answer) {
     if (isHostResult(answer.result)) {
         throw Error(Error::Kind::Refused, code,
                     "the host refused: " + (answer.bytes.empty() ? "result " + std::to_string(code)
-                                                                 : printable(answer.bytes)));
+                                                                 : text::printable(answer.bytes)));
     }
     if (answer.result != QV_OK) {
         throw Error(Error::Kind::Result, code,
@@ -33,18 +31,6 @@ std::string bytesOf(Answer answer) {
                         resultMeaning(code) + ")");
     }
     return std::move(answer.bytes);
-}
-
-std::string printable(const std::string& text) {
-    std::string line;
-    std::string_view rest = text;
-    for (std::size_t end = 0; (end = rest.find('\\')) != std::string_view::npos;
-         rest.remove_prefix(end + 1)) {
-        text::appendEscaped(line, rest.substr(0, end));
-        line += '\\';
-    }
-    text::appendEscaped(line, rest);
-    return line;
 }
 
 Error brokenAnswer(const std::string& reason) {

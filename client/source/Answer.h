@@ -23,10 +23,6 @@ bool endsTheConnection(uint32_t result);
 // Returns the bytes of the answer. Throws Error for any result but QV_OK.
 std::string bytesOf(Answer answer);
 
-// Returns the host's text as one line that cannot control a terminal. A printable text stays as it
-// is, backslashes included, because hosts escape what they quote.
-std::string printable(const std::string& text);
-
 // Returns the error for bytes that are no answer.
 Error brokenAnswer(const std::string& reason);
 

@@ -1,5 +1,6 @@
 #include <QvFrame.h>
 #include <QvPlugin.h>
+#include <QvText.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -36,7 +37,7 @@ void checkAddress(const Service& service) {
 ChangeResult changeResultOf(Answer answer) {
     if (answer.result == QV_HOST_ERROR_NOT_KEPT) {
         return {false,
-                answer.bytes.empty() ? "the host does not say why" : printable(answer.bytes)};
+                answer.bytes.empty() ? "the host does not say why" : text::printable(answer.bytes)};
     }
     bytesOf(std::move(answer));
     return {};

@@ -144,11 +144,11 @@ std::string counted(uint64_t count, const char* noun) {
 std::string keptTextOf(const HostStatus& status) {
     return status.isKept ? "yes"
                          : fmt::format("no{}: {}", sinceTextOf(status.notKeptSince),
-                                       text::escaped(status.notKeptReason));
+                                       text::printable(status.notKeptReason));
 }
 
 std::string fileTextOf(const HostStatus::File& file) {
-    const std::string path = text::escaped(file.path);
+    const std::string path = text::printable(file.path);
     if (file.behind == 0 && file.problem.empty()) {
         return path + " holds the directory";
     }
@@ -156,7 +156,7 @@ std::string fileTextOf(const HostStatus::File& file) {
     const std::string what = file.behind == 0 ? "does not hold the directory"
                                               : "is behind by " + counted(file.behind, "change");
     return fmt::format("{} {}{}{}{}", path, what, sinceTextOf(file.behindSince),
-                       file.problem.empty() ? "" : ": ", text::escaped(file.problem));
+                       file.problem.empty() ? "" : ": ", text::printable(file.problem));
 }
 
 Json jsonOf(const HostStatus& status) {
@@ -204,8 +204,8 @@ std::string tableOf(const HostStatus& status) {
     const HostStatus::Commits& commits = status.commits;
     const HostStatus::Saves& saves = status.saves;
     std::string table = fmt::format("host      version {}, serving since {}\n",
-                                    text::escaped(status.version), textOf(status.startTime));
-    table += fmt::format("start     {}\n", text::escaped(status.start));
+                                    text::printable(status.version), textOf(status.startTime));
+    table += fmt::format("start     {}\n", text::printable(status.start));
     table += fmt::format("services  {} with {} of addresses, revision {}\n", status.services,
                          sizeTextOf(status.addressBytes), status.revision);
     table += fmt::format("kept      {}\n", keptTextOf(status));

@@ -20,6 +20,11 @@ void appendEscaped(std::string& out, std::string_view text);
 // Returns the escaped form of `text`.
 std::string escaped(std::string_view text);
 
+// Returns `text` as one printable line, for messages to people. Escapes the same as escaped(), but
+// leaves each backslash alone. So a text that is printable stays as it is, and a message may quote
+// words that somebody else has escaped.
+std::string printable(std::string_view text);
+
 }  // namespace qv::text
 
 #endif  // QV_TEXT_H

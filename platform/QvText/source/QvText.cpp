@@ -94,4 +94,15 @@ std::string escaped(std::string_view text) {
     return out;
 }
 
+std::string printable(std::string_view text) {
+    std::string line;
+    for (std::size_t end = 0; (end = text.find('\\')) != std::string_view::npos;
+         text.remove_prefix(end + 1)) {
+        appendEscaped(line, text.substr(0, end));
+        line += '\\';
+    }
+    appendEscaped(line, text);
+    return line;
+}
+
 }  // namespace qv::text

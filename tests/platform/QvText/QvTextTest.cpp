@@ -15,6 +15,7 @@ namespace {
 
 using qv::text::appendEscaped;
 using qv::text::escaped;
+using qv::text::printable;
 using namespace std::string_view_literals;
 
 TEST(EscapedText, PrintableTextIsUnchanged) {
@@ -243,6 +244,13 @@ TEST(EveryText, OfThreeOrFourBytesIsPrintableAndUnambiguous) {
             }
         }
     }
+}
+
+TEST(Printable, LeavesWhatIsEscapedAsItIs) {
+    EXPECT_EQ(printable("a\n\\n\x1b\\x1b \xff\\"), "a\\n\\n\\x1b\\x1b \\xff\\");
+    EXPECT_EQ(printable(printable("\\\x1b")), "\\\\x1b");
+    EXPECT_EQ(printable(escaped("\\\x1b")), escaped("\\\x1b"));
+    EXPECT_EQ(printable(""), "");
 }
 
 }  // namespace

@@ -52,6 +52,14 @@ TEST(QvhostAnswers, ListsAddressesThatNobodyCouldRegister) {
     EXPECT_EQ(runWith(script, {"list"}).out, "ID  ADDRESS\n 1  a,b\n 2  \\x1b\\xff\n 3  \n");
 }
 
+TEST(QvhostAnswers, WordsOfTheHostAreEscapedOnce) {
+    const std::string words = "a\\x1b \n";
+    EXPECT_EQ(runWith(answering(QV_HOST_ERROR_REFUSED, words), {"ping"}).err,
+              "qvhost: cannot ping the host: the host refused: a\\x1b \\n\n");
+    EXPECT_THAT(runWith(answering(QV_HOST_ERROR_NOT_KEPT, words), {"unregister", "1"}).err,
+                StartsWith("qvhost: not kept: a\\x1b \\n; "));
+}
+
 TEST(QvhostAnswers, ExportLosesNoBytesUntold) {
     const ScriptedServer::Script script =
         answering(QV_OK, listOf({{1, "a"}, {5, "b\xff"}, {9, "\xc3"}}));

@@ -117,6 +117,12 @@ TEST(FormatStatus, TableDrivesNoTerminal) {
     EXPECT_THAT(table, HasSubstr("kept      no, since 2026-11-21T09:19:20Z: \\x1b[31m\\n\\xff\n"));
 }
 
+TEST(FormatStatus, TableEscapesNothingTwice) {
+    HostStatus status = troubled();
+    status.notKeptReason = "a\\x1b";
+    EXPECT_THAT(formatStatus(status, Format::Table), HasSubstr(": a\\x1b\n"));
+}
+
 TEST(FormatStatus, JsonHoldsEverything) {
     const std::string text = formatStatus(troubled(), Format::Json);
     EXPECT_EQ(text.find('\n'), text.size() - 1);
