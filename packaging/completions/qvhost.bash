@@ -50,7 +50,7 @@ _qvhost_identifiers() {
 _qvhost() {
     local subcommands='serve register unregister run get wait watch list level import export ping status sync init info'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local subcommand='' word position values
+    local subcommand='' behind=0 word position values
     COMPREPLY=()
 
     # bash takes the = of --option=value for a word of its own.
@@ -62,18 +62,29 @@ _qvhost() {
     for ((position = 1; position < COMP_CWORD; ++position)); do
         word=${COMP_WORDS[position]}
         case $word in
+            --)
+                # What follows is a command of its own, or an argument that begins with a dash.
+                behind=$((COMP_CWORD - position))
+                break
+                ;;
             = | -*) ;;
             *)
+                [ -z "$subcommand" ] || continue
                 # The value of an option is no subcommand.
                 [ "${COMP_WORDS[position - 1]}" = = ] && continue
                 _qvhost_value "${COMP_WORDS[position - 1]}" '' >/dev/null && continue
                 subcommand=$word
-                break
                 ;;
         esac
     done
 
-    if values=$(_qvhost_value "$previous" "$current"); then
+    if [ "$subcommand" = run ] && [ "$behind" -gt 0 ]; then
+        if [ "$behind" -eq 1 ]; then
+            values=$(compgen -c -- "$current")
+        else
+            values=$(compgen -f -- "$current")
+        fi
+    elif values=$(_qvhost_value "$previous" "$current"); then
         :
     elif [ "${current#-}" != "$current" ] && [ "${current#-[0-9]}" = "$current" ]; then
         values=$(compgen -W "$(_qvhost_options "$subcommand")" -- "$current")

@@ -20,6 +20,7 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using Words = std::set<std::string>;
 
 constexpr char kBash[] = QVHOST_COMPLETIONS_DIR "/qvhost.bash";
@@ -147,6 +148,18 @@ TEST(BashCompletion, OffersValues) {
     EXPECT_THAT(completed("--config-dir " + files.path("")), ElementsAre(files.path("directory")));
 }
 
+TEST(BashCompletion, OffersCommandsToRunAndTheirFiles) {
+    EXPECT_THAT(completed("run 7 /run/a.sock -- bas"), Contains("bash"));
+    EXPECT_THAT(completed("--socket x run --timeout 5 7 /run/a.sock -- bas"), Contains("bash"));
+    EXPECT_THAT(completed("run 7 /run/a.sock -- bash --soc"), IsEmpty());
+    EXPECT_THAT(completed("run 7 /run/a.sock -- bash --format \"\""), Not(Contains("csv")));
+    EXPECT_THAT(completed("run 7 bas"), IsEmpty());
+    const TestFiles files;
+    files.write("a.csv", "");
+    EXPECT_THAT(completed("run 7 /run/a.sock -- cat " + files.path("a")),
+                ElementsAre(files.path("a.csv")));
+}
+
 TEST(BashCompletion, OffersRegisteredIdentifiers) {
     HostProcess host;
     ASSERT_TRUE(host.start()) << host.errors();
@@ -206,6 +219,38 @@ TEST(ZshCompletion, IsAScriptOfZsh) {
         GTEST_SKIP() << "no zsh here";
     }
     EXPECT_EQ(std::system((std::string("zsh -n ") + kZsh).c_str()), 0);
+}
+
+// Types the words and a tab into zsh on a terminal. Returns whether they become the completed ones.
+bool zshCompletes(const std::string& words, const std::string& completedWords) {
+    const std::string folder = QVHOST_COMPLETIONS_DIR;
+    const std::string script =
+        "zmodload zsh/zpty\n"
+        "zpty z 'TERM=dumb zsh -f -i'\n"
+        "zpty -w z 'autoload -Uz compinit; fpath=(" +
+        folder +
+        " $fpath); compinit -D -u; echo rea\"\"dy'\n"
+        "zpty -r z output '*ready*'\n"
+        "zpty -w -n z \"" +
+        words +
+        "\"$'\\t'\n"
+        "zpty -r z output '*" +
+        completedWords +
+        "*'\n"
+        "zpty -d z\n";
+    return std::system(("timeout 20 zsh -f -c '" +
+                        std::regex_replace(script, std::regex("'"), "'\\''") + "'")
+                           .c_str()) == 0;
+}
+
+TEST(ZshCompletion, KnowsWhatFollowsAnOptionAndACommand) {
+    if (std::system("command -v zsh >/dev/null") != 0) {
+        GTEST_SKIP() << "no zsh here";
+    }
+    EXPECT_TRUE(zshCompletes("qvhost unreg", "qvhost unregister "));
+    EXPECT_TRUE(zshCompletes("qvhost --json ping --socket x --tim", "--timeout="));
+    EXPECT_TRUE(zshCompletes("qvhost run --socket x 7 /run/a.sock -- basena", "-- basename "));
+    EXPECT_TRUE(zshCompletes("qvhost run 7 /run/a.sock -- bash --nopr", "bash --noprofile "));
 }
 
 }  // namespace
