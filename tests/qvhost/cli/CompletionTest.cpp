@@ -138,6 +138,7 @@ TEST(BashCompletion, KnowsWhichOptionsTakeAValue) {
 TEST(BashCompletion, OffersValues) {
     EXPECT_THAT(completed("export --format \"\""), ElementsAre("csv", "json"));
     EXPECT_THAT(completed("export --format = j"), ElementsAre("json"));
+    EXPECT_THAT(completed("export --format ="), ElementsAre("csv", "json"));
     EXPECT_THAT(completed("level \"\""), ElementsAre("0", "1", "2", "3", "4", "5", "6", "7"));
     EXPECT_THAT(completed("serve --allow-user roo"), Contains("root"));
     EXPECT_THAT(completed("ping \"\""), IsEmpty());
@@ -145,6 +146,7 @@ TEST(BashCompletion, OffersValues) {
     files.write("a b.csv", "");
     std::filesystem::create_directory(files.path("directory"));
     EXPECT_THAT(completed("import " + files.path("a")), ElementsAre(files.path("a b.csv")));
+    EXPECT_THAT(completed("export " + files.path("a")), ElementsAre(files.path("a b.csv")));
     EXPECT_THAT(completed("--config-dir " + files.path("")), ElementsAre(files.path("directory")));
 }
 
