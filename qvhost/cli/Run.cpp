@@ -30,9 +30,12 @@ namespace {
 
 constexpr char kFooter[] =
     "Registers the service, runs the command, and removes the service when the command ends. If\n"
-    "the service cannot be registered, qvhost exits with 1 and does not run the command. If the\n"
-    "service has another address by then, another process has registered it, and it stays. A\n"
-    "host that has lost the service meanwhile does not get it again.\n"
+    "the service cannot be registered, qvhost exits with 1 and does not run the command. A host\n"
+    "that has lost the service meanwhile does not get it again.\n"
+    "\n"
+    "When the command has ended, qvhost looks at the service first. If the service has another\n"
+    "address, another process has registered it, and it stays. Between this look and the removal,\n"
+    "qvhost does not notice another process: what is registered then is removed.\n"
     "\n"
     "The exit status is that of the command, or 128 and the number of the signal that ended it,\n"
     "126 if the command cannot be run, and 127 if there is no such command. If the service\n"
@@ -135,8 +138,9 @@ class Command {
     pid_t process_ = -1;
 };
 
-// Removes the service, unless it has another address by now. Says on standard error if the removal
-// fails.
+// Removes the service, unless it has another address by now. A removal has no condition, so an
+// address that another process registers after the look is removed too. Says on standard error if
+// the removal fails.
 void withdraw(const Service& service, const CommonOptions& options) {
     try {
         client::Client host = connectToHost(options);
