@@ -101,6 +101,8 @@ void ModelledHost::recordIsDamaged() {
     known_.mayHold.clear();
     known_.mustStartWith.reset();
     known_.progress = Progress::Unsure;
+    // The next record does not know the keys until the file was read back.
+    widen(known_.keys, {noKeys()});
 }
 
 // Says by the rules of a start what the directory has to be.
