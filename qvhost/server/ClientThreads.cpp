@@ -13,30 +13,6 @@
 
 namespace qv::host {
 
-namespace {
-
-// Runs the context until it is stopped or has no work. Before the thread sleeps, it lets others
-// run: waking it costs several times as much as reading what clients send meanwhile. A handler
-// belongs to one client, whose connection goes with it.
-void runClients(asio::io_context& context) {
-    for (;;) {
-        try {
-            do {
-                do {
-                    std::this_thread::yield();
-                } while (context.poll() != 0);
-            } while (context.run_one() != 0);
-            return;
-        } catch (const std::exception& error) {
-            char line[256];
-            std::snprintf(line, sizeof line, "a client was lost: %s", error.what());
-            writeJournal(line);
-        }
-    }
-}
-
-}  // namespace
-
 // Opens what a context opens for its first socket. A shortage is better met now than when a client
 // comes.
 ClientThread::ClientThread() {
@@ -59,7 +35,28 @@ ClientThread::~ClientThread() {
 }
 
 void ClientThread::start() {
-    thread_ = std::thread([this] { runClients(context_); });
+    thread_ = std::thread([this] { run(); });
+}
+
+// Runs the context until it is stopped or has no work. Before the thread sleeps, it lets others
+// run: waking it costs several times as much as reading what clients send meanwhile. A handler
+// belongs to one client, whose connection goes with it.
+void ClientThread::run() {
+    for (;;) {
+        try {
+            do {
+                do {
+                    std::this_thread::yield();
+                } while (context_.poll() != 0);
+                directory_.release();
+            } while (context_.run_one() != 0);
+            return;
+        } catch (const std::exception& error) {
+            char line[256];
+            std::snprintf(line, sizeof line, "a client was lost: %s", error.what());
+            writeJournal(line);
+        }
+    }
 }
 
 void ClientThread::join() {

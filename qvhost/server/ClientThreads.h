@@ -18,6 +18,7 @@
 #include <memory>
 #include <thread>
 
+#include "server/DirectoryReader.h"
 #include "server/FrameReader.h"
 #include "server/HandlerMemory.h"
 #include "server/Subscribers.h"
@@ -80,6 +81,9 @@ class ClientThread {
     // it turns to another client.
     FrameReader::Shared& readBuffer() { return readBuffer_; }
 
+    // Reads the directory for the thread's clients. Only the thread may use it.
+    DirectoryReader& directory() { return directory_; }
+
     // Tells whether the thread has had a turn since the last call, and asks it to take the next
     // one. Only one thread may call this.
     bool hasRun();
@@ -93,11 +97,13 @@ class ClientThread {
   private:
     using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
 
+    void run();
     void wakeUp() noexcept;
 
     // Declared first: clients that are abandoned leave the count when the context goes.
     std::atomic<std::size_t> clients_ = 0;
     FrameReader::Shared readBuffer_ = {};
+    DirectoryReader directory_;
     HandlerMemory wakeMemory_;
     HandlerMemory turnMemory_;
     std::atomic<bool> hasRun_ = true;

@@ -51,7 +51,8 @@ bool Commands::mayTakeLong(const Frame& request) {
            request.header.code == QV_COMMAND_SET_DEBUG_LEVEL;
 }
 
-void Commands::addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& answers) {
+void Commands::addChange(const Frame& request, const Recorder::State& newest, ChangeBatch& batch,
+                         AnswerQueue& answers) {
     counts_.request(request.header.code);
     ChangeBatch::Item item;
     item.number = request.header.number;
@@ -66,8 +67,7 @@ void Commands::addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& 
         // Behind earlier changes of the client, the newest snapshot does not tell yet.
         bool isKnown = item.isDecided;
         if (!isKnown) {
-            const Recorder::StatePointer state = recorder_.state();
-            isKnown = state->isKept && changesNothing(item.change, *state->snapshot);
+            isKnown = newest.isKept && changesNothing(item.change, *newest.snapshot);
         }
         if (isKnown) {
             answers.append(item.outcome.code, item.number, item.outcome.bytes);
@@ -96,11 +96,11 @@ std::string Commands::hello(const Asker& asker) const {
     return message.SerializeAsString();
 }
 
-void Commands::find(const Frame& request, AnswerQueue& answers) {
+void Commands::find(const Frame& request, const Asker& asker, AnswerQueue& answers) {
     Identifiers ids;
     Outcome outcome = readFind(request.bytes, ids);
     if (outcome.code == QV_OK) {
-        outcome.bytes = entriesOf(ids, *recorder_.state()->snapshot);
+        outcome.bytes = entriesOf(ids, *asker.directory.newest(recorder_).snapshot);
     }
     counts_.refusal(outcome.code);
     answers.append(outcome.code, request.header.number, outcome.bytes);
@@ -121,10 +121,10 @@ bool Commands::answer(const Frame& request, const Asker& asker, AnswerQueue& ans
             answers.append(QV_OK, number, hello(asker));
             return true;
         case QV_HOST_COMMAND_FIND:
-            find(request, answers);
+            find(request, asker, answers);
             return true;
         case QV_COMMAND_GET_SERVICES:
-            answers.append(number, recorder_.state()->snapshot);
+            answers.append(number, asker.directory.newest(recorder_).snapshot);
             return true;
         case QV_HOST_COMMAND_SYNC:
             follower_.sync(std::move(later));

@@ -15,6 +15,7 @@
 
 #include "server/AnswerQueue.h"
 #include "server/Counts.h"
+#include "server/DirectoryReader.h"
 #include "server/Door.h"
 #include "server/Follower.h"
 #include "server/FrameReader.h"
@@ -26,6 +27,7 @@ namespace qv::host {
 struct Asker {
     uid_t user = 0;
     std::size_t longestRequest = 0;  // that the host takes of the client, without its header
+    DirectoryReader& directory;      // of the client's thread
 };
 
 class Commands {
@@ -45,8 +47,10 @@ class Commands {
 
     // Adds a change to a batch, which the caller submits later. If the batch is empty and the
     // answer is known at once, appends the answer to `answers` instead: the door refuses the
-    // request, or the request changes nothing. Throws std::bad_alloc.
-    void addChange(const Frame& request, ChangeBatch& batch, AnswerQueue& answers);
+    // request, or the request changes nothing. `newest` is the recorder's newest state. Throws
+    // std::bad_alloc.
+    void addChange(const Frame& request, const Recorder::State& newest, ChangeBatch& batch,
+                   AnswerQueue& answers);
 
     void submit(std::shared_ptr<ChangeBatch> batch);
 
@@ -58,7 +62,7 @@ class Commands {
 
   private:
     std::string hello(const Asker& asker) const;
-    void find(const Frame& request, AnswerQueue& answers);
+    void find(const Frame& request, const Asker& asker, AnswerQueue& answers);
 
     Recorder& recorder_;
     Follower& follower_;

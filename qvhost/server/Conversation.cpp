@@ -56,7 +56,7 @@ class Conversation : public Sleeper,
         : connection_(std::make_unique<Connection>(std::move(socket), user, thread, parts)),
           thread_(thread),
           parts_(parts),
-          asker_{user, longestRequest(parts.limits, parts.budget, user)},
+          asker_{user, longestRequest(parts.limits, parts.budget, user), thread.directory()},
           reader_(asker_.longestRequest) {}
 
     void start() { post(&Conversation::await); }
@@ -307,7 +307,8 @@ void Conversation::execute() {
         }
         bool isDone = true;
         if (Commands::isChange(*request)) {
-            parts_.commands.addChange(*request, batch_, connection_->answers);
+            parts_.commands.addChange(*request, asker_.directory.newest(parts_.recorder), batch_,
+                                      connection_->answers);
         } else if (batch_.items.empty() && !Commands::mayTakeLong(*request) &&
                    !Commands::isSubscription(*request)) {
             isDone = answer(*request);

@@ -3,35 +3,40 @@
 #include <QvHost.pb.h>
 
 #include <algorithm>
+#include <new>
 #include <random>
 #include <utility>
 
 namespace qv::host {
 
 std::shared_ptr<const Event> Event::of(const Edits& edits, const Snapshot& before, uint64_t epoch,
-                                       int64_t revision) {
-    const auto event = std::make_shared<Event>();
-    event->revision_ = revision;
-    // Serialised messages, one after the other, are one message with the fields of all.
-    wire::HostEvent part;
-    for (const auto& [id, address] : edits) {
-        part.Clear();
-        if (!address) {
-            part.add_withdrawn(id);
-        } else {
-            wire::HostService& service =
-                before.find(id) ? *part.add_changed() : *part.add_registered();
-            service.set_id(id);
-            service.set_address(*address);
+                                       int64_t revision) noexcept {
+    try {
+        const auto event = std::make_shared<Event>();
+        event->revision_ = revision;
+        // Serialised messages, one after the other, are one message with the fields of all.
+        wire::HostEvent part;
+        for (const auto& [id, address] : edits) {
+            part.Clear();
+            if (!address) {
+                part.add_withdrawn(id);
+            } else {
+                wire::HostService& service =
+                    before.find(id) ? *part.add_changed() : *part.add_registered();
+                service.set_id(id);
+                service.set_address(*address);
+            }
+            part.AppendToString(&event->bytes_);
+            if (event->bytes_.size() > kLongestEvent) {
+                return nullptr;
+            }
+            event->parts_.push_back({id, static_cast<uint32_t>(event->bytes_.size())});
         }
-        part.AppendToString(&event->bytes_);
-        if (event->bytes_.size() > kLongestEvent) {
-            return nullptr;
-        }
-        event->parts_.push_back({id, static_cast<uint32_t>(event->bytes_.size())});
+        event->bytes_ += end(epoch, revision);
+        return event;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
     }
-    event->bytes_ += end(epoch, revision);
-    return event;
 }
 
 std::string Event::end(uint64_t epoch, int64_t revision, bool isSnapshot) {

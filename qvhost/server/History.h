@@ -35,10 +35,11 @@ constexpr std::size_t kLongestEvent = std::size_t{64} * 1024;
 // One commit. An event never changes, so any number of threads may read it.
 class Event {
   public:
-    // Returns the event of a commit, or null if it is too long. `before` is the directory that the
-    // edits change. Throws std::bad_alloc.
+    // Returns the event of a commit. Returns null if it is too long or there is no memory for it,
+    // because nobody may lose a change for those who subscribed to it. `before` is the directory
+    // that the edits change.
     static std::shared_ptr<const Event> of(const Edits& edits, const Snapshot& before,
-                                           uint64_t epoch, int64_t revision);
+                                           uint64_t epoch, int64_t revision) noexcept;
 
     // Returns the end of any event, which names its revision.
     static std::string end(uint64_t epoch, int64_t revision, bool isSnapshot = false);

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <new>
 #include <thread>
@@ -42,6 +43,7 @@ class Recorder::Work {
 
     bool hasRecord() const;
     StatePointer state() const;
+    bool isNewest(const State* state) const { return state == newest_.load(); }
     const History& history() const { return history_; }
     void submit(std::shared_ptr<ChangeBatch> batch);
     StatePointer replace(const std::vector<Service>& services);
@@ -66,13 +68,13 @@ class Recorder::Work {
         std::vector<Wish*> wishes;
     };
 
+    void publish(StatePointer state) QV_REQUIRES(mutex_);
     bool take(Job& job);
     void run();
     void carryOut(const Job& job);
     void count(Clock::duration length, std::size_t changes) QV_REQUIRES(mutex_);
     bool keep(const Snapshot& snapshot, const Edits& edits, bool hasWish);
     void keepAll(const Snapshot& snapshot);
-    EventPointer eventOf(const Edits& edits, const Snapshot& before) const noexcept;
     Record::Contents openRecord();
     void writeEpoch(int64_t revision);
     void cannotKeep(const char* reason) noexcept;
@@ -101,6 +103,7 @@ class Recorder::Work {
     bool isStopping_ QV_GUARDED_BY(mutex_) = false;
     bool hasRecord_ QV_GUARDED_BY(mutex_) = false;
     StatePointer state_ QV_GUARDED_BY(mutex_);
+    std::atomic<const State*> newest_ = nullptr;  // the same, to compare with
     Statistics statistics_ QV_GUARDED_BY(mutex_);
 
     std::thread thread_;
@@ -125,7 +128,13 @@ Recorder::Work::Work(std::string path, Report report)
         state->isKept = false;
         state->reason = reason_;
     }
-    state_ = state;
+    const system::MutexLock lock(mutex_);
+    publish(state);
+}
+
+void Recorder::Work::publish(StatePointer state) {
+    newest_ = state.get();
+    state_ = std::move(state);
 }
 
 // Opens the record, or a new one if it is damaged, and reads it.
@@ -295,7 +304,8 @@ void Recorder::Work::carryOut(const Job& job) {
             }
         }
         // Everything that needs memory is made before the commit, which nobody can take back.
-        EventPointer event = eventOf(next.edits(), *current);
+        EventPointer event =
+            Event::of(next.edits(), *current, history_.epoch(), current->revision() + 1);
         const auto kept = std::make_shared<State>();
         const auto notKept = std::make_shared<State>();
         kept->snapshot = next.edits().empty() ? current : next.finish(current->revision() + 1);
@@ -310,7 +320,7 @@ void Recorder::Work::carryOut(const Job& job) {
             assign(notKept->reason, reason_.c_str());
         }
         const system::MutexLock lock(mutex_);
-        state_ = isKept ? kept : notKept;
+        publish(isKept ? kept : notKept);
         if (kept->snapshot != current) {
             history_.append(kept->snapshot->revision(), std::move(event));
         }
@@ -328,16 +338,6 @@ void Recorder::Work::carryOut(const Job& job) {
         published();
     }
     finish(job, isKept, false);
-}
-
-// Returns the event of the commit that makes these edits. Returns null if there is no memory for
-// it, because nobody may lose a change for those who subscribed to it.
-EventPointer Recorder::Work::eventOf(const Edits& edits, const Snapshot& before) const noexcept {
-    try {
-        return Event::of(edits, before, history_.epoch(), before.revision() + 1);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
 }
 
 void Recorder::Work::count(Clock::duration length, std::size_t changes) {
@@ -460,6 +460,10 @@ void Recorder::stop() {
 
 Recorder::StatePointer Recorder::state() const {
     return work_->state();
+}
+
+bool Recorder::isNewest(const State* state) const {
+    return work_->isNewest(state);
 }
 
 const History& Recorder::history() const {

@@ -11,7 +11,8 @@
 // goes on: the change is made in the snapshot, and its answer is QV_HOST_ERROR_NOT_KEPT with the
 // reason. The thread tries again at growing intervals and then commits everything that is missing.
 //
-// Readers never wait: state() gives them the newest snapshot, whatever is being committed.
+// Readers never wait: state() gives them the newest snapshot, whatever is being committed. A thread
+// that answers many requests has a DirectoryReader.
 #ifndef QVHOST_SERVER_RECORDER_H
 #define QVHOST_SERVER_RECORDER_H
 
@@ -99,6 +100,9 @@ class Recorder {
 
     // Returns the newest published state, which is never null. Any thread may call this.
     StatePointer state() const;
+
+    // Tells whether this is the newest published state. Any thread may call this.
+    bool isNewest(const State* state) const;
 
     // Returns the events of the newest revisions. They never go beyond those of state().
     const History& history() const;

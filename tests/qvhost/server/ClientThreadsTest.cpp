@@ -9,8 +9,12 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
+
+#include "qvhost/TestFiles.h"
+#include "server/Recorder.h"
 
 namespace qv::host {
 namespace {
@@ -192,6 +196,20 @@ TEST(ClientThreads, AbandonedThreadsDoNoMoreWork) {
     }
     threads.abandon();
     EXPECT_GT(rounds, 0);
+}
+
+TEST(ClientThread, IdleThreadHoldsNoSnapshot) {
+    const TestFiles files;
+    Recorder recorder(files.path("record"), [](const std::string& /*line*/) {});
+    recorder.start();
+    ClientThread thread;
+    std::weak_ptr<const Snapshot> read;
+    asio::post(thread.context(), [&] { read = thread.directory().newest(recorder).snapshot; });
+    thread.start();
+    thread.join();
+    EXPECT_FALSE(read.expired());
+    recorder.replace({{1, "/a"}});
+    EXPECT_TRUE(read.expired());
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "qvhost/TestFiles.h"
+#include "server/DirectoryReader.h"
 #include "support/LongestFile.h"
 
 namespace qv::host {
@@ -131,6 +132,16 @@ TEST_F(RecorderTest, AnsweredChangesArePublishedAndOutliveTheRecorder) {
     EXPECT_TRUE(recorder_->hasRecord());
     EXPECT_THAT(contents(), ElementsAre(Pair(-1, "/d"), Pair(7, "/c")));
     EXPECT_EQ(recorder_->state()->snapshot->revision(), 1);
+}
+
+TEST_F(RecorderTest, ReaderSeesEachStateThatIsPublished) {
+    open();
+    DirectoryReader directory;
+    EXPECT_TRUE(directory.newest(*recorder_).snapshot->empty());
+    put(7, "/a");
+    EXPECT_THAT(contents(*directory.newest(*recorder_).snapshot), ElementsAre(Pair(7, "/a")));
+    directory.release();
+    EXPECT_THAT(contents(*directory.newest(*recorder_).snapshot), ElementsAre(Pair(7, "/a")));
 }
 
 TEST_F(RecorderTest, ChangeThatChangesNothingMakesNoRevision) {
