@@ -1,7 +1,7 @@
 // The connection to one client, and what the client has of the host: its place in the list of
 // clients, at its thread and in the budget, and the answers that are not sent yet. A conversation
 // or a subscription owns it. Only one thread uses it at a time: the client's thread, or the
-// recorder's while that sends an answer.
+// recorder's while that answers a change and takes the next one.
 #ifndef QVHOST_SERVER_CONNECTION_H
 #define QVHOST_SERVER_CONNECTION_H
 

@@ -110,6 +110,7 @@ class Conversation : public Sleeper,
     void takeOutcomes();
     bool isReadyForOutcomes() const;
     void answerOnly() noexcept;
+    void takeNextChange();
     bool answer(const Frame& request);
     bool begin();
     void subscribe(const Frame& request);
@@ -287,9 +288,37 @@ void Conversation::answerOnly() noexcept {
         wait_ = Wait::None;
         takeOutcomes();
         if (send()) {
-            await();
+            takeNextChange();
         }
     });
+}
+
+// Begins the client's next change if it has arrived, which spares two threads from waking each
+// other. Leaves the rest to the client's thread. The last call hands the conversation over.
+void Conversation::takeNextChange() {
+    asio::error_code error;
+    const std::size_t count = connection_->socket.read_some(asio::buffer(first_), error);
+    if (error) {
+        await();  // tells of an error again
+        return;
+    }
+    reader_.take({first_.data(), count});
+    const std::optional<Frame> request = reader_.next();
+    const bool isOneChange = request && Commands::isChange(*request) &&
+                             request->bytes.size() + QV_FRAME_HEADER_SIZE == count;
+    if (isOneChange) {
+        parts_.commands.addChange(*request, *parts_.recorder.state(), batch_, connection_->answers);
+        pop();
+    }
+    reader_.keep();
+    if (!isOneChange) {
+        post(&Conversation::run);
+    } else if (batch_.items.empty()) {
+        proceed();
+    } else {
+        wait_ = Wait::Commit;
+        parts_.commands.submit({shared_from_this(), &batch_});
+    }
 }
 
 // Carries out the requests that have arrived, up to one that has to wait.

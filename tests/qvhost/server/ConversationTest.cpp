@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -153,6 +154,84 @@ TEST_F(ConversationTest, ChangesOfAClientThatHasGoneAreMade) {
     }
     served.stop().wait();
     EXPECT_EQ(served.recorder().state()->snapshot->size(), 50U);
+}
+
+TEST_F(ConversationTest, RecorderGoesOnWithTheChangesOfALoneClient) {
+    constexpr uint32_t kChanges = 5;
+    std::optional<RawClient> client;
+    std::atomic<uint32_t> sent = 0;
+    const auto sendNext = [&] {
+        const uint32_t number = ++sent;
+        EXPECT_TRUE(client->send(registration(number, {{1, std::to_string(number)}})));
+    };
+    ServedDirectory other;
+    other.published = [&](int64_t revision) {
+        if (revision != 0 && revision == sent && revision != kChanges) {
+            sendNext();
+        }
+    };
+    other.start(false);
+    client.emplace(other.connect());
+    other.thread().context().poll();
+    sendNext();
+    // The client's thread gets the first change only.
+    other.thread().context().poll();
+    for (uint32_t number = 1; number <= kChanges; ++number) {
+        next(*client, number);
+    }
+    EXPECT_EQ(other.recorder().state()->snapshot->find(1), std::to_string(kChanges));
+}
+
+TEST_F(ConversationTest, RecorderLeavesOtherRequestsToTheThread) {
+    const std::string change = registration(2, {{2, "/b"}});
+    const std::string longChange = registration(2, {{2, std::string(2000, 'b')}});
+    const std::string requests[] = {ping(2), listing(2), change.substr(0, 3), change + ping(3),
+                                    longChange};
+    for (const std::string& request : requests) {
+        std::optional<RawClient> client;
+        std::promise<void> sent;
+        std::atomic<bool> isSent = false;
+        ServedDirectory other;
+        other.published = [&](int64_t revision) {
+            if (revision == 1 && !isSent.exchange(true)) {
+                EXPECT_TRUE(client->send(request));
+                sent.set_value();
+            }
+        };
+        other.start();
+        client.emplace(other.connect());
+        EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
+        next(*client, 1);
+        sent.get_future().wait();
+        if (request.size() == 3) {
+            EXPECT_TRUE(client->send(change.substr(3)));
+        }
+        const Services expected = request == listing(2) ? Services{{1, "/a"}} : Services();
+        EXPECT_EQ(decode(next(*client, 2).bytes), expected);
+    }
+}
+
+TEST_F(ConversationTest, RecorderAnswersTheNextChangeAtOnceIfItIsNone) {
+    const std::pair<std::string, uint32_t> changes[] = {
+        {registration(2, {{1, "/a"}}), QV_OK},
+        {registration(2, {{2, ""}}), QV_HOST_ERROR_REFUSED},
+    };
+    for (const auto& [change, code] : changes) {
+        std::optional<RawClient> client;
+        std::atomic<bool> isSent = false;
+        ServedDirectory other;
+        other.published = [&, &request = change](int64_t revision) {
+            if (revision == 1 && !isSent.exchange(true)) {
+                EXPECT_TRUE(client->send(request));
+            }
+        };
+        other.start();
+        client.emplace(other.connect());
+        EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
+        next(*client, 1);
+        next(*client, 2, code);
+        EXPECT_EQ(listed(*client), (Services{{1, "/a"}}));
+    }
 }
 
 TEST_F(ConversationTest, LevelIsForRootAndTheOwner) {

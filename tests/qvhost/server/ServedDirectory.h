@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -61,6 +62,9 @@ class ServedDirectory {
         host::Recorder& recorder = host_.openRecord([this] {
             threads_->tellSubscribers();
             follower_->published();
+            if (published) {
+                published(this->recorder().state()->snapshot->revision());
+            }
         });
         follower_.emplace(
             plugin_, host::StoredFile(host_.path()), recorder, [this] { plugin_.initialize(); },
@@ -119,6 +123,8 @@ class ServedDirectory {
     host::ClientLimits limits;
     host::Pace::Settings pace = {std::chrono::milliseconds(0), 0, std::chrono::hours(1),
                                  std::chrono::hours(1)};
+    // The recorder's thread calls it with the newest revision before it answers the changes.
+    std::function<void(int64_t)> published;
     host::Counts counts;
 
   private:
