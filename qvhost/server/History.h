@@ -74,7 +74,9 @@ class History {
   public:
     struct Bounds {
         std::size_t events = 4096;
-        std::size_t memory = std::size_t{1024} * 1024;  // bytes
+        // In bytes. Under many changes a shorter history costs more time: subscribers that pause
+        // fall out of it, and a snapshot is longer than the events of a pause.
+        std::size_t memory = std::size_t{4} * 1024 * 1024;
     };
 
     // `epoch` is that of this run. Throws std::bad_alloc.
