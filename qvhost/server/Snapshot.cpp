@@ -232,10 +232,12 @@ void ServiceBlock::append(const ServiceBlock& other, std::size_t first, std::siz
     // Unsigned numbers wrap, so the difference may be negative.
     const auto shift = static_cast<uint32_t>(bytes_.size() - other.endOf(first));
     bytes_.append(other.entries(first, last));
-    for (; first < last; ++first) {
-        const Entry& entry = other.entries_[first];
-        entries_.push_back({entry.id, entry.offset + shift, entry.length});
-        addressBytes_ += entry.length;
+    const std::size_t added = entries_.size();
+    entries_.insert(entries_.end(), other.entries_.begin() + static_cast<std::ptrdiff_t>(first),
+                    other.entries_.begin() + static_cast<std::ptrdiff_t>(last));
+    for (std::size_t i = added; i < entries_.size(); ++i) {
+        entries_[i].offset += shift;
+        addressBytes_ += entries_[i].length;
     }
 }
 
