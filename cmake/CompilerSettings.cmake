@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Sets the compiler options of every target of the project.
 
 set(CMAKE_CXX_STANDARD 17)

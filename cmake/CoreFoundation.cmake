@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Defines qv_corefoundation, which every target links that includes <CoreFoundation/CoreFoundation.h>. It
 # stands for the bundled layer or the system's library.
 

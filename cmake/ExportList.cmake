@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # qv_export_only(<shared library> <file>) makes the library export only the symbols that the file lists, one
 # name a line. Hidden visibility alone leaves templates of the standard library visible. Some of these prevent
 # the unloading of a library.

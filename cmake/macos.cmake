@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Builds for macOS 11 and later on another system. scripts/macos uses this toolchain file. A build on macOS itself
 # does not need it.
 #

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks whether the generator supports a definition file. The file has to be proto2 for the lite
 // runtime, with messages and enums at the top level. A name that C++ does not allow shows when the
 // generated code is compiled.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "MessageGenerator.h"
 
 #include <google/protobuf/compiler/cpp/names.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Generates the message classes of one definition file, <name>.pb.h and <name>.pb.cc.
 //
 // A generated class has the fields of its message, and accessors that call the fields. Each field

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // protoc-gen-kevra generates the message classes. protoc passes it a definition file, and writes
 // the files that it returns:
 //

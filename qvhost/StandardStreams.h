@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes to standard output and error as to files that can fail.
 #ifndef QVHOST_STANDARD_STREAMS_H
 #define QVHOST_STANDARD_STREAMS_H

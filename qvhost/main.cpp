@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // qvhost runs the naming service as a resident host and is a client of it. Each subcommand has a
 // file in cli/; the resident host is in server/.
 #include <csignal>

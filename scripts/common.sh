@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Defines the functions that the scripts share. The scripts source this file.
 
 unset CDPATH

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Prints how much of the sources the tests reach. Fails if that is less than the goals.
 
     coverage_check.py BUILD_FOLDER REASONS_FILE LINES_GOAL BRANCHES_GOAL

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Finds the small mistakes that a C++ source could have, for scripts/mutants.
 
 The source is read as clang-format leaves it: operators between two operands have blanks around them, template

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads the plug-in as a host does.
 #ifndef QV_BENCH_LOADED_PLUGIN_H
 #define QV_BENCH_LOADED_PLUGIN_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares the plug-in's commands with the bare work that they contain, in one run:
 //   - a listing with the serialisation of a finished message of the same services, which the
 //   plug-in

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares a registration that changes and therefore saves the directory, in memory and on a disk,
 // with
 //   - the bare file work for the same bytes: only the same calls, in the same order;

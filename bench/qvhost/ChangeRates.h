@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares how many changes a second the resident host and Redis keep on the disk.
 #ifndef QV_BENCH_CHANGE_RATES_H
 #define QV_BENCH_CHANGE_RATES_H

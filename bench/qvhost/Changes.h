@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Says which services of a directory a client of a benchmark uses, and how it changes them.
 #ifndef QV_BENCH_CHANGES_H
 #define QV_BENCH_CHANGES_H

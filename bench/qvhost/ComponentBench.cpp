@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures what components ask of the resident host: they find services, wait for them and
 // subscribe to changes.
 //

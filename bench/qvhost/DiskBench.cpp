@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures the resident host with its files on a disk:
 //
 //     disk_bench ROUNDS SLICE TIME

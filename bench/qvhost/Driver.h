@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Drives N connections on one thread. Each client has one request under way. All figures contain
 // the work of the driver itself.
 #ifndef QV_BENCH_DRIVER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows what a server costs that only reads and writes:
 //
 //     echo_server THREADS

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures the bare sockets, with requests and answers as long as the host's.
 #ifndef QV_BENCH_ECHO_SUBJECT_H
 #define QV_BENCH_ECHO_SUBJECT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows what subscribers cost the resident host.
 #ifndef QV_BENCH_EVENT_RATES_H
 #define QV_BENCH_EVENT_RATES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares how many services a second the resident host and Redis find, and how many answers as
 // long as the host's the bare sockets send.
 #ifndef QV_BENCH_FIND_RATES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sends one request at a time, outside the measured time.
 #ifndef QV_BENCH_FRAME_CONNECTION_H
 #define QV_BENCH_FRAME_CONNECTION_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures requests to the resident host, by one client and by many at once, against
 //   - the bare sockets, which carry the same bytes without any work;
 //   - rpcbind, which keeps a directory of the same kind.

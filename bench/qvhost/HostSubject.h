@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures the resident host, with its files in memory or on a disk.
 #ifndef QV_BENCH_HOST_SUBJECT_H
 #define QV_BENCH_HOST_SUBJECT_H

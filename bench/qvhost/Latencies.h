@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows how long a client waits for the resident host while others change the directory.
 #ifndef QV_BENCH_LATENCIES_H
 #define QV_BENCH_LATENCIES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows how much memory the resident host takes when many clients make it keep long messages:
 //
 //     memory_bench CLIENTS SERVICES PRESSURE PAUSE

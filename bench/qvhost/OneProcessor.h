@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps a server and this program, its client, on one processor for as long as the object lives.
 // Two processes that only wait for each other gain nothing from a second processor. On a virtual
 // machine, waking a second processor costs several times as much as the request.

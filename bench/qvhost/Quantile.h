@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #ifndef QV_BENCH_QUANTILE_H
 #define QV_BENCH_QUANTILE_H
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures how often a second a server does the work of some clients. Servers that are compared
 // take turns in rounds. A rate is the median of the rounds. So is a ratio, whose two rates come
 // from the same round.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures Redis, over its Unix socket, with every change flushed to the disk before it is
 // acknowledged. Redis has a key for each service.
 #ifndef QV_BENCH_REDIS_SUBJECT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Encodes commands to Redis in its protocol, RESP.
 #ifndef QV_BENCH_RESP_MESSAGES_H
 #define QV_BENCH_RESP_MESSAGES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Encodes requests to rpcbind over a stream and decodes its answers, by version 4 of its protocol,
 // RFC 1833, in messages of RFC 5531.
 #ifndef QV_BENCH_RPC_MESSAGES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures rpcbind, the system's directory from program numbers to addresses, over its Unix socket.
 // The benchmark gives rpcbind sockets of its own, so that port 111 and /run/rpcbind.sock stay with
 // the system's rpcbind. Both share one lock file.

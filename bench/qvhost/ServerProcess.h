@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Starts a server with its sockets open, as a service manager does. A client may connect at once
 // and waits until the server is ready. The destructor kills the server, and so does the end of the
 // benchmark.

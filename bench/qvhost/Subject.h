@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Stands for a server with a directory of services.
 #ifndef QV_BENCH_SUBJECT_H
 #define QV_BENCH_SUBJECT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Subscribes clients to a server and reads what the server sends them. All clients share a thread
 // and a buffer, and only count what they read, so that they leave the processors to the server.
 #ifndef QV_BENCH_SUBSCRIBERS_H

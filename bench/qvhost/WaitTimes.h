@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows how soon a component that waits for a service has the service's address.
 #ifndef QV_BENCH_WAIT_TIMES_H
 #define QV_BENCH_WAIT_TIMES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes directories for files in memory or on a disk, and removes them when the objects end.
 #ifndef QV_BENCH_PLACES_H
 #define QV_BENCH_PLACES_H

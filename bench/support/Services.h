@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the services that benchmarks register.
 #ifndef QV_BENCH_SERVICES_H
 #define QV_BENCH_SERVICES_H

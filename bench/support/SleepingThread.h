@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps a second thread asleep while the object lives. The C library avoids locked instructions in
 // a process of one thread, but a real host has several threads.
 #ifndef QV_BENCH_SLEEPING_THREAD_H

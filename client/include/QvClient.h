@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Registers and finds services with the resident host, `qvhost serve`, and follows their changes.
 //
 //     qv::client::Client client;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * Defines the frames that a client and the resident host, `qvhost serve`, exchange over the host's
  * socket. The socket is a stream socket of the Unix domain.

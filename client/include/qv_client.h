@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * Registers and finds services with the resident host, `qvhost serve`, and follows their changes.
  * This is QvClient.h for programs in C. What QvClient.h says of lost connections, threads and

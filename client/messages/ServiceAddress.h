@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Says which addresses a directory of services can hold. The resident host refuses all others, and
 // its clients do not send them.
 #ifndef QV_SERVICE_ADDRESS_H

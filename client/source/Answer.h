@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Turns the answers of the host into what the library returns and throws.
 #ifndef QV_CLIENT_ANSWER_H
 #define QV_CLIENT_ANSWER_H

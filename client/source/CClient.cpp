@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the functions of qv_client.h for clients.
 #include <cstddef>
 #include <cstdint>

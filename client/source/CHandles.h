@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the objects of qv_client.h that C programs do not see into.
 #ifndef QV_CLIENT_C_HANDLES_H
 #define QV_CLIENT_C_HANDLES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Turns what the C++ library returns and throws into what qv_client.h returns.
 #ifndef QV_CLIENT_C_RESULTS_H
 #define QV_CLIENT_C_RESULTS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sends requests and receives answers. Connects again when needed. The text of an Error is the
 // reason alone; Client says what was tried.
 #ifndef QV_CLIENT_CONNECTION_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds the time by which something has to be done, or no time.
 #ifndef QV_CLIENT_DEADLINE_H
 #define QV_CLIENT_DEADLINE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serialises the request for a subscription and parses its events.
 #ifndef QV_CLIENT_EVENTS_H
 #define QV_CLIENT_EVENTS_H

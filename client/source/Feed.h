@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Does the work of a subscription: connects, asks for the events, checks that they follow each
 // other, and connects again. Never waits outside next(). The text of an Error is the reason alone.
 #ifndef QV_CLIENT_FEED_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the frames of requests and takes those of answers apart, as QvFrame.h defines them.
 #ifndef QV_CLIENT_FRAME_H
 #define QV_CLIENT_FRAME_H

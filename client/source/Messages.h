@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serialises the messages of requests and parses those of answers.
 #ifndef QV_CLIENT_MESSAGES_H
 #define QV_CLIENT_MESSAGES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Connects a stream socket of the Unix domain to the host. The text of an Error is the reason
 // alone.
 #ifndef QV_CLIENT_SOCKET_H

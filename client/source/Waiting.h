@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Waits until services are registered.
 #ifndef QV_CLIENT_WAITING_H
 #define QV_CLIENT_WAITING_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Wakes whoever waits for a subscription: makes one descriptor readable when a socket is ready or a
 // time has come. The descriptor stays the same while sockets come and go.
 #ifndef QV_CLIENT_WAKER_H

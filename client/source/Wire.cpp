@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "Wire.h"
 
 #include <google/protobuf/wire_format_lite.h>

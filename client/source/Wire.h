@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serialises and parses messages of any type.
 #ifndef QV_CLIENT_WIRE_H
 #define QV_CLIENT_WIRE_H

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Replaces CMake's rules for linking with calls of the linker, without the compiler between.
 
 set(link "\"${QV_MACOS_LINKER}\" -arch ${QV_MACOS_ARCH} -platform_version macos 11.0 11.0 -no_fixup_chains \

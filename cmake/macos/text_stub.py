@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+
 """Prints a text stub of a library of macOS, with which the linker links without the library.
 
 The stub lists the functions and constants that the headers declare and the sources use. Nothing of the library

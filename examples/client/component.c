@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * A component that registers itself, waits for a service that it needs, and follows that service
  * until it is withdrawn:

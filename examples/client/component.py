@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+
 """Registers a service, waits for another one, and follows it: component.py ID ADDRESS OTHER_ID"""
 import sys
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * Lists the services that a resident host keeps, with nothing but sockets and QvFrame.h:
  *

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads the plug-in, registers the services that the command line names, and lists all services.
 //
 //     QV_CONFIG_DIR=state QV_LOG_DIR=log exampleHost 1 /run/a.sock 2 tcp://127.0.0.1:9000

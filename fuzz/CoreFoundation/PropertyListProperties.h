@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks properties of the property-list functions that hold for every document, however damaged.
 // The fuzz target looks for bytes that violate them. The tests check the known documents.
 #ifndef QV_FUZZ_PROPERTY_LIST_PROPERTIES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "CoreFoundation/StringProperties.h"
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks properties of strings that hold for all bytes and all code units. The fuzz target looks
 // for input that violates them. The tests check the known input.
 #ifndef QV_FUZZ_STRING_PROPERTIES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Represents a property list as a value, which can be compared and read without the library under
 // test.
 #ifndef QV_FUZZ_TREE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks that the client library reads whatever a host sends without harm, and reads it right. The
 // fuzz target looks for an input that breaks a property. The tests check known inputs.
 #ifndef QV_FUZZ_CLIENT_MESSAGE_PROPERTIES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of a start for any pair of a configuration file and its backup. The fuzz
 // target searches for pairs that break a property. The tests check the pairs of the corpus.
 #ifndef QV_FUZZ_CONFIGURATION_PROPERTIES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads and changes configuration files with the property-list layer alone, independently of the
 // plug-in's own code.
 #ifndef QV_FUZZ_STORED_DOCUMENT_H

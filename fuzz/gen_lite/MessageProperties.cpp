@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "gen_lite/MessageProperties.h"
 
 #include <google/protobuf/arena.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks properties that every message type has for every input, however damaged. The fuzz target
 // looks for an input that breaks one. The tests check known inputs.
 #ifndef QV_FUZZ_MESSAGE_PROPERTIES_H

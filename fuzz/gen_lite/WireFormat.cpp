@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "gen_lite/WireFormat.h"
 
 #include <cstddef>

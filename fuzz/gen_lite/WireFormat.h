@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads and writes requests and answers without the library's message classes. It follows the same
 // rules as the handlers, in slow and simple code, so that the fuzz targets can compare both.
 #ifndef QV_FUZZ_WIRE_FORMAT_H

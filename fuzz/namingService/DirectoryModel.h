@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Models the directory of services and the two files in which the plug-in stores it. A test repeats
 // each call of the plug-in on the model, and tells the model what others do to the files.
 #ifndef QV_FUZZ_DIRECTORY_MODEL_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the plug-in for any sequence of calls and of changes to its files. The
 // fuzz target searches for sequences that break a property. The tests check the sequences of the
 // corpus.

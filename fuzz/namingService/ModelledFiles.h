@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the plug-in's files in a temporary directory of the process, together with their model.
 // Each change of a file is also a change of the model.
 #ifndef QV_FUZZ_MODELLED_FILES_H

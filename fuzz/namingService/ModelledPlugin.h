@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Calls the plug-in as a host does, through its exported functions and its command table, and
 // repeats each call on a model. Aborts with a message if a result or a file differs from the model.
 #ifndef QV_FUZZ_MODELLED_PLUGIN_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The files of a resident host in a temporary directory of the process: the plug-in's file, its
 // backup, the record, and what the host puts aside. A crash is an image of the files, with which
 // the next host begins.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the resident host's core for any sequence of requests, starts, kills,
 // edits of the files and full disks. The fuzz target searches for sequences that break a property.
 // The tests check the sequences of the corpus, and random ones.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads identifiers a second time, without the code of qvhost, for comparison.
 #ifndef QV_FUZZ_IDENTIFIERS_H
 #define QV_FUZZ_IDENTIFIERS_H

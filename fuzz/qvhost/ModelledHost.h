@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the core of the resident host, and repeats what it should do on a model. Aborts with a
 // message if the host does something else.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Kills the modelled host: takes images of its files while it works, and goes on with one of them.
 #include <utility>
 #include <vector>

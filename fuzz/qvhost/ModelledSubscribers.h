@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Clients that subscribe to the directory. Each of them has left at another moment of the past, and
 // comes back now. Aborts with a message if one of them then takes the directory for another one.
 #ifndef QV_FUZZ_MODELLED_SUBSCRIBERS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Helps the model of the resident host to check what may be the case.
 #ifndef QV_FUZZ_POSSIBILITIES_H
 #define QV_FUZZ_POSSIBILITIES_H

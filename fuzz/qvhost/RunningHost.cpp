@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "qvhost/RunningHost.h"
 
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the core of the resident host: the record, and the follower with the plug-in. The follower
 // works when it is told, or on its own thread.
 #ifndef QV_FUZZ_RUNNING_HOST_H

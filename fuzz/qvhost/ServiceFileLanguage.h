@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads lists of services a second time, in another way, for comparison. CSV is cut at the line
 // ends and commas that have an even number of quotation marks before them. JSON becomes a tree
 // first.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks what must hold for every file of services, however damaged. The fuzz target looks for
 // bytes that break it. The tests check the files that are known.
 #ifndef QV_FUZZ_SERVICE_FILE_PROPERTIES_H

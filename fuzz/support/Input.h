@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads numbers and texts from the front of a fuzzer's bytes. After the end, a number is 0 and a
 // text is empty.
 #ifndef QV_FUZZ_INPUT_H

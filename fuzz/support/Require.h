@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Aborts with a message if a property does not hold. A fuzzer reports that as a finding.
 #ifndef QV_FUZZ_REQUIRE_H
 #define QV_FUZZ_REQUIRE_H

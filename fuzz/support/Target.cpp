@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Passes each input of a fuzz target to the check of its properties. The build defines
 // QV_FUZZ_CHECK as the name of the check.
 

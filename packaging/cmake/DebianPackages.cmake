@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Makes cpack build five Debian packages, one for each component.
 
 set(CPACK_GENERATOR DEB)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Completes qvhost in bash 3.2 or newer. Source this file, or put it into bash-completion's directory under the
 # name qvhost.
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Registers, finds and watches services with the resident host, `qvhost serve`.
 
     import qvclient

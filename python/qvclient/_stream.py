@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """A connection to the host's socket: frames go out and come in, each in bounded time and memory."""
 
 from __future__ import annotations

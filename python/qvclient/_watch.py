@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Subscriptions that outlive their connections."""
 
 from __future__ import annotations

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Writes and reads the bytes of the protocol, without any socket.
 
 The readers check what they read and raise BrokenAnswer, because any program can listen in the host's place.

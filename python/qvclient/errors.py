@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """The exceptions of qvclient. Every one is a QvError and tells a person what happened in one line."""
 
 from __future__ import annotations

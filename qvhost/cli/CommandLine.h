@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Parses the command line of qvhost. Holds its subcommands and the options that several of them
 // share, and explains mistakes.
 //

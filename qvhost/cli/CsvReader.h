@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads CSV by RFC 4180. Lines may also end with LF. Blank lines mean nothing.
 //
 //     CsvReader reader(text);

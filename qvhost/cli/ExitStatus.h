@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the exit status of qvhost.
 #ifndef QVHOST_CLI_EXIT_STATUS_H
 #define QVHOST_CLI_EXIT_STATUS_H

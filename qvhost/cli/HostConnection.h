@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Connects to the resident host that the options of the command line name.
 #ifndef QVHOST_CLI_HOST_CONNECTION_H
 #define QVHOST_CLI_HOST_CONNECTION_H

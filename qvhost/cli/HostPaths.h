@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Finds the plug-in's library and the configuration file.
 //
 // A library that nobody named is looked for beside the program, then in the library directories

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Says what is wrong with a text that a person wrote, as one line for that person.
 #ifndef QVHOST_CLI_INPUT_ERROR_H
 #define QVHOST_CLI_INPUT_ERROR_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes JSON as the one line that a subcommand prints with --json.
 #ifndef QVHOST_CLI_JSON_LINE_H
 #define QVHOST_CLI_JSON_LINE_H

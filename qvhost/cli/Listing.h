@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Prints the directory on standard output.
 #ifndef QVHOST_CLI_LISTING_H
 #define QVHOST_CLI_LISTING_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the numbers that people write in files and on the command line. A number is decimal, or
 // hexadecimal from 0x0 to 0x7fffffff.
 #ifndef QVHOST_CLI_NUMBERS_H

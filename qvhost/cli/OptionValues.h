@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the values of options. Each check says in the program's own words which value the option
 // needs.
 #ifndef QVHOST_CLI_OPTION_VALUES_H

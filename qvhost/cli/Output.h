@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Formats the output: tables for people, JSON and CSV for programs. Every text ends with a newline
 // and is valid UTF-8, whatever bytes an address holds. Tables are escaped by the rules of QvText.h,
 // and JSON is ASCII, so that both are safe on a terminal. In JSON and CSV, U+FFFD replaces a

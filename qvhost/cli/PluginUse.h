@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads the plug-in that the options of the command line name.
 #ifndef QVHOST_CLI_PLUGIN_USE_H
 #define QVHOST_CLI_PLUGIN_USE_H

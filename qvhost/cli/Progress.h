@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows on standard error how far a long task has come, if standard error is a terminal.
 #ifndef QVHOST_CLI_PROGRESS_H
 #define QVHOST_CLI_PROGRESS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Quotes texts of any length in messages that stay one readable line.
 #ifndef QVHOST_CLI_QUOTATION_H
 #define QVHOST_CLI_QUOTATION_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fmt/format.h>
 #include <spawn.h>
 #include <sys/wait.h>

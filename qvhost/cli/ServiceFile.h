@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads lists of services in the formats that formatServices() writes for programs: JSON and CSV.
 #ifndef QVHOST_CLI_SERVICE_FILE_H
 #define QVHOST_CLI_SERVICE_FILE_H

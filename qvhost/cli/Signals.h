@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets subcommands end as by a signal, after they have said what they did.
 //
 //     Interruption interruption;

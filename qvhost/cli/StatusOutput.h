@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Formats the status of a resident host: lines for people, JSON for programs. The rules for bytes
 // that are not UTF-8, or that drive a terminal, are those of Output.h.
 #ifndef QVHOST_CLI_STATUS_OUTPUT_H

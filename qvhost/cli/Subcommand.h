@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A subcommand of qvhost: its flags, its options, and the words that stand without a name. Only the
 // implementation includes the library that parses the command line, because its headers take
 // seconds to compile.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares the subcommands of qvhost. Each adds itself to the command line.
 #ifndef QVHOST_CLI_SUBCOMMANDS_H
 #define QVHOST_CLI_SUBCOMMANDS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Finds the word that a misspelt word probably stands for.
 #ifndef QVHOST_CLI_SUGGESTION_H
 #define QVHOST_CLI_SUGGESTION_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/ExitStatus.h"
 #include "cli/HostConnection.h"
 #include "cli/Subcommands.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Adds the option --format of the subcommands that read and write lists of services.
 #ifndef QVHOST_CLI_TEXT_FORMAT_H
 #define QVHOST_CLI_TEXT_FORMAT_H

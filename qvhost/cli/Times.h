@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the times that people write on the command line, in seconds.
 #ifndef QVHOST_CLI_TIMES_H
 #define QVHOST_CLI_TIMES_H

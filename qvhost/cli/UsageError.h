@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Says what is wrong with the command line, as one line for a person.
 #ifndef QVHOST_CLI_USAGE_ERROR_H
 #define QVHOST_CLI_USAGE_ERROR_H

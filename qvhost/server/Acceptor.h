@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Accepts clients and refuses those that may not connect. Goes on, with pauses, if the system is
 // short of memory or descriptors.
 #ifndef QVHOST_SERVER_ACCEPTOR_H

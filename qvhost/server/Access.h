@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decides who may use the host: root, its own user, and those whom the rules name.
 #ifndef QVHOST_SERVER_ACCESS_H
 #define QVHOST_SERVER_ACCESS_H

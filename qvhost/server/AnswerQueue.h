@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Collects answers to a client, which are sent together and in their order. A listing is sent from
 // the snapshot's own bytes without a copy, and keeps the snapshot alive until then.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Bounds the bytes that all clients together make the host keep: long requests, the changes that
 // were read from them, and long answers that are not sent yet. See Shares.h for what a user may
 // have of them.

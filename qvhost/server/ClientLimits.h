@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds every bound on what a client may take of the host.
 #ifndef QVHOST_SERVER_CLIENT_LIMITS_H
 #define QVHOST_SERVER_CLIENT_LIMITS_H

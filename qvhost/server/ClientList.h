@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lists the connected clients. Other threads than a client's own end its connection here: when the
 // client takes too long, and when the host stops. The client's own thread sees that the socket
 // ended and asks for the reason.

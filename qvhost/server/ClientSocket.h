@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Names the type of a client's socket. A socket of any executor would cost more.
 #ifndef QVHOST_SERVER_CLIENT_SOCKET_H
 #define QVHOST_SERVER_CLIENT_SOCKET_H

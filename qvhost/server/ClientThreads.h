@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds the threads that serve the clients. Each thread has an Asio context and clients of its own,
 // because threads that share a context wake each other at every request.
 //

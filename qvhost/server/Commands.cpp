@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "server/Commands.h"
 
 #include <QvFrame.h>

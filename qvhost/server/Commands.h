@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Carries out the requests of clients. Listings, finds and the like are answered at once, from the
 // newest snapshot. Changes go to the recorder, levels and syncs to the follower.
 //

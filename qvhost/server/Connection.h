@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The connection to one client, and what the client has of the host: its place in the list of
 // clients, at its thread and in the budget, and the answers that are not sent yet. A conversation
 // or a subscription owns it. Only one thread uses it at a time: the client's thread, or the

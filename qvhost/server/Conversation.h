@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serves one client: reads requests, has them carried out and sends the answers, in the order of
 // the requests. A conversation owns itself. It lives until the client or the host ends it, and for
 // as long as another thread works for it.

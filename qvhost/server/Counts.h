@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Counts requests and refusals for the status of the host. Any number of threads may use an object.
 #ifndef QVHOST_SERVER_COUNTS_H
 #define QVHOST_SERVER_COUNTS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Raises the number of descriptors that the host may have open, and bounds the clients by it.
 #ifndef QVHOST_SERVER_DESCRIPTOR_LIMIT_H
 #define QVHOST_SERVER_DESCRIPTOR_LIMIT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets only one host use a configuration. The lock is on a file beside the configuration file,
 // whose name ends in ".lock". The file names the holder's process and socket, so that a second host
 // can say who is in its way. The file stays when the host ends, and a killed host leaves no lock.

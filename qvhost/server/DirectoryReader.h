@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the directory for one thread that answers many requests:
 //
 //     DirectoryReader directory;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks requests before they change the directory. The plug-in takes any bytes for an address and
 // then saves nothing any more, for anybody. So the host refuses what the file cannot hold.
 #ifndef QVHOST_SERVER_DOOR_H

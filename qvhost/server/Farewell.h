@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Ends the connection to a client.
 #ifndef QVHOST_SERVER_FAREWELL_H
 #define QVHOST_SERVER_FAREWELL_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Brings the plug-in and its file up with the directory. The follower decides when; this class
 // knows how.
 //

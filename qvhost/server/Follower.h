@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps the plug-in and its file up with the directory. One thread owns the plug-in: the thread
 // starts the plug-in, sends the difference to the newest snapshot, reads the file back, sets
 // levels, reloads and ends the plug-in. Nobody else calls the plug-in.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cuts the bytes of one client into requests:
 //
 //     const FrameReader::Space space = reader.space(shared);

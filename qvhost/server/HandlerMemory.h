@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sets memory aside for one Asio handler, so that the handler can wait again however short memory
 // is:
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Gives memory that is free again back to the system. Otherwise the host would keep what a few
 // large requests once took.
 #ifndef QVHOST_SERVER_HEAP_MEMORY_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps the newest changes of the directory for the clients that subscribe to it. The recorder
 // appends one event for each commit. A subscriber has a revision, its position, and takes the
 // events that follow:

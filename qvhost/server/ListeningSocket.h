@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the socket that clients connect to, and its file. Only one host has the socket at a time. A
 // lock on a file beside the socket tells a running host from a killed host that left its socket.
 #ifndef QVHOST_SERVER_LISTENING_SOCKET_H

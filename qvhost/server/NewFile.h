@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes files that are complete or do not exist. A reader never sees a part of one, also after a
 // power failure.
 #ifndef QVHOST_SERVER_NEW_FILE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Does nothing, for systems without systemd.
 #include "server/ServiceManager.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decides when the follower's next turn may begin. A turn is followed by a pause, a failed one by a
 // delay that grows with each further failure.
 #ifndef QVHOST_SERVER_PACE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads a plug-in and calls it as any host does.
 //
 //     Plugin plugin("/usr/lib/libnamingService.so");

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tells a person in one line what was tried with the plug-in and why it failed.
 #ifndef QVHOST_SERVER_PLUGIN_ERROR_H
 #define QVHOST_SERVER_PLUGIN_ERROR_H

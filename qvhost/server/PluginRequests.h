@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the requests that bring the plug-in's list of services up to a snapshot.
 #ifndef QVHOST_SERVER_PLUGIN_REQUESTS_H
 #define QVHOST_SERVER_PLUGIN_REQUESTS_H

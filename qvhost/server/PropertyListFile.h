@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads property-list files by the rules of the plug-in, without the plug-in.
 #ifndef QVHOST_SERVER_PROPERTY_LIST_FILE_H
 #define QVHOST_SERVER_PROPERTY_LIST_FILE_H

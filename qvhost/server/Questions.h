@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the requests that name the services they ask for: QV_HOST_COMMAND_FIND and
 // QV_HOST_COMMAND_SUBSCRIBE.
 #ifndef QVHOST_SERVER_QUESTIONS_H

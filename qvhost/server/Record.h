@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps the directory on the disk: a SQLite database beside the plug-in's configuration file. What
 // a commit has written outlives a killed process and a power failure.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Owns the directory of services and its record on the disk. One thread takes all changes that
 // wait, of all clients, commits them to the record in one transaction, publishes the new snapshot
 // and answers the changes.

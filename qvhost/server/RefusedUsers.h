@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decides which refusals the journal hears of: one a minute for each user. So a user who may not
 // use the host cannot fill the journal.
 #ifndef QVHOST_SERVER_REFUSED_USERS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the resident host: the directory with its record, the plug-in that follows it, a socket, and
 // threads that serve clients.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Names one service of the directory. The type is the client library's.
 #ifndef QVHOST_SERVER_SERVICE_H
 #define QVHOST_SERVER_SERVICE_H

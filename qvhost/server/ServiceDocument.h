@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Converts between the directory of services and the property list that the plug-in keeps it in,
 // with the plug-in's own conversion.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Talks to the service manager that started the host, if there is one.
 #ifndef QVHOST_SERVER_SERVICE_MANAGER_H
 #define QVHOST_SERVER_SERVICE_MANAGER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds what a resident host is told before it starts.
 #ifndef QVHOST_SERVER_SETTINGS_H
 #define QVHOST_SERVER_SETTINGS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Divides what is scarce, places or bytes, between the users of the host:
 //
 //   - All users together get the total.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The directory of services as it is after one commit. A snapshot never changes, so any number of
 // threads read it without a lock, whatever is being committed or saved.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opens a record's database, runs statements in it, and makes errors of SQLite into RecordErrors.
 //
 //     SqliteDatabase database("/var/lib/Vornak/LorxCore/namingService.record");

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tells what the host does: to clients that ask, and in one line to the service manager.
 #ifndef QVHOST_SERVER_STATUS_H
 #define QVHOST_SERVER_STATUS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads and writes the plug-in's configuration file beside the plug-in, by the rules of the
 // plug-in. The plug-in keeps the directory in the file, copies the old file to a backup with each
 // save, and tells nobody whether a save worked.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tells the subscribers of one thread that there are new events. The recorder tells the thread, at
 // most once until the thread has a round, in which each subscriber takes what it has not seen yet.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serves one client that subscribed to the directory: sends a snapshot and then each commit, or
 // starts over with another snapshot when the client has read too slowly. A subscription owns itself
 // and its connection, until the client or the host ends it.

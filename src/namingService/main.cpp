@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The boundary between the host and the plug-in: the exported functions, the command table, and the
 // handlers of the service commands.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The directory of services: identifier -> service, in memory, under one lock.
 #ifndef QV_NAMING_SERVICE_H
 #define QV_NAMING_SERVICE_H

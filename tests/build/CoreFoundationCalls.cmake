@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Checks that a built file uses only symbols that every CoreFoundation has: its public interface.
 
 cmake_minimum_required(VERSION 3.25)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Tests one case of the option QV_COREFOUNDATION.
 
 set(otherIncludeDir "${SCRATCH_DIR}/other/include")

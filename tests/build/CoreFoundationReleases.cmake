@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Checks that, outside the CoreFoundation layer, only QvCFHolder.h releases CoreFoundation's objects.
 
 cmake_minimum_required(VERSION 3.25)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests that no host can harm a subscriber with broken events.
 #include <QvClient.h>
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * Uses every function of qv_client.h with the host at the socket of the first argument. Ends with
  * status 1 and a line for the first expectation that fails.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What tests of the client library do with a client and a ScriptedServer:
 //
 //     ScriptedServer server({answering(QV_OK, listOf({{1, "a"}}))});

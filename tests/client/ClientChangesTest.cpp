@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what a client learns about the changes, syncs and levels that it asks for.
 #include <QvClient.h>
 #include <QvFrame.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests how a client finds services and learns what a host can do.
 #include <QvClient.h>
 #include <QvFrame.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what the library file shows to the programs that are linked with it.
 #include <QvClientVersion.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz target for known inputs. With a folder as its argument, the
 // program writes seeds of the fuzzer there instead.
 #include "client/ClientMessageProperties.h"

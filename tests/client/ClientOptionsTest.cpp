@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the choices that a client's options and the time-outs of its calls give.
 #include <QvClient.h>
 #include <QvFrame.h>

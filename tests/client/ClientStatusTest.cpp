@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests how a client reads the status of a host.
 #include <QvClient.h>
 #include <QvFrame.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests how a client waits for services.
 #include <QvClient.h>
 #include <QvFrame.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests finding, waiting and following with a running host, in C++ and in C.
 #include <QvClient.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the events with which a ScriptedServer serves subscriptions:
 //
 //     ScriptedServer server({sending({snapshot(5, {{1, "a"}}), withdrawal(6, {1})})});

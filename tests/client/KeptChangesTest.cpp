@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what a client and qvhost learn from a running host about changes, the file and the host.
 #include <QvClient.h>
 #include <QvFrame.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serves clients with functions of the test, which may send broken answers:
 //
 //     ScriptedServer server({[](Peer& peer) {

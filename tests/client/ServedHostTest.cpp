@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the client library and the example in C with a running host.
 #include <QvClient.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the configuration file and its backup, with real files.
 
 #include "QvConfig.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz target configuration_fuzz for the pairs of a file and a backup
 // in its corpus, and for each measured document as a file and as a backup.
 

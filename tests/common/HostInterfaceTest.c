@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /* Uses all of the host's interface, compiled as C11, to show that the interface is plain C. */
 
 #include "QvPlugin.h"

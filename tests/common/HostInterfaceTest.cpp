@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the host's interface as a C compiler sees it, in HostInterfaceTest.c.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the lock and its guard.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes memory run out in the converters and in QvConfig::set(), where the faults of the plug-in's
 // scenarios (tests/namingService/faults) do not reach: texts that are not ASCII, and a dictionary
 // that must grow.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the conversion of messages to property-list values and back.
 
 #include "QvPlistConvert.h"

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Checks that the code names each number of docs/compatibility.md, and that each test there exists.
 
     compatibility.py SOURCE_DIRECTORY

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Executes every command that the documents print.
 
     documented_commands.py SOURCE_FOLDER QVHOST

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Runs the session and the programs that README.md shows.
 
     documented_examples.py SOURCE_FOLDER QVHOST CLIENT_LIBRARY GENERATED_HEADERS C_COMPILER CXX_COMPILER

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Checks that docs/operations.md explains each line that the resident host writes to the journal.
 
     journal_lines.py SOURCE_FOLDER

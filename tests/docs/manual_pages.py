@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Checks that the manual page of qvhost and its help texts have the same commands and options.
 
     manual_pages.py PAGE QVHOST

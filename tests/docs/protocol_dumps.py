@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Plays the dumps of docs/protocol.md with a host and compares what the host sends.
 
     protocol_dumps.py PAGE QVHOST

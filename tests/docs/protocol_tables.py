@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Checks that the tables of docs/protocol.md have every command, result and field of the code, and no others.
 
     protocol_tables.py SOURCE_DIRECTORY

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Follows the recipes of docs/operations.md from top to bottom.
 
     recipes.py SOURCE_FOLDER QVHOST

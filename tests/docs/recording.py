@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Checks that docs/session.svg shows what a session prints today.
 
     recording.py SOURCE_FOLDER QVHOST

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Plays a session that a document shows: lines to type, which begin with "$ ", and what they print.
 
     session = Session(folder, environment)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Checks that the documents and qvhost tell the version of the project.
 
     versions.py SOURCE_FOLDER QVHOST VERSION

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lists every message type of the definition files. AllMessages<testing::Types> gives the list to a
 // variadic template. Fuzz corpora refer to a type by its index, so a new type goes to the end.
 #ifndef QV_TESTS_ALL_MESSAGES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares the compiled definition files with a table, because other components rely on each
 // number, type and default.
 

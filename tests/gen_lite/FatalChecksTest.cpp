@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows that misuse of a message ends the process with SIGABRT and reports why, in every build.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows which definition files the protoc plug-in accepts, and how it refuses the others.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Converts bytes to hexadecimal text and back. Other characters in the text are ignored.
 #ifndef QV_TESTS_HEX_H
 #define QV_TESTS_HEX_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serialised ServiceInfoArrays around the 64 MiB after which a parse reads no further.
 #ifndef QV_TESTS_LARGE_INPUT_H
 #define QV_TESTS_LARGE_INPUT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows what every function that reads a message makes of an input around and beyond 64 MiB.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz target for each measured input as each message type. With a
 // folder as its argument, the program writes the inputs there as seeds of the fuzzer instead.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the accessors of the messages, their defaults, and how they are copied. The measured inputs
 // (WireVectorsTest) show how each type is read and written.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests messages that hold messages with required fields, and messages of their own type. None of
 // the product's messages does.
 

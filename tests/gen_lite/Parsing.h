@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Parses messages from hexadecimal text, and through every function that reads a message.
 #ifndef QV_TESTS_PARSING_H
 #define QV_TESTS_PARSING_H

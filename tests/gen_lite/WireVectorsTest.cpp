@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares every message with what the runtime of the product's other components leaves in it after
 // a parse: tests/data/wire.jsonl holds measured inputs, well formed and damaged.
 

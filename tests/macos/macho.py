@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Reads 64-bit Mach-O files of macOS: what a file is for, what it exports and needs, and its bytes by address."""
 import collections
 import struct

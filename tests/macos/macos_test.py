@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+
 """Tests what the files of a build for macOS say. scripts/macos runs it.
 
     macos_test.py BUILD_FOLDER x86_64|arm64 system|bundled ROOT

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Puts other things in place of the configuration file, of its backup and of their directories, and
 // checks what a start and a save do then, as root and as another user.
 

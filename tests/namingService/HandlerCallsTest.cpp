@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the calls that the plug-in makes to the log and utility libraries: their order, levels and
 // texts. Stand-ins in place of the libraries record the calls.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz target handlers_fuzz for the inputs of its corpus, for each
 // measured list of services as a request, and for long sequences of random steps.
 //

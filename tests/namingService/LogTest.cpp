@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the plug-in's log. Each record is one printable line, whatever clients register. The
 // commands work whatever happens to the log file.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what the plug-in stores in its configuration file, with real files.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the library file: its exported symbols, its message classes, and its unloading.
 
 #include <dlfcn.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads, uses and unloads the plug-in many times.
 
 #include <gtest/gtest.h>

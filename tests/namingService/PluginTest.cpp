@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the built plug-in as a host uses it: through its exported functions and its command table.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Runs one case of the tests of an installed tree. CMakeLists.txt in this folder lists the cases.
 
 cmake_minimum_required(VERSION 3.25)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Tests an installation from installing to purging: use, kills, damage, misuse, upgrades, removal.
 
 The script installed-packages runs this file as root of a temporary machine, whose service manager runs

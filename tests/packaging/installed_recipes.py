@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Follows docs/operations.md with the units of the packages: the recipes, and what the page says about both units.
 
 The commands and the lines for the units are read from the page.

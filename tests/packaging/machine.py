@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Uses the packages, the units and the host of the machine that the tests of the packages run on."""
 
 import os

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Tests qvclient with a running host. The environment variable QVHOST names the program."""
 
 import os

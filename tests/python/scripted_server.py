@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Plays a host that sends what a test says.
 
     def answer(peer):

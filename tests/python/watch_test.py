@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Tests qvclient.Watch with servers that send any bytes."""
 
 import contextlib

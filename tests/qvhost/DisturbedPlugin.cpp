@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Hands every call to the real plug-in, and disturbs it on the way as PluginBehaviour.h says.
 #include <QvPlugin.h>
 #include <QvUtil.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A plug-in that lists two services whatever it is sent, and saves nothing. It behaves as
 // PluginBehaviour.h says. It can also give wrong answers.
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tells the fake plug-in of this process how to behave for as long as the object lives. Returns
 // what the plug-in recorded.
 #ifndef QVHOST_FAKE_PLUGIN_CONTROL_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs `qvhost serve` as a process, with directories of its own for log, configuration and socket:
 //
 //     HostProcess host;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A library that has one function of the interface and lacks the others.
 #include <QvPlugin.h>
 

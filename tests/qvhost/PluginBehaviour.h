@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes a plug-in of the tests behave as QVHOST_FAKE in the environment says:
 //
 //     (initialize|request|finalize) throws (text|bad_alloc|exception|number)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the built qvhost as a process. The environment names directories of the run for the log and
 // for the configuration, which is a file without services:
 //

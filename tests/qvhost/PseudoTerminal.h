@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes a terminal whose output a test reads.
 #ifndef QVHOST_PSEUDO_TERMINAL_H
 #define QVHOST_PSEUDO_TERMINAL_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sends any bytes to the host, also one by one.
 #ifndef QVHOST_RAW_CLIENT_H
 #define QVHOST_RAW_CLIENT_H

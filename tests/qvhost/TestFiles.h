@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Keeps the files of a test in a directory of its own. The destructor removes the directory.
 #ifndef QVHOST_TEST_FILES_H
 #define QVHOST_TEST_FILES_H

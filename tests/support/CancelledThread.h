@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs an action in a thread that pthread_cancel() cancels.
 #ifndef QV_TESTS_CANCELLED_THREAD_H
 #define QV_TESTS_CANCELLED_THREAD_H

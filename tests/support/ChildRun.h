@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs functions in a child process, which begins as a copy of the caller's process with the
 // calling thread only. A function affects the caller only through files and the text that it
 // returns.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Gives the exact bytes of the configuration file as a save writes it.
 #ifndef QV_TESTS_CONFIGURATION_DOCUMENTS_H
 #define QV_TESTS_CONFIGURATION_DOCUMENTS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the inputs in tests/data/fuzz, which a fuzz target must keep passing. Writes the measured
 // inputs, from which a fuzzer starts.
 #ifndef QV_TESTS_CORPUS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sets or unsets a variable of the environment while an object lives.
 #ifndef QV_TESTS_ENVIRONMENT_VARIABLE_H
 #define QV_TESTS_ENVIRONMENT_VARIABLE_H

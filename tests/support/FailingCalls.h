@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes calls of the platform fail.
 //
 // A test program that links this file defines the functions itself, in front of the platform's

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Records what happens to the files of directories, in order.
 //
 //     FileEvents events({{directory, ""}});

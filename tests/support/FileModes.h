@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the permissions of files, and sets the umask of the process while an object lives.
 #ifndef QV_TESTS_FILE_MODES_H
 #define QV_TESTS_FILE_MODES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads, writes and replaces files, and finds open descriptors, for tests.
 #ifndef QV_TESTS_FILES_H
 #define QV_TESTS_FILES_H

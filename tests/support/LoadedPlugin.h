@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Loads the built plug-in with dlopen(), as a host does, and calls it only through its exported
 // functions and its command table. The first load makes a directory for the log and the
 // configuration and names it in the environment.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Limits the length of files, so that a write stops there, as on a full disk.
 #ifndef QV_TESTS_LONGEST_FILE_H
 #define QV_TESTS_LONGEST_FILE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation of an action fail in turn, alone and together with all later ones.
 //
 //     const int allocations = sweepShortages([&](Shortage& shortage) {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs actions as a user without special rights, also if root runs the tests.
 #ifndef QV_TESTS_OTHER_USER_H
 #define QV_TESTS_OTHER_USER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Records as text the calls that the code under test makes to the platform.
 //
 // A test program that links this file defines the functions itself, in front of the platform's

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Replaces the log and utility libraries with functions that record their calls.
 //
 // A test program that links this file defines the seven functions itself. The dynamic linker gives

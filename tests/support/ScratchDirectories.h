@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes a directory for the configuration and the log and names it in the environment while the
 // object lives. A test or a fuzz target then does not use the system's directories.
 #ifndef QV_TESTS_SCRATCH_DIRECTORIES_H

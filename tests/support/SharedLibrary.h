@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lists the symbols of a library file with nm.
 #ifndef QV_TESTS_SHARED_LIBRARY_H
 #define QV_TESTS_SHARED_LIBRARY_H

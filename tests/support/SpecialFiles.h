@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes pipes and sockets, which tests put in place of files.
 #ifndef QV_TESTS_SPECIAL_FILES_H
 #define QV_TESTS_SPECIAL_FILES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs functions in a child process and counts its system calls. One of the calls can fail, write
 // less than the child asked for, or end the child.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes a directory for a test, and removes it with its contents when the object ends.
 #ifndef QV_TESTS_TEMPORARY_DIRECTORY_H
 #define QV_TESTS_TEMPORARY_DIRECTORY_H

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Runs resident hosts for tests in Python.
 
     with tempfile.TemporaryDirectory() as folder, ResidentHost(qvhost, folder) as host:

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Measures the property lists that the plug-in stores, with the services of the directory:
 //
 //   - writing an XML document and reading an XML or a binary one. libplist does the same with the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares arrays for the readers and the writer.
 #ifndef COREFOUNDATION_ARRAY_H
 #define COREFOUNDATION_ARRAY_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // clang-format off
 // Reads binary property lists. The grammar of the accepted documents follows. All numbers have their
 // most significant byte first.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares the reader of binary property lists. BinaryReader.cpp states at its top which documents
 // the reader accepts.
 #ifndef COREFOUNDATION_BINARYREADER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Provides a buffer that grows. It reports a failed allocation as false and never throws, since no
 // exception may pass through the C interface.
 #ifndef COREFOUNDATION_BUFFER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Converts dates of the proleptic Gregorian calendar, which has a year 0. All times are in UTC,
 // without leap seconds.
 #ifndef COREFOUNDATION_CALENDAR_H

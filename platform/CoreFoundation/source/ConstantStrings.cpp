@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Creates the strings of CFSTR at their first use and keeps them for ever.
 #include <CoreFoundation/CFString.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the constant objects: the allocators, the null, true and false.
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFNumber.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares data for the readers and the writer.
 #ifndef COREFOUNDATION_DATA_H
 #define COREFOUNDATION_DATA_H

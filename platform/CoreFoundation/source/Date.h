@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares dates for the readers and the writer.
 #ifndef COREFOUNDATION_DATE_H
 #define COREFOUNDATION_DATE_H

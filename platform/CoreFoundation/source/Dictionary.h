@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares dictionaries for the readers and the writer.
 //
 // The entries of a dictionary are an array. It is a part of the dictionary object while there are

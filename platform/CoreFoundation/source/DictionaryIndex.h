@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the hash table of the positions of the entries of a dictionary.
 #ifndef COREFOUNDATION_DICTIONARYINDEX_H
 #define COREFOUNDATION_DICTIONARYINDEX_H

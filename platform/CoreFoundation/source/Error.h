@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares how an error is created.
 #ifndef COREFOUNDATION_ERROR_H
 #define COREFOUNDATION_ERROR_H

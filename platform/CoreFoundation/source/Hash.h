@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Hashes the contents of objects.
 //
 // The hash is SipHash-1-3 with a new key in each process. The author of a document cannot know

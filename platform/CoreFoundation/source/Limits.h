@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Holds the limits of documents. Anybody can write a document, so no document may make the process
 // run out of stack, memory or time.
 #ifndef COREFOUNDATION_LIMITS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decodes the 8-bit characters of the octal escapes in old-style property lists.
 #ifndef COREFOUNDATION_NEXTSTEPLATIN_H
 #define COREFOUNDATION_NEXTSTEPLATIN_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares numbers for the readers and the writer.
 #ifndef COREFOUNDATION_NUMBER_H
 #define COREFOUNDATION_NUMBER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the base of all objects: a count of references and a type.
 //
 // An object is one block of memory from malloc(). It holds an Object, the members that its type

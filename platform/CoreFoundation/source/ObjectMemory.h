@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Allocates the memory of objects with malloc(), and keeps the blocks of small objects that were
 // destroyed for the next ones.
 //

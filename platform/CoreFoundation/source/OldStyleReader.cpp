@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // clang-format off
 // Reads old-style property lists. The grammar of the accepted documents follows, with filler between
 // any two parts:

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares the reader of old-style property lists. OldStyleReader.cpp states at its top which
 // documents the reader accepts.
 #ifndef COREFOUNDATION_OLDSTYLEREADER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Chooses the reader of a document, and defines the public functions of property lists.
 #include <CoreFoundation/CFPropertyList.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares the reasons for which a document is refused.
 #ifndef COREFOUNDATION_REFUSAL_H
 #define COREFOUNDATION_REFUSAL_H

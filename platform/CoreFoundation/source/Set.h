@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares sets for the binary reader.
 #ifndef COREFOUNDATION_SET_H
 #define COREFOUNDATION_SET_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares strings for the readers and the writer.
 //
 // The contents of a string follow it in memory. They are ASCII bytes with a NUL behind them if all

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Provides functions that several readers of text use.
 #ifndef COREFOUNDATION_TEXT_H
 #define COREFOUNDATION_TEXT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decodes the bytes of a document into text.
 #ifndef COREFOUNDATION_TEXTENCODING_H
 #define COREFOUNDATION_TEXTENCODING_H

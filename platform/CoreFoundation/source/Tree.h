@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Builds a tree for the readers, from the outermost container inwards.
 #ifndef COREFOUNDATION_TREE_H
 #define COREFOUNDATION_TREE_H

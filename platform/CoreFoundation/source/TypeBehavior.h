@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares the functions that each type defines for its objects. TypeBehavior.cpp selects those of
 // an object.
 #ifndef COREFOUNDATION_TYPEBEHAVIOR_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares the references in an archive for the readers and the writer.
 #ifndef COREFOUNDATION_UID_H
 #define COREFOUNDATION_UID_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks and converts UTF-8 and UTF-16.
 #ifndef COREFOUNDATION_UNICODE_H
 #define COREFOUNDATION_UNICODE_H

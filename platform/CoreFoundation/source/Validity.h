@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decides which trees are valid property lists.
 #ifndef COREFOUNDATION_VALIDITY_H
 #define COREFOUNDATION_VALIDITY_H

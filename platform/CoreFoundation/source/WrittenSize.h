@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Counts the size that the XML document of a tree has at least.
 #ifndef COREFOUNDATION_WRITTENSIZE_H
 #define COREFOUNDATION_WRITTENSIZE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // clang-format off
 // Reads XML property lists. The grammar of the accepted documents follows. The reader is laxer than XML
 // in most places and stricter in some. It accepts exactly the documents that the platform's own parser

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the markup and the text of an XML property list, piece by piece. XmlReader.cpp decides the
 // meaning of the pieces and states the accepted grammar.
 #ifndef COREFOUNDATION_XMLSCANNER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads the values of an XML property list whose text has a format: numbers, dates and data.
 // XmlReader.cpp states the formats at its top.
 #ifndef COREFOUNDATION_XMLVALUES_H

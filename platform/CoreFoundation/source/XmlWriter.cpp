@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes a tree as XML. Each element is on a line of its own, indented by a tab for each container
 // around it. The elements of a dictionary are in the order of their keys. Only < > & are escaped.
 // The same tree always yields the same bytes.

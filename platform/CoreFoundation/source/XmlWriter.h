@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes property lists as XML.
 #ifndef COREFOUNDATION_XMLWRITER_H
 #define COREFOUNDATION_XMLWRITER_H

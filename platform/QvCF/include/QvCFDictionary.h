@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads a property list by the rules by which the plug-in loads its configuration file.
 #ifndef QV_CF_DICTIONARY_H
 #define QV_CF_DICTIONARY_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Ownership of CoreFoundation objects. No other file outside the layer calls CFRelease().
 #ifndef QV_CF_HOLDER_H
 #define QV_CF_HOLDER_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Gives back the memory that CoreFoundation keeps for later objects.
 #ifndef QV_CF_MEMORY_H
 #define QV_CF_MEMORY_H

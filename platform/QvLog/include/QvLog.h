@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * The diagnostic log, as a plug-in sees it: a handle, a threshold, one printf-style line a record.
  *

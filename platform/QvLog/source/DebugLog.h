@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One open log, which is what a handle of QvLog.h points to.
 //
 // Construction throws if the file cannot be opened; nothing else throws. All members may be called

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The log file that records are appended to, and its older files. No file grows past the limit by
 // more than one record, even if other processes append to it.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Escapes text from outside before it is written to a log or a terminal, so that no name or address
 // can forge a line or control the terminal.
 #ifndef QV_TEXT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The type id of arrays, as a constant of this library. A target that includes this header links
 // qv_corefoundation.
 #ifndef QV_CF_ARRAY_TYPE_INFO_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * The product's utility library, as a plug-in sees it. The library knows where files are and sets
  * up a module's log. No function throws.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The level that a configuration file sets for a module's log.
 #ifndef QV_UTIL_CONFIGURED_DEBUG_LEVEL_H
 #define QV_UTIL_CONFIGURED_DEBUG_LEVEL_H

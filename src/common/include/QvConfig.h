@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A configuration file: a property list whose root is a dictionary. A copy of the same name is kept
 // in the directory "backup" beside the file.
 //

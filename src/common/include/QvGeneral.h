@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What every plug-in of the product shares: the diagnostic log, the set-debug-level command, and
 // the notification callback that does nothing.
 #ifndef QV_GENERAL_H

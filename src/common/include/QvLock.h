@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The plug-ins' lock: a POSIX mutex and its scoped holder.
 //
 //     Mutex mutex;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Conversion between protobuf messages and property-list values.
 //
 // A service is stored as a dictionary with the keys "id", a number, and "address", a string. A

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 /*
  * The interface between a host process and a plug-in of the product's core.
  *

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The meaning of a plug-in's results other than QV_OK, in words for messages to people.
 #ifndef QV_RESULT_H
 #define QV_RESULT_H

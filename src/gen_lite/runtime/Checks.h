@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the fatal checks. A message that is used against its contract ends the process in every
 // build.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads and writes the values of each type of numbers, which all are varints.
 //
 // A codec is a stateless class with these members:

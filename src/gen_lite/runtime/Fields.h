@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines the kinds of fields that a message consists of.
 //
 // A field holds its value, and knows whether it is present. Each operation of a message calls the

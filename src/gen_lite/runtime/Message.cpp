@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "runtime/Message.h"
 
 namespace qor::kevra::wire {

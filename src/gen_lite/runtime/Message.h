@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Defines Message, the base class of every generated message.
 //
 // The project's own protoc plug-in compiles the definition files, because the product's components

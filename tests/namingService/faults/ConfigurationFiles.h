@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes a directory with a configuration file and its backup, points the plug-in to the directory,
 // and starts the plug-in there.
 #ifndef QV_TESTS_CONFIGURATION_FILES_H

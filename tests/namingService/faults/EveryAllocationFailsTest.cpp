@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation of every operation fail in turn, alone and together with all later ones.
 // The host gets a std::bad_alloc or the result code, or the log lacks a record. Each service is as
 // before or as requested, both files are whole, no memory is lost, and the next commands work.

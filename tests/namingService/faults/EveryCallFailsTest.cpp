@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each system call of every operation fail in turn, once and for good, and cuts every write
 // of a save short. Only a lack of memory reaches the host. The directory keeps the registered
 // services, no memory is lost, only descriptors that a save gave up stay open, and the next

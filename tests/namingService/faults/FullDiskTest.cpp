@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Limits the length of files, so that a write stops there, as on a full disk. The host continues in
 // memory. What the next host finds depends on whether the backup fits.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sends a signal every 100 microseconds during some thousand commands and the starts and ends
 // between them. The system does not restart the calls that the signal interrupts. Each command's
 // result, the directory, the file at each start and each record of the log are as without signals.

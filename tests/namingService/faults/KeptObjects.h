@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The property-list layer keeps the memory of released objects for new ones. This header lets a
 // test use that memory up.
 #ifndef QV_TESTS_KEPT_OBJECTS_H

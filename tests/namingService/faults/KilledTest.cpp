@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Kills the host before every system call of every operation. (A kill in the middle of a write can
 // leave a mixture of both files, see MixturesTest.cpp.) The next start has either the
 // directory of before the operation or that of after it.

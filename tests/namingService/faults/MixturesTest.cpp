@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A save that is cut off can leave a mixture: a file that begins as the new one and ends as the old
 // one. The backup holds the old file. A start restores the old file unless the mixture is itself a
 // good document. Such a mixture may list other services than either file. The test counts these.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The base of the tests that play a scenario with one fault after another.
 #ifndef QV_TESTS_SCENARIO_TEST_H
 #define QV_TESTS_SCENARIO_TEST_H

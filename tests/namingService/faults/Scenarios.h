@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lists the scenarios of the fault tests: operations of the plug-in at several points of a host's
 // life. Plays a scenario in a child process.
 #ifndef QV_TESTS_SCENARIOS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decides whether commands that overlapped on several threads can have been executed one after
 // another, in an order that fits their times.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the judge of the load test with histories written by hand.
 
 #include "Judge.h"

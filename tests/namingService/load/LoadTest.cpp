@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs sixteen threads that register, unregister and list services, change the log's level and send
 // damaged requests. Afterwards some order of the calls must explain all answers, the file, its
 // backup, and the services of a start with each of them (see Judge.h).

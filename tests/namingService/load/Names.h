@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Names the services of the load test. There is a service for each number from 0; some identifiers
 // are negative. An address contains the identifier and the value that a write gave the service. A
 // listing therefore gives a value for each service, and a cut or exchanged address is noticed.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the calls of one thread of the load, of all kinds and at random, and records them.
 #ifndef QV_TESTS_LOAD_WORKER_H
 #define QV_TESTS_LOAD_WORKER_H

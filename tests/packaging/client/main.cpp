@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Uses the client library without a host: prints the path of the socket and fails to connect.
 #include <QvClient.h>
 #include <QvFrame.h>

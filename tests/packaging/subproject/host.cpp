@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Uses the interface of the plug-in and the protocol's constants.
 #include <QvFrame.h>
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Encodes and decodes base64, the form in which the measured documents are kept.
 #ifndef QV_TESTS_BASE64_H
 #define QV_TESTS_BASE64_H

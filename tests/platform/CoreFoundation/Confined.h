@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs an action that might crash, on a small stack or in a process of its own.
 #ifndef QV_TESTS_CONFINED_H
 #define QV_TESTS_CONFINED_H

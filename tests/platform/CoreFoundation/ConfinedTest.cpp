@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows that a failure in a confined action is a failure of the calling test. The tests of hostile
 // documents rely on this.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz targets for the measured documents and strings. If the program
 // has two folders as its arguments, it writes the documents and strings there instead, as seeds of
 // the fuzzers.

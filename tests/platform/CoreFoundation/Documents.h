@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Creates documents: nested ones of any depth, and binary ones from their objects.
 #ifndef QV_TESTS_DOCUMENTS_H
 #define QV_TESTS_DOCUMENTS_H

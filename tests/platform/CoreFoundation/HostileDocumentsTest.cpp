@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads documents that are meant to crash the reader, to fill the memory or to take forever. Each
 // document is read, checked, written and released in a process of its own with little memory and a
 // small stack.

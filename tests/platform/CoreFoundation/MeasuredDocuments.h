@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Provides the measured property lists in tests/data, and functions for their JSON.
 #ifndef QV_TESTS_MEASUREDDOCUMENTS_H
 #define QV_TESTS_MEASUREDDOCUMENTS_H

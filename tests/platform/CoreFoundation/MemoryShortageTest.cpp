@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets each allocation of each function fail: only that allocation, or that one and all later ones.
 // A function that creates an object returns null then, a container that cannot grow stays
 // unchanged, and no memory leaks.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows the limits of nesting. A document beyond them is refused, and no depth overflows the stack:
 // all tests run on a small stack.
 

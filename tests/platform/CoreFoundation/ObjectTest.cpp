@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows the behaviour that all objects share.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Provides owned objects, and short functions that create and read them.
 #ifndef QV_TESTS_OBJECTS_H
 #define QV_TESTS_OBJECTS_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows the behaviour of reading, checking and writing that the measured documents do not show.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares the trees and the written documents of the measured documents with the recorded ones.
 // Both functions read each document, with every option.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what the properties of strings (fuzz/CoreFoundation/StringProperties.h) and the measured
 // strings do not show.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Compares the strings of the measured UTF-8 texts with the recorded ones.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows which operations are safe on several threads at once: retaining, releasing, creating, and
 // reading an object that no thread changes. One of the builds runs with ThreadSanitizer.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows that a document is refused if its XML document would take more than 512 MiB, and is loaded
 // if its XML document takes exactly 512 MiB. The limit is the same for every kind of document and
 // for the writer.

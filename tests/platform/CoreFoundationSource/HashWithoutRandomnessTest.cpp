@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the hash of a process that starts before the system has gathered randomness.
 
 #include <gtest/gtest.h>

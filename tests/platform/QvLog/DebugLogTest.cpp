@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests records: their contents, their levels, and the escaping that keeps each text in its own
 // record.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Shows that a log survives any kind of file in the place of its file or its directory. Records may
 // be lost, no call waits, and records are written again once the log file can be opened.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the rotation of the log file. None of the six files exceeds the limit, even with several
 // handles, threads or processes.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opens a log for a test, and reads its file.
 #ifndef QV_TESTS_OPEN_LOG_H
 #define QV_TESTS_OPEN_LOG_H

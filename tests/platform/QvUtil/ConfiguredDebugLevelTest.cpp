@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the level that QvInitDebugByConfig() reads from the configuration file.
 
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets each allocation fail while a log is set up.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Provides another log library. It exports the four functions of the product and not our own
 // LorxOpenDbgLog(). It writes every record to standard error, even without an open log.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what the subcommands print for answers that a real host gives seldom or never.
 #include <QvFrame.h>
 #include <QvPlugin.h>

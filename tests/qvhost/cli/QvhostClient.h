@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the program as a client of a resident host:
 //
 //     TEST_F(QvhostClient, ListsTheServices) {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz target for files of services: for the corpus, and for written
 // files that are cut and changed at every place.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Looks at the files while a host serves, and after it ended in peace.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client of a host that may be killed at any moment. A connection that ends, within an answer
 // also, is no failure of the test.
 #ifndef QVHOST_CRASH_CLIENT_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Kills the host while the plug-in saves, and puts files in place that such a save may leave. The
 // record counts, because it was ahead of the file or the file was being written.
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Takes the host's descriptors away. Changes are kept all the same.
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client of a host: registers, withdraws and lists services.
 #ifndef QVHOST_DIRECTORY_CLIENT_H
 #define QVHOST_DIRECTORY_CLIENT_H

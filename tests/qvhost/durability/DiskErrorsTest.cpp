@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes every call fail that changes the record, as an error of the disk does. The host goes on and
 // tells that changes are not kept, until the disk works again.
 #include <gmock/gmock.h>

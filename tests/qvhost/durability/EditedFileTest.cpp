@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Changes the configuration file while no host runs, or before a reload. An edit by hand counts. A
 // file that is damaged or missing does not: the host makes it good from its record.
 #include <gmock/gmock.h>

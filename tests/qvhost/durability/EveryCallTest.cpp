@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each system call fail that a host makes on its files, and kills the host before each change
 // and within each write. The host starts, registers, withdraws, brings the file up and stops. The
 // next host has every acknowledged change, and of other requests all or nothing.

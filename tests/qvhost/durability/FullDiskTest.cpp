@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Fills the disk under a host. The host goes on, tells that changes are not kept, loses nothing
 // that it acknowledged, and keeps everything as soon as there is room.
 #include <gmock/gmock.h>

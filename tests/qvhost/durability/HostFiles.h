@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Finds and reads the files that a host keeps in its configuration directory.
 #ifndef QVHOST_HOST_FILES_H
 #define QVHOST_HOST_FILES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Watches the system calls with which a host uses the files of its configuration directory, on all
 // of the host's threads. Calls can fail, wait, or be the host's last ones.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Kills the host at random moments while clients change the directory, and starts it again. The
 // ordinary run is short. A long run takes its numbers from the environment:
 //

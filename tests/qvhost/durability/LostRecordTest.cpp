@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Removes and damages the record while no host runs. The file counts then.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

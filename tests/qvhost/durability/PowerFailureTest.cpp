@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cuts the power of the machine on which a host serves, as far as a test can: the host is killed,
 // and of what it has not flushed some blocks are new and others old. The next host has every
 // acknowledged change.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sends changes that the configuration file cannot hold, or that clients may not make. The host
 // refuses each as a whole, and goes on to keep the changes of others.
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Starts a second host on the configuration of the first. It refuses to start, names the first one
 // and touches nothing.
 #include <gmock/gmock.h>

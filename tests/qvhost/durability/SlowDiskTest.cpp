@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets the disk take as long as it wants. Readers do not wait, and changes wait only for the
 // record.
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets a test fill the disk under a host's configuration directory, and make room again.
 //
 //     withSmallDisk([](HostProcess& host, SmallDisk& disk) {

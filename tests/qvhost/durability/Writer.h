@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A client that changes its share of a directory without end, until the host is killed. A writer
 // keeps account: the changes that the host acknowledged, and the requests that had no answer. So
 // the writer tells which directories the next host may have.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets memory run out while clients wait to be accepted.
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Wakes the clients of a thread while no memory is left.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what conversations do when the budget of all clients has no room.
 #include <QvFrame.h>
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the commands with which clients ask for single services and for what the host can do.
 #include <QvFrame.h>
 #include <QvHost.pb.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation for a client fail in turn. Only this client is lost.
 #include <QvFrame.h>
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Requests that tests send a running host.
 #ifndef QVHOST_DIRECTORY_REQUESTS_H
 #define QVHOST_DIRECTORY_REQUESTS_H

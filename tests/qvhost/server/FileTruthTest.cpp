@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Decides whether a file or the record counts.
 #include <gtest/gtest.h>
 

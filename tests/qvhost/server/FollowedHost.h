@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs the record, the plug-in and its file in a directory of their own, as the resident host does,
 // but without clients.
 #ifndef QV_TESTS_QVHOST_SERVER_FOLLOWED_HOST_H

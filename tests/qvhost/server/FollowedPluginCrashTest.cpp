@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Ends hosts at any moment, also where record and file cannot be written. The next start has what
 // was acknowledged.
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs a FollowedPlugin in a directory of its own, for tests.
 #ifndef QV_TESTS_QVHOST_SERVER_FOLLOWED_PLUGIN_FIXTURE_H
 #define QV_TESTS_QVHOST_SERVER_FOLLOWED_PLUGIN_FIXTURE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Starts a host with every combination of record and file.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Brings plug-in and file up to a directory that changes.
 #include <QvFrame.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets the memory for requests run out.
 #include <gtest/gtest.h>
 

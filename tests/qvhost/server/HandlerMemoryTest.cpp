@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lets handlers wait again while no memory is left.
 #include "server/HandlerMemory.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Checks the properties of the fuzz target host_fuzz: for its corpus, and for random sequences of
 // steps.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Receives what a host tells its service manager, at the socket that NOTIFY_SOCKET names.
 #ifndef QVHOST_NOTIFY_SOCKET_H
 #define QVHOST_NOTIFY_SOCKET_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the pipe at which a disturbed plug-in waits.
 #ifndef QVHOST_PIPE_H
 #define QVHOST_PIPE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each system call of a record fail, kills the process at each of them, and lets the disk be
 // full. What was acknowledged is there afterwards, and nothing is taken for damage.
 #include <gmock/gmock.h>

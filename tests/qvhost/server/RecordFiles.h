@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A sequence of commits to a record, in which each revision has services and a note of its own. So
 // a test that opens a record finds out whether exactly the commits up to its revision are in it.
 #ifndef QV_TESTS_QVHOST_SERVER_RECORD_FILES_H

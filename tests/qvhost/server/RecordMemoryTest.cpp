@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation of a record and of SQLite fail in turn.
 #include <gtest/gtest.h>
 

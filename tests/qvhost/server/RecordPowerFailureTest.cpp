@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opens what a power failure leaves of a record: a log that is cut, and mixtures of the blocks of
 // two states of a file, of which the disk has taken some and not others.
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation of the recorder's thread fail in turn. A change is made or refused as a
 // whole, and subscribers miss nothing without being told.
 #include <QvFrame.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests that clients that send garbage, are slow, do not read or go away harm no other client.
 #include <QvFrame.h>
 #include <QvPlugin.h>

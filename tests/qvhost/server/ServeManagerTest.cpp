@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests the host under a service manager.
 #include <QvFrame.h>
 #include <QvPlugin.h>

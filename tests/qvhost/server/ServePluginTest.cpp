@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests that clients do not notice a plug-in that is slow or fails.
 #include <QvFrame.h>
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Tests what subscribers of a host that is a process learn, above all across its restarts.
 #include <QvFrame.h>
 #include <QvPlugin.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Serves clients in this process over pairs of connected sockets. The directory, its record and its
 // file are those of a resident host.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation of a commit fail in turn. The base of the commit stays as it is, and the
 // edits that were made before stay made.
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes snapshots of the directory, and compares them with a map.
 #ifndef QV_TESTS_QVHOST_SERVER_SNAPSHOTS_H
 #define QV_TESTS_QVHOST_SERVER_SNAPSHOTS_H

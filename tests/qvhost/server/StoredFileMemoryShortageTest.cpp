@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes each allocation of reading and writing the file fail in turn.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Subscribes to a host, and follows the directory as a subscriber does.
 #ifndef QV_TESTS_QVHOST_SERVER_SUBSCRIBED_H
 #define QV_TESTS_QVHOST_SERVER_SUBSCRIBED_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares arrays: ordered collections of values.
 #ifndef COREFOUNDATION_CFARRAY_H
 #define COREFOUNDATION_CFARRAY_H

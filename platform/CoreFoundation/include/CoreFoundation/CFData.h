@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares data: immutable sequences of bytes.
 #ifndef COREFOUNDATION_CFDATA_H
 #define COREFOUNDATION_CFDATA_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares dates: points in time.
 #ifndef COREFOUNDATION_CFDATE_H
 #define COREFOUNDATION_CFDATE_H

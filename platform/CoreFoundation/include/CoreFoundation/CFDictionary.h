@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares dictionaries: unordered collections of values that are found by their keys.
 #ifndef COREFOUNDATION_CFDICTIONARY_H
 #define COREFOUNDATION_CFDICTIONARY_H

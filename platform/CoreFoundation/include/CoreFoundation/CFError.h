@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares errors: the reasons why a function failed.
 #ifndef COREFOUNDATION_CFERROR_H
 #define COREFOUNDATION_CFERROR_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares numbers and the two booleans.
 #ifndef COREFOUNDATION_CFNUMBER_H
 #define COREFOUNDATION_CFNUMBER_H

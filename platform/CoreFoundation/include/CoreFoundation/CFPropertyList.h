@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares property lists, the functions that read a document into a property list, and the
 // functions that write one. A property list is a tree of dictionaries, arrays, strings, data,
 // numbers, booleans and dates.

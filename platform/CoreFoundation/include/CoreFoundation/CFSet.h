@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares sets. Only a binary document can create a set; the caller can count its members. A tree
 // that holds a set is not a valid property list in any format.
 #ifndef COREFOUNDATION_CFSET_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Declares strings: immutable sequences of UTF-16 code units.
 //
 // A string that is created from bytes is well-formed Unicode. A string that is created from code

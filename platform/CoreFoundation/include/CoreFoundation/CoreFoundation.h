@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Provides a small CoreFoundation for platforms without the framework. The names, types, constants
 // and rules are those of the framework, as far as property lists need them. A program that compiles
 // with these headers compiles unchanged with the framework, unless it uses the two functions whose

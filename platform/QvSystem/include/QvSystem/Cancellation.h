@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Cancellation of threads with pthread_cancel().
 #ifndef QV_SYSTEM_CANCELLATION_H
 #define QV_SYSTEM_CANCELLATION_H

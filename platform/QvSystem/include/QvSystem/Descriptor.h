@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Owns a file descriptor.
 #ifndef QV_SYSTEM_DESCRIPTOR_H
 #define QV_SYSTEM_DESCRIPTOR_H

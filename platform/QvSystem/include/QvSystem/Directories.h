@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes directories.
 #ifndef QV_SYSTEM_DIRECTORIES_H
 #define QV_SYSTEM_DIRECTORIES_H

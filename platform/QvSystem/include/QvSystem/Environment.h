@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Looks up settings that the environment overrides.
 #ifndef QV_SYSTEM_ENVIRONMENT_H
 #define QV_SYSTEM_ENVIRONMENT_H

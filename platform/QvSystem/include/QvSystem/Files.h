@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads whole files.
 #ifndef QV_SYSTEM_FILES_H
 #define QV_SYSTEM_FILES_H

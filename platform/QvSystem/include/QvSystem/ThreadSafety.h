@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a lock guards, in words that clang checks (-Wthread-safety); other compilers ignore them.
 //
 //     Mutex mutex;

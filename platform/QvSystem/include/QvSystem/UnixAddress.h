@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Makes the address of a Unix socket.
 #ifndef QV_SYSTEM_UNIX_ADDRESS_H
 #define QV_SYSTEM_UNIX_ADDRESS_H

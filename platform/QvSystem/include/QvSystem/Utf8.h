@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reads text as UTF-8, whatever bytes it holds.
 #ifndef QV_SYSTEM_UTF8_H
 #define QV_SYSTEM_UTF8_H
