@@ -306,17 +306,14 @@ void Conversation::takeNextChange() {
     }
     reader_.take({first_.data(), count});
     const std::optional<Frame> request = reader_.next();
-    const bool isOneChange = request && Commands::isChange(*request) &&
-                             request->bytes.size() + QV_FRAME_HEADER_SIZE == count;
-    if (isOneChange) {
+    if (request && Commands::isChange(*request) &&
+        request->bytes.size() + QV_FRAME_HEADER_SIZE == count) {
         parts_.commands.addChange(*request, *parts_.recorder.state(), batch_, connection_->answers);
         pop();
     }
     reader_.keep();
-    if (!isOneChange) {
+    if (batch_.items.empty()) {
         post(&Conversation::run);
-    } else if (batch_.items.empty()) {
-        proceed();
     } else {
         wait_ = Wait::Commit;
         parts_.commands.submit({shared_from_this(), &batch_});

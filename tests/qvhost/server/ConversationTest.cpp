@@ -213,7 +213,7 @@ TEST_F(ConversationTest, RecorderLeavesOtherRequestsToTheThread) {
     }
 }
 
-TEST_F(ConversationTest, RecorderAnswersTheNextChangeAtOnceIfItIsNone) {
+TEST_F(ConversationTest, NextChangeThatIsNoneIsAnsweredWithoutACommit) {
     const std::pair<std::string, uint32_t> changes[] = {
         {registration(2, {{1, "/a"}}), QV_OK},
         {registration(2, {{2, ""}}), QV_HOST_ERROR_REFUSED},
