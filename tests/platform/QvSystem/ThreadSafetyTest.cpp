@@ -25,12 +25,14 @@ struct Counter {
 
 TEST(Condition, WaitsForAnotherThread) {
     Counter counter;
-    std::thread other([&counter] {
-        counter.increment();
-        counter.changed.notifyOne();
-    });
+    std::thread other;
     {
         const MutexLock lock(counter.mutex);
+        // The other thread cannot count before this one waits.
+        other = std::thread([&counter] {
+            counter.increment();
+            counter.changed.notifyOne();
+        });
         while (counter.count == 0) {
             counter.changed.wait(counter.mutex);
         }
@@ -41,12 +43,14 @@ TEST(Condition, WaitsForAnotherThread) {
 
 TEST(Condition, WaitsForAnotherThreadUntilATime) {
     Counter counter;
-    std::thread other([&counter] {
-        counter.increment();
-        counter.changed.notifyAll();
-    });
+    std::thread other;
     {
         const MutexLock lock(counter.mutex);
+        // The other thread cannot count before this one waits.
+        other = std::thread([&counter] {
+            counter.increment();
+            counter.changed.notifyAll();
+        });
         while (counter.count == 0) {
             counter.changed.waitUntil(counter.mutex, Clock::now() + std::chrono::hours(1));
         }
