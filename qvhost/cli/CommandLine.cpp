@@ -27,7 +27,7 @@ namespace {
 constexpr char kDescription[] =
     "Runs the naming service as a resident host, or talks to the resident host.\n";
 
-constexpr char kFooter[] =
+constexpr char kCommandLineFooter[] =
     "Options may stand before or after the subcommand. `qvhost SUBCOMMAND --help` says more.\n"
     "\n"
     "`qvhost serve` is the resident host. Most other subcommands ask it over its socket, which\n"
@@ -181,7 +181,7 @@ std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
 }  // namespace
 
 CommandLine::CommandLine() : app_(std::make_unique<CLI::App>(kDescription, "qvhost")) {
-    app_->footer(kFooter);
+    app_->footer(kCommandLineFooter);
     app_->require_subcommand(1);
     addShared(*app_, kConfigurationOption | kPluginOptions | kHostOptions | kJsonOption);
 }

@@ -22,7 +22,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kExportFooter[] =
     "Writes what `qvhost import` reads: CSV whose first line is id,address, or a JSON array of\n"
     "objects with id and address. In CSV, a line feed ends each line, and fields are quoted by\n"
     "RFC 4180. A new file is complete or does not exist, and has the mode 0600. If something\n"
@@ -82,9 +82,10 @@ int exportServices(const ExportOptions& own, const CommonOptions& options) {
 
 void addExport(CommandLine& line) {
     const auto own = std::make_shared<ExportOptions>();
-    Subcommand subcommand = line.add(
-        "export", "Write the directory of services to a file", kFooter, CommandLine::kHostOptions,
-        [own, &options = line.options()] { return exportServices(*own, options); });
+    Subcommand subcommand =
+        line.add("export", "Write the directory of services to a file", kExportFooter,
+                 CommandLine::kHostOptions,
+                 [own, &options = line.options()] { return exportServices(*own, options); });
     subcommand.word("FILE", own->path, "The file. The default, and -, is standard output",
                     Subcommand::Need::Optional, notEmpty());
     addFormatOption(subcommand, own->format, "json if FILE ends in .json, otherwise csv");

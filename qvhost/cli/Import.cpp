@@ -24,7 +24,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kImportFooter[] =
     "The formats are those of `qvhost export` and of list --json and --csv: a JSON array of\n"
     "objects with id and address, or CSV by RFC 4180 whose first line is id,address. A text\n"
     "that begins with a bracket is JSON.\n"
@@ -136,8 +136,8 @@ void addImport(CommandLine& line) {
     const auto path = std::make_shared<std::string>();
     const auto format = std::make_shared<std::string>();
     Subcommand subcommand =
-        line.add("import", "Register the services of a file", kFooter, CommandLine::kHostOptions,
-                 [path, format, &options = line.options()] {
+        line.add("import", "Register the services of a file", kImportFooter,
+                 CommandLine::kHostOptions, [path, format, &options = line.options()] {
                      return importServices(*path, *format, options);
                  });
     subcommand.word("FILE", *path, "The file, or - for standard input", Subcommand::Need::Required,

@@ -13,7 +13,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kInfoFooter[] =
     "Loads the plug-in but does not initialise it, so that the plug-in opens no file. With --json\n"
     "the output is one object on one line:\n"
     "\n"
@@ -30,7 +30,7 @@ int info(const CommonOptions& options) {
 
 void addInfo(CommandLine& line) {
     line.add(
-        "info", "Print the plug-in's path, identifier and commands", kFooter,
+        "info", "Print the plug-in's path, identifier and commands", kInfoFooter,
         CommandLine::kConfigurationOption | CommandLine::kPluginOptions | CommandLine::kJsonOption,
         [&options = line.options()] { return info(options); });
 }

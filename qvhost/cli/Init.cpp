@@ -16,7 +16,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kInitFooter[] =
     "The plug-in keeps the directory in a configuration file, which it never makes itself. This\n"
     "makes the file in the directory of --config-dir, that directory if it is missing, and the\n"
     "directory of the backup. The file holds no services. If something stands in the place of\n"
@@ -40,7 +40,7 @@ int init(const CommonOptions& options) {
 
 void addInit(CommandLine& line) {
     line.add(
-        "init", "Make the file that the plug-in keeps the directory in", kFooter,
+        "init", "Make the file that the plug-in keeps the directory in", kInitFooter,
         CommandLine::kConfigurationOption | CommandLine::kPluginOptions | CommandLine::kJsonOption,
         [&options = line.options()] { return init(options); });
 }

@@ -12,7 +12,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kLevelFooter[] =
     "The level holds until the resident host reloads its configuration or ends. At its start and\n"
     "at a reload, the host takes the level of the configuration. Only root and the host's own\n"
     "user may set the level.\n"
@@ -23,7 +23,7 @@ constexpr char kFooter[] =
 
 void addLevel(CommandLine& line) {
     const auto level = std::make_shared<std::string>();
-    line.add("level", "Set the debug level of the plug-in's log", kFooter,
+    line.add("level", "Set the debug level of the plug-in's log", kLevelFooter,
              CommandLine::kHostOptions,
              [level, &options = line.options()] {
                  const int32_t number = parseLevel(*level);

@@ -21,7 +21,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kListFooter[] =
     "Asks the resident host. With --offline, reads the configuration file instead, or its\n"
     "backup if the file is missing or damaged, and says on standard error which one it read.\n"
     "That changes no file and needs no host. The file follows a running host within about a\n"
@@ -89,7 +89,7 @@ int list(const ListOptions& own, const CommonOptions& common) {
 void addList(CommandLine& line) {
     const auto own = std::make_shared<ListOptions>();
     Subcommand subcommand = line.add(
-        "list", "Print the directory of services", kFooter,
+        "list", "Print the directory of services", kListFooter,
         CommandLine::kConfigurationOption | CommandLine::kHostOptions | CommandLine::kJsonOption,
         [own, &options = line.options()] { return list(*own, options); });
     subcommand.flag("--csv", own->csv, "Print CSV instead of a table");

@@ -15,7 +15,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kPingFooter[] =
     "Prints how long the answer took. Fails if there is none.\n"
     "\n"
     "  $ qvhost ping\n"
@@ -35,7 +35,7 @@ int ping(const CommonOptions& options) {
 }  // namespace
 
 void addPing(CommandLine& line) {
-    line.add("ping", "Check that the resident host answers", kFooter, CommandLine::kHostOptions,
+    line.add("ping", "Check that the resident host answers", kPingFooter, CommandLine::kHostOptions,
              [&options = line.options()] { return ping(options); });
 }
 

@@ -30,7 +30,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kRunFooter[] =
     "Registers the service, runs the command, and removes the service when the command ends. If\n"
     "the service cannot be registered, qvhost exits with 1 and does not run the command. A host\n"
     "that has lost the service meanwhile does not get it again.\n"
@@ -188,7 +188,7 @@ void addRun(CommandLine& line) {
     };
     const auto words = std::make_shared<Words>();
     Subcommand subcommand =
-        line.add("run", "Run a command while its service is registered", kFooter,
+        line.add("run", "Run a command while its service is registered", kRunFooter,
                  CommandLine::kHostOptions, [words, &options = line.options()] {
                      return runCommand(words->id, words->address, words->command, options);
                  });

@@ -30,7 +30,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kServeFooter[] =
     "The host keeps the directory of services and lets other programs use it over its socket.\n"
     "A change that it acknowledges is in its record on the disk, beside the configuration. The\n"
     "plug-in's file follows within about a second.\n"
@@ -134,7 +134,7 @@ int serve(const CommonOptions& common, const ServeOptions& options) {
 void addServe(CommandLine& line) {
     const auto options = std::make_shared<ServeOptions>();
     Subcommand subcommand =
-        line.add("serve", "Run the resident host", kFooter,
+        line.add("serve", "Run the resident host", kServeFooter,
                  CommandLine::kConfigurationOption | CommandLine::kPluginOptions |
                      CommandLine::kSocketOption,
                  [&common = line.options(), options] { return serve(common, *options); });

@@ -32,7 +32,7 @@ namespace qv::host {
 
 namespace {
 
-using Json = nlohmann::json;
+using JsonValue = nlohmann::json;
 
 // The number of mistakes that are told. A file that is no list at all has many more.
 constexpr std::size_t kMostProblems = 10;
@@ -140,7 +140,7 @@ class WatchedIterator {
 };
 
 // Takes the one form of a list: an array of objects, each with an id and an address.
-class JsonHandler : public nlohmann::json_sax<Json> {
+class JsonHandler : public nlohmann::json_sax<JsonValue> {
   public:
     JsonHandler(std::string_view text, Collector& collector)
         : counted_(text.data()),
@@ -316,8 +316,8 @@ class JsonHandler : public nlohmann::json_sax<Json> {
 void readJson(std::string_view text, Collector& collector) {
     JsonHandler handler(text, collector);
     const char* const end = text.data() + text.size();
-    Json::sax_parse(WatchedIterator(text.data(), handler.farthest()),
-                    WatchedIterator(end, handler.farthest()), &handler);
+    JsonValue::sax_parse(WatchedIterator(text.data(), handler.farthest()),
+                         WatchedIterator(end, handler.farthest()), &handler);
 }
 
 bool looksLikeJson(std::string_view text) {

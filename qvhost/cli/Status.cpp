@@ -12,7 +12,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kStatusFooter[] =
     "Prints what the host tells about itself: whether a restart would find the directory of now,\n"
     "whether the plug-in's file holds it, what the last start did, and counts since then. With\n"
     "--json the output is one object on one line. Its times are seconds since 1970, and what\n"
@@ -32,7 +32,7 @@ int showStatus(const CommonOptions& options) {
 }  // namespace
 
 void addStatus(CommandLine& line) {
-    line.add("status", "Show the state of the resident host", kFooter,
+    line.add("status", "Show the state of the resident host", kStatusFooter,
              CommandLine::kHostOptions | CommandLine::kJsonOption,
              [&options = line.options()] { return showStatus(options); });
 }

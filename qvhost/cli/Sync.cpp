@@ -8,7 +8,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kSyncFooter[] =
     "The host keeps the directory in a record of its own, and the plug-in's file follows within\n"
     "about a second. This waits until the file holds the directory of now. If the file cannot\n"
     "follow, for example because it may not be written, qvhost says why and exits with 1.\n"
@@ -18,7 +18,7 @@ constexpr char kFooter[] =
 }  // namespace
 
 void addSync(CommandLine& line) {
-    line.add("sync", "Wait until the plug-in's file holds the directory", kFooter,
+    line.add("sync", "Wait until the plug-in's file holds the directory", kSyncFooter,
              CommandLine::kHostOptions, [&options = line.options()] {
                  connectToHost(options).sync();
                  return int{kSuccess};

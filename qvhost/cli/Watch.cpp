@@ -32,7 +32,7 @@ namespace qv::host {
 
 namespace {
 
-constexpr char kFooter[] =
+constexpr char kWatchFooter[] =
     "Prints a line for each service that is there, and then one for each change, until a signal\n"
     "or until nobody reads the output. Without identifiers, watches all services. A line has the\n"
     "time in UTC at which qvhost learned of the change, the kind of the change, the identifier\n"
@@ -186,7 +186,7 @@ void waitForEvent(const client::Subscription& changes) {
 
 void addWatch(CommandLine& line) {
     const auto words = std::make_shared<std::vector<std::string>>();
-    line.add("watch", "Print each change of services", kFooter,
+    line.add("watch", "Print each change of services", kWatchFooter,
              CommandLine::kHostOptions | CommandLine::kJsonOption,
              [words, &options = line.options()]() -> int { watch(*words, options); })
         .words("ID", *words, "The services' identifiers; all services when not given",

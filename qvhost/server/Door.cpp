@@ -16,7 +16,7 @@ namespace qv::host {
 
 namespace {
 
-namespace wire = qor::kevra::wire;
+namespace wire_format = qor::kevra::wire;
 using qor::kevra::ServiceInfo;
 using qor::kevra::ServiceInfoArray;
 
@@ -28,22 +28,22 @@ Outcome refused(std::string text) {
 // of the message at once, because a list of messages takes much more memory.
 Outcome readServices(std::string_view input, Change& change) {
     Outcome malformed = {QV_ERROR_ARGUMENT, {}};
-    if (input.size() > wire::kInputLimit) {
+    if (input.size() > wire_format::kInputLimit) {
         return malformed;
     }
-    wire::CodedInputStream stream(reinterpret_cast<const uint8_t*>(input.data()),
-                                  static_cast<int>(input.size()));
-    stream.SetRecursionLimit(wire::kRecursionLimit);
+    wire_format::CodedInputStream stream(reinterpret_cast<const uint8_t*>(input.data()),
+                                         static_cast<int>(input.size()));
+    stream.SetRecursionLimit(wire_format::kRecursionLimit);
     while (const uint32_t tag = stream.ReadTag()) {
-        if (tag != wire::tagOf(ServiceInfoArray::kServicesFieldNumber,
-                               wire::WireFormat::WIRETYPE_LENGTH_DELIMITED)) {
-            if (!wire::skipField(&stream, tag)) {
+        if (tag != wire_format::tagOf(ServiceInfoArray::kServicesFieldNumber,
+                                      wire_format::WireFormat::WIRETYPE_LENGTH_DELIMITED)) {
+            if (!wire_format::skipField(&stream, tag)) {
                 return malformed;
             }
             continue;
         }
         ServiceInfo service;
-        if (!wire::readMessage(&stream, &service)) {
+        if (!wire_format::readMessage(&stream, &service)) {
             return malformed;
         }
         if (change.edits.size() == kMostServices) {

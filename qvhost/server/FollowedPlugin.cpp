@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "KevraCommonMsg.pb.h"
+#include "server/ErrorText.h"
 #include "server/PluginError.h"
 #include "server/PluginRequests.h"
 
@@ -22,13 +23,6 @@ namespace qv::host {
 namespace {
 
 using State = FileView::State;
-
-// Short enough for a std::string that needs no memory.
-constexpr char kOutOfMemory[] = "out of memory";
-
-std::string messageOf(const std::exception& error) {
-    return dynamic_cast<const std::bad_alloc*>(&error) != nullptr ? kOutOfMemory : error.what();
-}
 
 // Returns the numbers of services added, changed and withdrawn, as a text for people.
 std::string numbersOf(const Edits& edits, const Snapshot& from) {
@@ -101,7 +95,7 @@ std::string FollowedPlugin::caught(bool mayRestart) noexcept {
         } catch (const std::exception& error) {
             known_.reset();
             // A text that the plug-in threw may hold any bytes.
-            return text::escaped(messageOf(error));
+            return text::escaped(textOf(error));
         }
     } catch (const std::bad_alloc&) {
         return kOutOfMemory;
@@ -422,7 +416,7 @@ void FollowedPlugin::finalize() {
     try {
         plugin_.finalize();
     } catch (const std::exception& error) {
-        tell(text::escaped(messageOf(error)));
+        tell(text::escaped(textOf(error)));
     }
 }
 

@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "server/ErrorText.h"
 #include "server/FollowedPlugin.h"
 
 namespace qv::host {
@@ -23,12 +24,7 @@ namespace {
 using Clock = Pace::Clock;
 using SystemClock = std::chrono::system_clock;
 
-constexpr char kOutOfMemory[] = "out of memory";
 constexpr char kEnding[] = "the host ends";
-
-const char* textOf(const std::exception& error) {
-    return dynamic_cast<const std::bad_alloc*>(&error) != nullptr ? kOutOfMemory : error.what();
-}
 
 // Returns the text, or a short one if there is no memory for it.
 std::string copyOf(std::string_view text) {

@@ -12,9 +12,9 @@
 #include <exception>
 #include <filesystem>
 #include <limits>
-#include <new>
 #include <utility>
 
+#include "server/ErrorText.h"
 #include "server/PluginError.h"
 
 namespace qv::host {
@@ -33,10 +33,8 @@ auto guarded(std::string_view attempt, Call call) -> decltype(call()) {
         return call();
     } catch (const std::string& text) {
         reason = text;
-    } catch (const std::bad_alloc&) {
-        reason = "out of memory";
-    } catch (const std::exception& exception) {
-        reason = exception.what();
+    } catch (const std::exception& error) {
+        reason = textOf(error);
     } catch (...) {
         reason = "it threw something that is no C++ exception class";
     }

@@ -83,22 +83,6 @@ std::string madeFile(const std::string& path) {
     return file;
 }
 
-// Recognises a file that somebody removes or replaces while it is open.
-struct FilePlace {
-    std::string path;
-    dev_t device = 0;
-    ino_t file = 0;
-};
-
-// Leaves the numbers at 0, which no file has, if nothing is at the path.
-FilePlace placeOf(const std::string& path) {
-    struct stat status = {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        status = {};
-    }
-    return {path, status.st_dev, status.st_ino};
-}
-
 }  // namespace
 
 class Record::Database {
@@ -110,6 +94,14 @@ class Record::Database {
     void close() const { database_.emptyLog(); }
 
   private:
+    // Recognises a file that somebody removes or replaces while it is open.
+    struct FilePlace {
+        std::string path;
+        dev_t device = 0;
+        ino_t file = 0;
+    };
+
+    static FilePlace placeOf(const std::string& path);
     void checkFiles() const;
     void change(int64_t revision, const Edits& edits, const FileNote* note) const;
     bool changeServices(int64_t revision, const Edits& edits) const;
@@ -187,6 +179,15 @@ Record::Database::Database(const std::string& path, uint64_t epoch)
     }
     file_ = placeOf(database_.path());
     log_ = placeOf(database_.path() + "-wal");
+}
+
+// Leaves the numbers at 0, which no file has, if nothing is at the path.
+Record::Database::FilePlace Record::Database::placeOf(const std::string& path) {
+    struct stat status = {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        status = {};
+    }
+    return {path, status.st_dev, status.st_ino};
 }
 
 // Throws if the next host would not find what this one has written.

@@ -14,7 +14,7 @@ namespace qv::host {
 
 namespace {
 
-namespace wire = qor::kevra::wire;
+namespace wire_format = qor::kevra::wire;
 using qor::kevra::ServiceInfo;
 using qor::kevra::ServiceInfoArray;
 
@@ -24,20 +24,22 @@ constexpr std::size_t kServicesOfJoinedBlock = kServicesOfBlock / 2;
 
 // Returns the size of the fields of a ServiceInfo. The plug-in's listing always sets both fields.
 std::size_t sizeOfFields(const ServiceView& service) {
-    return wire::tagSizeOf(ServiceInfo::kIdFieldNumber) + wire::Int32::size(service.id) +
-           wire::tagSizeOf(ServiceInfo::kAddressFieldNumber) +
-           wire::lengthDelimitedSize(service.address.size());
+    return wire_format::tagSizeOf(ServiceInfo::kIdFieldNumber) +
+           wire_format::Int32::size(service.id) +
+           wire_format::tagSizeOf(ServiceInfo::kAddressFieldNumber) +
+           wire_format::lengthDelimitedSize(service.address.size());
 }
 
 std::size_t sizeOfEntry(const ServiceView& service) {
-    return wire::tagSizeOf(ServiceInfoArray::kServicesFieldNumber) +
-           wire::lengthDelimitedSize(sizeOfFields(service));
+    return wire_format::tagSizeOf(ServiceInfoArray::kServicesFieldNumber) +
+           wire_format::lengthDelimitedSize(sizeOfFields(service));
 }
 
 uint8_t* writeDelimiter(int number, std::size_t length, uint8_t* target) {
-    target = wire::WireFormat::WriteTagToArray(number, wire::WireFormat::WIRETYPE_LENGTH_DELIMITED,
-                                               target);
-    return wire::CodedOutputStream::WriteVarint32ToArray(static_cast<uint32_t>(length), target);
+    target = wire_format::WireFormat::WriteTagToArray(
+        number, wire_format::WireFormat::WIRETYPE_LENGTH_DELIMITED, target);
+    return wire_format::CodedOutputStream::WriteVarint32ToArray(static_cast<uint32_t>(length),
+                                                                target);
 }
 
 // Two tags with lengths and a tag with a number take fewer bytes.
@@ -46,9 +48,9 @@ constexpr std::size_t kMostBytesBeforeAddress = 32;
 // Writes the entry up to the address, and returns where the address goes.
 uint8_t* writeUpToAddress(const ServiceView& service, uint8_t* target) {
     target = writeDelimiter(ServiceInfoArray::kServicesFieldNumber, sizeOfFields(service), target);
-    target = wire::WireFormat::WriteTagToArray(ServiceInfo::kIdFieldNumber,
-                                               wire::WireFormat::WIRETYPE_VARINT, target);
-    target = wire::Int32::write(service.id, target);
+    target = wire_format::WireFormat::WriteTagToArray(
+        ServiceInfo::kIdFieldNumber, wire_format::WireFormat::WIRETYPE_VARINT, target);
+    target = wire_format::Int32::write(service.id, target);
     return writeDelimiter(ServiceInfo::kAddressFieldNumber, service.address.size(), target);
 }
 
