@@ -58,8 +58,8 @@ class FlushRate {
     std::vector<double> rounds_;
 };
 
-struct Row {
-    Row(int serviceCount, int clientCount, Subject& subject)
+struct ChangeRow {
+    ChangeRow(int serviceCount, int clientCount, Subject& subject)
         : services(serviceCount), clients(clientCount), host(subject, Work::Change, clientCount) {}
 
     int services;
@@ -68,7 +68,7 @@ struct Row {
     std::optional<Rate> redis;
 };
 
-void print(const Row& row, const Row& smallest) {
+void print(const ChangeRow& row, const ChangeRow& smallest) {
     std::printf("| %d services, %d client%s | %.0f |", row.services, row.clients,
                 row.clients == 1 ? "" : "s", row.host.median());
     if (row.redis) {
@@ -83,7 +83,7 @@ void print(const Row& row, const Row& smallest) {
 
 void printChangeRates(int rounds, std::chrono::steady_clock::duration slice) {
     std::vector<std::unique_ptr<Subject>> servers;
-    std::deque<Row> rows;
+    std::deque<ChangeRow> rows;
     for (const int services : kSizes) {
         Subject& host =
             *servers.emplace_back(std::make_unique<HostSubject>(kHostThreads, Place::Kind::Disk));
@@ -93,7 +93,7 @@ void printChangeRates(int rounds, std::chrono::steady_clock::duration slice) {
             redis->hold(services);
         }
         for (const int clients : kClients) {
-            Row& row = rows.emplace_back(services, clients, host);
+            ChangeRow& row = rows.emplace_back(services, clients, host);
             if (redis != nullptr) {
                 row.redis.emplace(*redis, Work::Change, clients);
             }
@@ -102,7 +102,7 @@ void printChangeRates(int rounds, std::chrono::steady_clock::duration slice) {
     FlushRate flush;
     for (int round = 0; round < rounds; ++round) {
         flush.measure(slice);
-        for (Row& row : rows) {
+        for (ChangeRow& row : rows) {
             row.host.measure(slice);
             if (row.redis) {
                 row.redis->measure(slice);

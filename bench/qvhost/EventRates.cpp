@@ -61,8 +61,8 @@ class Delivery {
     std::vector<double> rates_;
 };
 
-struct Row {
-    Row(int writerCount, Subject& subject, const Subscribers& subscribers)
+struct EventRow {
+    EventRow(int writerCount, Subject& subject, const Subscribers& subscribers)
         : writers(writerCount), host(subject, Work::Change, writerCount, subscribers) {}
 
     int writers;
@@ -70,7 +70,7 @@ struct Row {
     std::optional<Delivery> redis;
 };
 
-void print(const Row& row) {
+void print(const EventRow& row) {
     std::printf("| %d client%s that change%s | %.0f |", row.writers, row.writers == 1 ? "" : "s",
                 row.writers == 1 ? "s" : "", row.host.median());
     if (row.redis) {
@@ -96,15 +96,15 @@ void printEventRates(int rounds, Clock::duration slice) {
         redisSubscribers.emplace(redis->path(), kSubscribers,
                                  redisEvents(addressOf(kFewServices - 1)));
     }
-    std::deque<Row> rows;
+    std::deque<EventRow> rows;
     for (const int writers : {1, kMostClients}) {
-        Row& row = rows.emplace_back(writers, host, hostSubscribers);
+        EventRow& row = rows.emplace_back(writers, host, hostSubscribers);
         if (redis) {
             row.redis.emplace(*redis, Work::Publication, writers, *redisSubscribers);
         }
     }
     for (int round = 0; round < rounds; ++round) {
-        for (Row& row : rows) {
+        for (EventRow& row : rows) {
             row.host.measure(slice);
             if (row.redis) {
                 row.redis->measure(slice);
@@ -117,7 +117,7 @@ void printEventRates(int rounds, Clock::duration slice) {
         "second | Redis | received |\n",
         kSubscribers);
     std::printf("|---|---|---|---|---|---|---|---|---|\n");
-    for (const Row& row : rows) {
+    for (const EventRow& row : rows) {
         print(row);
     }
 }

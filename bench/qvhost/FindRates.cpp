@@ -17,10 +17,8 @@ namespace qv::bench {
 
 namespace {
 
-constexpr int kServices = 10'000;
-
-struct Row {
-    Row(int clientCount, Subject& hostSubject, Subject& echoSubject)
+struct FindRow {
+    FindRow(int clientCount, Subject& hostSubject, Subject& echoSubject)
         : clients(clientCount),
           host(hostSubject, Work::Find, clientCount),
           echo(echoSubject, Work::Find, clientCount) {}
@@ -31,7 +29,7 @@ struct Row {
     std::optional<Rate> redis;
 };
 
-void print(const Row& row) {
+void print(const FindRow& row) {
     std::printf("| find, %d client%s | %.0f | %.0f | %.2f |", row.clients,
                 row.clients == 1 ? "" : "s", row.host.median(), row.echo.median(),
                 row.host.medianRatioTo(row.echo));
@@ -52,21 +50,21 @@ void print(const Row& row) {
 
 void printFindRates(int rounds, std::chrono::steady_clock::duration slice) {
     HostSubject host(kHostThreads, Place::Kind::Memory);
-    host.hold(kServices);
+    host.hold(kLargeDirectory);
     EchoSubject echo(host, kHostThreads);
     const std::unique_ptr<RedisSubject> redis = startRedis("component_bench");
     if (redis) {
-        redis->hold(kServices);
+        redis->hold(kLargeDirectory);
     }
-    std::deque<Row> rows;
+    std::deque<FindRow> rows;
     for (const int clients : {1, kMostClients}) {
-        Row& row = rows.emplace_back(clients, host, echo);
+        FindRow& row = rows.emplace_back(clients, host, echo);
         if (redis) {
             row.redis.emplace(*redis, Work::Find, clients);
         }
     }
     for (int round = 0; round < rounds; ++round) {
-        for (Row& row : rows) {
+        for (FindRow& row : rows) {
             row.host.measure(slice);
             row.echo.measure(slice);
             if (row.redis) {
@@ -77,9 +75,9 @@ void printFindRates(int rounds, std::chrono::steady_clock::duration slice) {
     std::printf(
         "| one of %d services | a second | bare sockets | ratio | Redis | ratio | processor time | "
         "bare sockets | Redis |\n",
-        kServices);
+        kLargeDirectory);
     std::printf("|---|---|---|---|---|---|---|---|---|\n");
-    for (const Row& row : rows) {
+    for (const FindRow& row : rows) {
         print(row);
     }
 }

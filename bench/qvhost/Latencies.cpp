@@ -18,8 +18,6 @@ namespace qv::bench {
 
 namespace {
 
-constexpr int kServices = 10'000;
-
 // Measures how long one request waits for its answer.
 class Latency {
   public:
@@ -42,13 +40,13 @@ class Latency {
     std::vector<double> milliseconds_;
 };
 
-struct Row {
+struct LatencyRow {
     const char* label = nullptr;
     Latency host;
     Latency echo;
 };
 
-void print(const Row& row) {
+void print(const LatencyRow& row) {
     std::printf("| %s |", row.label);
     for (const double share : {0.5, 0.99}) {
         const double host = row.host.quantile(share);
@@ -63,8 +61,8 @@ void print(const Row& row) {
 void printLatencies(std::chrono::steady_clock::duration time) {
     HostSubject host(kHostThreads, Place::Kind::Disk);
     EchoSubject echo(host, kHostThreads);
-    host.hold(kServices);
-    Row rows[] = {
+    host.hold(kLargeDirectory);
+    LatencyRow rows[] = {
         {"listing of 10000 services", {host, Work::Listing}, {echo, Work::Listing}},
         {"ping", {host, Work::Ping}, {echo, Work::Ping}},
     };
@@ -73,7 +71,7 @@ void printLatencies(std::chrono::steady_clock::duration time) {
     std::future<std::int64_t> writers =
         std::async(std::launch::async, [&] { return driver.runFor(time); });
     do {
-        for (Row& row : rows) {
+        for (LatencyRow& row : rows) {
             row.host.measure();
             row.echo.measure();
         }
@@ -84,7 +82,7 @@ void printLatencies(std::chrono::steady_clock::duration time) {
         "| beside 64 clients that change | median | bare sockets | ratio | 99th percentile | bare "
         "sockets | ratio |\n");
     std::printf("|---|---|---|---|---|---|---|\n");
-    for (const Row& row : rows) {
+    for (const LatencyRow& row : rows) {
         print(row);
     }
 }

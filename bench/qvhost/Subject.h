@@ -16,6 +16,9 @@ enum class Work { Ping, Find, Listing, UnchangedRegistration, Change, Publicatio
 // Each client changes services of its own.
 constexpr int kMostClients = 64;
 
+// The services of a large directory.
+constexpr int kLargeDirectory = 10'000;
+
 class Subject {
   public:
     Subject() = default;

@@ -25,8 +25,6 @@ namespace qv::bench {
 
 namespace {
 
-constexpr int kServices = 10'000;
-
 // A waiting client is under way after this time.
 constexpr std::chrono::milliseconds kStartTime(20);
 
@@ -84,7 +82,7 @@ Wait listings(client::Client& client, std::chrono::milliseconds pause) {
 
 void printWaitTimes(int services) {
     HostSubject host(kHostThreads, Place::Kind::Disk);
-    host.hold(kServices);
+    host.hold(kLargeDirectory);
     client::Client client(host.path());
     WaitTime ways[] = {
         {"waitFor()", [&](int id) { client.waitFor(id); }},
@@ -93,7 +91,7 @@ void printWaitTimes(int services) {
     };
     std::minstd_rand random;
     std::uniform_int_distribution<Clock::rep> phase(0, Clock::duration(kLongPause).count());
-    for (int id = kServices; id < kServices + services; ++id) {
+    for (int id = kLargeDirectory; id < kLargeDirectory + services; ++id) {
         for (WaitTime& way : ways) {
             way.measure(host, id, Clock::duration(phase(random)));
         }

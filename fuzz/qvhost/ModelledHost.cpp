@@ -19,7 +19,7 @@
 namespace qv::fuzz {
 namespace {
 
-using Kind = RecordContent::Kind;
+using RecordKind = RecordContent::Kind;
 
 constexpr std::size_t kMostCopies = 5;
 
@@ -113,7 +113,7 @@ ModelledHost::Expectation ModelledHost::expectationOf(const Image& image,
     Expectation expected;
     const std::optional<std::string> file = image.file();
     const FileContent content = contentIn(file.value_or(""));
-    if (record.kind != Kind::Usable) {
+    if (record.kind != RecordKind::Usable) {
         const FileContent backup = contentIn(image.backup().value_or(""));
         const bool hasBackup = !content.isWhole && !image.isFileADirectory() && backup.isWhole;
         expected.services = hasBackup ? backup.services : content.services;
@@ -151,17 +151,18 @@ ModelledHost::Expectation ModelledHost::expectationOf(const Image& image,
 // Checks what follows from the steps before the start, whatever the record says.
 void ModelledHost::checkExpectation(const Expectation& expected, const Image& image,
                                     const RecordContent& record) const {
-    if (record.kind == Kind::Usable || record.kind == Kind::None) {
+    if (record.kind == RecordKind::Usable || record.kind == RecordKind::None) {
         check(allows(known_.mayHold, record.services), "the record lacks what was kept");
     }
     // Without a record the backup may count instead.
-    const bool mayBeEdit =
-        record.kind == Kind::Usable ? holds(known_.edits, expected.services) : known_.isEdited;
+    const bool mayBeEdit = record.kind == RecordKind::Usable
+                               ? holds(known_.edits, expected.services)
+                               : known_.isEdited;
     check(mayBeEdit || allows(known_.mayHold, expected.services),
           "a start takes a list that never was");
     check(!known_.mustStartWith || expected.services == *known_.mustStartWith,
           "a start that was cut short has another outcome");
-    if (!isDiskGood() || !known_.isEdited || record.kind != Kind::Usable) {
+    if (!isDiskGood() || !known_.isEdited || record.kind != RecordKind::Usable) {
         return;
     }
     const FileContent content = contentIn(image.file().value_or(""));
@@ -192,12 +193,12 @@ void ModelledHost::start(bool hasThread) {
                                               [this] { addImage(); });
         problem = host_->start();
     } catch (const std::exception&) {
-        check(limit_ || record.kind == Kind::Unopenable, "a host does not start");
+        check(limit_ || record.kind == RecordKind::Unopenable, "a host does not start");
         check(HostFiles::file() == before.file(), "a start that fails changes the file");
         host_.reset();
         return;
     }
-    check(record.kind != Kind::Unopenable, "a host starts without its record");
+    check(record.kind != RecordKind::Unopenable, "a host starts without its record");
     checkStart(expected, before, record);
     started(expected, problem);
     checkBackup(before.backup());
@@ -208,7 +209,7 @@ void ModelledHost::reload() {
     RecordContent record;
     const auto state = host_->recorder().state();
     if (host_->recorder().hasRecord()) {
-        record.kind = Kind::Usable;
+        record.kind = RecordKind::Usable;
         record.services = directory_;
         record.contents.revision = state->snapshot->revision();
         record.contents.file = host_->recorder().fileNote();
@@ -230,7 +231,7 @@ void ModelledHost::checkStart(const Expectation& expected, const Image& before,
     check(servicesOf(*host_->recorder().state()->snapshot) == expected.services,
           "a start has other services");
     check(isDiskGood() ? host_->recorder().state()->isKept : true, "a start is not kept");
-    check(record.kind != Kind::Damaged || hasLine(".damaged-"),
+    check(record.kind != RecordKind::Damaged || hasLine(".damaged-"),
           "a damaged record is set aside silently");
     if (!isDiskGood()) {
         return;

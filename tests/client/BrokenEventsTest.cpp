@@ -30,6 +30,7 @@ using tests::eventAt;
 using tests::Failure;
 using tests::failureOf;
 using tests::frameOf;
+using tests::idle;
 using tests::kEpoch;
 using tests::Peer;
 using tests::registration;
@@ -39,10 +40,6 @@ using tests::sending;
 using tests::snapshot;
 using tests::WireEvent;
 using tests::withdrawal;
-
-void idle(Peer& peer) {
-    peer.waitForEnd();
-}
 
 std::string frameOfEvent(const WireEvent& event, uint32_t number = 1) {
     const std::string bytes = event.SerializeAsString();

@@ -69,6 +69,11 @@ inline void sendEvent(const Peer& peer, const WireEvent& event, uint32_t number)
     peer.answer(QV_OK, event.SerializeAsString(), number);
 }
 
+// Takes a connection from a client that sends no request.
+inline void idle(Peer& peer) {
+    peer.waitForEnd();
+}
+
 // Returns a function that answers a subscription with the events, and closes.
 inline ScriptedServer::Script sendingOnly(const std::vector<WireEvent>& events) {
     return [=](Peer& peer) {

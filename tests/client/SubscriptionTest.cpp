@@ -32,6 +32,7 @@ using testing::IsEmpty;
 using tests::eventAt;
 using tests::Failure;
 using tests::failureOf;
+using tests::idle;
 using tests::kEpoch;
 using tests::Peer;
 using tests::registration;
@@ -43,11 +44,6 @@ using tests::snapshot;
 using tests::withdrawal;
 
 using Kind = Event::Kind;
-
-// Takes a connection from a client, which has no request.
-void idle(Peer& peer) {
-    peer.waitForEnd();
-}
 
 // Returns a subscription of a client that is gone already.
 Subscription subscriptionTo(const ScriptedServer& server, const std::vector<int32_t>& ids = {},

@@ -14,10 +14,10 @@ namespace {
 using testing::AnyOf;
 using testing::Eq;
 
-constexpr char kNext[] = "1000=unix:/run/next";
+constexpr char kNextService[] = "1000=unix:/run/next";
 
 std::string withNext(const std::string& services) {
-    return services.empty() ? kNext : services + ' ' + kNext;
+    return services.empty() ? kNextService : services + ' ' + kNextService;
 }
 
 std::map<std::string, std::string> entriesOf(const std::string& services) {

@@ -33,10 +33,6 @@ namespace {
 // The environment variable that sets the duration of the load and makes the test print figures.
 constexpr char kSeconds[] = "QV_LOAD_SECONDS";
 
-std::int64_t now() {
-    return std::chrono::steady_clock::now().time_since_epoch().count();
-}
-
 class Load : public testing::Test {
   protected:
     explicit Load(std::size_t services) : names_(services), values_(services, 1) {}

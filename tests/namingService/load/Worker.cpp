@@ -3,7 +3,6 @@
 #include "Worker.h"
 
 #include <algorithm>
-#include <chrono>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -13,10 +12,6 @@ namespace {
 
 // These bytes end the decoding of a request to which they are appended.
 constexpr char kDamage[] = "\xff\xff\xff";
-
-std::int64_t now() {
-    return std::chrono::steady_clock::now().time_since_epoch().count();
-}
 
 // The values that registrations write: each registration of each thread has its own.
 Value valueOf(Value first, std::size_t registration, std::size_t thread) {

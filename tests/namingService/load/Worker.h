@@ -4,6 +4,7 @@
 #ifndef QV_TESTS_LOAD_WORKER_H
 #define QV_TESTS_LOAD_WORKER_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -18,6 +19,11 @@ namespace qv::tests {
 
 constexpr std::size_t kThreads = 16;
 constexpr std::size_t kKeys = 64;
+
+// Returns the time in nanoseconds, as the intervals of the history count it.
+inline std::int64_t now() {
+    return std::chrono::steady_clock::now().time_since_epoch().count();
+}
 
 // A few services, spread over the directory, change all the time: those of the keys, which all
 // threads change, and two marks of each thread. The others keep their values, among them the

@@ -11,13 +11,13 @@
 namespace qv::tests {
 namespace {
 
-Owned<CFArrayRef> make(std::vector<const void*> values) {
+Owned<CFArrayRef> arrayOf(std::vector<const void*> values) {
     return own(CFArrayCreate(kCFAllocatorDefault, values.data(),
                              static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks));
 }
 
 TEST(CFArray, HoldsItsValuesInOrder) {
-    const auto array = make({CFSTR("a"), CFSTR("b"), CFSTR("a")});
+    const auto array = arrayOf({CFSTR("a"), CFSTR("b"), CFSTR("a")});
     EXPECT_EQ(CFArrayGetCount(array.get()), 3);
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), 0), CFSTR("a"));
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), 1), CFSTR("b"));
@@ -25,7 +25,7 @@ TEST(CFArray, HoldsItsValuesInOrder) {
 }
 
 TEST(CFArray, IndexOutsideYieldsNull) {
-    const auto array = make({CFSTR("a")});
+    const auto array = arrayOf({CFSTR("a")});
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), 1), nullptr);
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), -1), nullptr);
     EXPECT_EQ(CFArrayGetValueAtIndex(array.get(), CFIndex(1) << 62), nullptr);
@@ -77,13 +77,13 @@ TEST(CFArray, WithoutCallBacksHoldsAnyPointers) {
     EXPECT_FALSE(equal(array.get(), create(makeString("text").get()).get()));
     EXPECT_FALSE(equal(array.get(), create(&number).get()));
     EXPECT_FALSE(writeDocument(create(&number).get()));
-    EXPECT_FALSE(
-        equal(make({}).get(), own(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, nullptr)).get()));
+    EXPECT_FALSE(equal(arrayOf({}).get(),
+                       own(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, nullptr)).get()));
 }
 
 TEST(CFArray, RetainsItsValuesUntilItIsDestroyed) {
     const auto string = makeString("text");
-    auto array = make({string.get(), string.get()});
+    auto array = arrayOf({string.get(), string.get()});
     EXPECT_EQ(CFGetRetainCount(string.get()), 3);
     CFRetain(array.get());
     own(array.get());
@@ -134,7 +134,7 @@ TEST(CFArray, EqualsAnArrayOfEqualElementsInTheSameOrder) {
 
 TEST(CFArray, CannotBeChangedIfImmutable) {
     const auto string = makeString("text");
-    const auto array = make({CFSTR("a")});
+    const auto array = arrayOf({CFSTR("a")});
     CFArrayAppendValue(const_cast<CFMutableArrayRef>(array.get()), string.get());
     EXPECT_EQ(CFArrayGetCount(array.get()), 1);
     EXPECT_EQ(CFGetRetainCount(string.get()), 1);

@@ -16,7 +16,7 @@ namespace {
 
 using Entries = std::vector<std::pair<const void*, const void*>>;
 
-Owned<CFDictionaryRef> make(const Entries& entries) {
+Owned<CFDictionaryRef> dictionaryOf(const Entries& entries) {
     std::vector<const void*> keys;
     std::vector<const void*> values;
     for (const auto& [key, value] : entries) {
@@ -45,7 +45,7 @@ class CFDictionary : public testing::Test {
 };
 
 TEST_F(CFDictionary, FindsValuesByEqualKeys) {
-    const auto dictionary = make({{one.get(), ten.get()}, {two.get(), twenty.get()}});
+    const auto dictionary = dictionaryOf({{one.get(), ten.get()}, {two.get(), twenty.get()}});
     EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 2);
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), alsoOne.get()), ten.get());
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), two.get()), twenty.get());
@@ -69,7 +69,7 @@ TEST_F(CFDictionary, FindsObjectsByEqualObjects) {
 }
 
 TEST_F(CFDictionary, KeepsTheFirstOfEqualKeys) {
-    const auto dictionary = make({{one.get(), ten.get()}, {alsoOne.get(), twenty.get()}});
+    const auto dictionary = dictionaryOf({{one.get(), ten.get()}, {alsoOne.get(), twenty.get()}});
     EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 1);
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), one.get()), ten.get());
     const void* key = nullptr;
@@ -161,7 +161,7 @@ TEST_F(CFDictionary, OfObjectsNeverEqualsOneOfPointers) {
     };
     const auto* const keys = &kCFTypeDictionaryKeyCallBacks;
     const auto* const values = &kCFTypeDictionaryValueCallBacks;
-    const auto ofObjects = make({{one.get(), ten.get()}});
+    const auto ofObjects = dictionaryOf({{one.get(), ten.get()}});
     EXPECT_TRUE(equal(ofObjects.get(), create(keys, values).get()));
     for (const auto& other :
          {create(nullptr, values), create(keys, nullptr), create(nullptr, nullptr)}) {
@@ -172,7 +172,7 @@ TEST_F(CFDictionary, OfObjectsNeverEqualsOneOfPointers) {
 }
 
 TEST_F(CFDictionary, ValueIsGivenOnlyIfTheKeyIsPresent) {
-    const auto dictionary = make({{one.get(), ten.get()}});
+    const auto dictionary = dictionaryOf({{one.get(), ten.get()}});
     const void* value = twenty.get();
     EXPECT_EQ(CFDictionaryGetValueIfPresent(dictionary.get(), two.get(), &value), FALSE);
     EXPECT_EQ(value, twenty.get());
@@ -205,23 +205,26 @@ TEST_F(CFDictionary, RemovingByItsOwnKeyIsSafe) {
 }
 
 TEST_F(CFDictionary, EqualsOneWithEqualEntriesInAnyOrder) {
-    const auto dictionary = make({{one.get(), ten.get()}, {two.get(), twenty.get()}});
-    EXPECT_TRUE(equal(dictionary.get(),
-                      make({{two.get(), twenty.get()}, {alsoOne.get(), alsoTen.get()}}).get()));
-    EXPECT_EQ(CFHash(dictionary.get()),
-              CFHash(make({{two.get(), twenty.get()}, {alsoOne.get(), alsoTen.get()}}).get()));
-    EXPECT_FALSE(
-        equal(dictionary.get(), make({{one.get(), twenty.get()}, {two.get(), ten.get()}}).get()));
-    EXPECT_FALSE(
-        equal(make({{one.get(), ten.get()}}).get(), make({{one.get(), twenty.get()}}).get()));
-    EXPECT_FALSE(equal(make({{one.get(), ten.get()}}).get(), make({{two.get(), ten.get()}}).get()));
-    EXPECT_FALSE(equal(dictionary.get(), make({{one.get(), ten.get()}}).get()));
+    const auto dictionary = dictionaryOf({{one.get(), ten.get()}, {two.get(), twenty.get()}});
+    EXPECT_TRUE(
+        equal(dictionary.get(),
+              dictionaryOf({{two.get(), twenty.get()}, {alsoOne.get(), alsoTen.get()}}).get()));
+    EXPECT_EQ(
+        CFHash(dictionary.get()),
+        CFHash(dictionaryOf({{two.get(), twenty.get()}, {alsoOne.get(), alsoTen.get()}}).get()));
     EXPECT_FALSE(equal(dictionary.get(),
-                       make({{one.get(), ten.get()}, {twenty.get(), twenty.get()}}).get()));
+                       dictionaryOf({{one.get(), twenty.get()}, {two.get(), ten.get()}}).get()));
+    EXPECT_FALSE(equal(dictionaryOf({{one.get(), ten.get()}}).get(),
+                       dictionaryOf({{one.get(), twenty.get()}}).get()));
+    EXPECT_FALSE(equal(dictionaryOf({{one.get(), ten.get()}}).get(),
+                       dictionaryOf({{two.get(), ten.get()}}).get()));
+    EXPECT_FALSE(equal(dictionary.get(), dictionaryOf({{one.get(), ten.get()}}).get()));
+    EXPECT_FALSE(equal(dictionary.get(),
+                       dictionaryOf({{one.get(), ten.get()}, {twenty.get(), twenty.get()}}).get()));
 }
 
 TEST_F(CFDictionary, CannotBeChangedIfImmutable) {
-    const auto dictionary = make({{one.get(), ten.get()}});
+    const auto dictionary = dictionaryOf({{one.get(), ten.get()}});
     auto* const asMutable = const_cast<CFMutableDictionaryRef>(dictionary.get());
     CFDictionaryAddValue(asMutable, two.get(), twenty.get());
     CFDictionarySetValue(asMutable, one.get(), twenty.get());
@@ -235,7 +238,7 @@ TEST_F(CFDictionary, CannotBeChangedIfImmutable) {
 }
 
 TEST_F(CFDictionary, FunctionIsAppliedToEveryEntry) {
-    const auto dictionary = make({{one.get(), ten.get()}, {two.get(), twenty.get()}});
+    const auto dictionary = dictionaryOf({{one.get(), ten.get()}, {two.get(), twenty.get()}});
     std::map<const void*, const void*> seen;
     CFDictionaryApplyFunction(
         dictionary.get(),

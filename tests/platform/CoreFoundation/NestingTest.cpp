@@ -48,7 +48,7 @@ void expectLoaded(const std::string& document, std::size_t depth) {
     EXPECT_TRUE(equal(tree.get(), readDocument(*xml).get()));
 }
 
-void expectRefused(const std::string& document) {
+void expectTooDeep(const std::string& document) {
     EXPECT_FALSE(readDocument(document));
     EXPECT_FALSE(readDocument(document, kCFPropertyListImmutable));
 }
@@ -72,13 +72,13 @@ TEST(Nesting, LimitIs1024Levels) {
         for (const auto& nested : kNestedXml) {
             SCOPED_TRACE(nested.name);
             expectLoaded(nested.whole(1024), 1024);
-            expectRefused(nested.whole(1026));
+            expectTooDeep(nested.whole(1026));
         }
-        expectRefused(kNestedXml[0].whole(1025));
+        expectTooDeep(kNestedXml[0].whole(1025));
         for (const auto& nested : kNestedBinary) {
             SCOPED_TRACE(nested.name);
             expectLoaded(nested.whole(1024), 1024);
-            expectRefused(nested.whole(1025));
+            expectTooDeep(nested.whole(1025));
         }
     });
 }

@@ -107,7 +107,7 @@ ScriptedServer::Script recording(std::vector<uint32_t>& commands,
     };
 }
 
-std::string manyServices(int count) {
+std::string servicesToImport(int count) {
     std::string csv = "id,address\n";
     for (int id = 1; id <= count; ++id) {
         csv += std::to_string(id) + ",a\n";
@@ -119,7 +119,7 @@ TEST(QvhostAnswers, ImportCountsTheServicesThatAreNotKept) {
     std::vector<uint32_t> commands;
     const ProgramOutcome outcome =
         runWith(recording(commands, {QV_OK, QV_HOST_ERROR_NOT_KEPT, QV_HOST_ERROR_NOT_KEPT}),
-                {"import", "-"}, manyServices(2500));
+                {"import", "-"}, servicesToImport(2500));
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "registered 2500 services\n");
     EXPECT_EQ(outcome.err,
@@ -131,7 +131,7 @@ TEST(QvhostAnswers, ImportThatFailsTellsWhatIsNotKept) {
     std::vector<uint32_t> commands;
     const ProgramOutcome outcome =
         runWith(recording(commands, {QV_HOST_ERROR_NOT_KEPT, QV_OK, QV_HOST_ERROR_REFUSED}),
-                {"import", "-"}, manyServices(2500));
+                {"import", "-"}, servicesToImport(2500));
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err,
@@ -151,7 +151,8 @@ TEST(QvhostAnswers, ImportThatIsInterruptedSaysHowFarItCame) {
     }});
     const TestFiles files;
     ProgramRun program;
-    program.start({"--socket", server.path(), "import", files.write("a.csv", manyServices(2500))});
+    program.start(
+        {"--socket", server.path(), "import", files.write("a.csv", servicesToImport(2500))});
     received.get_future().wait();
     program.signal(SIGINT);
     interrupted.set_value();

@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "qvhost/server/Users.h"
+
 namespace qv::host {
 namespace {
-
-constexpr uid_t kOwner = 500;
 
 Peer peer(uid_t user, std::vector<gid_t> groups) {
     return {user, std::move(groups)};
@@ -27,8 +27,8 @@ Peer peer(uid_t user, std::vector<gid_t> groups) {
 TEST(Access, OwnerAndRootMayAlwaysConnect) {
     EXPECT_TRUE(mayUse(peer(kOwner, {1}), kOwner, {}));
     EXPECT_TRUE(mayUse(peer(0, {1}), kOwner, {}));
-    EXPECT_FALSE(mayUse(peer(501, {0}), kOwner, {}));
-    EXPECT_FALSE(mayUse(peer(501, {1}), 0, {}));
+    EXPECT_FALSE(mayUse(peer(kOther, {0}), kOwner, {}));
+    EXPECT_FALSE(mayUse(peer(kOther, {1}), 0, {}));
 }
 
 TEST(Access, RulesLetOthersIn) {

@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "qvhost/server/Users.h"
+
 namespace qv::host {
 namespace {
 
@@ -20,10 +22,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::size_t kBytes = 1600;
-constexpr uid_t kRoot = 0;
-constexpr uid_t kOwner = 500;
-constexpr uid_t kOther = 501;
-constexpr uid_t kAnother = 502;
 
 // A client that writes its name into a list when it gets room.
 class Client : public Budget::Waiter {

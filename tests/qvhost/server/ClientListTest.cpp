@@ -11,6 +11,8 @@
 #include <optional>
 #include <vector>
 
+#include "qvhost/server/Users.h"
+
 namespace qv::host {
 namespace {
 
@@ -18,8 +20,6 @@ using Clock = ConnectedClient::Clock;
 using std::chrono::seconds;
 
 constexpr std::size_t kPlaces = 16;
-constexpr uid_t kOwner = 500;
-constexpr uid_t kOther = 501;
 
 // A client in a list, over a pair of connected sockets.
 class Connected {
@@ -71,9 +71,10 @@ TEST(ConnectedClient, OtherUserGetsAQuarterOfThePlaces) {
         clients.push_back(std::make_unique<Connected>(list, kOther));
     }
     const Connected owner(list, kOwner);
-    EXPECT_EQ(list.refusal(kOther),
-              "5 clients are connected, 4 of them of user 501, and the host takes no more of this "
-              "user");
+    EXPECT_EQ(
+        list.refusal(kOther),
+        "5 clients are connected, 4 of them of user 60001, and the host takes no more of this "
+        "user");
     EXPECT_EQ(list.refusal(kOther + 1), "");
     EXPECT_EQ(list.refusal(kOwner), "");
     clients.pop_back();

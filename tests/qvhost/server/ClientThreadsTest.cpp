@@ -25,9 +25,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // Writes its number into a list when it is woken.
-class Client : public Sleeper {
+class NumberedSleeper : public Sleeper {
   public:
-    Client(std::vector<int>& woken, int number) : woken_(woken), number_(number) {}
+    NumberedSleeper(std::vector<int>& woken, int number) : woken_(woken), number_(number) {}
 
   private:
     void wokenUp() noexcept override { woken_.push_back(number_); }
@@ -40,7 +40,7 @@ TEST(ClientThread, SleepersAreCalledInTheOrderInWhichTheyAreWoken) {
     ClientThread thread;
     std::vector<int> woken;
     for (const int number : {1, 2, 3}) {
-        thread.wake(std::make_shared<Client>(woken, number));
+        thread.wake(std::make_shared<NumberedSleeper>(woken, number));
     }
     EXPECT_THAT(woken, IsEmpty());
     thread.context().poll();
@@ -51,7 +51,7 @@ TEST(ClientThread, ManySleepersCostOneWakeUp) {
     ClientThread thread;
     std::vector<int> woken;
     for (int number = 0; number < 100; ++number) {
-        thread.wake(std::make_shared<Client>(woken, number));
+        thread.wake(std::make_shared<NumberedSleeper>(woken, number));
     }
     EXPECT_EQ(thread.context().poll(), 1U);
     EXPECT_EQ(woken.size(), 100U);
@@ -60,8 +60,8 @@ TEST(ClientThread, ManySleepersCostOneWakeUp) {
 TEST(ClientThread, SleeperIsKeptAliveUntilItIsCalled) {
     ClientThread thread;
     std::vector<int> woken;
-    auto client = std::make_shared<Client>(woken, 1);
-    const std::weak_ptr<Client> seen = client;
+    auto client = std::make_shared<NumberedSleeper>(woken, 1);
+    const std::weak_ptr<NumberedSleeper> seen = client;
     thread.wake(std::move(client));
     EXPECT_FALSE(seen.expired());
     thread.context().poll();
@@ -72,7 +72,7 @@ TEST(ClientThread, SleeperIsKeptAliveUntilItIsCalled) {
 TEST(ClientThread, SleeperCanBeWokenAgain) {
     ClientThread thread;
     std::vector<int> woken;
-    const auto client = std::make_shared<Client>(woken, 1);
+    const auto client = std::make_shared<NumberedSleeper>(woken, 1);
     for (int round = 0; round < 3; ++round) {
         thread.wake(client);
         thread.context().poll();
@@ -123,17 +123,17 @@ TEST(ClientThread, NoWakeUpIsLostBetweenThreads) {
 
 TEST(ClientThread, SleepersThatAreWokenTooLateGoWithTheThread) {
     std::vector<int> woken;
-    std::vector<std::weak_ptr<Client>> seen;
+    std::vector<std::weak_ptr<NumberedSleeper>> seen;
     {
         ClientThread thread;
         for (int number = 0; number < 100'000; ++number) {
-            const auto client = std::make_shared<Client>(woken, number);
+            const auto client = std::make_shared<NumberedSleeper>(woken, number);
             seen.push_back(client);
             thread.wake(client);
         }
     }
     EXPECT_THAT(woken, IsEmpty());
-    for (const std::weak_ptr<Client>& each : seen) {
+    for (const std::weak_ptr<NumberedSleeper>& each : seen) {
         EXPECT_TRUE(each.expired());
     }
 }

@@ -18,6 +18,7 @@
 
 #include "qvhost/RawClient.h"
 #include "qvhost/server/ServedDirectory.h"
+#include "qvhost/server/Users.h"
 #include "support/LoadedPlugin.h"
 
 namespace qv::host {
@@ -28,8 +29,6 @@ using tests::encode;
 using tests::ServedDirectory;
 using tests::Services;
 
-constexpr uid_t kOther = 60'001;
-constexpr uid_t kAnother = 60'002;
 constexpr std::size_t kShare = std::size_t{1024} * 1024;  // of one user
 
 // Returns a registration of about so many bytes.

@@ -17,6 +17,7 @@
 #include "qvhost/RawClient.h"
 #include "qvhost/server/DirectoryRequests.h"
 #include "qvhost/server/ServedDirectory.h"
+#include "qvhost/server/Users.h"
 #include "support/LoadedPlugin.h"
 
 namespace qv::host {
@@ -27,8 +28,6 @@ using tests::decode;
 using tests::encode;
 using tests::ServedDirectory;
 using tests::Services;
-
-constexpr uid_t kOther = 60'001;
 
 std::string find(std::initializer_list<int32_t> ids) {
     wire::HostFind message;

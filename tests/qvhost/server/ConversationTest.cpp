@@ -21,6 +21,7 @@
 
 #include "qvhost/RawClient.h"
 #include "qvhost/server/ServedDirectory.h"
+#include "qvhost/server/Users.h"
 #include "support/Files.h"
 #include "support/LoadedPlugin.h"
 
@@ -33,8 +34,6 @@ using tests::decode;
 using tests::encode;
 using tests::ServedDirectory;
 using tests::Services;
-
-constexpr uid_t kOther = 60'001;
 
 std::string registration(uint32_t number, const Services& services) {
     return frame(QV_COMMAND_REGISTER_SERVICES, number, encode(services));
@@ -75,7 +74,7 @@ Services longServices() {
     return services;
 }
 
-Services listed(const RawClient& client) {
+Services listedInTurn(const RawClient& client) {
     EXPECT_TRUE(client.send(listing(4711)));
     return decode(next(client, 4711).bytes);
 }
@@ -115,7 +114,7 @@ TEST_F(ConversationTest, ConsecutiveChangesAreOneCommit) {
         next(client, number);
     }
     EXPECT_EQ(served.recorder().statistics().mostChanges, 100U);
-    EXPECT_EQ(listed(client).size(), 100U);
+    EXPECT_EQ(listedInTurn(client).size(), 100U);
 }
 
 TEST_F(ConversationTest, ManyChangesComeInBoundedBatches) {
@@ -145,7 +144,7 @@ TEST_F(ConversationTest, RefusedChangesAreAnsweredInTheirPlaces) {
     next(client, 3, QV_HOST_ERROR_REFUSED);
     next(client, 4, QV_ERROR_ARGUMENT);
     next(client, 5);
-    EXPECT_EQ(listed(client), (Services{{2, "b"}}));
+    EXPECT_EQ(listedInTurn(client), (Services{{2, "b"}}));
     EXPECT_EQ(served.refusals(QV_HOST_ERROR_REFUSED), 2U);
 }
 
@@ -232,7 +231,7 @@ TEST_F(ConversationTest, NextChangeThatIsNoneIsAnsweredWithoutACommit) {
         EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
         next(*client, 1);
         next(*client, 2, code);
-        EXPECT_EQ(listed(*client), (Services{{1, "/a"}}));
+        EXPECT_EQ(listedInTurn(*client), (Services{{1, "/a"}}));
     }
 }
 

@@ -33,7 +33,7 @@ std::string processHere() {
 }
 
 // Returns an empty text if the lock was free.
-std::string problemOf(const std::string& configuration) {
+std::string lockingProblem(const std::string& configuration) {
     try {
         const DirectoryLock lock(configuration, "/run/other");
     } catch (const std::runtime_error& error) {
@@ -55,21 +55,21 @@ TEST(DirectoryLock, SecondHostIsToldWhoIsInItsWay) {
     const std::string configuration = files.path("a.conf");
     {
         const DirectoryLock lock(configuration, kSocket);
-        const std::string problem = problemOf(configuration);
+        const std::string problem = lockingProblem(configuration);
         EXPECT_EQ(problem, configuration + " is in use by the process " + processHere() +
                                " with the socket /run/a socket, which holds the lock " +
                                configuration + ".lock");
-        EXPECT_EQ(problemOf(configuration), problem) << "the refused host changed the file";
-        EXPECT_EQ(problemOf(files.path("b.conf")), "");
+        EXPECT_EQ(lockingProblem(configuration), problem) << "the refused host changed the file";
+        EXPECT_EQ(lockingProblem(files.path("b.conf")), "");
     }
-    EXPECT_EQ(problemOf(configuration), "");
+    EXPECT_EQ(lockingProblem(configuration), "");
 }
 
 TEST(DirectoryLock, HolderWithoutASocketIsNamed) {
     const TemporaryDirectory files;
     const DirectoryLock lock(files.path("a.conf"), "");
     EXPECT_THAT(
-        problemOf(files.path("a.conf")),
+        lockingProblem(files.path("a.conf")),
         AllOf(HasSubstr("by the process " + processHere() + ", which"), Not(HasSubstr("socket"))));
 }
 
@@ -78,7 +78,7 @@ TEST(DirectoryLock, HolderThatHasNotWrittenItsNameIsInTheWay) {
     const DirectoryLock lock(files.path("a.conf"), kSocket);
     for (const std::string content : {"", "12", "12 /run/a"}) {
         tests::writeFile(files.path("a.conf.lock"), content);
-        EXPECT_THAT(problemOf(files.path("a.conf")), HasSubstr("a.conf is in use, which"));
+        EXPECT_THAT(lockingProblem(files.path("a.conf")), HasSubstr("a.conf is in use, which"));
     }
 }
 
@@ -100,14 +100,14 @@ TEST(DirectoryLock, LinkIsNotFollowed) {
     const TemporaryDirectory files;
     tests::writeFile(files.path("target"), "content");
     fs::create_symlink(files.path("target"), files.path("a.conf.lock"));
-    EXPECT_THAT(problemOf(files.path("a.conf")),
+    EXPECT_THAT(lockingProblem(files.path("a.conf")),
                 AllOf(HasSubstr(files.path("a.conf.lock")), HasSubstr("symbolic link")));
     EXPECT_EQ(contentOf(files.path("target")), "content");
 }
 
 TEST(DirectoryLock, MissingDirectoryIsNamed) {
     const TemporaryDirectory files;
-    EXPECT_THAT(problemOf(files.path("none/a.conf")),
+    EXPECT_THAT(lockingProblem(files.path("none/a.conf")),
                 AllOf(HasSubstr(files.path("none")), HasSubstr("No such file or directory")));
 }
 
@@ -115,7 +115,7 @@ TEST(DirectoryLock, DirectoryThatMayNotBeWrittenIsRefused) {
     const TemporaryDirectory files;
     tests::asOrdinaryUser(files.path(), [&files] {
         ASSERT_EQ(::chmod(files.path().c_str(), 0500), 0);
-        EXPECT_THAT(problemOf(files.path("a.conf")),
+        EXPECT_THAT(lockingProblem(files.path("a.conf")),
                     AllOf(HasSubstr(files.path("a.conf.lock")), HasSubstr("Permission denied")));
     });
 }
@@ -126,11 +126,11 @@ TEST(DirectoryLock, RootDoesNotUseTheDirectoryOfAnotherUser) {
     }
     const TemporaryDirectory files;
     ASSERT_EQ(::chown(files.path().c_str(), 65534, 65534), 0);
-    EXPECT_THAT(problemOf(files.path("a.conf")),
+    EXPECT_THAT(lockingProblem(files.path("a.conf")),
                 AllOf(HasSubstr("root"), HasSubstr(files.path()), HasSubstr("65534")));
     EXPECT_FALSE(fs::exists(files.path("a.conf.lock")));
     tests::asOrdinaryUser(files.path(),
-                          [&files] { EXPECT_EQ(problemOf(files.path("a.conf")), ""); });
+                          [&files] { EXPECT_EQ(lockingProblem(files.path("a.conf")), ""); });
 }
 
 }  // namespace

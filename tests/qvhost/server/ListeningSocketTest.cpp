@@ -14,7 +14,6 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -23,6 +22,7 @@
 
 #include "qvhost/RawClient.h"
 #include "qvhost/TestFiles.h"
+#include "support/ErrorText.h"
 #include "support/FileModes.h"
 
 namespace qv::host {
@@ -31,22 +31,13 @@ namespace {
 namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::HasSubstr;
+using tests::errorTextOf;
 
 constexpr bool kForOwner = true;
 constexpr bool kForAll = false;
 
-std::string problemOf(const std::function<void()>& attempt) {
-    try {
-        attempt();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    ADD_FAILURE() << "succeeded";
-    return "";
-}
-
-std::string problemOf(const std::string& path) {
-    return problemOf([&] { const ListeningSocket socket(path, kForOwner); });
+std::string bindingProblem(const std::string& path) {
+    return errorTextOf([&] { const ListeningSocket socket(path, kForOwner); });
 }
 
 // Makes a socket as a killed host leaves it, at which nobody listens, or one at which somebody
@@ -132,15 +123,15 @@ TEST(ListeningSocket, UmaskDoesNotCloseTheDirectoriesToOthers) {
 TEST(ListeningSocket, DirectoryThatCannotBeMadeIsNamed) {
     const TestFiles files;
     files.write("file", "");
-    EXPECT_THAT(problemOf(files.path("file/a.sock")), HasSubstr("Not a directory"));
-    EXPECT_THAT(problemOf(files.path("file/a/b.sock")),
+    EXPECT_THAT(bindingProblem(files.path("file/a.sock")), HasSubstr("Not a directory"));
+    EXPECT_THAT(bindingProblem(files.path("file/a/b.sock")),
                 AllOf(HasSubstr("cannot make "), HasSubstr(files.path("file/a"))));
 }
 
 TEST(ListeningSocket, PathBeyondTheSystemsBoundIsNamed) {
     const TestFiles files;
     const std::string path = files.path(std::string(120, 'x'));
-    EXPECT_THAT(problemOf(path), AllOf(HasSubstr("too long"), HasSubstr(path)));
+    EXPECT_THAT(bindingProblem(path), AllOf(HasSubstr("too long"), HasSubstr(path)));
     EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
 }
 
@@ -158,9 +149,9 @@ TEST(ListeningSocket, SocketOfAnotherHostIsLeftAlone) {
     const TestFiles files;
     const std::string path = files.path("a.sock");
     const ListeningSocket socket(path, kForOwner);
-    EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    EXPECT_EQ(bindingProblem(path), path + " is in use by another host");
     socket.listen();
-    EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    EXPECT_EQ(bindingProblem(path), path + " is in use by another host");
     EXPECT_TRUE(connects(path));
 }
 
@@ -169,7 +160,7 @@ TEST(ListeningSocket, SocketAtWhichAnyProgramListensIsLeftAlone) {
     const std::string path = files.path("a.sock");
     const int other = bindSocket(path);
     ASSERT_EQ(::listen(other, 1), 0);
-    EXPECT_EQ(problemOf(path), path + " is in use by another host");
+    EXPECT_EQ(bindingProblem(path), path + " is in use by another host");
     EXPECT_TRUE(connects(path));
     ::close(other);
     EXPECT_EQ(namesIn(files.path("")), std::vector<std::string>{"a.sock"});
@@ -181,7 +172,7 @@ TEST(ListeningSocket, AnythingButASocketIsLeftAlone) {
     fs::create_directory(files.path("directory"));
     fs::create_symlink(files.path("nowhere"), files.path("link"));
     for (const char* name : {"file", "directory", "link"}) {
-        EXPECT_EQ(problemOf(files.path(name)),
+        EXPECT_EQ(bindingProblem(files.path(name)),
                   files.path(name) + " exists, is no socket and is left as it is");
         EXPECT_TRUE(fs::exists(fs::symlink_status(files.path(name))));
         EXPECT_FALSE(fs::exists(files.path(name) + std::string(".lock")));
@@ -282,7 +273,7 @@ TEST(ListeningSocket, RemovedFileIsMadeAgain) {
         EXPECT_TRUE(connects(path));
         EXPECT_EQ(tests::modeOf(path), 0666U);
         EXPECT_FALSE(host.restores());
-        EXPECT_EQ(problemOf(path), path + " is in use by another host");
+        EXPECT_EQ(bindingProblem(path), path + " is in use by another host");
     }
     EXPECT_EQ(::umask(previous), 0777U);
     EXPECT_THAT(namesIn(files.path("")), testing::IsEmpty());
@@ -296,7 +287,7 @@ TEST(ListeningSocket, FileIsMadeAgainInTheMissingDirectory) {
         fs::remove_all(files.path("d"));
         EXPECT_TRUE(host.restores());
         EXPECT_TRUE(connects(path));
-        EXPECT_EQ(problemOf(path), path + " is in use by another host");
+        EXPECT_EQ(bindingProblem(path), path + " is in use by another host");
     }
     EXPECT_THAT(namesIn(files.path("d")), testing::IsEmpty());
 }
@@ -317,7 +308,7 @@ TEST(ListeningSocket, OtherFileInThePlaceIsLeftAlone) {
     Serving host(path);
     fs::remove(path);
     files.write("a.sock", "of somebody else");
-    EXPECT_EQ(problemOf([&] { host.restores(); }),
+    EXPECT_EQ(errorTextOf([&] { host.restores(); }),
               path + " exists, is no socket and is left as it is");
     EXPECT_EQ(readFile(path), "of somebody else");
     fs::remove(path);
@@ -331,7 +322,7 @@ TEST(ListeningSocket, PathThatAnotherHostTookIsLeftToIt) {
     fs::remove(path);
     fs::remove(path + ".lock");
     Serving second(path);
-    EXPECT_EQ(problemOf([&] { first->restores(); }), path + " is in use by another host");
+    EXPECT_EQ(errorTextOf([&] { first->restores(); }), path + " is in use by another host");
     first.reset();
     EXPECT_FALSE(second.restores());
     EXPECT_TRUE(connects(path));
@@ -363,7 +354,7 @@ TEST(ListeningSocket, PassedDescriptorMustBeAListeningStreamSocket) {
     const int udp = ::socket(AF_INET, SOCK_DGRAM, 0);
     for (const int descriptor : {ends[0], udp, bindSocket(files.path("silent")),
                                  bindSocket(files.path("d"), SOCK_DGRAM)}) {
-        EXPECT_THAT(problemOf([&] { const ListeningSocket socket(descriptor); }),
+        EXPECT_THAT(errorTextOf([&] { const ListeningSocket socket(descriptor); }),
                     HasSubstr("no listening stream socket"));
         ::close(descriptor);
     }

@@ -5,13 +5,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "qvhost/FakePluginControl.h"
 #include "server/PluginError.h"
+#include "support/ErrorText.h"
 
 namespace qv::host {
 namespace {
@@ -22,16 +22,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-
-std::string problemOf(const std::function<void()>& attempt) {
-    try {
-        attempt();
-    } catch (const PluginError& error) {
-        return error.what();
-    }
-    ADD_FAILURE() << "succeeded";
-    return "";
-}
+using tests::errorTextOf;
 
 Plugin::Answer list(const Plugin& plugin) {
     return plugin.call(QV_COMMAND_GET_SERVICES, {});
@@ -42,7 +33,7 @@ std::string listingProblem(const std::string& behaviour) {
     const FakePluginControl control(behaviour);
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    return problemOf([&] { list(plugin); });
+    return errorTextOf<PluginError>([&] { list(plugin); });
 }
 
 // Returns the result of a listing by a plug-in that behaves so.
@@ -126,7 +117,7 @@ TEST(Plugin, FailedInitialisationIsReportedAndFinalised) {
                                   "initialize throws number", "initialize fails"}) {
         const FakePluginControl control(behaviour);
         Plugin plugin(QVHOST_FAKE_PLUGIN);
-        const std::string problem = problemOf([&] { plugin.initialize(); });
+        const std::string problem = errorTextOf<PluginError>([&] { plugin.initialize(); });
         EXPECT_THAT(problem, AllOf(HasSubstr("cannot initialise"), HasSubstr(QVHOST_FAKE_PLUGIN)));
         EXPECT_THAT(control.record(), ElementsAre("initialize", "finalize"));
     }
@@ -163,13 +154,13 @@ TEST(Plugin, FailingFinalisationIsReported) {
     const FakePluginControl control("finalize throws text");
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    EXPECT_THAT(problemOf([&] { plugin.finalize(); }), HasSubstr("cannot finalise"));
+    EXPECT_THAT(errorTextOf<PluginError>([&] { plugin.finalize(); }), HasSubstr("cannot finalise"));
 }
 
 TEST(Plugin, CommandWithoutInitialisationIsRefused) {
     const FakePluginControl control;
     Plugin plugin(QVHOST_FAKE_PLUGIN);
-    EXPECT_THAT(problemOf([&] { list(plugin); }), HasSubstr("not initialised"));
+    EXPECT_THAT(errorTextOf<PluginError>([&] { list(plugin); }), HasSubstr("not initialised"));
     EXPECT_THAT(control.record(), IsEmpty());
 }
 
@@ -179,7 +170,7 @@ TEST(Plugin, CommandThatTheTableLacksIsNamed) {
 
 TEST(Plugin, PluginWithoutATableIsRefused) {
     const FakePluginControl control("has no table");
-    EXPECT_THAT(problemOf([] { const Plugin plugin(QVHOST_FAKE_PLUGIN); }),
+    EXPECT_THAT(errorTextOf<PluginError>([] { const Plugin plugin(QVHOST_FAKE_PLUGIN); }),
                 HasSubstr("command table"));
 }
 
@@ -187,17 +178,17 @@ TEST(Plugin, AnotherPluginIsNotSentTheNamingServicesCommands) {
     const FakePluginControl control("has another id");
     Plugin plugin(QVHOST_FAKE_PLUGIN);
     plugin.initialize();
-    EXPECT_THAT(problemOf([&] { list(plugin); }), HasSubstr("plug-in 7"));
+    EXPECT_THAT(errorTextOf<PluginError>([&] { list(plugin); }), HasSubstr("plug-in 7"));
     EXPECT_THAT(control.record(), Not(Contains(HasSubstr("0202"))));
 }
 
 TEST(Plugin, LibraryThatLacksAFunctionIsRefusedByItsName) {
-    EXPECT_THAT(problemOf([] { const Plugin plugin(QVHOST_INCOMPLETE_PLUGIN); }),
+    EXPECT_THAT(errorTextOf<PluginError>([] { const Plugin plugin(QVHOST_INCOMPLETE_PLUGIN); }),
                 AllOf(HasSubstr(QVHOST_INCOMPLETE_PLUGIN), HasSubstr("QvPlugin")));
 }
 
 TEST(Plugin, MissingFileIsNamedOnce) {
-    EXPECT_EQ(problemOf([] {
+    EXPECT_EQ(errorTextOf<PluginError>([] {
                   const Plugin plugin("/nowhere/libnone.so");
               }).find("/nowhere/libnone.so", sizeof "cannot load /nowhere/libnone.so"),
               std::string::npos);

@@ -4,14 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include "qvhost/server/Users.h"
+
 namespace qv::host {
 namespace {
 
 using Bound = Shares::Bound;
-
-constexpr uid_t kRoot = 0;
-constexpr uid_t kOwner = 500;
-constexpr uid_t kOther = 501;
 
 TEST(Shares, EachUserHasABoundOfItsOwn) {
     const Shares shares(1600, kOwner);

@@ -13,7 +13,7 @@
 namespace qv::host {
 namespace {
 
-const std::string longAddress(100, 'x');
+const std::string addressOnTheHeap(100, 'x');
 
 tests::Model services() {
     tests::Model model;
@@ -30,7 +30,7 @@ TEST(SnapshotShortage, FailedEditChangesNothing) {
         next.put(7, "other");
         const Edits edits = next.edits();
         const std::size_t bytes = next.addressBytes();
-        if (!shortage.during([&] { next.put(500, longAddress); })) {
+        if (!shortage.during([&] { next.put(500, addressOnTheHeap); })) {
             EXPECT_EQ(next.edits(), edits);
             EXPECT_EQ(next.size(), 300U);
             EXPECT_EQ(next.addressBytes(), bytes);
@@ -56,7 +56,7 @@ TEST(SnapshotShortage, FailedCommitLeavesBaseAndEdits) {
     for (int id = 100; id < 250; ++id) {
         next.remove(id);
     }
-    next.put(500, longAddress);
+    next.put(500, addressOnTheHeap);
     const SnapshotPointer expected = next.finish(2);
     const int allocations = tests::sweepShortages([&](tests::Shortage& shortage) {
         SnapshotPointer snapshot;
@@ -73,7 +73,8 @@ TEST(SnapshotShortage, FailedCommitLeavesBaseAndEdits) {
 
 TEST(SnapshotShortage, FailedDifferenceLosesNoMemory) {
     const SnapshotPointer base = tests::snapshotOf(services(), 1);
-    const SnapshotPointer other = tests::snapshotOf({{1, longAddress}, {900, longAddress}}, 2);
+    const SnapshotPointer other =
+        tests::snapshotOf({{1, addressOnTheHeap}, {900, addressOnTheHeap}}, 2);
     const int allocations = tests::sweepShortages([&](tests::Shortage& shortage) {
         Edits edits;
         if (shortage.during([&] { edits = difference(*base, *other); })) {

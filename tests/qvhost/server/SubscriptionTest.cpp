@@ -23,6 +23,7 @@
 #include "qvhost/server/DirectoryRequests.h"
 #include "qvhost/server/ServedDirectory.h"
 #include "qvhost/server/Subscribed.h"
+#include "qvhost/server/Users.h"
 #include "support/LoadedPlugin.h"
 
 namespace qv::host {
@@ -37,8 +38,6 @@ using tests::Services;
 using tests::subscribe;
 using tests::Subscribed;
 using tests::subscription;
-
-constexpr uid_t kOther = 60'001;
 
 class SubscriptionTest : public testing::Test {
   protected:
