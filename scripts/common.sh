@@ -26,6 +26,13 @@ build() {
     fi
 }
 
+# run_tests OPTION...: runs ctest with two tests for each processor, because many tests wait.
+run_tests() { ctest --parallel "$((2 * $(getconf _NPROCESSORS_ONLN)))" "$@"; }
+
+# Keeps temporary files in memory, where the system has a folder for that. Many tests spend most of their time on
+# flushing files to the disk.
+use_memory_for_files() { [ ! -w /dev/shm ] || export TMPDIR=/dev/shm; }
+
 # start_host COMMAND...: runs a resident host in the background and returns when it serves. Sets `server` to
 # the process and `messages` to a descriptor that reads the host's messages. Needs the folder $scratch.
 start_host() {
