@@ -48,8 +48,10 @@ start_host() {
     die 1 "the host does not serve"
 }
 
+# What the scripts keep for their next run, also in another checkout.
+cache_folder=${XDG_CACHE_HOME:-$HOME/.cache}/lorx-naming-service
+
 # Set the directories of what scripts/bootstrap --macos fetches. The compiler is the one that the lock file pins.
 macos_packages=cmake/macos
-macos_cache=${XDG_CACHE_HOME:-$HOME/.cache}/lorx-naming-service
-macos_toolchain=$macos_cache/macos-toolchain-$(sha256sum <$macos_packages/package-lock.json | cut -c 1-12)
-macos_protobuf=$macos_cache/protobuf-3.21.12
+macos_toolchain=$cache_folder/macos-toolchain-$(sha256sum <$macos_packages/package-lock.json | cut -c 1-12)
+macos_protobuf=$cache_folder/protobuf-3.21.12
