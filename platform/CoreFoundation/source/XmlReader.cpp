@@ -280,6 +280,7 @@ class XmlReader {
     const Object* readContent(Element element) {
         switch (element) {
             case Element::Key:
+                return readKey();
             case Element::String:
                 return readString();
             case Element::True:
@@ -311,6 +312,23 @@ class XmlReader {
         return scanner_.readText(text) ? makeString(text) : nullptr;
     }
 
+    // Reads a key. The dictionaries of a list have the same few keys, so equal keys are mostly one
+    // string.
+    const Object* readKey() {
+        std::string_view text;
+        if (!scanner_.readText(text)) {
+            return nullptr;
+        }
+        Ref<const String>& recent = recentKeys_[text.size() % kRecentKeys];
+        if (!recent || !isAscii(*recent, text)) {
+            recent.reset(makeString(text));
+        }
+        if (recent) {
+            retain(recent.get());
+        }
+        return recent.get();
+    }
+
     const Object* readRealText() {
         std::string_view text;
         if (!scanner_.readText(text)) {
@@ -320,10 +338,13 @@ class XmlReader {
         return string ? readReal(*string, scanner_.reason()) : nullptr;
     }
 
+    static constexpr std::size_t kRecentKeys = 8;
+
     XmlScanner scanner_;
     Tree tree_;
-    bool isPlist_[kMaximumNesting + 1];  // States which open containers are plist elements.
-    bool hasPlist_ = false;              // States whether a plist element has been opened.
+    Ref<const String> recentKeys_[kRecentKeys];  // By the length of the text.
+    bool isPlist_[kMaximumNesting + 1];          // States which open containers are plist elements.
+    bool hasPlist_ = false;                      // States whether a plist element has been opened.
 };
 
 }  // namespace

@@ -249,6 +249,26 @@ TEST(PropertyListReading, MutableContainersAreNotShared) {
     EXPECT_EQ(CFArrayGetCount(at(1)), 1);
 }
 
+// The dictionaries of a long list have the same few keys.
+TEST(PropertyListReading, EqualKeysOfAnXmlDocumentAreOneString) {
+    const auto tree = readDocument(
+        "<array><dict><key>id</key><true/><key>ab</key><true/><key>a&#98;</key><true/></dict>"
+        "<dict><key>ab</key><false/></dict></array>");
+    ASSERT_TRUE(tree);
+    const auto keysOf = [&tree](CFIndex index) {
+        const auto dictionary = static_cast<CFDictionaryRef>(
+            CFArrayGetValueAtIndex(static_cast<CFArrayRef>(tree.get()), index));
+        std::vector<const void*> keys(static_cast<std::size_t>(CFDictionaryGetCount(dictionary)));
+        CFDictionaryGetKeysAndValues(dictionary, keys.data(), nullptr);
+        return keys;
+    };
+    ASSERT_EQ(keysOf(0).size(), 2U);
+    ASSERT_EQ(keysOf(1).size(), 1U);
+    EXPECT_EQ(keysOf(0)[1], keysOf(1)[0]);
+    EXPECT_TRUE(equal(keysOf(0)[0], CFSTR("id")));
+    EXPECT_TRUE(equal(keysOf(0)[1], CFSTR("ab")));
+}
+
 TEST(PropertyListReading, UidHas32Bits) {
     const auto uidOf = [](const std::string& number) {
         const auto tree = readDocument("<dict><key>CF$UID</key>" + number + "</dict>");
