@@ -9,6 +9,8 @@
 #include <new>
 #include <system_error>
 
+#include "server/GatheredLog.h"
+
 namespace qv::host {
 
 namespace {
@@ -64,7 +66,7 @@ SqliteDatabase::SqliteDatabase(const std::string& path) : path_(path) {
                            SQLITE_OPEN_PRIVATECACHE;
     countNoMemory();
     sqlite3* handle = nullptr;
-    const int result = sqlite3_open_v2(path_.c_str(), &handle, kFlags, nullptr);
+    const int result = sqlite3_open_v2(path_.c_str(), &handle, kFlags, nameOfGatheredLogs());
     handle_.reset(handle);
     if (!handle_) {
         throw std::bad_alloc();

@@ -235,6 +235,25 @@ TEST_P(RecordFaults, CommitReturnsWhenTheLogIsFlushed) {
     EXPECT_GE(flushes, kCommits);
 }
 
+TEST_P(RecordFaults, LogIsWrittenWithOneCallBeforeEachFlush) {
+    int flushes = 0;
+    int writes = 0;
+    for (const SystemCall& call : calls()) {
+        if (call.file != path_ + "-wal") {
+            continue;
+        }
+        if (call.number == SYS_pwrite64) {
+            ++writes;
+        } else if (call.number == SYS_fdatasync || call.number == SYS_fsync) {
+            flushes += writes;
+            EXPECT_LE(writes, 1);
+            writes = 0;
+        }
+    }
+    EXPECT_EQ(writes, 0);
+    EXPECT_GE(flushes, kCommits);
+}
+
 // A commit that the killed host could not flush would be a hole in the log.
 TEST_P(RecordFaults, FoundLogIsInTheFlushedDatabaseBeforeTheFirstCommit) {
     int commits = 0;
