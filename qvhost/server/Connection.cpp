@@ -2,10 +2,12 @@
 
 #include "server/Connection.h"
 
-#include <algorithm>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <sys/uio.h>
+
 #include <array>
-#include <asio/buffer.hpp>
-#include <asio/error.hpp>
+#include <cerrno>
 #include <cstddef>
 
 #include "server/Farewell.h"
@@ -14,38 +16,46 @@ namespace qv::host {
 
 namespace {
 
-// The pieces that go to the system at once, a sequence of buffers for Asio.
-class Pieces {
-  public:
-    explicit Pieces(const AnswerQueue& answers) {
-        std::array<std::string_view, kMost> views;
-        count_ = answers.pieces(views.data(), kMost);
-        std::transform(views.begin(), views.begin() + count_, buffers_.begin(),
-                       [](std::string_view view) { return asio::buffer(view); });
+// To send to a client that has gone is an error and no signal.
+#ifdef MSG_NOSIGNAL
+constexpr int kNoSignal = MSG_NOSIGNAL;
+#else
+constexpr int kNoSignal = 0;  // Asio sets an option of the socket
+#endif
+
+// The most pieces that go to the system at once.
+constexpr std::size_t kMostPieces = 64;
+
+// Sends the next answers. Returns how many bytes went, or -1 with errno.
+ssize_t sendNext(int socket, const AnswerQueue& answers) {
+    std::string_view first;
+    static_cast<void>(answers.pieces(&first, 1));
+    // Most answers are one piece, which costs less than a list of one piece.
+    if (first.size() == answers.size()) {
+        return ::send(socket, first.data(), first.size(), kNoSignal);
     }
-
-    const asio::const_buffer* begin() const { return buffers_.data(); }
-    const asio::const_buffer* end() const { return buffers_.data() + count_; }
-
-  private:
-    static constexpr std::size_t kMost = 64;  // Asio takes no more
-
-    std::array<asio::const_buffer, kMost> buffers_;
-    std::size_t count_ = 0;
-};
+    std::array<std::string_view, kMostPieces> pieces;
+    const std::size_t count = answers.pieces(pieces.data(), pieces.size());
+    std::array<iovec, kMostPieces> buffers = {};
+    for (std::size_t i = 0; i < count; ++i) {
+        buffers[i] = {const_cast<char*>(pieces[i].data()), pieces[i].size()};
+    }
+    msghdr message = {};
+    message.msg_iov = buffers.data();
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
+    return ::sendmsg(socket, &message, kNoSignal);
+}
 
 }  // namespace
 
 Connection::Connection(ClientSocket connected, uid_t user, ClientThread& itsThread,
                        const ServingParts& itsParts)
     : socket(std::move(connected)),
-      client(itsParts.clients, socket.native_handle(), user),
+      client(itsParts.clients, socket.descriptor(), user),
       place(itsThread),
       account(itsParts.budget, user),
       thread(itsThread),
-      parts(itsParts) {
-    socket.non_blocking(true);
-}
+      parts(itsParts) {}
 
 void Connection::refuse(uint32_t code, uint32_t number, std::string_view text) {
     parts.counts.refusal(code);
@@ -54,20 +64,14 @@ void Connection::refuse(uint32_t code, uint32_t number, std::string_view text) {
 
 Connection::Sent Connection::send() {
     while (answers.size() != 0) {
-        asio::error_code error;
-        std::string_view first;
-        static_cast<void>(answers.pieces(&first, 1));
-        // Most answers are one piece, which costs less than a list of one piece.
-        const std::size_t sent = first.size() == answers.size()
-                                     ? socket.write_some(asio::buffer(first), error)
-                                     : socket.write_some(Pieces(answers), error);
-        if (error && error != asio::error::would_block) {
+        const ssize_t sent = sendNext(socket.descriptor(), answers);
+        if (sent != -1) {
+            answers.sent(static_cast<std::size_t>(sent));
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return Sent::Some;
+        } else if (errno != EINTR) {
             close();
             return Sent::Gone;
-        }
-        answers.sent(sent);
-        if (error) {
-            return Sent::Some;
         }
     }
     sendUntil_ = {};
@@ -83,7 +87,7 @@ void Connection::watchReader() {
 }
 
 void Connection::close() noexcept {
-    sayGoodbye(socket.native_handle());
+    sayGoodbye(socket.descriptor());
 }
 
 }  // namespace qv::host

@@ -65,19 +65,20 @@ class Connection {
     template <typename Function>
     void awaitRoom(Function function) {
         watchReader();
-        socket.async_wait(asio::socket_base::wait_write, [this, function = std::move(function)](
-                                                             const asio::error_code& /*error*/) {
-            // Sending tells of an error again.
-            client.works();
-            function();
-        });
+        socket.attached().async_wait(
+            asio::socket_base::wait_write,
+            [this, function = std::move(function)](const asio::error_code& /*error*/) {
+                // Sending tells of an error again.
+                client.works();
+                function();
+            });
     }
 
     // Ends the connection.
     void close() noexcept;
 
     // The order matters: the client must leave its list before the socket closes.
-    ClientSocket socket;
+    DetachableSocket socket;
     ConnectedClient client;
     ClientThread::Place place;
     Budget::Account account;

@@ -171,8 +171,7 @@ void Conversation::attempt(Function function) noexcept {
 
 // Takes the step when other clients have had their turn.
 void Conversation::post(Step step) {
-    asio::post(connection_->socket.get_executor(),
-               [self = shared_from_this(), step] { self->go(step); });
+    asio::post(thread_.context(), [self = shared_from_this(), step] { self->go(step); });
 }
 
 // Waits for the client to send something. Comes last, because the client's thread may go on at
@@ -189,7 +188,7 @@ void Conversation::await() {
     }
     if (reader_.empty()) {
         // Waiting without reading would take one more system call for each request.
-        connection_->socket.async_receive(
+        connection_->socket.attached().async_receive(
             asio::buffer(first_),
             [self = shared_from_this()](const asio::error_code& error, std::size_t count) {
                 self->connection_->client.works();
@@ -198,12 +197,13 @@ void Conversation::await() {
             });
         return;
     }
-    connection_->socket.async_wait(asio::socket_base::wait_read,
-                                   [self = shared_from_this()](const asio::error_code& /*error*/) {
-                                       // Reading tells of an error again.
-                                       self->connection_->client.works();
-                                       self->go(&Conversation::receive);
-                                   });
+    connection_->socket.attached().async_wait(
+        asio::socket_base::wait_read,
+        [self = shared_from_this()](const asio::error_code& /*error*/) {
+            // Reading tells of an error again.
+            self->connection_->client.works();
+            self->go(&Conversation::receive);
+        });
 }
 
 // Takes the first bytes that the client has sent since the last request.
@@ -229,7 +229,7 @@ void Conversation::receive() {
     }
     asio::error_code error;
     const std::size_t count =
-        connection_->socket.read_some(asio::buffer(space.bytes, space.size), error);
+        connection_->socket.attached().read_some(asio::buffer(space.bytes, space.size), error);
     if (error == asio::error::would_block) {
         run();
     } else if (error) {
@@ -298,10 +298,9 @@ void Conversation::answerOnly() noexcept {
 // Begins the client's next change if it has arrived, which spares two threads from waking each
 // other. Leaves the rest to the client's thread. The last call hands the conversation over.
 void Conversation::takeNextChange() {
-    asio::error_code error;
-    const std::size_t count = connection_->socket.read_some(asio::buffer(first_), error);
-    if (error) {
-        await();  // tells of an error again
+    const std::size_t count = connection_->socket.receive(first_.data(), first_.size());
+    if (count == 0) {
+        await();  // tells of the end and of an error again
         return;
     }
     reader_.take({first_.data(), count});
@@ -315,6 +314,8 @@ void Conversation::takeNextChange() {
     if (batch_.items.empty()) {
         post(&Conversation::run);
     } else {
+        // A client that sends one change after the other does not need its thread meanwhile.
+        connection_->socket.detach();
         wait_ = Wait::Commit;
         parts_.commands.submit({shared_from_this(), &batch_});
     }

@@ -216,18 +216,19 @@ void Subscription::send() {
 
 // Waits for the client to end the connection. Nothing else may come.
 void Subscription::awaitInput() {
-    connection_->socket.async_wait(asio::socket_base::wait_read,
-                                   [self = shared_from_this()](const asio::error_code& /*error*/) {
-                                       if (!self->hasEnded_) {
-                                           self->attempt([&] { self->receive(); });
-                                       }
-                                   });
+    connection_->socket.attached().async_wait(
+        asio::socket_base::wait_read,
+        [self = shared_from_this()](const asio::error_code& /*error*/) {
+            if (!self->hasEnded_) {
+                self->attempt([&] { self->receive(); });
+            }
+        });
 }
 
 void Subscription::receive() {
     char byte = 0;
     asio::error_code error;
-    static_cast<void>(connection_->socket.read_some(asio::buffer(&byte, 1), error));
+    static_cast<void>(connection_->socket.attached().read_some(asio::buffer(&byte, 1), error));
     if (error == asio::error::would_block) {
         awaitInput();
     } else if (!error) {

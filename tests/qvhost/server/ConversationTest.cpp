@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -28,6 +29,7 @@
 namespace qv::host {
 namespace {
 
+using testing::Each;
 using testing::HasSubstr;
 using testing::SizeIs;
 using tests::decode;
@@ -157,30 +159,124 @@ TEST_F(ConversationTest, ChangesOfAClientThatHasGoneAreMade) {
     EXPECT_EQ(served.recorder().state()->snapshot->size(), 50U);
 }
 
-TEST_F(ConversationTest, RecorderGoesOnWithTheChangesOfALoneClient) {
-    constexpr uint32_t kChanges = 5;
+// Sends a client's changes one by one, each while the one before is committed.
+class LoneClient {
+  public:
+    static constexpr uint32_t kChanges = 5;
+
+    explicit LoneClient(ServedDirectory& served) : served_(served) {
+        served.published = [this](int64_t revision) {
+            // The follower's notes are commits with the same revision.
+            if (revision == 0 || revision != sent_ || hasEnded_) {
+                return;
+            }
+            if (revision < kChanges) {
+                send();
+            }
+            if (revision > 1) {
+                committing(revision);
+            }
+            if (revision == kChanges) {
+                hasEnded_ = true;
+                end_.set_value();
+            }
+        };
+    }
+
+    void begin() {
+        client.emplace(served_.connect());
+        send();
+    }
+
+    // Waits until the last change is committed and, perhaps, not answered yet.
+    void awaitEnd() { end_.get_future().wait(); }
+
     std::optional<RawClient> client;
-    std::atomic<uint32_t> sent = 0;
-    const auto sendNext = [&] {
-        const uint32_t number = ++sent;
+    // Called during the commit of a change that the recorder took itself. The next one has arrived.
+    std::function<void(int64_t)> committing = [](int64_t /*revision*/) {};
+
+  private:
+    void send() {
+        const uint32_t number = ++sent_;
         EXPECT_TRUE(client->send(registration(number, {{1, std::to_string(number)}})));
+    }
+
+    ServedDirectory& served_;
+    std::atomic<uint32_t> sent_ = 0;
+    bool hasEnded_ = false;
+    std::promise<void> end_;
+};
+
+TEST_F(ConversationTest, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
+    LoneClient lone(served);
+    std::vector<std::size_t> handlers;
+    lone.committing = [&](int64_t /*revision*/) {
+        handlers.push_back(served.thread().context().poll());
     };
-    ServedDirectory other;
-    other.published = [&](int64_t revision) {
-        if (revision != 0 && revision == sent && revision != kChanges) {
-            sendNext();
+    served.start(false);
+    lone.begin();
+    served.thread().context().poll();
+    lone.awaitEnd();
+    EXPECT_THAT(handlers, SizeIs(LoneClient::kChanges - 1));
+    EXPECT_THAT(handlers, Each(0));
+}
+
+// The client's thread gets the first change only.
+TEST_F(ConversationTest, RecorderGoesOnWithTheChangesOfALoneClient) {
+    LoneClient lone(served);
+    served.start(false);
+    lone.begin();
+    served.thread().context().poll();
+    for (uint32_t number = 1; number <= LoneClient::kChanges; ++number) {
+        next(*lone.client, number);
+    }
+    EXPECT_EQ(served.recorder().state()->snapshot->find(1), std::to_string(LoneClient::kChanges));
+}
+
+TEST_F(ConversationTest, ClientReturnsToItsThreadAfterItsChanges) {
+    LoneClient lone(served);
+    served.start();
+    lone.begin();
+    for (uint32_t number = 1; number <= LoneClient::kChanges; ++number) {
+        next(*lone.client, number);
+    }
+    EXPECT_EQ(listed(*lone.client), (Services{{1, std::to_string(LoneClient::kChanges)}}));
+    ASSERT_TRUE(lone.client->send(registration(7, {{1, "a"}}) + listing(8)));
+    next(*lone.client, 7);
+    EXPECT_EQ(decode(next(*lone.client, 8).bytes), (Services{{1, "a"}}));
+}
+
+TEST_F(ConversationTest, ClientThatLeavesDuringItsChangesIsForgotten) {
+    LoneClient lone(served);
+    lone.committing = [&](int64_t revision) {
+        if (revision == LoneClient::kChanges) {
+            lone.client.reset();
         }
     };
-    other.start(false);
-    client.emplace(other.connect());
-    other.thread().context().poll();
-    sendNext();
-    // The client's thread gets the first change only.
-    other.thread().context().poll();
-    for (uint32_t number = 1; number <= kChanges; ++number) {
-        next(*client, number);
+    served.start();
+    lone.begin();
+    lone.awaitEnd();
+    EXPECT_TRUE(served.connect().works());
+    served.stop().wait();
+    EXPECT_EQ(served.clients().count(), 0U);
+}
+
+TEST_F(ConversationTest, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
+    LoneClient lone(served);
+    std::future<void> gone;
+    lone.committing = [&](int64_t revision) {
+        if (revision == LoneClient::kChanges) {
+            gone = served.stop();
+        }
+    };
+    served.start();
+    lone.begin();
+    lone.awaitEnd();
+    for (uint32_t number = 1; number <= LoneClient::kChanges; ++number) {
+        next(*lone.client, number);
     }
-    EXPECT_EQ(other.recorder().state()->snapshot->find(1), std::to_string(kChanges));
+    next(*lone.client, 0, QV_HOST_ERROR_STOPPING);
+    gone.wait();
 }
 
 TEST_F(ConversationTest, RecorderLeavesOtherRequestsToTheThread) {
