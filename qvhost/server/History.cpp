@@ -16,19 +16,18 @@ std::shared_ptr<const Event> Event::of(const Edits& edits, const Snapshot& befor
     try {
         const auto event = std::make_shared<Event>();
         event->revision_ = revision;
+        event->parts_.reserve(edits.size());
         // Serialised messages, one after the other, are one message with the fields of all.
-        wire::HostEvent part;
         for (const auto& [id, address] : edits) {
-            part.Clear();
-            if (!address) {
-                part.add_withdrawn(id);
+            if (address) {
+                const int field = before.find(id) ? wire::HostEvent::kChangedFieldNumber
+                                                  : wire::HostEvent::kRegisteredFieldNumber;
+                appendEntry(event->bytes_, field, {id, *address});
             } else {
-                wire::HostService& service =
-                    before.find(id) ? *part.add_changed() : *part.add_registered();
-                service.set_id(id);
-                service.set_address(*address);
+                wire::HostEvent part;
+                part.add_withdrawn(id);
+                part.AppendToString(&event->bytes_);
             }
-            part.AppendToString(&event->bytes_);
             if (event->bytes_.size() > kLongestEvent) {
                 return nullptr;
             }

@@ -45,15 +45,6 @@ uint8_t* writeDelimiter(int number, std::size_t length, uint8_t* target) {
 // Two tags with lengths and a tag with a number take fewer bytes.
 constexpr std::size_t kMostBytesBeforeAddress = 32;
 
-// Writes the entry up to the address, and returns where the address goes.
-uint8_t* writeUpToAddress(const ServiceView& service, uint8_t* target) {
-    target = writeDelimiter(ServiceInfoArray::kServicesFieldNumber, sizeOfFields(service), target);
-    target = wire_format::WireFormat::WriteTagToArray(
-        ServiceInfo::kIdFieldNumber, wire_format::WireFormat::WIRETYPE_VARINT, target);
-    target = wire_format::Int32::write(service.id, target);
-    return writeDelimiter(ServiceInfo::kAddressFieldNumber, service.address.size(), target);
-}
-
 // Calls function(begin, end) for each block of nearly the same size that so many services take.
 template <typename Function>
 void forEachBlock(std::size_t services, Function function) {
@@ -202,6 +193,17 @@ class Cursor {
 
 }  // namespace
 
+void appendEntry(std::string& bytes, int field, const ServiceView& service) {
+    uint8_t start[kMostBytesBeforeAddress];
+    uint8_t* end = writeDelimiter(field, sizeOfFields(service), start);
+    end = wire_format::WireFormat::WriteTagToArray(ServiceInfo::kIdFieldNumber,
+                                                   wire_format::WireFormat::WIRETYPE_VARINT, end);
+    end = wire_format::Int32::write(service.id, end);
+    end = writeDelimiter(ServiceInfo::kAddressFieldNumber, service.address.size(), end);
+    bytes.append(reinterpret_cast<const char*>(start), static_cast<std::size_t>(end - start));
+    bytes.append(service.address);
+}
+
 ServiceBlock::ServiceBlock(const ServiceView* services, std::size_t count) {
     std::size_t bytes = 0;
     for (std::size_t i = 0; i < count; ++i) {
@@ -223,13 +225,11 @@ void ServiceBlock::reserve(std::size_t count, std::size_t bytes) {
 }
 
 void ServiceBlock::append(const ServiceView& service) {
-    uint8_t start[kMostBytesBeforeAddress];
-    const uint8_t* const end = writeUpToAddress(service, start);
-    bytes_.append(reinterpret_cast<const char*>(start), static_cast<std::size_t>(end - start));
-    entries_.push_back({service.id, static_cast<uint32_t>(bytes_.size()),
-                        static_cast<uint32_t>(service.address.size())});
-    bytes_.append(service.address);
-    addressBytes_ += service.address.size();
+    appendEntry(bytes_, ServiceInfoArray::kServicesFieldNumber, service);
+    const std::size_t length = service.address.size();
+    entries_.push_back(
+        {service.id, static_cast<uint32_t>(bytes_.size() - length), static_cast<uint32_t>(length)});
+    addressBytes_ += length;
 }
 
 void ServiceBlock::append(const ServiceBlock& other, std::size_t first, std::size_t last) {

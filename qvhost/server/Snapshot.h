@@ -37,6 +37,11 @@ struct ServiceView {
     std::string_view address;
 };
 
+// Appends the service to a serialised message, as an element of a repeated field of this number.
+// The element has the fields of a ServiceInfo, which are also those of a HostService. Throws
+// std::bad_alloc.
+void appendEntry(std::string& bytes, int field, const ServiceView& service);
+
 constexpr std::size_t kServicesOfBlock = 128;
 
 class ServiceBlock {
