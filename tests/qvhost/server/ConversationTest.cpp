@@ -8,19 +8,16 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <future>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "qvhost/RawClient.h"
+#include "qvhost/server/NumberedRequests.h"
 #include "qvhost/server/ServedDirectory.h"
 #include "qvhost/server/Users.h"
 #include "support/Files.h"
@@ -29,43 +26,11 @@
 namespace qv::host {
 namespace {
 
-using testing::Each;
 using testing::HasSubstr;
 using testing::SizeIs;
 using tests::decode;
-using tests::encode;
 using tests::ServedDirectory;
 using tests::Services;
-
-std::string registration(uint32_t number, const Services& services) {
-    return frame(QV_COMMAND_REGISTER_SERVICES, number, encode(services));
-}
-
-// Withdraws one service.
-std::string withdrawal(uint32_t number, int32_t id) {
-    // A ServiceInfoArray names the services to withdraw as one to register does.
-    return frame(QV_COMMAND_UNREGISTER_SERVICES, number, encode({{id, ""}}));
-}
-
-std::string listing(uint32_t number) {
-    return frame(QV_COMMAND_GET_SERVICES, number);
-}
-
-std::string ping(uint32_t number) {
-    return frame(QV_HOST_COMMAND_PING, number);
-}
-
-// Returns the next answer, which must be to this request.
-RawAnswer next(const RawClient& client, uint32_t number, uint32_t code = QV_OK) {
-    std::optional<RawAnswer> answer = client.receive();
-    if (!answer) {
-        ADD_FAILURE() << "no answer to request " << number;
-        return {};
-    }
-    EXPECT_EQ(answer->number, number);
-    EXPECT_EQ(answer->code, code) << answer->bytes;
-    return *answer;
-}
 
 // Returns services whose listing exceeds a socket.
 Services longServices() {
@@ -74,11 +39,6 @@ Services longServices() {
         services.emplace_back(id, std::string(1000, static_cast<char>('a' + id % 26)));
     }
     return services;
-}
-
-Services listedInTurn(const RawClient& client) {
-    EXPECT_TRUE(client.send(listing(4711)));
-    return decode(next(client, 4711).bytes);
 }
 
 class ConversationTest : public testing::Test {
@@ -157,178 +117,6 @@ TEST_F(ConversationTest, ChangesOfAClientThatHasGoneAreMade) {
     }
     served.stop().wait();
     EXPECT_EQ(served.recorder().state()->snapshot->size(), 50U);
-}
-
-// Sends a client's changes one by one, each while the one before is committed.
-class LoneClient {
-  public:
-    static constexpr uint32_t kChanges = 5;
-
-    explicit LoneClient(ServedDirectory& served) : served_(served) {
-        served.published = [this](int64_t revision) {
-            // The follower's notes are commits with the same revision.
-            if (revision == 0 || revision != sent_ || hasEnded_) {
-                return;
-            }
-            if (revision < kChanges) {
-                send();
-            }
-            if (revision > 1) {
-                committing(revision);
-            }
-            if (revision == kChanges) {
-                hasEnded_ = true;
-                end_.set_value();
-            }
-        };
-    }
-
-    void begin() {
-        client.emplace(served_.connect());
-        send();
-    }
-
-    // Waits until the last change is committed and, perhaps, not answered yet.
-    void awaitEnd() { end_.get_future().wait(); }
-
-    std::optional<RawClient> client;
-    // Called during the commit of a change that the recorder took itself. The next one has arrived.
-    std::function<void(int64_t)> committing = [](int64_t /*revision*/) {};
-
-  private:
-    void send() {
-        const uint32_t number = ++sent_;
-        EXPECT_TRUE(client->send(registration(number, {{1, std::to_string(number)}})));
-    }
-
-    ServedDirectory& served_;
-    std::atomic<uint32_t> sent_ = 0;
-    bool hasEnded_ = false;
-    std::promise<void> end_;
-};
-
-TEST_F(ConversationTest, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
-    LoneClient lone(served);
-    std::vector<std::size_t> handlers;
-    lone.committing = [&](int64_t /*revision*/) {
-        handlers.push_back(served.thread().context().poll());
-    };
-    served.start(false);
-    lone.begin();
-    served.thread().context().poll();
-    lone.awaitEnd();
-    EXPECT_THAT(handlers, SizeIs(LoneClient::kChanges - 1));
-    EXPECT_THAT(handlers, Each(0));
-}
-
-// The client's thread gets the first change only.
-TEST_F(ConversationTest, RecorderGoesOnWithTheChangesOfALoneClient) {
-    LoneClient lone(served);
-    served.start(false);
-    lone.begin();
-    served.thread().context().poll();
-    for (uint32_t number = 1; number <= LoneClient::kChanges; ++number) {
-        next(*lone.client, number);
-    }
-    EXPECT_EQ(served.recorder().state()->snapshot->find(1), std::to_string(LoneClient::kChanges));
-}
-
-TEST_F(ConversationTest, ClientReturnsToItsThreadAfterItsChanges) {
-    LoneClient lone(served);
-    served.start();
-    lone.begin();
-    for (uint32_t number = 1; number <= LoneClient::kChanges; ++number) {
-        next(*lone.client, number);
-    }
-    EXPECT_EQ(listed(*lone.client), (Services{{1, std::to_string(LoneClient::kChanges)}}));
-    ASSERT_TRUE(lone.client->send(registration(7, {{1, "a"}}) + listing(8)));
-    next(*lone.client, 7);
-    EXPECT_EQ(decode(next(*lone.client, 8).bytes), (Services{{1, "a"}}));
-}
-
-TEST_F(ConversationTest, ClientThatLeavesDuringItsChangesIsForgotten) {
-    LoneClient lone(served);
-    lone.committing = [&](int64_t revision) {
-        if (revision == LoneClient::kChanges) {
-            lone.client.reset();
-        }
-    };
-    served.start();
-    lone.begin();
-    lone.awaitEnd();
-    EXPECT_TRUE(served.connect().works());
-    served.stop().wait();
-    EXPECT_EQ(served.clients().count(), 0U);
-}
-
-TEST_F(ConversationTest, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
-    LoneClient lone(served);
-    std::future<void> gone;
-    lone.committing = [&](int64_t revision) {
-        if (revision == LoneClient::kChanges) {
-            gone = served.stop();
-        }
-    };
-    served.start();
-    lone.begin();
-    lone.awaitEnd();
-    for (uint32_t number = 1; number <= LoneClient::kChanges; ++number) {
-        next(*lone.client, number);
-    }
-    next(*lone.client, 0, QV_HOST_ERROR_STOPPING);
-    gone.wait();
-}
-
-TEST_F(ConversationTest, RecorderLeavesOtherRequestsToTheThread) {
-    const std::string change = registration(2, {{2, "/b"}});
-    const std::string longChange = registration(2, {{2, std::string(2000, 'b')}});
-    const std::string requests[] = {ping(2), listing(2), change.substr(0, 3), change + ping(3),
-                                    longChange};
-    for (const std::string& request : requests) {
-        std::optional<RawClient> client;
-        std::promise<void> sent;
-        std::atomic<bool> isSent = false;
-        ServedDirectory other;
-        other.published = [&](int64_t revision) {
-            if (revision == 1 && !isSent.exchange(true)) {
-                EXPECT_TRUE(client->send(request));
-                sent.set_value();
-            }
-        };
-        other.start();
-        client.emplace(other.connect());
-        EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
-        next(*client, 1);
-        sent.get_future().wait();
-        if (request.size() == 3) {
-            EXPECT_TRUE(client->send(change.substr(3)));
-        }
-        const Services expected = request == listing(2) ? Services{{1, "/a"}} : Services();
-        EXPECT_EQ(decode(next(*client, 2).bytes), expected);
-    }
-}
-
-TEST_F(ConversationTest, NextChangeThatIsNoneIsAnsweredWithoutACommit) {
-    const std::pair<std::string, uint32_t> changes[] = {
-        {registration(2, {{1, "/a"}}), QV_OK},
-        {registration(2, {{2, ""}}), QV_HOST_ERROR_REFUSED},
-    };
-    for (const auto& [change, code] : changes) {
-        std::optional<RawClient> client;
-        std::atomic<bool> isSent = false;
-        ServedDirectory other;
-        other.published = [&, &request = change](int64_t revision) {
-            if (revision == 1 && !isSent.exchange(true)) {
-                EXPECT_TRUE(client->send(request));
-            }
-        };
-        other.start();
-        client.emplace(other.connect());
-        EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
-        next(*client, 1);
-        next(*client, 2, code);
-        EXPECT_EQ(listedInTurn(*client), (Services{{1, "/a"}}));
-    }
 }
 
 TEST_F(ConversationTest, LevelIsForRootAndTheOwner) {

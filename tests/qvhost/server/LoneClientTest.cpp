@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// A client that is alone with its changes is served by the recorder's thread.
+#include <QvFrame.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qvhost/RawClient.h"
+#include "qvhost/server/NumberedRequests.h"
+#include "qvhost/server/ServedDirectory.h"
+
+namespace qv::host {
+namespace {
+
+using testing::Each;
+using testing::SizeIs;
+using tests::decode;
+using tests::ServedDirectory;
+using tests::Services;
+
+constexpr uint32_t kChanges = 5;
+
+// Sends a client's changes one by one, each while the one before is committed.
+class LoneClientTest : public testing::Test {
+  protected:
+    LoneClientTest() {
+        served.published = [this](int64_t revision) {
+            // The follower's notes are commits with the same revision.
+            if (revision == 0 || revision != sent_ || hasEnded_) {
+                return;
+            }
+            if (revision < kChanges) {
+                send();
+            }
+            if (revision > 1) {
+                committing(revision);
+            }
+            if (revision == kChanges) {
+                hasEnded_ = true;
+                end_.set_value();
+            }
+        };
+    }
+
+    void begin() {
+        lone.emplace(served.connect());
+        send();
+    }
+
+    // Waits until the last change is committed and, perhaps, not answered yet.
+    void awaitEnd() { end_.get_future().wait(); }
+
+    std::optional<RawClient> lone;
+    // Called during the commit of a change that the recorder took itself. The next one has arrived.
+    std::function<void(int64_t)> committing = [](int64_t /*revision*/) {};
+
+  private:
+    void send() {
+        const uint32_t number = ++sent_;
+        EXPECT_TRUE(lone->send(registration(number, {{1, std::to_string(number)}})));
+    }
+
+    std::atomic<uint32_t> sent_ = 0;
+    bool hasEnded_ = false;
+    std::promise<void> end_;
+
+  protected:
+    // Declared last: the recorder uses the other members until it ends.
+    ServedDirectory served;
+};
+
+TEST_F(LoneClientTest, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
+    std::vector<std::size_t> handlers;
+    committing = [&](int64_t /*revision*/) {
+        handlers.push_back(served.thread().context().poll());
+    };
+    served.start(false);
+    begin();
+    served.thread().context().poll();
+    awaitEnd();
+    EXPECT_THAT(handlers, SizeIs(kChanges - 1));
+    EXPECT_THAT(handlers, Each(0));
+}
+
+// The client's thread gets the first change only.
+TEST_F(LoneClientTest, RecorderGoesOnWithTheChangesOfALoneClient) {
+    served.start(false);
+    begin();
+    served.thread().context().poll();
+    for (uint32_t number = 1; number <= kChanges; ++number) {
+        next(*lone, number);
+    }
+    EXPECT_EQ(served.recorder().state()->snapshot->find(1), std::to_string(kChanges));
+}
+
+TEST_F(LoneClientTest, ClientReturnsToItsThreadAfterItsChanges) {
+    served.start();
+    begin();
+    for (uint32_t number = 1; number <= kChanges; ++number) {
+        next(*lone, number);
+    }
+    EXPECT_EQ(listedInTurn(*lone), (Services{{1, std::to_string(kChanges)}}));
+    ASSERT_TRUE(lone->send(registration(7, {{1, "a"}}) + listing(8)));
+    next(*lone, 7);
+    EXPECT_EQ(decode(next(*lone, 8).bytes), (Services{{1, "a"}}));
+}
+
+TEST_F(LoneClientTest, ClientThatLeavesDuringItsChangesIsForgotten) {
+    committing = [&](int64_t revision) {
+        if (revision == kChanges) {
+            lone.reset();
+        }
+    };
+    served.start();
+    begin();
+    awaitEnd();
+    EXPECT_TRUE(served.connect().works());
+    served.stop().wait();
+    EXPECT_EQ(served.clients().count(), 0U);
+}
+
+TEST_F(LoneClientTest, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
+    std::future<void> gone;
+    committing = [&](int64_t revision) {
+        if (revision == kChanges) {
+            gone = served.stop();
+        }
+    };
+    served.start();
+    begin();
+    awaitEnd();
+    for (uint32_t number = 1; number <= kChanges; ++number) {
+        next(*lone, number);
+    }
+    next(*lone, 0, QV_HOST_ERROR_STOPPING);
+    gone.wait();
+}
+
+TEST_F(LoneClientTest, RecorderLeavesOtherRequestsToTheThread) {
+    const std::string change = registration(2, {{2, "/b"}});
+    const std::string longChange = registration(2, {{2, std::string(2000, 'b')}});
+    const std::string requests[] = {ping(2), listing(2), change.substr(0, 3), change + ping(3),
+                                    longChange};
+    for (const std::string& request : requests) {
+        std::optional<RawClient> client;
+        std::promise<void> sent;
+        std::atomic<bool> isSent = false;
+        ServedDirectory other;
+        other.published = [&](int64_t revision) {
+            if (revision == 1 && !isSent.exchange(true)) {
+                EXPECT_TRUE(client->send(request));
+                sent.set_value();
+            }
+        };
+        other.start();
+        client.emplace(other.connect());
+        EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
+        next(*client, 1);
+        sent.get_future().wait();
+        if (request.size() == 3) {
+            EXPECT_TRUE(client->send(change.substr(3)));
+        }
+        const Services expected = request == listing(2) ? Services{{1, "/a"}} : Services();
+        EXPECT_EQ(decode(next(*client, 2).bytes), expected);
+    }
+}
+
+TEST_F(LoneClientTest, NextChangeThatIsNoneIsAnswered) {
+    const std::pair<std::string, uint32_t> changes[] = {
+        {registration(2, {{1, "/a"}}), QV_OK},
+        {registration(2, {{2, ""}}), QV_HOST_ERROR_REFUSED},
+    };
+    for (const auto& [change, code] : changes) {
+        std::optional<RawClient> client;
+        std::atomic<bool> isSent = false;
+        ServedDirectory other;
+        other.published = [&, &request = change](int64_t revision) {
+            if (revision == 1 && !isSent.exchange(true)) {
+                EXPECT_TRUE(client->send(request));
+            }
+        };
+        other.start();
+        client.emplace(other.connect());
+        EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
+        next(*client, 1);
+        next(*client, 2, code);
+        EXPECT_EQ(listedInTurn(*client), (Services{{1, "/a"}}));
+    }
+}
+
+}  // namespace
+}  // namespace qv::host
