@@ -286,7 +286,6 @@ void Server::Work::reload() {
         return;
     }
     try {
-        ServiceManager::reloading();
         follower_.reload([this](const std::string& problem) {
             try {
                 asio::post(control_, [this, problem] { reloaded(problem); });
@@ -294,6 +293,8 @@ void Server::Work::reload() {
                 writeJournal("reloaded; there is no memory to tell the service manager");
             }
         });
+        // The follower's answer waits for this thread, so the manager hears of the end later.
+        ServiceManager::reloading();
     } catch (const std::bad_alloc&) {
         writeJournal("cannot reload: out of memory");
     }
