@@ -51,6 +51,7 @@ int writeGathered(sqlite3_file* log) {
     return file->pMethods->xWrite(file, gathered.bytes.data(), size, gathered.offset);
 }
 
+// Adds the bytes to what is gathered. Writes that first if the bytes do not follow or do not fit.
 int gather(sqlite3_file* log, const void* bytes, int count, sqlite3_int64 offset) {
     Gathered& gathered = gatheredOf(log);
     const auto size = static_cast<std::size_t>(count);

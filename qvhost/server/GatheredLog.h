@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Opens files for SQLite, and gathers what SQLite writes to a log. SQLite writes each page of a
-// commit with two system calls and flushes the log at the end. A gathered log writes all pages of a
-// commit with one call, before it is flushed.
+// commit with two system calls and flushes the log at the end. A gathered log writes the pages of a
+// commit with one call before it is flushed, or with one call for each 64 KiB of a long commit.
 //
 //     sqlite3_open_v2(path, &handle, flags, nameOfGatheredLogs());
 //
