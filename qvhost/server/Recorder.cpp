@@ -14,6 +14,8 @@
 #include <thread>
 #include <utility>
 
+#include "server/CommitQueue.h"
+
 namespace qv::host {
 
 namespace {
@@ -47,7 +49,7 @@ class Recorder::Work {
     StatePointer state() const;
     bool isNewest(const State* state) const { return state == newest_.load(); }
     const History& history() const { return history_; }
-    void submit(std::shared_ptr<ChangeBatch> batch);
+    void submit(std::shared_ptr<ChangeBatch> batch) { queue_.submit(std::move(batch)); }
     StatePointer replace(const std::vector<Service>& services);
     FileNote fileNote() const;
     bool note(const FileNote& note);
@@ -56,22 +58,11 @@ class Recorder::Work {
     std::function<void()> published;
 
   private:
-    // What a thread wants that waits for the next commit. The thread owns the object.
-    struct Wish {
-        const Snapshot* replacement = nullptr;  // null if only the note is to be kept
-        bool isDone = false;
-        bool isKept = false;
-        bool isOutOfMemory = false;
-    };
-
-    // What one commit carries out.
-    struct Job {
-        std::vector<std::shared_ptr<ChangeBatch>> batches;
-        std::vector<Wish*> wishes;
-    };
+    using Job = CommitQueue::Job;
+    using Wish = CommitQueue::Wish;
 
     void publish(StatePointer state) QV_REQUIRES(mutex_);
-    bool take(Job& job);
+    std::optional<Clock::time_point> retryAt() const;
     void run();
     void carryOut(const Job& job);
     void count(Clock::duration length, std::size_t changes) QV_REQUIRES(mutex_);
@@ -81,12 +72,13 @@ class Recorder::Work {
     void writeEpoch(int64_t revision);
     void cannotKeep(const char* reason) noexcept;
     void tell(const char* what, const std::string& why = "") const noexcept;
-    void fulfil(Wish& wish);
     void finish(const Job& job, bool isKept, bool isOutOfMemory) noexcept;
 
     const std::string path_;
     const Report report_;
     History history_{History::newEpoch()};
+
+    CommitQueue queue_;
 
     // Only the recorder's thread uses these, and the constructor before there is a thread.
     std::unique_ptr<Record> record_;
@@ -97,12 +89,7 @@ class Recorder::Work {
 
     // Is held for moments only, so that a reader never waits for a commit.
     mutable system::Mutex mutex_;
-    system::Condition wake_;  // the recorder's thread
-    system::Condition done_;  // threads that wait for a wish
-    std::vector<std::shared_ptr<ChangeBatch>> waiting_ QV_GUARDED_BY(mutex_);
-    std::vector<Wish*> wishes_ QV_GUARDED_BY(mutex_);
     FileNote note_ QV_GUARDED_BY(mutex_);
-    bool isStopping_ QV_GUARDED_BY(mutex_) = false;
     bool hasRecord_ QV_GUARDED_BY(mutex_) = false;
     StatePointer state_ QV_GUARDED_BY(mutex_);
     std::atomic<const State*> newest_ = nullptr;  // the same, to compare with
@@ -171,11 +158,7 @@ void Recorder::Work::stop() {
     if (!thread_.joinable()) {
         return;
     }
-    {
-        const system::MutexLock lock(mutex_);
-        isStopping_ = true;
-    }
-    wake_.notifyOne();
+    queue_.stop();
     thread_.join();
 }
 
@@ -189,34 +172,11 @@ Recorder::StatePointer Recorder::Work::state() const {
     return state_;
 }
 
-void Recorder::Work::submit(std::shared_ptr<ChangeBatch> batch) {
-    bool isFirst = false;
-    {
-        const system::MutexLock lock(mutex_);
-        isFirst = waiting_.empty();
-        waiting_.push_back(std::move(batch));
-    }
-    // The thread takes everything that waits, so one call wakes it for all.
-    if (isFirst) {
-        wake_.notifyOne();
-    }
-}
-
-// Waits until the recorder's thread has carried out the wish.
-void Recorder::Work::fulfil(Wish& wish) {
-    const system::MutexLock lock(mutex_);
-    wishes_.push_back(&wish);
-    wake_.notifyOne();
-    while (!wish.isDone) {
-        done_.wait(mutex_);
-    }
-}
-
 Recorder::StatePointer Recorder::Work::replace(const std::vector<Service>& services) {
     const Snapshot snapshot(0, services);
     Wish wish;
     wish.replacement = &snapshot;
-    fulfil(wish);
+    queue_.fulfil(wish);
     if (wish.isOutOfMemory) {
         throw std::bad_alloc();
     }
@@ -235,7 +195,7 @@ bool Recorder::Work::note(const FileNote& note) {
         std::swap(note_, copy);
     }
     Wish wish;
-    fulfil(wish);
+    queue_.fulfil(wish);
     return wish.isKept;
 }
 
@@ -244,28 +204,14 @@ Recorder::Statistics Recorder::Work::statistics() const {
     return statistics_;
 }
 
-// Waits for something to do. Returns false if the thread is to end.
-bool Recorder::Work::take(Job& job) {
-    const system::MutexLock lock(mutex_);
-    while (waiting_.empty() && wishes_.empty()) {
-        if (isStopping_) {
-            return false;
-        }
-        if (isKept_) {
-            wake_.wait(mutex_);
-        } else if (!wake_.waitUntil(mutex_, retryAt_)) {
-            break;
-        }
-    }
-    // The vectors change places, so that their memory is used again.
-    waiting_.swap(job.batches);
-    wishes_.swap(job.wishes);
-    return true;
+// Returns when the record is to be tried again, if it could not be written.
+std::optional<Clock::time_point> Recorder::Work::retryAt() const {
+    return isKept_ ? std::nullopt : std::optional(retryAt_);
 }
 
 void Recorder::Work::run() {
     Job job;
-    while (take(job)) {
+    while (queue_.take(job, retryAt())) {
         carryOut(job);
         job.batches.clear();
         job.wishes.clear();
@@ -286,6 +232,7 @@ void Recorder::Work::run() {
 void Recorder::Work::carryOut(const Job& job) {
     const Clock::time_point begin = Clock::now();
     bool isKept = false;
+    bool isOutOfMemory = false;
     std::size_t changes = 0;
     try {
         const SnapshotPointer current = state()->snapshot;
@@ -329,17 +276,15 @@ void Recorder::Work::carryOut(const Job& job) {
         hasRecord_ = hasRecord_ || kept->snapshot != current || !job.wishes.empty();
         count(Clock::now() - begin, changes);
     } catch (const std::bad_alloc&) {
-        {
-            const system::MutexLock lock(mutex_);
-            statistics_.since.reset();
-        }
-        finish(job, isKept, true);
-        return;
+        isOutOfMemory = true;
+        const system::MutexLock lock(mutex_);
+        statistics_.since.reset();
     }
-    if (published) {
+    if (published && !isOutOfMemory) {
         published();
     }
-    finish(job, isKept, false);
+    queue_.committed(job, Clock::now() - begin);
+    finish(job, isKept, isOutOfMemory);
 }
 
 void Recorder::Work::count(Clock::duration length, std::size_t changes) {
@@ -430,15 +375,7 @@ void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noe
         }
         batch->answered(job.batches.size() == 1);
     }
-    if (!job.wishes.empty()) {
-        const system::MutexLock lock(mutex_);
-        for (Wish* const wish : job.wishes) {
-            wish->isDone = true;
-            wish->isKept = isKept;
-            wish->isOutOfMemory = isOutOfMemory;
-        }
-        done_.notifyAll();
-    }
+    queue_.fulfilled(job, isKept, isOutOfMemory);
 }
 
 Recorder::Recorder(std::string path, Report report)

@@ -27,35 +27,12 @@
 #include <string>
 #include <vector>
 
-#include "server/Door.h"
+#include "server/ChangeBatch.h"
 #include "server/History.h"
 #include "server/Record.h"
 #include "server/Snapshot.h"
 
 namespace qv::host {
-
-// Changes of one client, which are made and answered in their order.
-class ChangeBatch {
-  public:
-    struct Item {
-        uint32_t number = 0;  // of the request
-        Change change;
-        Outcome outcome;         // valid once the batch is answered
-        bool isDecided = false;  // the door refused the request, so there is no change to make
-    };
-
-    ChangeBatch() = default;
-    virtual ~ChangeBatch() = default;
-
-    ChangeBatch(const ChangeBatch&) = delete;
-    ChangeBatch& operator=(const ChangeBatch&) = delete;
-
-    // The recorder's thread calls this when every item has its outcome. `isOnly` tells that the
-    // commit had no other batch, so no other client waits for the function. Must not throw.
-    virtual void answered(bool isOnly) noexcept = 0;
-
-    std::vector<Item> items;
-};
 
 class Recorder {
   public:
