@@ -4,8 +4,9 @@
 
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <system_error>
+
+#include "support/Files.h"
 
 namespace qv::host {
 
@@ -20,8 +21,7 @@ std::string TestFiles::write(const std::string& name, const std::string& content
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return tests::contentOf(path).value_or("");
 }
 
 }  // namespace qv::host

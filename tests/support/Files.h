@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -26,7 +26,9 @@ inline std::optional<std::string> contentOf(const std::string& path) {
     if (!file || std::filesystem::is_directory(path, ignored)) {
         return std::nullopt;
     }
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
 }
 
 // Overwrites the file in place, or makes a new one.

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace qv::tests {
@@ -78,7 +78,9 @@ std::string ConfigurationFiles::records() const {
     std::ifstream file(logFile(), std::ios::binary);
     file.seekg(0, std::ios::end);
     file.seekg(std::max<std::streamoff>(0, file.tellg() - kMost));
-    std::string text(std::istreambuf_iterator<char>(file), {});
+    std::ostringstream content;
+    content << file.rdbuf();
+    const std::string text = content.str();
     const std::string::size_type filling = text.rfind('\0');
     // The filling ends with a zero byte and a line feed.
     return filling == std::string::npos ? text : text.substr(filling + 2);

@@ -23,6 +23,9 @@ inline constexpr MeasuredDocuments kMeasuredDocuments[] = {
 // Parses a line of such a file. The JSON library does not accept a string of one lone surrogate.
 // Such a string becomes a "utf16" node, like longer strings with a lone surrogate.
 inline nlohmann::json parseMeasured(const std::string& line) {
+    if (line.find(R"("\ud)") == std::string::npos) {
+        return nlohmann::json::parse(line);
+    }
     static const std::regex lone(R"x(\{"string": ?"\\u(d[89a-f][0-9a-f]{2})"\})x");
     return nlohmann::json::parse(std::regex_replace(line, lone, R"({"utf16":"$1"})"));
 }

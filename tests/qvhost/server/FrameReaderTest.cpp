@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qvhost/RawClient.h"
@@ -30,6 +31,9 @@ class Client {
         EXPECT_GT(space.size, 0U);
         const std::size_t taken = std::min({count, space.size, bytes.size()});
         std::memcpy(space.bytes, bytes.data(), taken);
+        if (static_cast<char*>(space.bytes) + space.size == shared_->end()) {
+            used_ = shared_->size() - space.size + taken;
+        }
         reader.received(taken);
         return taken;
     }
@@ -45,7 +49,7 @@ class Client {
     // Lets another client use the shared memory.
     void keep() {
         reader.keep();
-        shared_->fill('?');
+        std::fill_n(shared_->begin(), std::exchange(used_, 0), '?');
         std::fill(first_.begin(), first_.end(), '?');
     }
 
@@ -54,6 +58,7 @@ class Client {
   private:
     std::string first_;
     std::unique_ptr<FrameReader::Shared> shared_ = std::make_unique<FrameReader::Shared>();
+    std::size_t used_ = 0;  // The first bytes of the shared memory that are in use.
 };
 
 std::string textOf(const Frame& frame) {

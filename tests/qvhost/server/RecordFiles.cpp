@@ -2,6 +2,7 @@
 
 #include "qvhost/server/RecordFiles.h"
 
+#include <algorithm>
 #include <exception>
 #include <map>
 #include <optional>
@@ -11,10 +12,12 @@
 namespace qv::host {
 namespace {
 
+// Among as many successive commits, one withdraws each of the services, and one writes a note.
+constexpr int64_t kServices = 64;
+
 // Each commit registers some services and withdraws one. The addresses have lengths from a few
 // bytes to several blocks of the database.
 Edits editsOf(int64_t revision) {
-    constexpr int64_t kServices = 64;
     Edits edits;
     edits[static_cast<int32_t>(revision * 11 % kServices)] = std::nullopt;
     for (int64_t i = 0; i < 3; ++i) {
@@ -54,7 +57,8 @@ void commitRevisions(Record& record, int64_t first, int64_t last) {
 std::string differenceFrom(const Record::Contents& contents) {
     std::map<int32_t, std::string> services;
     FileNote file;
-    for (int64_t revision = 1; revision <= contents.revision; ++revision) {
+    const int64_t first = std::max<int64_t>(1, contents.revision - kServices + 1);
+    for (int64_t revision = first; revision <= contents.revision; ++revision) {
         for (const auto& [id, address] : editsOf(revision)) {
             if (address) {
                 services[id] = *address;
