@@ -4,11 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <iterator>
 #include <string>
 
 #include "gen_lite/AllMessages.h"
 #include "gen_lite/LargeInput.h"
 #include "gen_lite/Parsing.h"
+#include "support/UsualOrReduced.h"
 
 namespace qv::tests {
 namespace {
@@ -60,7 +63,10 @@ TEST(LargeInput, IsReadAlikeOnEveryRoad) {
     // The service 2 with the address "abcd", of which "ab" lies within 64 MiB.
     const std::string input = largeInput(8, fromHex("0a08 0802 120461626364 0a020803"));
     const Quiet quiet;
-    for (const Road<ServiceInfoArray>& road : kRoads<ServiceInfoArray>) {
+    // The reduced step leaves an array and a stream.
+    constexpr std::size_t kStep = usualOrReduced(1, 5);
+    for (std::size_t index = 0; index < std::size(kRoads<ServiceInfoArray>); index += kStep) {
+        const Road<ServiceInfoArray>& road = kRoads<ServiceInfoArray>[index];
         ServiceInfoArray array;
         EXPECT_FALSE(road.parse(&array, input)) << road.name;
         EXPECT_EQ(encodedHex(array), "0a0208010a06080212026162") << road.name;

@@ -17,6 +17,7 @@
 #include "support/Files.h"
 #include "support/LoadedPlugin.h"
 #include "support/TemporaryDirectory.h"
+#include "support/UsualOrReduced.h"
 
 namespace qv::tests {
 namespace {
@@ -77,20 +78,21 @@ class Persistence : public testing::Test {
 
 // A small binary document can hold large services, because all of them can refer to one address.
 TEST_F(Persistence, ServicesThatShareALongAddressAreLoadedAndSaved) {
+    constexpr std::int32_t kCount = usualOrReduced(10'000, 1'000);
     const std::string address(5000, 'a');
     Services services;
-    for (std::int32_t id = 1; id <= 10000; ++id) {
+    for (std::int32_t id = 1; id <= kCount; ++id) {
         services.emplace_back(id, address);
     }
-    const std::string binary = servicesWithOneAddress(10000, address);
+    const std::string binary = servicesWithOneAddress(kCount, address);
     ASSERT_LT(binary.size(), 230000U);
     writeFile(backup, kEmptyRoot);
     startWith(binary);
     EXPECT_TRUE(plugin.getServices() == services);
     EXPECT_TRUE(contentOf(path) == binary);
 
-    services.emplace_back(10001, "b");
-    plugin.registerServices({{10001, "b"}});
+    services.emplace_back(kCount + 1, "b");
+    plugin.registerServices({{kCount + 1, "b"}});
     EXPECT_TRUE(contentOf(path) == documentOf(services));
     restart();
     EXPECT_TRUE(plugin.getServices() == services);

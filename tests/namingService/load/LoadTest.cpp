@@ -26,6 +26,7 @@
 #include "support/ConfigurationDocuments.h"
 #include "support/FileEvents.h"
 #include "support/LoadedPlugin.h"
+#include "support/UsualOrReduced.h"
 
 namespace qv::tests {
 namespace {
@@ -158,11 +159,7 @@ class LoadInMemory : public Load {
 };
 
 TEST_F(LoadInMemory, IsExplainedBySomeOrderOfItsCalls) {
-#ifdef QV_SANITIZED
-    constexpr int kCallsPerThread = 250;
-#else
-    constexpr int kCallsPerThread = 1'000;
-#endif
+    constexpr int kCallsPerThread = usualOrReduced(1'000, 250);
     for (unsigned round = 0; goesOn(round, 5, 0.2); ++round) {
         runThreads(kCallsPerThread, round);
         const Values values = list();
@@ -175,14 +172,8 @@ TEST_F(LoadInMemory, IsExplainedBySomeOrderOfItsCalls) {
 // Runs the load on a directory that each change saves.
 class LoadOnFiles : public Load {
   protected:
-#ifdef QV_SANITIZED
-    // A sanitizer makes a save many times slower.
-    static constexpr std::size_t kServices = 1'000;
-    static constexpr int kCallsPerThread = 50;
-#else
-    static constexpr std::size_t kServices = 10'000;
-    static constexpr int kCallsPerThread = 100;
-#endif
+    static constexpr std::size_t kServices = usualOrReduced(10'000, 1'000);
+    static constexpr int kCallsPerThread = usualOrReduced(100, 50);
 
     LoadOnFiles() : Load(kServices) {
         const std::string file = documentOf(names_.services(values_));

@@ -100,6 +100,16 @@ class BinaryDocument {
     std::vector<std::uint64_t> offsets_;
 };
 
+// Returns arrays with references of two bytes. Each of the objects 0 to `depth` - 1 holds the next
+// object. The caller adds object `depth`.
+inline BinaryDocument nestedArrays(std::uint64_t depth) {
+    BinaryDocument document(2);
+    for (std::uint64_t level = 1; level <= depth; ++level) {
+        document.addArray({level});
+    }
+    return document;
+}
+
 // Returns a binary document of the services 1 to `count`, which all refer to the same address.
 inline std::string servicesWithOneAddress(std::uint64_t count, const std::string& address) {
     enum : std::uint64_t { kEntryKey = 1, kEntry, kListKey, kList, kIdKey, kAddressKey, kAddress };

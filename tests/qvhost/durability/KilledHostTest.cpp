@@ -25,6 +25,7 @@
 #include "qvhost/durability/DirectoryClient.h"
 #include "qvhost/durability/HostFiles.h"
 #include "qvhost/durability/Writer.h"
+#include "support/UsualOrReduced.h"
 
 namespace qv::host {
 namespace {
@@ -76,7 +77,8 @@ class KilledHost : public testing::Test {
     KilledHost() {
         constexpr int32_t kFirst = -500;
         constexpr int32_t kWriters = 4;
-        const int32_t share = numberFrom("QVHOST_TEST_SERVICES", 10'000) / kWriters;
+        constexpr int32_t kUsualServices = tests::usualOrReduced(10'000, 2'000);
+        const int32_t share = numberFrom("QVHOST_TEST_SERVICES", kUsualServices) / kWriters;
         for (int32_t i = 0; i < kWriters; ++i) {
             writers_.emplace_back(kFirst + i * share, share, static_cast<unsigned>(i));
         }
@@ -167,6 +169,7 @@ class KilledHost : public testing::Test {
 };
 
 TEST_F(KilledHost, HasEveryAcknowledgedChangeAndNothingElse) {
+    constexpr unsigned kMostAnswers = tests::usualOrReduced(400, 100);
     const int kills = numberFrom("QVHOST_TEST_KILLS", 15);
     const DirectoryWatch watch(directoryOf(host_));
     int answers = 0;
@@ -174,7 +177,7 @@ TEST_F(KilledHost, HasEveryAcknowledgedChangeAndNothingElse) {
     for (int kill = 0; kill < kills; ++kill) {
         SCOPED_TRACE("kill " + std::to_string(kill));
         workUntil([&] {
-            awaitAnswers(1 + static_cast<int>(random_() % 400));
+            awaitAnswers(1 + static_cast<int>(random_() % kMostAnswers));
             // Two of three kills meet the plug-in while it saves.
             if (kill % 3 != 0) {
                 watch.await("namingService.conf.plist");

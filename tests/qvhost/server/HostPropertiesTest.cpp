@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/Corpus.h"
+#include "support/UsualOrReduced.h"
 
 namespace qv::tests {
 namespace {
@@ -155,7 +156,7 @@ TEST(HostProperties, HoldForTheCorpus) {
 }
 
 TEST(HostProperties, HoldForRandomSteps) {
-    constexpr unsigned kWalks = 300;
+    constexpr unsigned kWalks = usualOrReduced(300, 100);
     constexpr int kSteps = 40;
     for (unsigned seed = 0; seed < kWalks; ++seed) {
         // If a walk ends the process, its number is the last one that is printed.

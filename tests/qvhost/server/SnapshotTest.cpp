@@ -19,6 +19,7 @@
 #include "QvPlugin.h"
 #include "qvhost/server/Snapshots.h"
 #include "support/LoadedPlugin.h"
+#include "support/UsualOrReduced.h"
 
 namespace qv::host {
 namespace {
@@ -27,6 +28,7 @@ using tests::listingOf;
 using tests::Model;
 using tests::modelOf;
 using tests::snapshotOf;
+using tests::usualOrReduced;
 
 // Makes the edits in a copy of the model.
 Model edited(Model model, const Edits& edits) {
@@ -309,7 +311,8 @@ class RandomEdits {
 
 TEST(NextSnapshot, RandomEditsAgreeWithAMap) {
     RandomEdits draw(2);
-    for (int chain = 0; chain < 20; ++chain) {
+    constexpr int kChains = usualOrReduced(20, 5);
+    for (int chain = 0; chain < kChains; ++chain) {
         Model model;
         std::vector<std::pair<SnapshotPointer, Model>> history;
         history.emplace_back(std::make_shared<const Snapshot>(), model);
