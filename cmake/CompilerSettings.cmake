@@ -42,9 +42,13 @@ endif()
 
 # The counters are in a file that every process maps (scripts/coverage names it), so that processes which are
 # killed or skip their exit handlers count also. The mapping needs the relocation. The updates are atomic,
-# because many processes and threads share a counter.
+# because many processes and threads share a counter. A process for which no file is named, such as the generator
+# during the build, keeps no counts.
+#
+# The objects do not name the build folder, so a compiler cache may take them from another checkout.
+# scripts/coverage tells llvm-cov the folder.
 if(QV_COVERAGE)
-  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic
-    "SHELL:-mllvm -runtime-counter-relocation")
+  add_compile_options(-fprofile-instr-generate=/dev/null "SHELL:-Xclang -fprofile-update=atomic"
+    -fcoverage-mapping -fcoverage-compilation-dir=. "SHELL:-mllvm -runtime-counter-relocation")
   add_link_options(-fprofile-instr-generate)
 endif()

@@ -86,7 +86,7 @@ def read_coverage(build):
     here = pathlib.Path.cwd()
     files = {}
     for record in json.loads((build / "coverage.json").read_text())["data"][0]["files"]:
-        path = pathlib.Path(record["filename"])
+        path = pathlib.Path(record["filename"]).resolve()
         if record["segments"]:
             files[str(path.relative_to(here))] = File(record, path)
     return files
