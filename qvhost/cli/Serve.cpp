@@ -59,8 +59,8 @@ constexpr char kServeFooter[] =
     "  qvhost --config-dir state --log-dir log serve --socket state/host.sock\n"
     "  qvhost serve --allow-group vornak --idle-timeout 300";
 
-// Returns one thread for each processor. A single thread could not execute two requests at once.
-// More threads would wait for each other at the lock of the directory.
+// Returns one thread for each processor. With more than one, a long listing for one client does not
+// delay all others.
 unsigned defaultThreads() {
     constexpr unsigned kFewest = 2;
     constexpr unsigned kMost = 8;
