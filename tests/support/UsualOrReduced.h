@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Chooses the size of a test for the build that it runs in.
-#ifndef QV_TESTS_USUALORREDUCED_H
-#define QV_TESTS_USUALORREDUCED_H
+#ifndef QV_TESTS_USUAL_OR_REDUCED_H
+#define QV_TESTS_USUAL_OR_REDUCED_H
 
 namespace qv::tests {
 
@@ -21,4 +21,4 @@ constexpr T usualOrReduced([[maybe_unused]] T usual, [[maybe_unused]] T reduced)
 
 }  // namespace qv::tests
 
-#endif  // QV_TESTS_USUALORREDUCED_H
+#endif  // QV_TESTS_USUAL_OR_REDUCED_H
