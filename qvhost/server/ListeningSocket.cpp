@@ -57,10 +57,8 @@ system::Descriptor makeSocket() {
 
 // Tells whether the open file is the one at the path.
 bool isAt(int file, const std::string& path) {
-    struct stat open = {};
-    struct stat named = {};
-    return ::fstat(file, &open) == 0 && ::lstat(path.c_str(), &named) == 0 &&
-           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+    const system::FileIdentity open = system::identityOf(file);
+    return open && open == system::identityOf(path.c_str());
 }
 
 // Tells whether a program listens at the path. A program that is no host takes no lock.
@@ -162,9 +160,7 @@ bool ListeningSocket::hasLock() const {
 }
 
 bool ListeningSocket::hasFile() const {
-    struct stat present = {};
-    return ::lstat(path_.c_str(), &present) == 0 && present.st_dev == device_ &&
-           present.st_ino == file_;
+    return file_ && file_ == system::identityOf(path_.c_str());
 }
 
 void ListeningSocket::makeWay() const {
@@ -189,13 +185,13 @@ void ListeningSocket::makeWay() const {
 void ListeningSocket::bind() {
     const sockaddr_un address = addressOf(path_);
     descriptor_ = makeSocket();
-    struct stat made = {};
-    if (::bind(descriptor_.get(), system::generic(address), sizeof address) != 0 ||
-        ::lstat(path_.c_str(), &made) != 0) {
+    if (::bind(descriptor_.get(), system::generic(address), sizeof address) != 0) {
         fail("cannot make the socket " + path_);
     }
-    device_ = made.st_dev;
-    file_ = made.st_ino;
+    file_ = system::identityOf(path_.c_str());
+    if (!file_) {
+        fail("cannot look at the socket " + path_);
+    }
     bound_ = true;
     // Nobody can connect before the socket listens. The umask belongs to all threads, so it stays.
     if (::chmod(path_.c_str(), forOwnerOnly_ ? 0600 : 0666) != 0) {

@@ -6,7 +6,7 @@
 #define QVHOST_SERVER_LISTENING_SOCKET_H
 
 #include <QvSystem/Descriptor.h>
-#include <sys/types.h>
+#include <QvSystem/FileIdentity.h>
 
 #include <string>
 
@@ -60,8 +60,7 @@ class ListeningSocket {
     bool forOwnerOnly_ = true;
     system::Descriptor lock_;
     system::Descriptor descriptor_;
-    dev_t device_ = 0;
-    ino_t file_ = 0;
+    system::FileIdentity file_;  // the one that bind() made
     bool bound_ = false;
 };
 

@@ -4,6 +4,7 @@
 
 #include <QvSystem/Descriptor.h>
 #include <QvSystem/Directories.h>
+#include <QvSystem/FileIdentity.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -97,11 +98,9 @@ class Record::Database {
     // Recognises a file that somebody removes or replaces while it is open.
     struct FilePlace {
         std::string path;
-        dev_t device = 0;
-        ino_t file = 0;
+        system::FileIdentity file;
     };
 
-    static FilePlace placeOf(const std::string& path);
     void checkFiles() const;
     void change(int64_t revision, const Edits& edits, const FileNote* note) const;
     bool changeServices(int64_t revision, const Edits& edits) const;
@@ -117,8 +116,8 @@ class Record::Database {
     SqliteStatement setRevision_;
     SqliteStatement setNote_;
     SqliteStatement setOtherKeys_;
-    FilePlace file_;
-    FilePlace log_;
+    FilePlace file_{database_.path(), {}};
+    FilePlace log_{database_.path() + "-wal", {}};
     bool mustMoveLog_ = false;
 };
 
@@ -177,24 +176,15 @@ Record::Database::Database(const std::string& path, uint64_t epoch)
         }
         mustMoveLog_ = true;
     }
-    file_ = placeOf(database_.path());
-    log_ = placeOf(database_.path() + "-wal");
-}
-
-// Leaves the numbers at 0, which no file has, if nothing is at the path.
-Record::Database::FilePlace Record::Database::placeOf(const std::string& path) {
-    struct stat status = {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        status = {};
+    for (FilePlace* const place : {&file_, &log_}) {
+        place->file = system::identityOf(place->path.c_str());
     }
-    return {path, status.st_dev, status.st_ino};
 }
 
 // Throws if the next host would not find what this one has written.
 void Record::Database::checkFiles() const {
     for (const FilePlace* const place : {&file_, &log_}) {
-        const FilePlace now = placeOf(place->path);
-        if (now.file != place->file || now.device != place->device) {
+        if (system::identityOf(place->path.c_str()) != place->file) {
             database_.fail(Kind::Failed, "write",
                            fmt::format("somebody removed or replaced the file {}", place->path));
         }

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Tells one file from another, whatever they hold and whatever their names are.
+//
+//     const FileIdentity before = identityOf(path);
+//     ...
+//     if (identityOf(path) != before) {
+//         // somebody removed or replaced the file
+//     }
+#ifndef QV_SYSTEM_FILE_IDENTITY_H
+#define QV_SYSTEM_FILE_IDENTITY_H
+
+#include <cstdint>
+
+namespace qv::system {
+
+struct FileIdentity {
+    uint64_t device = 0;
+    uint64_t number = 0;  // of the inode; 0 stands for no file
+
+    // Tells whether there is a file.
+    explicit operator bool() const { return number != 0; }
+
+    friend bool operator==(const FileIdentity& one, const FileIdentity& other) {
+        return one.device == other.device && one.number == other.number;
+    }
+    friend bool operator!=(const FileIdentity& one, const FileIdentity& other) {
+        return !(one == other);
+    }
+};
+
+// Returns the identity of the file at a path, which may be a symbolic link, or of an open file.
+// Returns no file, with errno, if there is none or if the system does not tell.
+//
+// On Linux the functions ask for nothing else, and not for the times of the file. A file system
+// that was asked for them gives the next write a time of its own, and the next flush then has to
+// write the inode as well. A caller that looks at a log between two flushes would pay for that.
+FileIdentity identityOf(const char* path) noexcept;
+FileIdentity identityOf(int descriptor) noexcept;
+
+}  // namespace qv::system
+
+#endif  // QV_SYSTEM_FILE_IDENTITY_H
