@@ -35,7 +35,7 @@ class Batch : public ChangeBatch {
             item.isDecided = item.outcome.code != QV_OK;
         }
     }
-    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
+    void answered(host::AnsweredClients& /*clients*/) noexcept override { promise_.set_value(); }
     void wait() { promise_.get_future().wait(); }
 
   private:

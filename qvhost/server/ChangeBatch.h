@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "server/AnsweredClients.h"
 #include "server/Door.h"
 
 namespace qv::host {
@@ -26,9 +27,9 @@ class ChangeBatch {
     ChangeBatch(const ChangeBatch&) = delete;
     ChangeBatch& operator=(const ChangeBatch&) = delete;
 
-    // The recorder's thread calls this when every item has its outcome. `isOnly` tells that the
-    // commit had no other batch, so no other client waits for the function. Must not throw.
-    virtual void answered(bool isOnly) noexcept = 0;
+    // The recorder's thread calls this when every item has its outcome. Adds the client to the
+    // clients if the recorder's thread may take its next change.
+    virtual void answered(AnsweredClients& clients) noexcept = 0;
 
     std::vector<Item> items;
 };

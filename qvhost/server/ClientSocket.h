@@ -20,7 +20,9 @@
 #include <asio/error_code.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <cerrno>
 #include <cstddef>
+#include <optional>
 #include <utility>
 
 namespace qv::host {
@@ -40,10 +42,14 @@ class DetachableSocket {
     // Returns the descriptor, which stays the same.
     int descriptor() const noexcept { return descriptor_; }
 
-    // Receives what has arrived. Returns 0 if nothing has, at the end and after an error.
-    std::size_t receive(char* bytes, std::size_t size) const noexcept {
+    // Receives what has arrived. Returns 0 at the end and after an error, and nothing if nothing
+    // has arrived.
+    std::optional<std::size_t> receive(char* bytes, std::size_t size) const noexcept {
         const ssize_t count = ::recv(descriptor_, bytes, size, 0);
-        return count > 0 ? static_cast<std::size_t>(count) : 0;
+        if (count == -1 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return std::nullopt;
+        }
+        return count == -1 ? 0 : static_cast<std::size_t>(count);
     }
 
     // Takes the socket from the thread. Nothing may wait for the socket.

@@ -38,6 +38,9 @@ class CommitQueue {
   public:
     using Clock = std::chrono::steady_clock;
 
+    // The longest that a commit waits for the changes of other clients.
+    static constexpr std::chrono::milliseconds kPatience{1};
+
     // What a thread wants that waits for the next commit. The thread owns the object.
     struct Wish {
         const Snapshot* replacement = nullptr;  // null if only the note is to be kept
@@ -52,9 +55,7 @@ class CommitQueue {
         std::vector<Wish*> wishes;
     };
 
-    // A commit waits for other changes for `patience` at most.
-    explicit CommitQueue(Clock::duration patience = std::chrono::milliseconds(1))
-        : patience_(patience) {}
+    explicit CommitQueue(Clock::duration patience = kPatience) : patience_(patience) {}
 
     // Adds changes. Any thread may call this. Throws std::bad_alloc.
     void submit(std::shared_ptr<ChangeBatch> batch);

@@ -52,6 +52,7 @@ Clock::time_point after(Clock::time_point begin, std::chrono::milliseconds time)
 
 class Conversation : public Sleeper,
                      public Budget::Waiter,
+                     public AnsweredClients::Client,
                      public std::enable_shared_from_this<Conversation> {
   public:
     Conversation(ClientSocket socket, uid_t user, ClientThread& thread, const ServingParts& parts)
@@ -72,13 +73,11 @@ class Conversation : public Sleeper,
       public:
         explicit Batch(Conversation& conversation) : conversation_(conversation) {}
 
-        // To send one answer costs less than to wake the client's thread. Many answers are sent by
-        // the threads of their clients, while the recorder makes the next commit.
-        void answered(bool isOnly) noexcept override {
-            if (isOnly && conversation_.isReadyForOutcomes()) {
-                conversation_.answerOnly();
-            } else {
+        void answered(AnsweredClients& clients) noexcept override {
+            if (!conversation_.isReadyForOutcomes()) {
                 conversation_.wake();
+            } else if (conversation_.sendOutcomes()) {
+                clients.add(conversation_.shared_from_this());
             }
         }
 
@@ -111,8 +110,10 @@ class Conversation : public Sleeper,
     void execute();
     void takeOutcomes();
     bool isReadyForOutcomes() const;
-    void answerOnly() noexcept;
-    void takeNextChange();
+    bool sendOutcomes() noexcept;
+    bool takeNextChange() noexcept override;
+    void takeChange(std::size_t count);
+    void giveBack() noexcept override;
     bool answer(const Frame& request);
     bool begin();
     void subscribe(const Frame& request);
@@ -283,26 +284,35 @@ bool Conversation::isReadyForOutcomes() const {
     return reader_.empty() && !unanswered_ && connection_->account.held() == 0;
 }
 
-// Sends the outcomes on the recorder's thread. The conversation belongs to that thread until it
-// waits for the client again.
-void Conversation::answerOnly() noexcept {
-    attempt([this] {
+// Sends the outcomes on the recorder's thread. Returns true if the conversation belongs to that
+// thread afterwards. Otherwise the client has to read first, or has gone.
+bool Conversation::sendOutcomes() noexcept {
+    bool isSent = false;
+    attempt([&] {
         wait_ = Wait::None;
         takeOutcomes();
-        if (send()) {
-            takeNextChange();
-        }
+        isSent = send();
     });
+    return isSent;
 }
 
-// Begins the client's next change if it has arrived, which spares two threads from waking each
-// other. Leaves the rest to the client's thread. The last call hands the conversation over.
-void Conversation::takeNextChange() {
-    const std::size_t count = connection_->socket.receive(first_.data(), first_.size());
-    if (count == 0) {
-        await();  // tells of the end and of an error again
-        return;
+bool Conversation::takeNextChange() noexcept {
+    const std::optional<std::size_t> count =
+        connection_->socket.receive(first_.data(), first_.size());
+    if (!count) {
+        return false;
     }
+    if (*count == 0) {
+        giveBack();  // tells of the end and of an error again
+    } else {
+        attempt([&] { takeChange(*count); });
+    }
+    return true;
+}
+
+// Submits the client's next change if the first bytes are one. Leaves everything else to the
+// client's thread. The last call hands the conversation over.
+void Conversation::takeChange(std::size_t count) {
     reader_.take({first_.data(), count});
     const std::optional<Frame> request = reader_.next();
     if (request && Commands::isChange(*request) &&
@@ -319,6 +329,10 @@ void Conversation::takeNextChange() {
         wait_ = Wait::Commit;
         parts_.commands.submit({shared_from_this(), &batch_});
     }
+}
+
+void Conversation::giveBack() noexcept {
+    attempt([this] { await(); });
 }
 
 // Carries out the requests that have arrived, up to one that has to wait.

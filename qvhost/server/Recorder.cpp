@@ -64,7 +64,7 @@ class Recorder::Work {
     void publish(StatePointer state) QV_REQUIRES(mutex_);
     std::optional<Clock::time_point> retryAt() const;
     void run();
-    void carryOut(const Job& job);
+    Clock::duration carryOut(const Job& job);
     void count(Clock::duration length, std::size_t changes) QV_REQUIRES(mutex_);
     bool keep(const Snapshot& snapshot, const Edits& edits, bool hasWish);
     void keepAll(const Snapshot& snapshot);
@@ -81,6 +81,7 @@ class Recorder::Work {
     CommitQueue queue_;
 
     // Only the recorder's thread uses these, and the constructor before there is a thread.
+    AnsweredClients answeredClients_;
     std::unique_ptr<Record> record_;
     bool isKept_ = true;
     std::string reason_;
@@ -212,9 +213,10 @@ std::optional<Clock::time_point> Recorder::Work::retryAt() const {
 void Recorder::Work::run() {
     Job job;
     while (queue_.take(job, retryAt())) {
-        carryOut(job);
+        const Clock::duration length = carryOut(job);
         job.batches.clear();
         job.wishes.clear();
+        answeredClients_.takeNextChanges(std::min<Clock::duration>(length, CommitQueue::kPatience));
     }
     if (!isKept_) {
         retryAt_ = Clock::now();
@@ -229,7 +231,8 @@ void Recorder::Work::run() {
     }
 }
 
-void Recorder::Work::carryOut(const Job& job) {
+// Commits the job, and answers everything in it. Returns how long the commit took.
+Clock::duration Recorder::Work::carryOut(const Job& job) {
     const Clock::time_point begin = Clock::now();
     bool isKept = false;
     bool isOutOfMemory = false;
@@ -283,8 +286,10 @@ void Recorder::Work::carryOut(const Job& job) {
     if (published && !isOutOfMemory) {
         published();
     }
-    queue_.committed(job, Clock::now() - begin);
+    const Clock::duration length = Clock::now() - begin;
+    queue_.committed(job, length);
     finish(job, isKept, isOutOfMemory);
+    return length;
 }
 
 void Recorder::Work::count(Clock::duration length, std::size_t changes) {
@@ -373,7 +378,7 @@ void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noe
                 assign(item.outcome.bytes, reason_.c_str());
             }
         }
-        batch->answered(job.batches.size() == 1);
+        batch->answered(answeredClients_);
     }
     queue_.fulfilled(job, isKept, isOutOfMemory);
 }

@@ -24,7 +24,7 @@ constexpr Clock::duration kNoTime{0};
 
 class EmptyBatch : public ChangeBatch {
   public:
-    void answered(bool /*isOnly*/) noexcept override {}
+    void answered(AnsweredClients& /*clients*/) noexcept override {}
 };
 
 class CommitQueueTest : public testing::Test {

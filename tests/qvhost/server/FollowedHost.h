@@ -42,7 +42,7 @@ class Batch : public host::ChangeBatch {
             items.back().change.edits = {{id, address == nullptr ? "" : address}};
         }
     }
-    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
+    void answered(host::AnsweredClients& /*clients*/) noexcept override { promise_.set_value(); }
     void wait() { promise_.get_future().wait(); }
 
   private:

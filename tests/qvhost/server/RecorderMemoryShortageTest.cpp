@@ -29,7 +29,7 @@ class Batch : public ChangeBatch {
         items.emplace_back();
         items.back().change.edits = {{7, address}};
     }
-    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
+    void answered(AnsweredClients& /*clients*/) noexcept override { promise_.set_value(); }
     uint32_t code() {
         promise_.get_future().wait();
         return items.front().outcome.code;

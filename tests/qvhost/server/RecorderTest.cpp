@@ -45,7 +45,7 @@ class Batch : public ChangeBatch {
         items.back().change = std::move(change);
         return *this;
     }
-    void answered(bool /*isOnly*/) noexcept override { promise_.set_value(); }
+    void answered(AnsweredClients& /*clients*/) noexcept override { promise_.set_value(); }
 
     // Waits for the answers and returns their codes.
     std::vector<uint32_t> codes() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// A client that is alone with its changes is served by the recorder's thread.
+// The recorder's thread answers changes, and takes the next changes of the clients.
 #include <QvFrame.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,9 +30,9 @@ using tests::Services;
 constexpr uint32_t kChanges = 5;
 
 // Sends a client's changes one by one, each while the one before is committed.
-class LoneClientTest : public testing::Test {
+class ConversationChanges : public testing::Test {
   protected:
-    LoneClientTest() {
+    ConversationChanges() {
         served.published = [this](int64_t revision) {
             // The follower's notes are commits with the same revision.
             if (revision == 0 || revision != sent_ || hasEnded_) {
@@ -52,21 +52,21 @@ class LoneClientTest : public testing::Test {
     }
 
     void begin() {
-        lone.emplace(served.connect());
+        client.emplace(served.connect());
         send();
     }
 
     // Waits until the last change is committed and, perhaps, not answered yet.
     void awaitEnd() { end_.get_future().wait(); }
 
-    std::optional<RawClient> lone;
+    std::optional<RawClient> client;
     // Called during the commit of a change that the recorder took itself. The next one has arrived.
     std::function<void(int64_t)> committing = [](int64_t /*revision*/) {};
 
   private:
     void send() {
         const uint32_t number = ++sent_;
-        EXPECT_TRUE(lone->send(registration(number, {{1, std::to_string(number)}})));
+        EXPECT_TRUE(client->send(registration(number, {{1, std::to_string(number)}})));
     }
 
     std::atomic<uint32_t> sent_ = 0;
@@ -78,7 +78,7 @@ class LoneClientTest : public testing::Test {
     ServedDirectory served;
 };
 
-TEST_F(LoneClientTest, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
+TEST_F(ConversationChanges, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
     std::vector<std::size_t> handlers;
     committing = [&](int64_t /*revision*/) {
         handlers.push_back(served.thread().context().poll());
@@ -92,32 +92,100 @@ TEST_F(LoneClientTest, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
 }
 
 // The client's thread gets the first change only.
-TEST_F(LoneClientTest, RecorderGoesOnWithTheChangesOfALoneClient) {
+TEST_F(ConversationChanges, RecorderGoesOnWithTheChangesOfAClient) {
     served.start(false);
     begin();
     served.thread().context().poll();
     for (uint32_t number = 1; number <= kChanges; ++number) {
-        next(*lone, number);
+        next(*client, number);
     }
     EXPECT_EQ(served.recorder().state()->snapshot->find(1), std::to_string(kChanges));
 }
 
-TEST_F(LoneClientTest, ClientReturnsToItsThreadAfterItsChanges) {
+// The clients' thread gets the first change of each client only.
+TEST_F(ConversationChanges, RecorderGoesOnWithTheChangesOfSeveralClients) {
+    std::vector<RawClient> clients;
+    std::vector<uint32_t> sent(3, 0);
+    const auto address = [](uint32_t number) { return std::to_string(number); };
+    const auto send = [&](std::size_t i) {
+        const uint32_t number = ++sent[i];
+        const auto id = static_cast<int32_t>(i);
+        EXPECT_TRUE(clients[i].send(registration(number, {{id, address(number)}})));
+    };
+    ServedDirectory other;
+    other.published = [&](int64_t revision) {
+        for (std::size_t i = 0; revision != 0 && i < sent.size(); ++i) {
+            const SnapshotPointer snapshot = other.recorder().state()->snapshot;
+            const bool isMade = snapshot->find(static_cast<int32_t>(i)) == address(sent[i]);
+            if (isMade && sent[i] < kChanges) {
+                send(i);
+            }
+        }
+    };
+    other.start(false);
+    for (std::size_t i = 0; i < sent.size(); ++i) {
+        clients.push_back(other.connect());
+    }
+    for (std::size_t i = 0; i < sent.size(); ++i) {
+        send(i);
+    }
+    other.thread().context().poll();
+    for (const RawClient& client : clients) {
+        for (uint32_t number = 1; number <= kChanges; ++number) {
+            next(client, number);
+        }
+    }
+}
+
+// The socket has room for some hundred answers. The client's thread waits for room, so the recorder
+// must not go on with the client until that thread has run.
+TEST_F(ConversationChanges, RecorderLeavesAClientThatDoesNotReadToTheThread) {
+    constexpr int64_t kMany = 1000;
+    std::optional<RawClient> silent;
+    const auto send = [&](int64_t number) {
+        const std::string address = std::to_string(number);
+        EXPECT_TRUE(silent->send(registration(static_cast<uint32_t>(number), {{1, address}})));
+    };
+    std::atomic<int64_t> sent = 0;
+    ServedDirectory other;
+    other.published = [&](int64_t revision) {
+        if (revision == sent && sent != 0 && sent != kMany) {
+            send(++sent);
+        }
+    };
+    other.start(false);
+    silent.emplace(other.connect());
+    send(sent = 1);
+    const auto revision = [&] { return other.recorder().state()->snapshot->revision(); };
+    int64_t before = 0;
+    other.thread().context().poll();
+    do {
+        before = revision();
+        other.recorder().note({});  // waits for a commit, which has the next change if it is taken
+    } while (revision() != before || before == 0);
+    EXPECT_LT(before, kMany);
+    for (int64_t number = 1; number <= kMany; ++number) {
+        other.thread().context().poll();
+        next(*silent, static_cast<uint32_t>(number));
+    }
+}
+
+TEST_F(ConversationChanges, ClientReturnsToItsThreadAfterItsChanges) {
     served.start();
     begin();
     for (uint32_t number = 1; number <= kChanges; ++number) {
-        next(*lone, number);
+        next(*client, number);
     }
-    EXPECT_EQ(listedInTurn(*lone), (Services{{1, std::to_string(kChanges)}}));
-    ASSERT_TRUE(lone->send(registration(7, {{1, "a"}}) + listing(8)));
-    next(*lone, 7);
-    EXPECT_EQ(decode(next(*lone, 8).bytes), (Services{{1, "a"}}));
+    EXPECT_EQ(listedInTurn(*client), (Services{{1, std::to_string(kChanges)}}));
+    ASSERT_TRUE(client->send(registration(7, {{1, "a"}}) + listing(8)));
+    next(*client, 7);
+    EXPECT_EQ(decode(next(*client, 8).bytes), (Services{{1, "a"}}));
 }
 
-TEST_F(LoneClientTest, ClientThatLeavesDuringItsChangesIsForgotten) {
+TEST_F(ConversationChanges, ClientThatLeavesDuringItsChangesIsForgotten) {
     committing = [&](int64_t revision) {
         if (revision == kChanges) {
-            lone.reset();
+            client.reset();
         }
     };
     served.start();
@@ -128,7 +196,7 @@ TEST_F(LoneClientTest, ClientThatLeavesDuringItsChangesIsForgotten) {
     EXPECT_EQ(served.clients().count(), 0U);
 }
 
-TEST_F(LoneClientTest, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
+TEST_F(ConversationChanges, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
     std::future<void> gone;
     committing = [&](int64_t revision) {
         if (revision == kChanges) {
@@ -139,13 +207,13 @@ TEST_F(LoneClientTest, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
     begin();
     awaitEnd();
     for (uint32_t number = 1; number <= kChanges; ++number) {
-        next(*lone, number);
+        next(*client, number);
     }
-    next(*lone, 0, QV_HOST_ERROR_STOPPING);
+    next(*client, 0, QV_HOST_ERROR_STOPPING);
     gone.wait();
 }
 
-TEST_F(LoneClientTest, RecorderLeavesOtherRequestsToTheThread) {
+TEST_F(ConversationChanges, RecorderLeavesOtherRequestsToTheThread) {
     const std::string change = registration(2, {{2, "/b"}});
     const std::string longChange = registration(2, {{2, std::string(2000, 'b')}});
     const std::string requests[] = {ping(2), listing(2), change.substr(0, 3), change + ping(3),
@@ -174,7 +242,7 @@ TEST_F(LoneClientTest, RecorderLeavesOtherRequestsToTheThread) {
     }
 }
 
-TEST_F(LoneClientTest, NextChangeThatIsNoneIsAnswered) {
+TEST_F(ConversationChanges, NextChangeThatIsNoneIsAnswered) {
     const std::pair<std::string, uint32_t> changes[] = {
         {registration(2, {{1, "/a"}}), QV_OK},
         {registration(2, {{2, ""}}), QV_HOST_ERROR_REFUSED},
