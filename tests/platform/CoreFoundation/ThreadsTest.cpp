@@ -4,6 +4,7 @@
 // reading an object that no thread changes. One of the builds runs with ThreadSanitizer.
 
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <atomic>
 #include <functional>
@@ -37,6 +38,20 @@ void onThreads(const std::function<void(int thread)>& action) {
         thread.join();
     }
 }
+
+// Keeps the C library from unloading the converter of an encoding. The library unloads one that
+// nobody uses, under a lock that ThreadSanitizer does not know.
+class LoadedConverter {
+  public:
+    explicit LoadedConverter(const char* encoding) : converter_(::iconv_open("UTF-8", encoding)) {}
+    ~LoadedConverter() { ::iconv_close(converter_); }
+
+    LoadedConverter(const LoadedConverter&) = delete;
+    LoadedConverter& operator=(const LoadedConverter&) = delete;
+
+  private:
+    iconv_t converter_;
+};
 
 TEST(CoreFoundationThreads, ReferencesAreCounted) {
     const auto string = makeString("a string that all share");
@@ -108,6 +123,8 @@ TEST(CoreFoundationThreads, ThreadsReadDocuments) {
     for (const std::string& document : documents) {
         trees.push_back(readDocument(document));
     }
+    const LoadedConverter shiftJis("CP932");
+    const LoadedConverter gbk("GBK");
     onThreads([&](int thread) {
         for (std::size_t round = 0; round < 200; ++round) {
             const std::size_t index = (round + static_cast<std::size_t>(thread)) % trees.size();
