@@ -29,12 +29,13 @@ struct FileIdentity {
     }
 };
 
-// Returns the identity of the file at a path, which may be a symbolic link, or of an open file.
-// Returns no file, with errno, if there is none or if the system does not tell.
+// Returns the identity of the file at a path, which may be a symbolic link, or of an open file. If
+// there is none, or if the system does not tell, returns an identity that is false and sets errno.
 //
-// On Linux the functions ask for nothing else, and not for the times of the file. A file system
-// that was asked for them gives the next write a time of its own, and the next flush then has to
-// write the inode as well. A caller that looks at a log between two flushes would pay for that.
+// On Linux the functions do not ask for the times of the file, as lstat() does. Since Linux 6.13
+// some file systems give the next write after such a question a time of its own, and the next flush
+// then has to write the inode as well. A caller that looks at a log between two flushes would pay
+// for that.
 FileIdentity identityOf(const char* path) noexcept;
 FileIdentity identityOf(int descriptor) noexcept;
 
