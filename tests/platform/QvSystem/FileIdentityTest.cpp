@@ -4,6 +4,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -12,6 +14,28 @@
 #include "QvSystem/Descriptor.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
+
+#ifdef __linux__
+
+#include <sys/syscall.h>
+
+namespace {
+
+bool isStatxForbidden = false;
+
+}  // namespace
+
+// Stands in front of the C library's function, and fails as in a sandbox that does not know it.
+extern "C" int statx(int directory, const char* path, int flags, unsigned mask,
+                     struct statx* status) noexcept {
+    if (isStatxForbidden) {
+        errno = EPERM;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_statx, directory, path, flags, mask, status));
+}
+
+#endif
 
 namespace qv::system {
 namespace {
@@ -57,6 +81,22 @@ TEST_F(IdentityOf, DoesNotFollowALink) {
     EXPECT_TRUE(identityOf(link.c_str()));
     EXPECT_NE(identityOf(link.c_str()), identity());
 }
+
+#ifdef __linux__
+
+TEST_F(IdentityOf, IsTheSameInASandboxThatForbidsTheCall) {
+    const Descriptor open(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    const FileIdentity before = identity();
+    isStatxForbidden = true;
+    EXPECT_TRUE(before);
+    EXPECT_EQ(identity(), before);
+    EXPECT_EQ(identityOf(open.get()), before);
+    EXPECT_FALSE(identityOf("/nowhere"));
+    EXPECT_EQ(errno, ENOENT);
+    isStatxForbidden = false;
+}
+
+#endif
 
 TEST_F(IdentityOf, TellsThatThereIsNoFile) {
     std::filesystem::remove(path_);
