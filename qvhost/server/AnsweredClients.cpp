@@ -19,50 +19,47 @@ void AnsweredClients::takeNextChanges(Clock::duration longest) noexcept {
     Clock::time_point until = begin + std::min(replyTime_, longest);
     for (;;) {
         const bool hasArrived = takeArrived();
-        if (first_ == nullptr) {
-            return;
-        }
         const Clock::time_point now = Clock::now();
         if (hasArrived) {
             until = std::min(now + replyTime_, begin + longest);
         }
-        if (now >= until) {
-            giveBack();
-            return;
+        if (first_ == nullptr || now >= until) {
+            break;
         }
-        // A client may need this processor to send its change.
+        // The answers may have woken a client on this processor, which the client needs then.
         std::this_thread::yield();
     }
+    giveBack();
+    end_ = &first_;
 }
 
 // Takes what has arrived. Returns false if nothing has.
 bool AnsweredClients::takeArrived() noexcept {
     bool hasArrived = false;
-    end_ = &first_;
-    while (*end_ != nullptr) {
-        Client& client = **end_;
+    for (std::shared_ptr<Client>* place = &first_; *place != nullptr;) {
+        Client& client = **place;
         if (client.takeNextChange()) {
             hasArrived = true;
-            removeAtEnd();
+            remove(*place);
         } else {
-            end_ = &client.nextAnswered_;
+            place = &client.nextAnswered_;
         }
     }
     return hasArrived;
 }
 
 void AnsweredClients::giveBack() noexcept {
-    end_ = &first_;
     while (first_ != nullptr) {
         first_->giveBack();
-        removeAtEnd();
+        remove(first_);
     }
 }
 
-// Removes the client behind the end. Only this thread uses its pointer to the next one.
-void AnsweredClients::removeAtEnd() noexcept {
-    std::shared_ptr<Client> next = std::move((*end_)->nextAnswered_);
-    *end_ = std::move(next);
+// Removes a client from the list. The client's own thread may use the client already, but only this
+// thread uses `nextAnswered_`.
+void AnsweredClients::remove(std::shared_ptr<Client>& place) noexcept {
+    std::shared_ptr<Client> next = std::move(place->nextAnswered_);
+    place = std::move(next);
 }
 
 }  // namespace qv::host

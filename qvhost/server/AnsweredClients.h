@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The clients that the last commit has answered. The recorder's thread takes their next changes:
+// The clients that the recorder's thread has answered after a commit. The thread takes their next
+// changes:
 //
 //     AnsweredClients clients;
 //     ...
@@ -11,9 +12,9 @@
 // Most clients that change the directory send the next change as soon as they have the answer to
 // the last one. To wake such a client's thread, which then wakes the recorder's, takes longer than
 // many commits. So the recorder's thread sends the answers itself, and reads what the clients send
-// next. A client that sends nothing for a moment, or anything but a change, returns to its own
-// thread. So does every client before the next commit, unless its change is part of that commit:
-// only a client that waits for the disk anyway depends on the recorder's thread.
+// next. A client that sends nothing for a moment, or anything but one short change, returns to its
+// own thread. So does every client before the next commit, unless its change is part of that
+// commit. So only a client that waits for the disk anyway depends on the recorder's thread.
 #ifndef QVHOST_SERVER_ANSWERED_CLIENTS_H
 #define QVHOST_SERVER_ANSWERED_CLIENTS_H
 
@@ -38,18 +39,19 @@ class AnsweredClients {
       private:
         friend class AnsweredClients;
 
-        // Takes what the client has sent. Returns false if nothing has arrived. Otherwise the
-        // client has submitted its change, or has returned to its own thread.
+        // Takes what the client has sent. Returns false if nothing has arrived. Returns true if the
+        // client's change waits for the next commit, or if the client has returned to its own
+        // thread.
         virtual bool takeNextChange() noexcept = 0;
 
-        // Has the client's own thread wait for the next request.
+        // Returns the client to its own thread, which waits for the next request.
         virtual void giveBack() noexcept = 0;
 
         std::shared_ptr<Client> nextAnswered_;
     };
 
-    // A client on the same computer needs some microseconds from an answer to its next request. If
-    // none of the clients sends anything for `replyTime`, the others are not worth the wait.
+    // If no client sends anything for `replyTime`, all clients return to their threads. A client
+    // needs some 10 microseconds from an answer to its next request.
     explicit AnsweredClients(Clock::duration replyTime = std::chrono::microseconds(20))
         : replyTime_(replyTime) {}
     ~AnsweredClients() = default;
@@ -60,14 +62,14 @@ class AnsweredClients {
     // Adds a client that has its answer.
     void add(std::shared_ptr<Client> client) noexcept;
 
-    // Takes the next changes of the clients, as long as changes arrive and for `longest` at most.
-    // Gives the other clients back. No client is left afterwards.
+    // Takes the next changes of the clients as long as they send something. Looks for no more once
+    // `longest` is over, and gives the other clients back. No client is left afterwards.
     void takeNextChanges(Clock::duration longest) noexcept;
 
   private:
     bool takeArrived() noexcept;
     void giveBack() noexcept;
-    void removeAtEnd() noexcept;
+    static void remove(std::shared_ptr<Client>& place) noexcept;
 
     const Clock::duration replyTime_;
     // The clients in the order of their answers. Each of them holds the next one.

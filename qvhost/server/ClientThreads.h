@@ -5,7 +5,8 @@
 //
 // A request that takes long is carried out elsewhere: the recorder writes changes to the disk, and
 // the follower waits for the plug-in. Their threads wake the client's Sleeper when the answer is
-// known. All sleepers of a thread that are woken before it runs cost one wake-up.
+// known, unless the recorder's thread sends the answer itself. All sleepers of a thread that are
+// woken before it runs cost one wake-up.
 #ifndef QVHOST_SERVER_CLIENT_THREADS_H
 #define QVHOST_SERVER_CLIENT_THREADS_H
 

@@ -72,10 +72,12 @@ void CommitQueue::gather() {
     wakeAt_ = 1;
 }
 
-void CommitQueue::committed(const Job& job, Clock::duration length) {
+CommitQueue::Clock::duration CommitQueue::committed(const Job& job, Clock::duration length) {
+    const Clock::duration wait = std::min(length, patience_);
     const system::MutexLock lock(mutex_);
     expected_ = job.batches.size() + waiting_.batches.size();
-    latest_ = Clock::now() + std::min(length, patience_);
+    latest_ = Clock::now() + wait;
+    return wait;
 }
 
 void CommitQueue::fulfilled(const Job& job, bool isKept, bool isOutOfMemory) noexcept {

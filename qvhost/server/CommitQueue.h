@@ -17,7 +17,8 @@
 // of one group arrive while those of the other are flushed, and each flush serves one group only.
 // Therefore a commit waits for the clients that took part in the last one, and for those whose
 // changes arrived meanwhile. It waits for no longer than the last commit took. A client that is
-// alone never waits.
+// alone never waits for another one. Most of the next changes are taken by AnsweredClients before
+// the queue waits.
 #ifndef QVHOST_SERVER_COMMIT_QUEUE_H
 #define QVHOST_SERVER_COMMIT_QUEUE_H
 
@@ -38,9 +39,6 @@ class CommitQueue {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // The longest that a commit waits for the changes of other clients.
-    static constexpr std::chrono::milliseconds kPatience{1};
-
     // What a thread wants that waits for the next commit. The thread owns the object.
     struct Wish {
         const Snapshot* replacement = nullptr;  // null if only the note is to be kept
@@ -55,7 +53,9 @@ class CommitQueue {
         std::vector<Wish*> wishes;
     };
 
-    explicit CommitQueue(Clock::duration patience = kPatience) : patience_(patience) {}
+    // A commit waits for other changes for `patience` at most.
+    explicit CommitQueue(Clock::duration patience = std::chrono::milliseconds(1))
+        : patience_(patience) {}
 
     // Adds changes. Any thread may call this. Throws std::bad_alloc.
     void submit(std::shared_ptr<ChangeBatch> batch);
@@ -73,9 +73,10 @@ class CommitQueue {
     // stays empty if `retryAt` has come. Returns false if nothing waits and the thread is to end.
     bool take(Job& job, std::optional<Clock::time_point> retryAt);
 
-    // Tells how long the commit of the job took. Call it before the clients get their answers,
-    // because a client may send its next change at once.
-    void committed(const Job& job, Clock::duration length);
+    // Tells how long the commit of the job took, and returns how long the next commit may wait for
+    // changes. Call it before the clients get their answers, because a client may send its next
+    // change at once.
+    Clock::duration committed(const Job& job, Clock::duration length);
 
     // Tells the threads whose wishes the job has that they are done.
     void fulfilled(const Job& job, bool isKept, bool isOutOfMemory) noexcept;

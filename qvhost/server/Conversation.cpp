@@ -211,7 +211,7 @@ void Conversation::await() {
 void Conversation::receiveFirst() {
     reader_.take({first_.data(), firstBytes_});
     if (firstBytes_ == first_.size()) {
-        // More has arrived, and changes that arrive together are one commit.
+        // More may have arrived, and changes that arrive together are one commit.
         reader_.keep();
         receive();
     } else {
@@ -303,15 +303,15 @@ bool Conversation::takeNextChange() noexcept {
         return false;
     }
     if (*count == 0) {
-        giveBack();  // tells of the end and of an error again
+        giveBack();  // the client's thread learns of the end
     } else {
         attempt([&] { takeChange(*count); });
     }
     return true;
 }
 
-// Submits the client's next change if the first bytes are one. Leaves everything else to the
-// client's thread. The last call hands the conversation over.
+// Submits the client's next change if the first bytes are one change and nothing else. Leaves
+// everything else to the client's thread. The last call hands the conversation over.
 void Conversation::takeChange(std::size_t count) {
     reader_.take({first_.data(), count});
     const std::optional<Frame> request = reader_.next();
@@ -322,13 +322,13 @@ void Conversation::takeChange(std::size_t count) {
     }
     reader_.keep();
     if (batch_.items.empty()) {
-        post(&Conversation::run);
-    } else {
-        // A client that sends one change after the other does not need its thread meanwhile.
-        connection_->socket.detach();
-        wait_ = Wait::Commit;
-        parts_.commands.submit({shared_from_this(), &batch_});
+        post(count == first_.size() ? &Conversation::receive : &Conversation::run);
+        return;
     }
+    // A client that sends one change after the other does not need its thread meanwhile.
+    connection_->socket.detach();
+    wait_ = Wait::Commit;
+    parts_.commands.submit({shared_from_this(), &batch_});
 }
 
 void Conversation::giveBack() noexcept {

@@ -5,10 +5,10 @@
 // as long as another thread works for it.
 //
 // At any time a conversation does one thing: it reads, sends, or waits for the recorder, the
-// follower or the budget. Everything happens on the thread of the client, with one exception: after
-// a commit, the recorder's thread sends the answers and takes the client's next change. So one
-// thread at a time uses a conversation, and it needs no lock. While the recorder takes one change
-// after the other, what the client sends does not wake the client's thread.
+// follower or the budget. Everything happens on the thread of the client, with one exception: if
+// the client has sent nothing but the changes of a commit, the recorder's thread sends the answers
+// and takes the client's next change. So one thread at a time uses a conversation, and it needs no
+// lock. From the second such change on, what the client sends does not wake the client's thread.
 //
 // Consecutive changes that have arrived go to the recorder together. A request behind them waits
 // until they are answered, so a client sees its own changes.

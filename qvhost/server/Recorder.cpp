@@ -213,10 +213,10 @@ std::optional<Clock::time_point> Recorder::Work::retryAt() const {
 void Recorder::Work::run() {
     Job job;
     while (queue_.take(job, retryAt())) {
-        const Clock::duration length = carryOut(job);
+        const Clock::duration wait = carryOut(job);
         job.batches.clear();
         job.wishes.clear();
-        answeredClients_.takeNextChanges(std::min<Clock::duration>(length, CommitQueue::kPatience));
+        answeredClients_.takeNextChanges(wait);
     }
     if (!isKept_) {
         retryAt_ = Clock::now();
@@ -231,7 +231,8 @@ void Recorder::Work::run() {
     }
 }
 
-// Commits the job, and answers everything in it. Returns how long the commit took.
+// Commits the job, and answers everything in it. Returns how long the next commit may wait for the
+// changes of these clients.
 Clock::duration Recorder::Work::carryOut(const Job& job) {
     const Clock::time_point begin = Clock::now();
     bool isKept = false;
@@ -286,10 +287,9 @@ Clock::duration Recorder::Work::carryOut(const Job& job) {
     if (published && !isOutOfMemory) {
         published();
     }
-    const Clock::duration length = Clock::now() - begin;
-    queue_.committed(job, length);
+    const Clock::duration wait = queue_.committed(job, Clock::now() - begin);
     finish(job, isKept, isOutOfMemory);
-    return length;
+    return wait;
 }
 
 void Recorder::Work::count(Clock::duration length, std::size_t changes) {
@@ -369,6 +369,7 @@ void Recorder::Work::tell(const char* what, const std::string& why) const noexce
 
 // Answers everything that the job carried out.
 void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noexcept {
+    queue_.fulfilled(job, isKept, isOutOfMemory);
     for (const std::shared_ptr<ChangeBatch>& batch : job.batches) {
         for (ChangeBatch::Item& item : batch->items) {
             if (isOutOfMemory && !item.isDecided) {
@@ -380,7 +381,6 @@ void Recorder::Work::finish(const Job& job, bool isKept, bool isOutOfMemory) noe
         }
         batch->answered(answeredClients_);
     }
-    queue_.fulfilled(job, isKept, isOutOfMemory);
 }
 
 Recorder::Recorder(std::string path, Report report)

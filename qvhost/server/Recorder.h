@@ -2,7 +2,8 @@
 
 // Owns the directory of services and its record on the disk. One thread takes all changes that
 // wait, of all clients, commits them to the record in one transaction, publishes the new snapshot
-// and answers the changes.
+// and answers the changes. Then the thread takes the next changes of the clients, if they arrive
+// soon.
 //
 //     Recorder recorder(recordPath, report);
 //     recorder.start();

@@ -192,6 +192,10 @@ void Server::Work::run() {
     } catch (...) {
         threads_.abandon();
         budget_.abandon();
+        // The recorder's thread may be serving clients. It must end while there is what it uses.
+        clients_.drop();
+        follower_.stop();
+        recorder_.stop();
         // The remaining clients go after the object that would be told.
         clients_.forget();
         throw;

@@ -7,6 +7,7 @@
 #include <iconv.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
@@ -43,7 +44,9 @@ void onThreads(const std::function<void(int thread)>& action) {
 // nobody uses, under a lock that ThreadSanitizer does not know.
 class LoadedConverter {
   public:
-    explicit LoadedConverter(const char* encoding) : converter_(::iconv_open("UTF-8", encoding)) {}
+    explicit LoadedConverter(const char* encoding) : converter_(::iconv_open("UTF-8", encoding)) {
+        EXPECT_NE(reinterpret_cast<std::intptr_t>(converter_), -1) << encoding;
+    }
     ~LoadedConverter() { ::iconv_close(converter_); }
 
     LoadedConverter(const LoadedConverter&) = delete;

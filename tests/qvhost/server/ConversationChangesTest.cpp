@@ -30,9 +30,9 @@ using tests::Services;
 constexpr uint32_t kChanges = 5;
 
 // Sends a client's changes one by one, each while the one before is committed.
-class ConversationChanges : public testing::Test {
+class ConversationChangesTest : public testing::Test {
   protected:
-    ConversationChanges() {
+    ConversationChangesTest() {
         served.published = [this](int64_t revision) {
             // The follower's notes are commits with the same revision.
             if (revision == 0 || revision != sent_ || hasEnded_) {
@@ -78,7 +78,7 @@ class ConversationChanges : public testing::Test {
     ServedDirectory served;
 };
 
-TEST_F(ConversationChanges, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
+TEST_F(ConversationChangesTest, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
     std::vector<std::size_t> handlers;
     committing = [&](int64_t /*revision*/) {
         handlers.push_back(served.thread().context().poll());
@@ -92,7 +92,7 @@ TEST_F(ConversationChanges, ChangesThatTheRecorderTakesDoNotWakeTheThread) {
 }
 
 // The client's thread gets the first change only.
-TEST_F(ConversationChanges, RecorderGoesOnWithTheChangesOfAClient) {
+TEST_F(ConversationChangesTest, RecorderGoesOnWithTheChangesOfAClient) {
     served.start(false);
     begin();
     served.thread().context().poll();
@@ -103,7 +103,7 @@ TEST_F(ConversationChanges, RecorderGoesOnWithTheChangesOfAClient) {
 }
 
 // The clients' thread gets the first change of each client only.
-TEST_F(ConversationChanges, RecorderGoesOnWithTheChangesOfSeveralClients) {
+TEST_F(ConversationChangesTest, RecorderGoesOnWithTheChangesOfSeveralClients) {
     std::vector<RawClient> clients;
     std::vector<uint32_t> sent(3, 0);
     const auto address = [](uint32_t number) { return std::to_string(number); };
@@ -139,7 +139,7 @@ TEST_F(ConversationChanges, RecorderGoesOnWithTheChangesOfSeveralClients) {
 
 // The socket has room for some hundred answers. The client's thread waits for room, so the recorder
 // must not go on with the client until that thread has run.
-TEST_F(ConversationChanges, RecorderLeavesAClientThatDoesNotReadToTheThread) {
+TEST_F(ConversationChangesTest, RecorderLeavesAClientThatDoesNotReadToTheThread) {
     constexpr int64_t kMany = 1000;
     std::optional<RawClient> silent;
     const auto send = [&](int64_t number) {
@@ -170,7 +170,7 @@ TEST_F(ConversationChanges, RecorderLeavesAClientThatDoesNotReadToTheThread) {
     }
 }
 
-TEST_F(ConversationChanges, ClientReturnsToItsThreadAfterItsChanges) {
+TEST_F(ConversationChangesTest, ClientReturnsToItsThreadAfterItsChanges) {
     served.start();
     begin();
     for (uint32_t number = 1; number <= kChanges; ++number) {
@@ -182,7 +182,7 @@ TEST_F(ConversationChanges, ClientReturnsToItsThreadAfterItsChanges) {
     EXPECT_EQ(decode(next(*client, 8).bytes), (Services{{1, "a"}}));
 }
 
-TEST_F(ConversationChanges, ClientThatLeavesDuringItsChangesIsForgotten) {
+TEST_F(ConversationChangesTest, ClientThatLeavesDuringItsChangesIsForgotten) {
     committing = [&](int64_t revision) {
         if (revision == kChanges) {
             client.reset();
@@ -196,7 +196,7 @@ TEST_F(ConversationChanges, ClientThatLeavesDuringItsChangesIsForgotten) {
     EXPECT_EQ(served.clients().count(), 0U);
 }
 
-TEST_F(ConversationChanges, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
+TEST_F(ConversationChangesTest, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
     std::future<void> gone;
     committing = [&](int64_t revision) {
         if (revision == kChanges) {
@@ -213,7 +213,7 @@ TEST_F(ConversationChanges, ClientWhoseChangesAreTakenIsToldOfTheEnd) {
     gone.wait();
 }
 
-TEST_F(ConversationChanges, RecorderLeavesOtherRequestsToTheThread) {
+TEST_F(ConversationChangesTest, RecorderLeavesOtherRequestsToTheThread) {
     const std::string change = registration(2, {{2, "/b"}});
     const std::string longChange = registration(2, {{2, std::string(2000, 'b')}});
     const std::string requests[] = {ping(2), listing(2), change.substr(0, 3), change + ping(3),
@@ -242,7 +242,32 @@ TEST_F(ConversationChanges, RecorderLeavesOtherRequestsToTheThread) {
     }
 }
 
-TEST_F(ConversationChanges, NextChangeThatIsNoneIsAnswered) {
+TEST_F(ConversationChangesTest, NextChangesThatArriveTogetherAreOneCommit) {
+    constexpr uint32_t kTogether = 100;
+    std::optional<RawClient> client;
+    bool isSent = false;
+    ServedDirectory other;
+    other.published = [&](int64_t revision) {
+        if (revision == 0 || isSent) {
+            return;
+        }
+        isSent = true;
+        std::string changes;
+        for (uint32_t number = 2; number < 2 + kTogether; ++number) {
+            changes += registration(number, {{static_cast<int32_t>(number), "/a"}});
+        }
+        EXPECT_TRUE(client->send(changes));
+    };
+    other.start();
+    client.emplace(other.connect());
+    EXPECT_TRUE(client->send(registration(1, {{1, "/a"}})));
+    for (uint32_t number = 1; number < 2 + kTogether; ++number) {
+        next(*client, number);
+    }
+    EXPECT_EQ(other.recorder().statistics().mostChanges, kTogether);
+}
+
+TEST_F(ConversationChangesTest, NextChangeThatIsNoneIsAnswered) {
     const std::pair<std::string, uint32_t> changes[] = {
         {registration(2, {{1, "/a"}}), QV_OK},
         {registration(2, {{2, ""}}), QV_HOST_ERROR_REFUSED},

@@ -3,15 +3,20 @@
 // Makes each allocation for a client fail in turn. Only this client is lost.
 #include <QvFrame.h>
 #include <QvPlugin.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qvhost/RawClient.h"
+#include "qvhost/server/NumberedRequests.h"
 #include "qvhost/server/ServedDirectory.h"
 #include "qvhost/server/Subscribed.h"
 #include "support/FailingCalls.h"
@@ -20,6 +25,8 @@
 namespace qv::host {
 namespace {
 
+using testing::AnyOf;
+using testing::ElementsAre;
 using tests::encode;
 using Order = void (*)(int count);
 
@@ -159,6 +166,52 @@ TEST_F(ConversationShortageTest, ClientWhoseBytesAreLostIsDisconnectedAtOnce) {
         EXPECT_EQ(none, "");
     }
     EXPECT_GE(failures, 1);
+}
+
+// The recorder's thread answers the first change. It runs out of memory then, or while it takes or
+// makes the second one, which has arrived.
+TEST(ConversationShortage, ShortageOnTheRecordersThreadEndsOneClient) {
+    constexpr int32_t kId = 5;
+    std::atomic<bool> hasFailed = true;
+    int count = 0;
+    for (; hasFailed; ++count) {
+        std::optional<RawClient> client;
+        std::atomic<int64_t> ordered = 0;  // the revision after which memory ran out
+        tests::ServedDirectory served;
+        served.published = [&](int64_t revision) {
+            if (revision == 1 && ordered == 0) {
+                EXPECT_TRUE(client->send(registration(2, {{kId, "b"}})));
+                client->endSending();
+                ordered = revision;
+                tests::failMallocAfter(count);
+            } else if (revision > 1 && ordered == 1) {
+                ordered = revision;
+                hasFailed = tests::mallocFailed();
+            }
+        };
+        served.start();
+        client.emplace(served.connect());
+        EXPECT_TRUE(client->send(registration(1, {{kId, "a"}})));
+        std::vector<uint32_t> codes;
+        for (const RawAnswer& answer : client->receiveAll()) {
+            codes.push_back(answer.code);
+        }
+        const RawClient other = served.connect();
+        const std::optional<RawAnswer> answer =
+            other.ask(QV_COMMAND_REGISTER_SERVICES, 3, encode({{kId, "c"}}));
+        ASSERT_TRUE(answer);
+        // The record is not tried again at once after a shortage.
+        EXPECT_THAT(answer->code, AnyOf(QV_OK, QV_HOST_ERROR_NOT_KEPT));
+        EXPECT_EQ(listedInTurn(other), (tests::Services{{kId, "c"}}));
+        if (!hasFailed) {
+            EXPECT_THAT(codes, ElementsAre(QV_OK, QV_OK));
+        }
+        client.reset();
+        while (served.clients().count() != 1) {
+            std::this_thread::yield();
+        }
+    }
+    EXPECT_GE(count, 5);
 }
 
 }  // namespace
