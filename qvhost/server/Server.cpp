@@ -192,8 +192,11 @@ void Server::Work::run() {
     } catch (...) {
         threads_.abandon();
         budget_.abandon();
-        // The recorder's thread may be serving clients. It must end while there is what it uses.
+        // Otherwise the recorder's thread would serve clients while what it uses is destroyed.
         clients_.drop();
+        if (ending_.joinable()) {
+            ending_.join();
+        }
         follower_.stop();
         recorder_.stop();
         // The remaining clients go after the object that would be told.
