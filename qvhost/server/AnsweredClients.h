@@ -14,7 +14,7 @@
 // many commits. So the recorder's thread sends the answers itself, and reads what the clients send
 // next. A client that sends nothing for a moment, or anything but one short change, returns to its
 // own thread. So does every client before the next commit, unless its change is part of that
-// commit. So only a client that waits for the disk anyway depends on the recorder's thread.
+// commit. Only a client that waits for the disk anyway depends on the recorder's thread meanwhile.
 #ifndef QVHOST_SERVER_ANSWERED_CLIENTS_H
 #define QVHOST_SERVER_ANSWERED_CLIENTS_H
 
@@ -50,8 +50,8 @@ class AnsweredClients {
         std::shared_ptr<Client> nextAnswered_;
     };
 
-    // If no client sends anything for `replyTime`, all clients return to their threads. A client
-    // needs some 10 microseconds from an answer to its next request.
+    // If no client sends anything for `replyTime`, all clients return to their threads. The default
+    // is longer than a client on an idle computer needs from an answer to its next request.
     explicit AnsweredClients(Clock::duration replyTime = std::chrono::microseconds(20))
         : replyTime_(replyTime) {}
     ~AnsweredClients() = default;
